@@ -1,0 +1,37 @@
+// Kelvane: the main window of the program.
+#pragma once
+
+#include <QMainWindow>
+#include <QString>
+
+class MySettings;
+class QSplashScreen;
+
+class Kelvane : public QMainWindow {
+    Q_OBJECT
+public:
+    Kelvane(bool isMainInstance, bool unused, MySettings* settings, QSplashScreen* splash,
+            QWidget* parent = nullptr, Qt::WindowFlags flags = Qt::WindowFlags());
+
+    // Reads the options of the process's command line.
+    void processCommandLine();
+
+    int analysisMode() const { return m_analysisMode; }
+    void setAnalysisMode(int mode);
+    // The last file argument of the command line, empty if none.
+    QString commandLineFile() const { return m_commandLineFile; }
+
+signals:
+    void signalKelvaneExiting();
+    void signalChangedAnalysisMode();
+
+protected:
+    void closeEvent(QCloseEvent* event) override;
+
+private:
+    void createMenus();
+
+    MySettings* m_settings;
+    int m_analysisMode;
+    QString m_commandLineFile;
+};

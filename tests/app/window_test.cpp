@@ -1,0 +1,112 @@
+// The main window and the log window under the offscreen platform.
+#include <gtest/gtest.h>
+
+#include <QApplication>
+#include <QSignalSpy>
+#include <QStandardPaths>
+
+#include <memory>
+#include <thread>
+
+#include "app_messages.h"
+#include "command_line.h"
+#include "kelvane.h"
+#include "mysettings.h"
+#include "piv_enums.h"
+#include "piv_messages.h"
+#include "qlogbuffer.h"
+
+namespace {
+
+class Gui : public ::testing::Test {
+protected:
+    static void SetUpTestSuite() {
+        qputenv("QT_QPA_PLATFORM", "offscreen");
+        QStandardPaths::setTestModeEnabled(true);  // keeps the user's settings untouched
+        static int argc = 1;
+        static char name[] = "test_app";
+        static char* argv[] = {name, nullptr};
+        if (!QApplication::instance()) app = new QApplication(argc, argv);
+    }
+    static QApplication* app;
+};
+QApplication* Gui::app = nullptr;
+
+}  // namespace
+
+TEST_F(Gui, LibraryAndToolkitMessagesReachTheLogWindow) {
+    QLogBuffer log(0, QStringLiteral("Kelvane2C"));
+    InstallMessageRouting(&log);
+    ShowStatus("evaluated %d vectors", 225);
+    qWarning("toolkit says %d", 1);
+    InstallMessageRouting(nullptr);
+    ShowStatus("after the window is gone");  // back on stderr, not in the window
+    EXPECT_EQ(log.text(), QStringLiteral("evaluated 225 vectors\nWarning: toolkit says 1"));
+}
+
+TEST_F(Gui, MessagesFromWorkerThreadsAreQueuedToTheWindow) {
+    QLogBuffer log(0, QStringLiteral("Kelvane2C"));
+    InstallMessageRouting(&log);
+    std::thread worker([] { ShowStatus("from a worker"); });
+    worker.join();
+    QCoreApplication::processEvents();
+    InstallMessageRouting(nullptr);
+    EXPECT_EQ(log.text(), QStringLiteral("from a worker"));
+}
+
+TEST_F(Gui, MessagesAreDroppedWhenTheLogWindowIsGone) {
+    auto* log = new QLogBuffer(0, QStringLiteral("Kelvane2C"));
+    InstallMessageRouting(log);
+    delete log;
+    EXPECT_EQ(MessageLogWindow(), nullptr);
+    ShowStatus("nobody listens");  // must not touch the deleted window
+    InstallMessageRouting(nullptr);
+}
+
+TEST_F(Gui, CommandLineOptionsChooseTheAnalysisMode) {
+    struct Case {
+        const char* option;
+        int mode;
+    };
+    const Case cases[] = {{"-auto", PIV::ANALYSIS_AUTO_CORRELATION},
+                          {"-speckle", PIV::ANALYSIS_SPECKLE},
+                          {"-bos", PIV::ANALYSIS_SPECKLE},
+                          {"-cross", PIV::ANALYSIS_CROSS_CORRELATION}};
+    MySettings settings(QStringLiteral("SODREL"), QStringLiteral("Kelvane3.6"));
+    for (const Case& c : cases) {
+        CommandLine cl;
+        const char* args[] = {"kelvane2c", c.option, "C:\\run\\a.tif"};
+        cl.scan(3, args);
+        SetApplicationCommandLine(&cl);
+        Kelvane window(true, false, &settings, nullptr);
+        EXPECT_EQ(window.analysisMode(), c.mode) << c.option;
+        EXPECT_EQ(window.commandLineFile(), QStringLiteral("C:/run/a.tif"));
+        SetApplicationCommandLine(nullptr);
+    }
+}
+
+TEST_F(Gui, ClosingTheMainWindowAnnouncesTheExit) {
+    MySettings settings(QStringLiteral("SODREL"), QStringLiteral("Kelvane3.6"));
+    Kelvane window(true, false, &settings, nullptr);
+    QSignalSpy spy(&window, &Kelvane::signalKelvaneExiting);
+    window.show();
+    window.close();
+    EXPECT_EQ(spy.count(), 1);
+}
+
+TEST_F(Gui, SettingsServeBothDirections) {
+    MySettings settings(QStringLiteral("SODREL-test"), QStringLiteral("Kelvane3.6"));
+    settings.clear();
+    bool splash = true;
+    settings.serializeBool(MySettings::READ, QStringLiteral("/Prefs/ShowSplash"), &splash);
+    EXPECT_TRUE(splash);  // absent: the field's value is the default
+    splash = false;
+    settings.serializeBool(MySettings::WRITE, QStringLiteral("/Prefs/ShowSplash"), &splash);
+    bool again = true;
+    settings.serializeBool(MySettings::READ, QStringLiteral("/Prefs/ShowSplash"), &again);
+    EXPECT_FALSE(again);
+    double delay = 1.0;
+    settings.serializeDouble(MySettings::READ, QStringLiteral("/PIV/PulseDelay"), &delay);
+    EXPECT_DOUBLE_EQ(delay, 1.0);
+    settings.clear();
+}

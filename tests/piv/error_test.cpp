@@ -1,0 +1,146 @@
+// The error object: its texts, its report formats and its handling modes.
+#include <gtest/gtest.h>
+
+#include "message_capture.h"
+#include "piv_error.h"
+
+TEST(PIVerrorTexts, KnownNegativeAndUnknownCodes) {
+    struct Case {
+        int code;
+        const char* text;
+    };
+    const Case cases[] = {
+        {0, "no error"},
+        {1, "internal erorr"},  // the text as it has always been spelt
+        {7, "memory allocation failed"},
+        {-7, "memory allocation failed"},
+        {17, "bad/invalid grid dimension"},
+        {45, " sample area larger than image"},
+        {58, "netCDF variable not found"},
+        {59, "undefined error"},
+        {-1000, "undefined error"},
+    };
+    for (const Case& c : cases) EXPECT_STREQ(PIVerror::getErrorMessage(c.code), c.text) << c.code;
+}
+
+TEST(PIVerror, SetErrorFormatsOwnerTextAndDetail) {
+    MessageCapture capture;
+    PIVerror e("Image2D");
+    EXPECT_EQ(e.setError(PIVerror::FILE_NOT_FOUND, "no file '%s'", "a.tif"),
+              PIVerror::FILE_NOT_FOUND);
+    EXPECT_STREQ(e.getLastError(), "ERROR in Image2D : file not found\n   no file 'a.tif'");
+    EXPECT_EQ(e.getLastErrorCode(), 28);
+    ASSERT_EQ(capture.lines().size(), 1u);
+    EXPECT_EQ(capture.lines()[0], e.getLastError());
+}
+
+TEST(PIVerror, HandleErrorNamesThePlaceAndAppendsAPendingDetail) {
+    MessageCapture capture;
+    PIVerror e("PIV_Parameters");
+    e.setMessage("grid of %d nodes", 0);
+    e.handleError(PIVerror::BAD_GRID_DIMENSION, "requiresNewGrid()");
+    EXPECT_STREQ(e.getLastError(),
+                 "ERROR 'PIV_Parameters::requiresNewGrid()' : bad/invalid grid dimension\n"
+                 "grid of 0 nodes");
+    // The detail is used once.
+    e.handleError(PIVerror::BAD_RANGE);
+    EXPECT_STREQ(e.getLastError(), "ERROR 'PIV_Parameters' : bad range");
+}
+
+TEST(PIVerror, UnnamedOwnerAndInit) {
+    PIVerror e;
+    EXPECT_STREQ(e.name(), "_undefined_");
+    e.setName("X");
+    e.setErrorHandling(PIVerror::ERROR_QUIET);
+    e.handleError(5, "f()");
+    e.init();
+    EXPECT_STREQ(e.name(), "_undefined_");
+    EXPECT_EQ(e.getLastErrorCode(), 0);
+    EXPECT_STREQ(e.getLastError(), "");
+}
+
+TEST(PIVerror, NoErrorRecordsTheCodeAndReportsNothing) {
+    MessageCapture capture;
+    PIVerror e("X");
+    e.setError(PIVerror::BAD_RANGE, "x");
+    e.handleError(PIVerror::NO_ERROR, "f()");
+    EXPECT_EQ(e.getLastErrorCode(), 0);
+    EXPECT_EQ(capture.lines().size(), 1u);
+}
+
+TEST(PIVerror, QuietModeSpeaksOnlyAboveDebugLevelZero) {
+    PIVerror e("X");
+    e.setErrorHandling(PIVerror::ERROR_QUIET);
+    {
+        DebugLevelScope level(0);
+        MessageCapture capture;
+        e.handleError(PIVerror::BAD_RANGE, "f()");
+        EXPECT_TRUE(capture.lines().empty());
+        EXPECT_EQ(e.getLastErrorCode(), PIVerror::BAD_RANGE);  // still recorded
+    }
+    {
+        DebugLevelScope level(1);
+        MessageCapture capture;
+        e.handleError(PIVerror::BAD_RANGE, "f()");
+        EXPECT_EQ(capture.lines().size(), 1u);
+    }
+}
+
+TEST(PIVerror, OverrideIsUndoneByClear) {
+    PIVerror e("X");
+    EXPECT_EQ(e.errorHandling(), PIVerror::ERROR_REPORT);
+    e.setOverrideErrorHandling(PIVerror::ERROR_QUIET);
+    EXPECT_EQ(e.errorHandling(), PIVerror::ERROR_QUIET);
+    e.clearOverrideErrorHandling();
+    EXPECT_EQ(e.errorHandling(), PIVerror::ERROR_REPORT);
+}
+
+TEST(PIVerrorDeathTest, ExitModeEndsTheProcessWithStatusOne) {
+    EXPECT_EXIT(
+        {
+            PIVerror e("X");
+            e.setErrorHandling(PIVerror::ERROR_EXIT);
+            e.handleError(PIVerror::INTERNAL_ERROR, "f()");
+        },
+        ::testing::ExitedWithCode(1), "ERROR 'X::f\\(\\)' : internal erorr");
+}
+
+TEST(PIVerror, StaticReportsUseTheirOwnFormats) {
+    MessageCapture capture;
+    PIVerror::handleErrorExt(PIVerror::FILE_NOT_FOUND, "PIV::Load()", true);
+    PIVerror::handleErrorExt(PIVerror::FILE_NOT_FOUND, nullptr, true);
+    PIVerror::handleErrorExt(PIVerror::FILE_NOT_FOUND, "silent", false);
+    PIVerror::handleErrorLongExt(PIVerror::BAD_RANGE, PIVerror::ERROR_REPORT, "range %d..%d", 1, 0);
+    ASSERT_EQ(capture.lines().size(), 3u);
+    EXPECT_EQ(capture.lines()[0], "ERROR in 'PIV::Load()' : file not found");
+    EXPECT_EQ(capture.lines()[1], "ERROR (28) : file not found");
+    EXPECT_EQ(capture.lines()[2], "ERROR : bad range\n   range 1..0");
+}
+
+TEST(PIVerror, OverlongDetailIsCutNotOverrun) {
+    PIVerror e("X");
+    e.setErrorHandling(PIVerror::ERROR_QUIET);
+    const std::string huge(10000, 'a');
+    e.setError(PIVerror::BAD_RANGE, "%s", huge.c_str());
+    EXPECT_EQ(std::string(e.getLastError()).size(), 2046u);
+}
+
+TEST(Messages, LevelsWarningsAndSetDebugLevelText) {
+    DebugLevelScope level(0);
+    MessageCapture capture;
+    DebugPrint("hidden %d", 1);
+    DebugPrintExt(0, "level zero %d", 0);
+    ShowStatus("status");
+    PrintWarning("careful");
+    EnableWarnings(false);
+    PrintWarning("not shown");
+    EnableWarnings(true);
+    SetDebugLevel(2);
+    DebugPrintExt(2, "two");
+    DebugPrintExt(3, "three");
+    SetDebugLevel(0);
+    const std::vector<std::string> expected = {"level zero 0", "status", "Warning - careful",
+                                               "Setting debugging to level 2", "two",
+                                               "Disabling debugging messages"};
+    EXPECT_EQ(capture.lines(), expected);
+}

@@ -1,0 +1,163 @@
+// The settings holder: mending of records and the detection of changes.
+#include <gtest/gtest.h>
+
+#include "message_capture.h"
+#include "piv_params.h"
+
+namespace {
+
+struct MendCase {
+    const char* name;
+    void (*spoil)(PIVEVAL_CFG&);
+    void (*check)(const PIVEVAL_CFG&);
+};
+
+class CheckPivEvalCfg : public ::testing::TestWithParam<MendCase> {};
+
+TEST_P(CheckPivEvalCfg, MendsTheSpoiledField) {
+    PIVEVAL_CFG cfg;
+    GetParam().spoil(cfg);
+    PIV_Parameters::checkPivEvalCfg(cfg);
+    GetParam().check(cfg);
+}
+
+INSTANTIATE_TEST_SUITE_P(
+    Cases, CheckPivEvalCfg,
+    ::testing::Values(
+        MendCase{"NodesBelowOneBecomeOne", [](PIVEVAL_CFG& c) { c.grid.nodes = {0, -3, 0}; },
+                 [](const PIVEVAL_CFG& c) {
+                     EXPECT_EQ(c.grid.nodes.width, 1);
+                     EXPECT_EQ(c.grid.nodes.height, 1);
+                     EXPECT_EQ(c.grid.nodes.depth, 1);
+                 }},
+        MendCase{"NegativeImageSizeBecomesZero",
+                 [](PIVEVAL_CFG& c) { c.grid.imageSize = {-5, 0, -1}; },
+                 [](const PIVEVAL_CFG& c) {
+                     EXPECT_EQ(c.grid.imageSize.width, 0);
+                     EXPECT_EQ(c.grid.imageSize.height, 0);
+                     EXPECT_EQ(c.grid.imageSize.depth, 0);
+                 }},
+        MendCase{"StepBelowOneBecomes16", [](PIVEVAL_CFG& c) { c.grid.step = {0, -2, 8}; },
+                 [](const PIVEVAL_CFG& c) {
+                     EXPECT_EQ(c.grid.step.width, 16);
+                     EXPECT_EQ(c.grid.step.height, 16);
+                     EXPECT_EQ(c.grid.step.depth, 8);
+                 }},
+        MendCase{"WindowBelowTwoBecomes32AndTheTransformFollows",
+                 [](PIVEVAL_CFG& c) {
+                     c.SampleSize = {1, 64, 1};
+                     c.FFTSize = {8, 8, 1};
+                 },
+                 [](const PIVEVAL_CFG& c) {
+                     EXPECT_EQ(c.SampleSize.width, 32);
+                     EXPECT_EQ(c.SampleSize.height, 64);
+                     EXPECT_EQ(c.SampleSize.depth, 32);
+                     EXPECT_EQ(c.FFTSize.width, 32);
+                     EXPECT_EQ(c.FFTSize.height, 64);
+                     EXPECT_EQ(c.FFTSize.depth, 32);
+                 }},
+        MendCase{"OffsetBeyondThousandBecomesZero",
+                 [](PIVEVAL_CFG& c) { c.SampleOffset = {1001, -1000, -2000}; },
+                 [](const PIVEVAL_CFG& c) {
+                     EXPECT_EQ(c.SampleOffset.x, 0);
+                     EXPECT_EQ(c.SampleOffset.y, -1000);
+                     EXPECT_EQ(c.SampleOffset.z, 0);
+                 }},
+        MendCase{"NegativeFirstNodeBecomesZero", [](PIVEVAL_CFG& c) { c.grid.first = {-1, 5, -9}; },
+                 [](const PIVEVAL_CFG& c) {
+                     EXPECT_EQ(c.grid.first.x, 0);
+                     EXPECT_EQ(c.grid.first.y, 5);
+                     EXPECT_EQ(c.grid.first.z, 0);
+                 }}),
+    [](const ::testing::TestParamInfo<MendCase>& info) { return info.param.name; });
+
+}  // namespace
+
+TEST(PIV_Parameters, SetPivEvalCfgReportsWhatMatters) {
+    PIV_Parameters p;
+    PIVEVAL_CFG cfg = p.pivEvalCfg();
+    EXPECT_FALSE(p.setPivEvalCfg(cfg, false));
+
+    cfg.ShowIntermediate = !cfg.ShowIntermediate;  // display only: no new evaluation
+    EXPECT_FALSE(p.setPivEvalCfg(cfg, false));
+
+    cfg.SampleOffset.x = 4;
+    EXPECT_TRUE(p.setPivEvalCfg(cfg, false));
+    cfg.MaxIter = 50;  // inside the peak block
+    EXPECT_TRUE(p.isNewPeakDetection(cfg));
+    EXPECT_TRUE(p.setPivEvalCfg(cfg, false));
+    cfg.grid.step.width = 8;
+    EXPECT_TRUE(p.setPivEvalCfg(cfg, false));
+    EXPECT_EQ(p.pivEvalCfg().grid.step.width, 8);
+}
+
+TEST(PIV_Parameters, ScanRangeMattersOnlyToDirectAndMqdCorrelators) {
+    PIV_Parameters p;
+    PIVEVAL_CFG cfg = p.pivEvalCfg();
+    cfg.ScanRange.width = 9;
+    EXPECT_FALSE(p.isNewMethod(cfg));  // FFT correlation ignores it
+    cfg.CorrelationMode = 2;
+    PIVEVAL_CFG held = p.pivEvalCfg();
+    held.CorrelationMode = 2;
+    p.setPivEvalCfg(held, false);
+    EXPECT_TRUE(p.isNewMethod(cfg));
+}
+
+TEST(PIV_Parameters, SetImageSizeLaysTheGrid) {
+    PIV_Parameters p;
+    EXPECT_TRUE(p.setImageSize(256, 256, 1, true));
+    EXPECT_EQ(p.dataGrid().nodes.width, 15);
+    EXPECT_FALSE(p.isNewImageSize(256, 256, 1));
+    EXPECT_FALSE(p.requiresNewGrid(p.pivEvalCfg()));
+    PIVEVAL_CFG smaller = p.pivEvalCfg();
+    smaller.SampleSize = SIZE3D{16, 16, 16};
+    EXPECT_TRUE(p.requiresNewGrid(smaller));
+}
+
+TEST(PIV_Parameters, RequiresNewGridReportsAGridThatCannotBeLaid) {
+    PIV_Parameters p;
+    p.setImageSize(256, 256, 1, true);
+    PIVEVAL_CFG cfg = p.pivEvalCfg();
+    cfg.SampleSize = SIZE3D{512, 512, 1};
+    MessageCapture capture;
+    EXPECT_TRUE(p.requiresNewGrid(cfg));
+    EXPECT_NE(std::string(p.error().getLastError()).find("trouble with grid calculation"),
+              std::string::npos);
+}
+
+TEST(PIV_Parameters, SetRoiSortsClipsAndLays) {
+    PIV_Parameters p;
+    p.setImageSize(256, 256, 1, true);
+    EXPECT_TRUE(p.setROI(RECT3D{300, 40, 100, -20, 0, 0}, true));
+    const DATA_GRID4D g = p.dataGrid();
+    EXPECT_TRUE(g.roiEnabled);
+    EXPECT_EQ(g.roi.left, 40);
+    EXPECT_EQ(g.roi.right, 256);
+    EXPECT_EQ(g.roi.top, 0);
+    EXPECT_EQ(g.roi.bottom, 100);
+    EXPECT_EQ(g.nodes.width, 12);
+    EXPECT_FALSE(p.setROI(RECT3D{40, 256, 0, 100, 0, 0}, true));
+}
+
+TEST(PIV_Parameters, ScaleFactorAndOriginFeedTheConversion) {
+    PIV_Parameters p;
+    EXPECT_TRUE(p.setScaleFactor(10.0));
+    EXPECT_FALSE(p.setScaleFactor(10.0));
+    EXPECT_TRUE(p.setOrigin(POINT3D{0, 512, 0}));
+    PIV_VECTOR v;
+    v.ix = 100;
+    v.iy = 112;
+    v.dx = 5.0f;
+    p.convertVector(&v);
+    EXPECT_FLOAT_EQ(v.x, 10.0f);
+    EXPECT_FLOAT_EQ(v.y, 40.0f);
+    // Default pulse delay 1000 us: 0.5 mm in 1 ms = 0.5 m/s.
+    EXPECT_FLOAT_EQ(v.u, 0.5f);
+}
+
+TEST(PIV_Parameters, ReferenceCountStartsAtOne) {
+    auto* p = new PIV_Parameters;
+    EXPECT_EQ(p->addRef(), 2u);
+    EXPECT_EQ(p->release(), 1u);
+    EXPECT_EQ(p->release(), 0u);  // deleted here; the sanitizer checks the rest
+}

@@ -1,0 +1,97 @@
+// Process-wide helpers: the software's name, threads, sorting, names of variables.
+#include <gtest/gtest.h>
+
+#include <cstring>
+#include <vector>
+
+#include "piv_enums.h"
+#include "piv_util.h"
+
+TEST(SoftwareName, PrefixDependsOnTheFirstSevenLetters) {
+    struct Case {
+        const char* given;
+        const char* stored;
+    };
+    const Case cases[] = {
+        {"kelvane2c", "SODREL Kelvane Module - kelvane2c"},
+        {"KELVANE-eval", "SODREL Kelvane Module - KELVANE-eval"},
+        {"kelvan", "SODREL - kelvan"},  // only six letters
+        {"\"C:\\Program Files\\tool.exe\"", "SODREL - C:/Program Files/tool.exe"},
+        {"/usr/bin/kelvane2c", "SODREL - /usr/bin/kelvane2c"},
+    };
+    for (const Case& c : cases) {
+        EXPECT_STREQ(PIV::SoftwareName(c.given), c.stored) << c.given;
+        EXPECT_STREQ(PIV::SoftwareName(), c.stored);  // and it stays
+    }
+}
+
+TEST(MaxThreads, RequestsOutsideTheRangeTakeAll) {
+    const int all = PIV::MaxThreadsPossible();
+    ASSERT_GE(all, 1);
+    PIV::SetMaxThreads(0);
+    EXPECT_EQ(PIV::MaxThreads(), all);
+    PIV::SetMaxThreads(all + 5);
+    EXPECT_EQ(PIV::MaxThreads(), all);
+    PIV::SetMaxThreads(1);
+    EXPECT_EQ(PIV::MaxThreads(), 1);
+    PIV::SetMaxThreads(-1);
+    EXPECT_EQ(PIV::MaxThreads(), all);
+}
+
+TEST(Sorting, HeapSortAndIndexSort) {
+    std::vector<float> v = {3.5f, -1.0f, 2.0f, 2.0f, 10.0f};
+    const std::vector<float> original = v;
+    std::vector<int> index(v.size());
+    PIV::IndexSort(v.data(), index.data(), int(v.size()));
+    EXPECT_EQ(index, (std::vector<int>{1, 2, 3, 0, 4}));
+    EXPECT_EQ(v, original);
+    PIV::HeapSort(v.data(), int(v.size()));
+    EXPECT_EQ(v, (std::vector<float>{-1.0f, 2.0f, 2.0f, 3.5f, 10.0f}));
+}
+
+TEST(NiceValues, RoundToOneTwoTwoAndHalfFive) {
+    EXPECT_FLOAT_EQ(PIV::CreateNiceFloatValue(0.93f), 1.0f);
+    EXPECT_FLOAT_EQ(PIV::CreateNiceFloatValue(2.3f), 2.5f);
+    EXPECT_FLOAT_EQ(PIV::CreateNiceFloatValue(38.0f), 50.0f);
+    EXPECT_FLOAT_EQ(PIV::CreateNiceFloatValue(-0.018f), -0.02f);
+    EXPECT_FLOAT_EQ(PIV::CreateNiceFloatValue(0.0f), 0.0f);
+}
+
+TEST(Paths, BackslashesBecomeSlashes) {
+    char path[] = "C:\\data\\run1\\a.tif";
+    EXPECT_STREQ(PIV::ReplaceBackslashes(path), "C:/data/run1/a.tif");
+}
+
+TEST(Version, LineNamesTheLibraryVersion) {
+    EXPECT_EQ(std::strncmp(PIV::LibraryVersionLine(), "LIBTORVO Version: 3.6.0.a  (Build: ", 35), 0);
+}
+
+TEST(VariableNames, ListAndLookup) {
+    EXPECT_STREQ(PIV::GetVariableNameFromType(0), "flag");
+    EXPECT_STREQ(PIV::GetVariableNameFromType(16), "u");
+    EXPECT_STREQ(PIV::GetVariableNameFromType(40), "nstrain");
+    EXPECT_STREQ(PIV::GetVariableNameFromType(41), "");
+    EXPECT_STREQ(PIV::GetVariableNameFromType(-1), "");
+    struct Case {
+        const char* name;
+        int type;
+    };
+    const Case cases[] = {{"DX", 12},      {"vx", 16},    {"VY", 17},       {"vz", 18},
+                          {"vort", 35},    {"shear", 39}, {"shear_xy", 39}, {"nstrain", 40},
+                          {"flag", -1},    {"mag", -1},   {"ix", -1},       {"vort_mag", -1},
+                          {"nonsense", -1}};
+    for (const Case& c : cases) EXPECT_EQ(PIV::GetVariableTypeFromName(c.name), c.type) << c.name;
+}
+
+TEST(AnalysisMode, AnythingButTwoAndThreeIsCrossCorrelation) {
+    EXPECT_EQ(PIV::ToAnalysisMode(2), PIV::ANALYSIS_AUTO_CORRELATION);
+    EXPECT_EQ(PIV::ToAnalysisMode(3), PIV::ANALYSIS_SPECKLE);
+    EXPECT_EQ(PIV::ToAnalysisMode(0), PIV::ANALYSIS_CROSS_CORRELATION);
+    EXPECT_EQ(PIV::ToAnalysisMode(7), PIV::ANALYSIS_CROSS_CORRELATION);
+    EXPECT_EQ(PIV::DataTypeOfAnalysisMode(3), 4096);
+    EXPECT_EQ(PIV::DataTypeOfAnalysisMode(2), 2048);
+}
+
+TEST(Endianness, AgreesWithTheCompiler) {
+    EXPECT_EQ(PIV::IsSystemBigEndian(), __BYTE_ORDER__ == __ORDER_BIG_ENDIAN__);
+}
