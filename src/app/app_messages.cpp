@@ -31,4 +31,6 @@ void InstallMessageRouting(QLogBuffer* log) {
     }
 }
 
-QLogBuffer* MessageLogWindow() { return g_log.data(); }
+QLogBuffer* MessageLogWindow() {
+    return g_log.data();
+}

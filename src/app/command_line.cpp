@@ -23,8 +23,12 @@ bool startsWith(const std::string& s, const char* prefix) {
 
 }  // namespace
 
-const CommandLine* ApplicationCommandLine() { return g_commandLine; }
-void SetApplicationCommandLine(const CommandLine* commandLine) { g_commandLine = commandLine; }
+const CommandLine* ApplicationCommandLine() {
+    return g_commandLine;
+}
+void SetApplicationCommandLine(const CommandLine* commandLine) {
+    g_commandLine = commandLine;
+}
 
 void CommandLine::init() {
     m_help = false;

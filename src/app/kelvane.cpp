@@ -18,8 +18,11 @@
 
 Kelvane::Kelvane(bool /*isMainInstance*/, bool /*unused*/, MySettings* settings,
                  QSplashScreen* splash, QWidget* parent, Qt::WindowFlags flags)
-    : QMainWindow(parent, flags), m_settings(settings), m_analysisMode(PIV::ANALYSIS_CROSS_CORRELATION) {
-    if (splash) splash->showMessage(tr("Configuring UI..."), Qt::AlignBottom | Qt::AlignLeft, Qt::white);
+    : QMainWindow(parent, flags),
+      m_settings(settings),
+      m_analysisMode(PIV::ANALYSIS_CROSS_CORRELATION) {
+    if (splash)
+        splash->showMessage(tr("Configuring UI..."), Qt::AlignBottom | Qt::AlignLeft, Qt::white);
     setWindowTitle(QApplication::applicationName());
     auto* canvas = new QLabel(this);
     canvas->setPixmap(QPixmap(QStringLiteral(":/logos/images/logos/kelvane3-5-logo.png")));
@@ -45,11 +48,11 @@ void Kelvane::createMenus() {
     });
     QMenu* help = menuBar()->addMenu(tr("&Help"));
     help->addAction(tr("&About"), this, [this] {
-        QMessageBox::about(this, tr("About %1").arg(QApplication::applicationName()),
-                           QStringLiteral("%1 %2\n%3")
-                               .arg(QApplication::applicationName(),
-                                    QApplication::applicationVersion(),
-                                    QString::fromLatin1(PIV::LibraryVersionLine())));
+        QMessageBox::about(
+            this, tr("About %1").arg(QApplication::applicationName()),
+            QStringLiteral("%1 %2\n%3")
+                .arg(QApplication::applicationName(), QApplication::applicationVersion(),
+                     QString::fromLatin1(PIV::LibraryVersionLine())));
     });
 }
 

@@ -71,7 +71,8 @@ int main(int argc, char* argv[]) {
 
     QSplashScreen* splash = nullptr;
     if (showSplash) {
-        splash = new QSplashScreen(QPixmap(QStringLiteral(":/logos/images/logos/kelvane3-5-logo.png")));
+        splash =
+            new QSplashScreen(QPixmap(QStringLiteral(":/logos/images/logos/kelvane3-5-logo.png")));
         splash->show();
         app.processEvents();
     }

@@ -42,6 +42,10 @@ void QLogBuffer::outputMessageLIBTORVO(const char* text) {
     outputMessage(QtInfoMsg, line);
 }
 
-void QLogBuffer::appendLine(const QString& line) { m_view->appendPlainText(line); }
+void QLogBuffer::appendLine(const QString& line) {
+    m_view->appendPlainText(line);
+}
 
-QString QLogBuffer::text() const { return m_view->toPlainText(); }
+QString QLogBuffer::text() const {
+    return m_view->toPlainText();
+}

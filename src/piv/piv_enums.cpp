@@ -7,12 +7,11 @@
 namespace {
 
 const char* const kVariableNames[] = {
-    "flag",   "corr",   "snr",    "count",  "valid",  "time",     "ix",      "iy",
-    "iz",     "x",      "y",      "z",      "dx",     "dy",       "dz",      "mag",
-    "u",      "v",      "w",      "velmag", "sx",     "sy",       "sz",      "smag",
-    "dudx",   "dudy",   "dudz",   "dvdx",   "dvdy",   "dvdz",     "dwdx",    "dwdy",
-    "dwdz",   "vort_x", "vort_y", "vort_z", "vort_mag", "shear_x", "shear_y", "shear_z",
-    "nstrain"};
+    "flag",     "corr",    "snr",     "count",   "valid",  "time", "ix",     "iy",     "iz",
+    "x",        "y",       "z",       "dx",      "dy",     "dz",   "mag",    "u",      "v",
+    "w",        "velmag",  "sx",      "sy",      "sz",     "smag", "dudx",   "dudy",   "dudz",
+    "dvdx",     "dvdy",    "dvdz",    "dwdx",    "dwdy",   "dwdz", "vort_x", "vort_y", "vort_z",
+    "vort_mag", "shear_x", "shear_y", "shear_z", "nstrain"};
 static_assert(sizeof(kVariableNames) / sizeof(kVariableNames[0]) == PIV::VAR_COUNT_OF_TYPES,
               "one name for every variable type");
 
@@ -24,17 +23,39 @@ struct NameAlias {
     int type;
 };
 const NameAlias kKnownNames[] = {
-    {"corr", PIV::VAR_CORR},       {"snr", PIV::VAR_SNR},         {"time", PIV::VAR_TIME},
-    {"dx", PIV::VAR_DX},           {"dy", PIV::VAR_DY},           {"dz", PIV::VAR_DZ},
-    {"u", PIV::VAR_U},             {"v", PIV::VAR_V},             {"w", PIV::VAR_W},
-    {"vx", PIV::VAR_U},            {"vy", PIV::VAR_V},            {"vz", PIV::VAR_W},
-    {"sx", PIV::VAR_SX},           {"sy", PIV::VAR_SY},           {"sz", PIV::VAR_SZ},
-    {"dudx", PIV::VAR_DUDX},       {"dudy", PIV::VAR_DUDY},       {"dudz", PIV::VAR_DUDZ},
-    {"dvdx", PIV::VAR_DVDX},       {"dvdy", PIV::VAR_DVDY},       {"dvdz", PIV::VAR_DVDZ},
-    {"dwdx", PIV::VAR_DWDX},       {"dwdy", PIV::VAR_DWDY},       {"dwdz", PIV::VAR_DWDZ},
-    {"vort_x", PIV::VAR_VORT_X},   {"vort_y", PIV::VAR_VORT_Y},   {"vort_z", PIV::VAR_VORT_Z},
-    {"vort", PIV::VAR_VORT_Z},     {"shear_x", PIV::VAR_SHEAR_X}, {"shear_y", PIV::VAR_SHEAR_Y},
-    {"shear_z", PIV::VAR_SHEAR_Z}, {"shear_xy", PIV::VAR_SHEAR_Z}, {"shear", PIV::VAR_SHEAR_Z},
+    {"corr", PIV::VAR_CORR},
+    {"snr", PIV::VAR_SNR},
+    {"time", PIV::VAR_TIME},
+    {"dx", PIV::VAR_DX},
+    {"dy", PIV::VAR_DY},
+    {"dz", PIV::VAR_DZ},
+    {"u", PIV::VAR_U},
+    {"v", PIV::VAR_V},
+    {"w", PIV::VAR_W},
+    {"vx", PIV::VAR_U},
+    {"vy", PIV::VAR_V},
+    {"vz", PIV::VAR_W},
+    {"sx", PIV::VAR_SX},
+    {"sy", PIV::VAR_SY},
+    {"sz", PIV::VAR_SZ},
+    {"dudx", PIV::VAR_DUDX},
+    {"dudy", PIV::VAR_DUDY},
+    {"dudz", PIV::VAR_DUDZ},
+    {"dvdx", PIV::VAR_DVDX},
+    {"dvdy", PIV::VAR_DVDY},
+    {"dvdz", PIV::VAR_DVDZ},
+    {"dwdx", PIV::VAR_DWDX},
+    {"dwdy", PIV::VAR_DWDY},
+    {"dwdz", PIV::VAR_DWDZ},
+    {"vort_x", PIV::VAR_VORT_X},
+    {"vort_y", PIV::VAR_VORT_Y},
+    {"vort_z", PIV::VAR_VORT_Z},
+    {"vort", PIV::VAR_VORT_Z},
+    {"shear_x", PIV::VAR_SHEAR_X},
+    {"shear_y", PIV::VAR_SHEAR_Y},
+    {"shear_z", PIV::VAR_SHEAR_Z},
+    {"shear_xy", PIV::VAR_SHEAR_Z},
+    {"shear", PIV::VAR_SHEAR_Z},
     {"nstrain", PIV::VAR_NSTRAIN},
 };
 
@@ -46,7 +67,9 @@ PIV::AnalysisMode PIV::ToAnalysisMode(int value) {
     return ANALYSIS_CROSS_CORRELATION;
 }
 
-int PIV::DataTypeOfAnalysisMode(int mode) { return ToAnalysisMode(mode) == ANALYSIS_SPECKLE ? 4096 : 2048; }
+int PIV::DataTypeOfAnalysisMode(int mode) {
+    return ToAnalysisMode(mode) == ANALYSIS_SPECKLE ? 4096 : 2048;
+}
 
 const char* PIV::GetVariableNameFromType(int type) {
     if (type < 0 || type >= VAR_COUNT_OF_TYPES) return "";

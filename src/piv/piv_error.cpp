@@ -85,7 +85,9 @@ void formatInto(char* buffer, std::size_t size, const char* format, ...) {
 
 }  // namespace
 
-PIVerror::PIVerror() { init(); }
+PIVerror::PIVerror() {
+    init();
+}
 
 PIVerror::PIVerror(const char* name) {
     init();
@@ -101,7 +103,9 @@ void PIVerror::init() {
     m_detail[0] = '\0';
 }
 
-void PIVerror::setName(const char* name) { PIV::CopyText(m_name, name ? name : "_undefined_"); }
+void PIVerror::setName(const char* name) {
+    PIV::CopyText(m_name, name ? name : "_undefined_");
+}
 
 const char* PIVerror::getErrorMessage(int type) {
     if (type < 0) type = -type;
@@ -191,9 +195,13 @@ void PIVerror::setOverrideErrorHandling(int mode) {
     m_mode = mode;
 }
 
-void PIVerror::clearOverrideErrorHandling() { m_mode = m_savedMode; }
+void PIVerror::clearOverrideErrorHandling() {
+    m_mode = m_savedMode;
+}
 
-void PIVerror::process() { processText(m_mode, m_text); }
+void PIVerror::process() {
+    processText(m_mode, m_text);
+}
 
 void PIVerror::processText(int mode, const char* text) {
     switch (mode) {

@@ -98,8 +98,8 @@ bool PIV::CreateDataGrid4D(DATA_GRID4D& grid, const SIZE3D& sampleSize) {
                       "PIV::CreateDataGrid4D() - grid %dx%dx%d nodes, first (%d,%d,%d), "
                       "step (%d,%d,%d), image %dx%dx%d",
                       nodes.width, nodes.height, nodes.depth, first.x, first.y, first.z,
-                      grid.step.width, grid.step.height, grid.step.depth, image.width,
-                      image.height, image.depth);
+                      grid.step.width, grid.step.height, grid.step.depth, image.width, image.height,
+                      image.depth);
         return true;
     } catch (PIVerror::ErrorType code) {
         PIVerror::handleErrorExt(code, "PIV::CreateDataGrid4D()", DebugLevel() > 0);

@@ -41,12 +41,16 @@ void SendDebugMessageToOutputWindow(const char* text) {
     if (n == 0 || text[n - 1] != '\n') std::fputc('\n', stderr);
 }
 
-void SetMessageHook(PIVMessageHook hook) { g_hook.store(hook); }
-PIVMessageHook MessageHook() { return g_hook.load(); }
+void SetMessageHook(PIVMessageHook hook) {
+    g_hook.store(hook);
+}
+PIVMessageHook MessageHook() {
+    return g_hook.load();
+}
 
-#define KELVANE_FORWARD(prefix)         \
-    va_list args;                       \
-    va_start(args, format);             \
+#define KELVANE_FORWARD(prefix)          \
+    va_list args;                        \
+    va_start(args, format);              \
     sendFormatted(prefix, format, args); \
     va_end(args)
 
@@ -70,7 +74,9 @@ void DebugMessageExt(int level, const char* format, ...) {
     KELVANE_FORWARD(nullptr);
 }
 
-void ShowStatus(const char* format, ...) { KELVANE_FORWARD(nullptr); }
+void ShowStatus(const char* format, ...) {
+    KELVANE_FORWARD(nullptr);
+}
 
 void PrintWarning(const char* format, ...) {
     if (!g_warnings.load()) return;
@@ -87,6 +93,12 @@ void SetDebugLevel(int level) {
         ShowStatus("Setting debugging to level %d", level);
 }
 
-int DebugLevel() { return g_debugLevel.load(); }
-void EnableWarnings(bool enable) { g_warnings.store(enable); }
-bool WarningsEnabled() { return g_warnings.load(); }
+int DebugLevel() {
+    return g_debugLevel.load();
+}
+void EnableWarnings(bool enable) {
+    g_warnings.store(enable);
+}
+bool WarningsEnabled() {
+    return g_warnings.load();
+}

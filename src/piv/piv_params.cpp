@@ -14,7 +14,9 @@ bool sameSize(const SIZE3D& a, const SIZE3D& b) {
     return a.width == b.width && a.height == b.height && a.depth == b.depth;
 }
 
-bool samePoint(const POINT3D& a, const POINT3D& b) { return a.x == b.x && a.y == b.y && a.z == b.z; }
+bool samePoint(const POINT3D& a, const POINT3D& b) {
+    return a.x == b.x && a.y == b.y && a.z == b.z;
+}
 
 // The peak detection settings are one contiguous block of the record, Type to ROI.
 bool samePeakBlock(const PIVEVAL_CFG& a, const PIVEVAL_CFG& b) {
@@ -51,7 +53,9 @@ bool PIV_Parameters::setPivEvalCfg(const PIVEVAL_CFG& cfg, bool lay) {
     return changed;
 }
 
-void PIV_Parameters::setPivParameters(const PIV_PARAMETERS& params) { m_params = params; }
+void PIV_Parameters::setPivParameters(const PIV_PARAMETERS& params) {
+    m_params = params;
+}
 
 bool PIV_Parameters::setPivConvertCfg(const PIVCONVERT_CFG& cfg) {
     PIVCONVERT_CFG next = cfg;

@@ -75,8 +75,12 @@ struct PIV_PEAK {
 };
 
 namespace PIV {
-constexpr int MaxCorrelationPeaks() { return 3; }
-constexpr int MaxGlobalHistROI() { return 3; }
+constexpr int MaxCorrelationPeaks() {
+    return 3;
+}
+constexpr int MaxGlobalHistROI() {
+    return 3;
+}
 }  // namespace PIV
 
 // One node of a vector field: thirty 32-bit words.
@@ -161,8 +165,9 @@ struct IMAGEDEF_CFG {
 };
 
 struct PIVEVAL_CFG {
-    int32_t Method;           // 0 SinglePass, 1 MultiPass, 2 MultiGrid
-    int32_t CorrelationMode;  // 0 CrossCorr, 1 PhaseOnly, 2 MQD, 3 DirectCrossCorr, 4 ErrorCorrFunction
+    int32_t Method;  // 0 SinglePass, 1 MultiPass, 2 MultiGrid
+    int32_t
+        CorrelationMode;  // 0 CrossCorr, 1 PhaseOnly, 2 MQD, 3 DirectCrossCorr, 4 ErrorCorrFunction
     SIZE3D SampleSize;
     SIZE3D FFTSize;
     SIZE3D ScanRange;
@@ -403,7 +408,7 @@ struct OUTPUT_CFG {
     OUTPUT_CFG();
 };
 
-#define KELVANE_ASSERT_RECORD(T)                                                       \
+#define KELVANE_ASSERT_RECORD(T)                                                           \
     static_assert(std::is_trivially_copyable<T>::value, #T " must be trivially copyable"); \
     static_assert(std::is_standard_layout<T>::value, #T " must be standard layout")
 

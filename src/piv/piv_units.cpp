@@ -32,22 +32,42 @@ const UnitTable kDisplacement{kDisplacementNames, kDisplacementFactors, 8, 3};
 
 }  // namespace
 
-int PIV::GridUnitCount() { return kGrid.count; }
-int PIV::VelocityUnitCount() { return kVelocity.count; }
-int PIV::DisplacementUnitCount() { return kDisplacement.count; }
+int PIV::GridUnitCount() {
+    return kGrid.count;
+}
+int PIV::VelocityUnitCount() {
+    return kVelocity.count;
+}
+int PIV::DisplacementUnitCount() {
+    return kDisplacement.count;
+}
 
-int PIV::GetGridUnitIndex(const char* name) { return kGrid.index(name); }
-int PIV::GetVelocityUnitIndex(const char* name) { return kVelocity.index(name); }
-int PIV::GetDisplacementUnitIndex(const char* name) { return kDisplacement.index(name); }
+int PIV::GetGridUnitIndex(const char* name) {
+    return kGrid.index(name);
+}
+int PIV::GetVelocityUnitIndex(const char* name) {
+    return kVelocity.index(name);
+}
+int PIV::GetDisplacementUnitIndex(const char* name) {
+    return kDisplacement.index(name);
+}
 
-const char* PIV::GetGridUnitName(int i) { return kGrid.names[kGrid.clamp(i)]; }
-const char* PIV::GetVelocityUnitName(int i) { return kVelocity.names[kVelocity.clamp(i)]; }
+const char* PIV::GetGridUnitName(int i) {
+    return kGrid.names[kGrid.clamp(i)];
+}
+const char* PIV::GetVelocityUnitName(int i) {
+    return kVelocity.names[kVelocity.clamp(i)];
+}
 const char* PIV::GetDisplacementUnitName(int i) {
     return kDisplacement.names[kDisplacement.clamp(i)];
 }
 
-double PIV::GetGridUnitFactor(int i) { return kGrid.factors[kGrid.clamp(i)]; }
-double PIV::GetVelocityUnitFactor(int i) { return kVelocity.factors[kVelocity.clamp(i)]; }
+double PIV::GetGridUnitFactor(int i) {
+    return kGrid.factors[kGrid.clamp(i)];
+}
+double PIV::GetVelocityUnitFactor(int i) {
+    return kVelocity.factors[kVelocity.clamp(i)];
+}
 double PIV::GetDisplacementUnitFactor(int i) {
     return kDisplacement.factors[kDisplacement.clamp(i)];
 }

@@ -27,7 +27,9 @@ Clock::time_point& timerStart() {
 
 }  // namespace
 
-int PIV::MaxThreadsPossible() { return std::max(1, omp_get_num_procs()); }
+int PIV::MaxThreadsPossible() {
+    return std::max(1, omp_get_num_procs());
+}
 
 int PIV::MaxThreads() {
     int n = g_maxThreads.load();
@@ -103,7 +105,9 @@ char* PIV::ReplaceBackslashes(char* path) {
     return path;
 }
 
-const char* PIV::LibraryVersion() { return "3.6.0.a"; }
+const char* PIV::LibraryVersion() {
+    return "3.6.0.a";
+}
 
 const char* PIV::LibraryVersionLine() {
     static char line[128];

@@ -25,7 +25,7 @@ TEST(CommandLineScan, DebugLevels) {
     };
     const Case cases[] = {
         {{"kelvane2c", "-dbg3"}, 3},
-        {{"kelvane2c", "-dbg"}, 0},  // no number: level 0 through the scanner
+        {{"kelvane2c", "-dbg"}, 0},   // no number: level 0 through the scanner
         {{"kelvane2c", "-DBG3"}, 3},  // the scanner reads a lower-case copy
         {{"kelvane2c", "-debug2"}, 2},
         {{"kelvane2c", "-dbg1", "-dbg4"}, 4},  // the last one wins
@@ -41,9 +41,9 @@ TEST(CommandLineEarlyLook, IsCaseSensitiveAndAtLeastOne) {
     };
     const Case cases[] = {
         {{"kelvane2c", "-dbg3"}, 3},
-        {{"kelvane2c", "-dbg"}, 1},    // no number: at least 1 here
-        {{"kelvane2c", "-DBG3"}, 0},   // missed: this look compares as typed
-        {{"kelvane2c", "-debug2"}, 0}, // only "-dbg" counts here
+        {{"kelvane2c", "-dbg"}, 1},     // no number: at least 1 here
+        {{"kelvane2c", "-DBG3"}, 0},    // missed: this look compares as typed
+        {{"kelvane2c", "-debug2"}, 0},  // only "-dbg" counts here
         {{"kelvane2c", "-dbg5", "x", "-dbg2"}, 2},
     };
     for (const Case& c : cases)
@@ -59,8 +59,7 @@ TEST(CommandLineScan, OptionsKeepBothSpellingsAndFilesAreCleaned) {
     EXPECT_EQ(cl.files(), (std::vector<std::string>{"C:/data/run 1/img_a.tif", "b.par"}));
     EXPECT_TRUE(cl.hasOption("auto"));
     EXPECT_FALSE(cl.hasOption("speckle"));
-    EXPECT_EQ(cl.command(),
-              "kelvane2c -Auto  \"C:\\data\\run 1\\img_a.tif\" -CROSS b.par");
+    EXPECT_EQ(cl.command(), "kelvane2c -Auto  \"C:\\data\\run 1\\img_a.tif\" -CROSS b.par");
 }
 
 TEST(CommandLineScan, HelpAndInfoFlags) {

@@ -139,8 +139,11 @@ TEST(Messages, LevelsWarningsAndSetDebugLevelText) {
     DebugPrintExt(2, "two");
     DebugPrintExt(3, "three");
     SetDebugLevel(0);
-    const std::vector<std::string> expected = {"level zero 0", "status", "Warning - careful",
-                                               "Setting debugging to level 2", "two",
+    const std::vector<std::string> expected = {"level zero 0",
+                                               "status",
+                                               "Warning - careful",
+                                               "Setting debugging to level 2",
+                                               "two",
                                                "Disabling debugging messages"};
     EXPECT_EQ(capture.lines(), expected);
 }

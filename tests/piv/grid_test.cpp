@@ -118,8 +118,8 @@ TEST_P(GridFailure, ReportsTheCodeAndLeavesNodesAlone) {
     EXPECT_EQ(g.nodes.height, 8);
     EXPECT_EQ(g.nodes.depth, 9);
     EXPECT_EQ(g.first.x, 1);
-    const std::string expected = std::string("ERROR in 'PIV::CreateDataGrid4D()' : ") +
-                                 PIVerror::getErrorMessage(c.code);
+    const std::string expected =
+        std::string("ERROR in 'PIV::CreateDataGrid4D()' : ") + PIVerror::getErrorMessage(c.code);
     EXPECT_NE(capture.all().find(expected), std::string::npos) << capture.all();
 }
 

@@ -21,55 +21,68 @@ TEST_P(CheckPivEvalCfg, MendsTheSpoiledField) {
     GetParam().check(cfg);
 }
 
-INSTANTIATE_TEST_SUITE_P(
-    Cases, CheckPivEvalCfg,
-    ::testing::Values(
-        MendCase{"NodesBelowOneBecomeOne", [](PIVEVAL_CFG& c) { c.grid.nodes = {0, -3, 0}; },
-                 [](const PIVEVAL_CFG& c) {
-                     EXPECT_EQ(c.grid.nodes.width, 1);
-                     EXPECT_EQ(c.grid.nodes.height, 1);
-                     EXPECT_EQ(c.grid.nodes.depth, 1);
-                 }},
-        MendCase{"NegativeImageSizeBecomesZero",
-                 [](PIVEVAL_CFG& c) { c.grid.imageSize = {-5, 0, -1}; },
-                 [](const PIVEVAL_CFG& c) {
-                     EXPECT_EQ(c.grid.imageSize.width, 0);
-                     EXPECT_EQ(c.grid.imageSize.height, 0);
-                     EXPECT_EQ(c.grid.imageSize.depth, 0);
-                 }},
-        MendCase{"StepBelowOneBecomes16", [](PIVEVAL_CFG& c) { c.grid.step = {0, -2, 8}; },
-                 [](const PIVEVAL_CFG& c) {
-                     EXPECT_EQ(c.grid.step.width, 16);
-                     EXPECT_EQ(c.grid.step.height, 16);
-                     EXPECT_EQ(c.grid.step.depth, 8);
-                 }},
-        MendCase{"WindowBelowTwoBecomes32AndTheTransformFollows",
-                 [](PIVEVAL_CFG& c) {
-                     c.SampleSize = {1, 64, 1};
-                     c.FFTSize = {8, 8, 1};
-                 },
-                 [](const PIVEVAL_CFG& c) {
-                     EXPECT_EQ(c.SampleSize.width, 32);
-                     EXPECT_EQ(c.SampleSize.height, 64);
-                     EXPECT_EQ(c.SampleSize.depth, 32);
-                     EXPECT_EQ(c.FFTSize.width, 32);
-                     EXPECT_EQ(c.FFTSize.height, 64);
-                     EXPECT_EQ(c.FFTSize.depth, 32);
-                 }},
-        MendCase{"OffsetBeyondThousandBecomesZero",
-                 [](PIVEVAL_CFG& c) { c.SampleOffset = {1001, -1000, -2000}; },
-                 [](const PIVEVAL_CFG& c) {
-                     EXPECT_EQ(c.SampleOffset.x, 0);
-                     EXPECT_EQ(c.SampleOffset.y, -1000);
-                     EXPECT_EQ(c.SampleOffset.z, 0);
-                 }},
-        MendCase{"NegativeFirstNodeBecomesZero", [](PIVEVAL_CFG& c) { c.grid.first = {-1, 5, -9}; },
-                 [](const PIVEVAL_CFG& c) {
-                     EXPECT_EQ(c.grid.first.x, 0);
-                     EXPECT_EQ(c.grid.first.y, 5);
-                     EXPECT_EQ(c.grid.first.z, 0);
-                 }}),
-    [](const ::testing::TestParamInfo<MendCase>& info) { return info.param.name; });
+INSTANTIATE_TEST_SUITE_P(Cases, CheckPivEvalCfg,
+                         ::testing::Values(MendCase{"NodesBelowOneBecomeOne",
+                                                    [](PIVEVAL_CFG& c) {
+                                                        c.grid.nodes = {0, -3, 0};
+                                                    },
+                                                    [](const PIVEVAL_CFG& c) {
+                                                        EXPECT_EQ(c.grid.nodes.width, 1);
+                                                        EXPECT_EQ(c.grid.nodes.height, 1);
+                                                        EXPECT_EQ(c.grid.nodes.depth, 1);
+                                                    }},
+                                           MendCase{"NegativeImageSizeBecomesZero",
+                                                    [](PIVEVAL_CFG& c) {
+                                                        c.grid.imageSize = {-5, 0, -1};
+                                                    },
+                                                    [](const PIVEVAL_CFG& c) {
+                                                        EXPECT_EQ(c.grid.imageSize.width, 0);
+                                                        EXPECT_EQ(c.grid.imageSize.height, 0);
+                                                        EXPECT_EQ(c.grid.imageSize.depth, 0);
+                                                    }},
+                                           MendCase{"StepBelowOneBecomes16",
+                                                    [](PIVEVAL_CFG& c) {
+                                                        c.grid.step = {0, -2, 8};
+                                                    },
+                                                    [](const PIVEVAL_CFG& c) {
+                                                        EXPECT_EQ(c.grid.step.width, 16);
+                                                        EXPECT_EQ(c.grid.step.height, 16);
+                                                        EXPECT_EQ(c.grid.step.depth, 8);
+                                                    }},
+                                           MendCase{"WindowBelowTwoBecomes32AndTheTransformFollows",
+                                                    [](PIVEVAL_CFG& c) {
+                                                        c.SampleSize = {1, 64, 1};
+                                                        c.FFTSize = {8, 8, 1};
+                                                    },
+                                                    [](const PIVEVAL_CFG& c) {
+                                                        EXPECT_EQ(c.SampleSize.width, 32);
+                                                        EXPECT_EQ(c.SampleSize.height, 64);
+                                                        EXPECT_EQ(c.SampleSize.depth, 32);
+                                                        EXPECT_EQ(c.FFTSize.width, 32);
+                                                        EXPECT_EQ(c.FFTSize.height, 64);
+                                                        EXPECT_EQ(c.FFTSize.depth, 32);
+                                                    }},
+                                           MendCase{"OffsetBeyondThousandBecomesZero",
+                                                    [](PIVEVAL_CFG& c) {
+                                                        c.SampleOffset = {1001, -1000, -2000};
+                                                    },
+                                                    [](const PIVEVAL_CFG& c) {
+                                                        EXPECT_EQ(c.SampleOffset.x, 0);
+                                                        EXPECT_EQ(c.SampleOffset.y, -1000);
+                                                        EXPECT_EQ(c.SampleOffset.z, 0);
+                                                    }},
+                                           MendCase{"NegativeFirstNodeBecomesZero",
+                                                    [](PIVEVAL_CFG& c) {
+                                                        c.grid.first = {-1, 5, -9};
+                                                    },
+                                                    [](const PIVEVAL_CFG& c) {
+                                                        EXPECT_EQ(c.grid.first.x, 0);
+                                                        EXPECT_EQ(c.grid.first.y, 5);
+                                                        EXPECT_EQ(c.grid.first.z, 0);
+                                                    }}),
+                         [](const ::testing::TestParamInfo<MendCase>& info) {
+                             return info.param.name;
+                         });
 
 }  // namespace
 

@@ -63,7 +63,8 @@ TEST(Paths, BackslashesBecomeSlashes) {
 }
 
 TEST(Version, LineNamesTheLibraryVersion) {
-    EXPECT_EQ(std::strncmp(PIV::LibraryVersionLine(), "LIBTORVO Version: 3.6.0.a  (Build: ", 35), 0);
+    EXPECT_EQ(std::strncmp(PIV::LibraryVersionLine(), "LIBTORVO Version: 3.6.0.a  (Build: ", 35),
+              0);
 }
 
 TEST(VariableNames, ListAndLookup) {
