@@ -1,0 +1,298 @@
+#include "synthetic_images.h"
+
+#include <algorithm>
+#include <cmath>
+#include <cstddef>
+#include <stdexcept>
+#include <vector>
+
+#include <gtest/gtest.h>
+
+namespace kelvane_test {
+namespace {
+
+constexpr double kPi = 3.14159265358979323846;
+
+// A particle of diameter d has the profile exp(-8 r^2 / d^2), a Gaussian of
+// sigma d/4. For d = 2, sigma is 0.5 px, so the edges of the pixel under its
+// centre lie at +-1 sigma and those of the next pixel at 1 and 3 sigma, and
+// the pixel means follow from the normal probability table:
+//   P(|z| < 1) = 0.682689492, P(|z| < 2) = 0.954499736, P(|z| < 3) = 0.997300204,
+// times the one-axis integral sigma * sqrt(2 pi) = 1.253314137.
+constexpr double kAxisIntegral = 1.253314137;
+constexpr double kCentreAxis = kAxisIntegral * 0.682689492;                         // 0.855624
+constexpr double kNeighbourAxis = kAxisIntegral * (0.997300204 - 0.682689492) / 2;  // 0.197153
+constexpr double kHalfAxis = kAxisIntegral * 0.954499736 / 2;                       // 0.598144
+
+SynthParams FloatImage(int width, int height) {
+    SynthParams params;
+    params.width = width;
+    params.height = height;
+    params.bitDepth = 0;
+    return params;
+}
+
+float At(const std::vector<float>& image, int width, int x, int y) {
+    return image[static_cast<std::size_t>(y) * width + x];
+}
+
+TEST(SyntheticFlows, ShearGrowsLinearlyFromTheReferenceRow) {
+    // dx = 1 + 0.05 (y - 100): 1 px on row 100, 1 + 0.05 * 40 = 3 px on row 140.
+    ShearFlow flow(1.0, 0.05, 100.0);
+    double dx, dy;
+    flow.displacement(7.0, 100.0, dx, dy);
+    EXPECT_DOUBLE_EQ(dx, 1.0);
+    EXPECT_DOUBLE_EQ(dy, 0.0);
+    flow.displacement(200.0, 140.0, dx, dy);
+    EXPECT_DOUBLE_EQ(dx, 3.0);
+}
+
+TEST(SyntheticFlows, SinusoidPeaksAQuarterWavelengthIn) {
+    // Wavelength 64: sin is 1 at y = 16, 0 at y = 32, -1 at y = 48.
+    SinusoidalFlow flow(2.0, 64.0, 0.0, 0.5);
+    double dx, dy;
+    flow.displacement(0.0, 16.0, dx, dy);
+    EXPECT_NEAR(dx, 2.0, 1e-12);
+    EXPECT_DOUBLE_EQ(dy, 0.5);
+    flow.displacement(0.0, 32.0, dx, dy);
+    EXPECT_NEAR(dx, 0.0, 1e-12);
+    flow.displacement(0.0, 48.0, dx, dy);
+    EXPECT_NEAR(dx, -2.0, 1e-12);
+
+    // A phase of pi/2 moves the crest to y = 0.
+    SinusoidalFlow shifted(2.0, 64.0, kPi / 2);
+    shifted.displacement(0.0, 0.0, dx, dy);
+    EXPECT_NEAR(dx, 2.0, 1e-12);
+}
+
+TEST(SyntheticFlows, VortexAtTheCoreRadius) {
+    // Gamma 60, rc 10: at r = rc the speed is 60 / (2 pi 10) * (1 - e^-1)
+    // = 0.954930 * 0.632121 = 0.603631 px. On the +x side of the centre the
+    // tangential direction for positive gamma is +y.
+    LambOseenVortex vortex(128.0, 128.0, 60.0, 10.0);
+    double dx, dy;
+    vortex.displacement(138.0, 128.0, dx, dy);
+    EXPECT_NEAR(dx, 0.0, 1e-12);
+    EXPECT_NEAR(dy, 0.6036307, 1e-6);
+}
+
+TEST(SyntheticFlows, VortexIsTangentialOffAxis) {
+    // Offset (3, 4), r = 5: speed 60 / (2 pi 5) * (1 - e^-0.25) = 0.422459 px
+    // along the tangent (-4, 3) / 5.
+    LambOseenVortex vortex(128.0, 128.0, 60.0, 10.0);
+    double dx, dy;
+    vortex.displacement(131.0, 132.0, dx, dy);
+    EXPECT_NEAR(dx, -0.3379675, 1e-6);
+    EXPECT_NEAR(dy, 0.2534756, 1e-6);
+}
+
+TEST(SyntheticFlows, VortexCentreIsAtRestAndItsCoreTurnsAsASolidBody) {
+    LambOseenVortex vortex(128.0, 128.0, 60.0, 10.0);
+    double dx, dy;
+    vortex.displacement(128.0, 128.0, dx, dy);
+    EXPECT_EQ(dx, 0.0);
+    EXPECT_EQ(dy, 0.0);
+    // For r << rc, speed = gamma / (2 pi rc^2) * r = 0.0954930 * r.
+    vortex.displacement(128.0, 128.0 + 1e-6, dx, dy);
+    EXPECT_NEAR(dx, -0.0954930e-6, 1e-12);
+    EXPECT_NEAR(dy, 0.0, 1e-18);
+}
+
+TEST(SyntheticImages, ParticleOnAPixelCentreMatchesTheNormalTable) {
+    const std::vector<Particle> particles{{8.0, 8.0, 1.0, 2.0}};
+    const std::vector<float> image = RenderParticles(particles, 17, 17, FloatImage(17, 17));
+    EXPECT_NEAR(At(image, 17, 8, 8), kCentreAxis * kCentreAxis, 1e-6);  // 0.732093
+    EXPECT_NEAR(At(image, 17, 9, 8), kCentreAxis * kNeighbourAxis, 1e-6);
+    EXPECT_NEAR(At(image, 17, 8, 7), kCentreAxis * kNeighbourAxis, 1e-6);
+    EXPECT_NEAR(At(image, 17, 7, 9), kNeighbourAxis * kNeighbourAxis, 1e-6);
+}
+
+TEST(SyntheticImages, ParticleOnAPixelEdgeSplitsEvenly) {
+    // At x = 10.5 pixel 10 covers [-2 sigma, 0] and pixel 11 [0, 2 sigma].
+    const std::vector<Particle> particles{{10.5, 8.0, 1.0, 2.0}};
+    const std::vector<float> image = RenderParticles(particles, 21, 17, FloatImage(21, 17));
+    EXPECT_NEAR(At(image, 21, 10, 8), kHalfAxis * kCentreAxis, 1e-6);  // 0.511787
+    EXPECT_FLOAT_EQ(At(image, 21, 10, 8), At(image, 21, 11, 8));
+    EXPECT_FLOAT_EQ(At(image, 21, 9, 8), At(image, 21, 12, 8));
+}
+
+TEST(SyntheticImages, ImageHoldsTheWholeParticleVolume) {
+    // Pixels are unit squares, so their sum is the profile's volume
+    // 2 pi sigma^2 * peak = pi d^2 / 8 * peak, here pi / 2 * 0.6.
+    const std::vector<Particle> particles{{16.37, 15.81, 0.6, 2.0}};
+    const std::vector<float> image = RenderParticles(particles, 32, 32, FloatImage(32, 32));
+    double sum = 0.0;
+    for (float v : image) sum += v;
+    EXPECT_NEAR(sum, kPi / 2 * 0.6, 1e-6);
+}
+
+TEST(SyntheticImages, CentroidOfAnIsolatedParticleIsItsPosition) {
+    const std::vector<Particle> particles{{20.3, 17.8, 0.8, 3.0}};
+    const std::vector<float> image = RenderParticles(particles, 40, 40, FloatImage(40, 40));
+    double sum = 0.0, sx = 0.0, sy = 0.0;
+    for (int y = 8; y <= 28; ++y) {
+        for (int x = 10; x <= 30; ++x) {
+            const double v = At(image, 40, x, y);
+            sum += v;
+            sx += v * x;
+            sy += v * y;
+        }
+    }
+    EXPECT_NEAR(sx / sum, 20.3, 0.01);
+    EXPECT_NEAR(sy / sum, 17.8, 0.01);
+}
+
+TEST(SyntheticImages, QuantisationRoundsToNearestCount) {
+    // Peak 0.5 at a pixel centre, d = 2, 8 bits (full scale 255):
+    //   centre    0.5 * 0.732093 * 255 = 93.34 -> 93
+    //   neighbour 0.5 * 0.168689 * 255 = 21.51 -> 22 (truncation would give 21)
+    //   diagonal  0.5 * 0.038869 * 255 =  4.96 ->  5
+    SynthParams params = FloatImage(17, 17);
+    params.bitDepth = 8;
+    const std::vector<Particle> particles{{8.0, 8.0, 0.5, 2.0}};
+    const std::vector<float> image = RenderParticles(particles, 17, 17, params);
+    EXPECT_EQ(At(image, 17, 8, 8), 93.0f);
+    EXPECT_EQ(At(image, 17, 9, 8), 22.0f);
+    EXPECT_EQ(At(image, 17, 9, 9), 5.0f);
+}
+
+TEST(SyntheticImages, OverexposedParticlesClipAtFullScale) {
+    SynthParams params;
+    params.width = params.height = 64;
+    params.particleDensity = 0.05;
+    params.peakIntensity = 3.0;
+    for (int bits : {8, 16}) {
+        params.bitDepth = bits;
+        const SyntheticPair pair = RenderPair(params, UniformFlow(0.0, 0.0));
+        const float fullScale = static_cast<float>((1 << bits) - 1);
+        EXPECT_EQ(*std::max_element(pair.a.begin(), pair.a.end()), fullScale) << bits << " bits";
+        for (float v : pair.a) ASSERT_EQ(v, std::floor(v)) << "counts must be whole";
+    }
+}
+
+TEST(SyntheticImages, NoiseBelowZeroClipsAtZero) {
+    // Pure zero-mean noise: about half of the pixels would be negative.
+    SynthParams params;
+    params.width = params.height = 64;
+    params.particleDensity = 0.0;
+    params.noiseSigma = 0.05;
+    const SyntheticPair pair = RenderPair(params, UniformFlow(0.0, 0.0));
+    EXPECT_EQ(*std::min_element(pair.a.begin(), pair.a.end()), 0.0f);
+    const double zeros = std::count(pair.a.begin(), pair.a.end(), 0.0f) / double(pair.a.size());
+    EXPECT_GT(zeros, 0.45);
+    EXPECT_LT(zeros, 0.60);
+}
+
+TEST(SyntheticImages, NoiseHasTheRequestedSigmaAndIsIndependentBetweenFrames) {
+    // 65536 samples: the mean's standard error is 0.1 / 256 = 0.0004, the
+    // sigma's about 0.0003, the A-B correlation's 1 / 256 = 0.004. Shared noise
+    // would give a correlation of 1 and a false peak at zero displacement.
+    SynthParams params = FloatImage(256, 256);
+    params.particleDensity = 0.0;
+    params.noiseSigma = 0.1;
+    const SyntheticPair pair = RenderPair(params, UniformFlow(0.0, 0.0));
+    double sa = 0.0, saa = 0.0, sab = 0.0, sbb = 0.0;
+    for (std::size_t n = 0; n < pair.a.size(); ++n) {
+        sa += pair.a[n];
+        saa += double(pair.a[n]) * pair.a[n];
+        sab += double(pair.a[n]) * pair.b[n];
+        sbb += double(pair.b[n]) * pair.b[n];
+    }
+    const double count = double(pair.a.size());
+    EXPECT_NEAR(sa / count, 0.0, 0.002);
+    EXPECT_NEAR(std::sqrt(saa / count), 0.1, 0.002);
+    EXPECT_NEAR(sab / std::sqrt(saa * sbb), 0.0, 0.02);
+}
+
+TEST(SyntheticPairs, ParticleCountFollowsDensityOverTheWidenedArea) {
+    // 0.02 * (256 + 32) * (256 + 32) = 1658.88 -> 1659, seeded over
+    // [-16.5, 271.5] on both axes.
+    const SyntheticPair pair = RenderPair(SynthParams{}, UniformFlow(0.0, 0.0));
+    ASSERT_EQ(pair.particlesA.size(), 1659u);
+    ASSERT_EQ(pair.particlesB.size(), 1659u);
+    double minX = 1e9, maxX = -1e9, minY = 1e9, maxY = -1e9;
+    for (const Particle& p : pair.particlesA) {
+        minX = std::min(minX, p.x);
+        maxX = std::max(maxX, p.x);
+        minY = std::min(minY, p.y);
+        maxY = std::max(maxY, p.y);
+    }
+    EXPECT_GE(minX, -16.5);
+    EXPECT_LE(maxX, 271.5);
+    EXPECT_GE(minY, -16.5);
+    EXPECT_LE(maxY, 271.5);
+    // The margins are populated, not just the image.
+    EXPECT_LT(minX, -10.0);
+    EXPECT_GT(maxX, 265.0);
+    EXPECT_LT(minY, -10.0);
+    EXPECT_GT(maxY, 265.0);
+}
+
+TEST(SyntheticPairs, UniformShiftMovesEveryParticleAndEveryPixel) {
+    SynthParams params;
+    params.width = params.height = 96;
+    params.particleDensity = 0.04;
+    const SyntheticPair pair = RenderPair(params, UniformFlow(3.0, -2.0));
+    ASSERT_EQ(pair.particlesA.size(), pair.particlesB.size());
+    for (std::size_t n = 0; n < pair.particlesA.size(); ++n) {
+        ASSERT_NEAR(pair.particlesB[n].x - pair.particlesA[n].x, 3.0, 1e-12);
+        ASSERT_NEAR(pair.particlesB[n].y - pair.particlesA[n].y, -2.0, 1e-12);
+    }
+    // B(x, y) = A(x - 3, y + 2) wherever both exist: the pixel integration
+    // depends only on the particle's position relative to the pixel.
+    for (int y = 0; y < params.height - 2; ++y)
+        for (int x = 3; x < params.width; ++x)
+            ASSERT_EQ(pair.pixelB(x, y), pair.pixelA(x - 3, y + 2)) << x << "," << y;
+}
+
+TEST(SyntheticPairs, ParticlesAreCentredOnTheFlowAtTheirMidpoint) {
+    // Near a vortex core the displacement changes by tenths of a pixel per
+    // pixel, so evaluating the flow at the A position instead of the midpoint
+    // would show here.
+    SynthParams params;
+    params.width = params.height = 64;
+    const LambOseenVortex vortex(32.0, 32.0, 40.0, 6.0);
+    const SyntheticPair pair = RenderPair(params, vortex);
+    for (std::size_t n = 0; n < pair.particlesA.size(); ++n) {
+        const Particle& a = pair.particlesA[n];
+        const Particle& b = pair.particlesB[n];
+        double dx, dy;
+        ExactDisplacement(vortex, (a.x + b.x) / 2, (a.y + b.y) / 2, dx, dy);
+        ASSERT_NEAR(b.x - a.x, dx, 1e-9);
+        ASSERT_NEAR(b.y - a.y, dy, 1e-9);
+    }
+}
+
+TEST(SyntheticPairs, SeedDeterminesThePair) {
+    SynthParams params;
+    params.width = params.height = 64;
+    params.noiseSigma = 0.02;
+    const SinusoidalFlow flow(1.5, 32.0);
+    const SyntheticPair first = RenderPair(params, flow);
+    const SyntheticPair again = RenderPair(params, flow);
+    EXPECT_EQ(first.a, again.a);
+    EXPECT_EQ(first.b, again.b);
+    params.seed = 2;
+    const SyntheticPair other = RenderPair(params, flow);
+    EXPECT_NE(first.a, other.a);
+    EXPECT_NE(first.particlesA.front().x, other.particlesA.front().x);
+}
+
+TEST(SyntheticPairs, RejectsParametersItCannotHonour) {
+    const UniformFlow still(0.0, 0.0);
+    SynthParams params;
+    params.bitDepth = 4;
+    EXPECT_THROW(RenderPair(params, still), std::invalid_argument);
+    params = SynthParams{};
+    params.width = 0;
+    EXPECT_THROW(RenderPair(params, still), std::invalid_argument);
+    params = SynthParams{};
+    params.particleDiameter = 0.0;
+    EXPECT_THROW(RenderPair(params, still), std::invalid_argument);
+    params = SynthParams{};
+    params.particleDensity = -0.1;
+    EXPECT_THROW(RenderPair(params, still), std::invalid_argument);
+}
+
+}  // namespace
+}  // namespace kelvane_test
