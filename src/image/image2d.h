@@ -1,0 +1,212 @@
+// Image2D: the one raster type. It owns one block of pixels of one of four
+// pixel types (ImageType) and offers typed access, statistics, conversion and
+// pixel arithmetic. Pixels are always float at the interface.
+//
+// Layout: the block holds bytesPerLine() x height() bytes; row y starts at
+// bits() + y * bytesPerLine(). Rows are padded to a multiple of 4 bytes, so
+// 8-bit and 16-bit rows may end in up to 3 bytes of undefined padding.
+//
+// Failures are reported through error() with the member's name as context,
+// and the member returns false (or 0).
+#pragma once
+
+#include <cstdint>
+#include <string>
+
+#include "image_base.h"
+#include "piv_types.h"
+
+class Image2D : public ImageBaseClass {
+public:
+    Image2D();
+    Image2D(const Image2D& other);
+    explicit Image2D(const char* path);
+    explicit Image2D(const std::string& path);
+    Image2D(const char* path, PCO_SplitMode mode);
+    Image2D(int64_t width, int64_t height, ImageType type);
+    ~Image2D() override;
+
+    Image2D& operator=(const Image2D& other);
+
+    // Deletes the object when the count goes from 1 to 0.
+    uint32_t addRef() { return ++m_refCount; }
+    uint32_t release();
+    uint32_t referenceCount() const { return m_refCount; }
+
+    // ---- storage -------------------------------------------------------
+    // Re-allocation to the same geometry keeps the pixels; a block of the same
+    // byte size is reused with its bytes; a fresh block is uninitialised. On
+    // failure the image keeps its old block and geometry.
+    bool alloc(int64_t width, int64_t height, ImageType type, int64_t padding = 0);
+    bool resize(int64_t width, int64_t height, ImageType type) { return alloc(width, height, type, 0); }
+    bool resize(const SIZE2D& size, ImageType type) { return alloc(size.width, size.height, type, 0); }
+    void destroy();
+    bool isSameSize(const Image2D& other, bool checkType) const;
+    bool isNull() const;
+
+    // ---- geometry ------------------------------------------------------
+    SIZE2D size2D() const;
+    SIZE3D size3D() const;
+    uint64_t numPixels() const { return m_width * m_height * m_depth; }
+    uint64_t numBytes() const { return m_height * m_bytesPerLine * m_depth; }
+    uint64_t bytesPerPlane() const { return m_height * m_bytesPerLine; }
+    uint64_t padding() const { return m_padding; }
+    bool isInside(int64_t x, int64_t y) const;
+    // True if any of the four corners lies inside.
+    bool isRectInside(int64_t x, int64_t y, int64_t dx, int64_t dy) const;
+
+    uint8_t* bits() { return m_bits; }
+    const uint8_t* bits() const { return m_bits; }
+    uint8_t* baseAddr() { return m_block; }
+    // Unchecked typed row access for kernels that know the type.
+    template <typename T>
+    T* scanLine(uint64_t y) {
+        return reinterpret_cast<T*>(m_bits + y * m_bytesPerLine);
+    }
+    template <typename T>
+    const T* scanLine(uint64_t y) const {
+        return reinterpret_cast<const T*>(m_bits + y * m_bytesPerLine);
+    }
+
+    // ---- pixels ----------------------------------------------------------
+    float pixel(int x, int y) const;
+    // Truncates toward zero without clamping: on integer images the value
+    // wraps by its low bits (256.0 stores 0 in an 8-bit image).
+    bool setPixel(int x, int y, float value);
+    // x counts bytes whatever the type.
+    uint8_t* pixelAddr(int x, int y);
+    bool getRow(float* out, int y) const;
+    // Rounds half up and clamps to 0..255 or 0..65535; 32-bit rounds, no clamp.
+    bool putRow(const float* values, int y);
+    bool getColumn(float* out, int x) const;
+    bool putColumn(const float* values, int x);
+    // The pixel pointer for y < 0 or a null image; row `height` for y > height.
+    uint8_t* line(int y);
+    // Stores the truncated value everywhere, padding included, and sets the
+    // statistics to the float value without a scan.
+    bool fill(float value);
+    bool erase();
+    // Copies the w x h window at (x0, y0) as float into rows `stride` floats
+    // apart (stride 0 means w), clearing columns w..stride-1.
+    bool fillSample(float* out, int w, int h, int x0, int y0, int stride = 0) const;
+    // Method -1 is the nearest pixel. Every other method interpolates along
+    // the row below y only (see the source); it is no general interpolator.
+    float interpolatedPixel(float x, float y, int method = 0) const;
+
+    // ---- statistics ------------------------------------------------------
+    bool doStatistics(bool force) override;
+    double minimum();
+    double maximum();
+    double mean();
+    double variance();
+    // The range is 0..255 for 8-bit images, 0..2^k-1 above, the actual
+    // minimum and maximum for float images.
+    bool histogram(uint32_t* bins, int count, double& binWidth, double& low, double& high);
+    bool isConstant(bool againstZero) const;
+    bool isZero() const { return isConstant(true); }
+    bool localMean(int x0, int y0, int w, int h, double& mean, double& deviation) const;
+    float localMean(int x, int y, float* variance, bool* ok, int size) const;
+    FPOINT2D getSampleCentroid(int w, int h, int x, int y, bool binary) const;
+
+    // ---- whole-image operations ------------------------------------------
+    bool copy(const Image2D& src);
+    bool copyROI(const Image2D& src, int x0, int y0, int w, int h);
+    bool crop(const RECT2D& rect);
+    bool crop3D(const RECT3D& rect);
+
+    // Same size and type; these set need-stats but not the changed flag.
+    bool operator+=(const Image2D& other);
+    bool operator-=(const Image2D& other);
+    bool operator*=(const Image2D& other);
+    bool operator/=(const Image2D& other);
+    bool operator+=(float offset);
+    bool operator*=(float factor);
+
+    bool bias(double offset, bool clip);
+    bool subtract(double value, bool clip);
+    bool subtract(const Image2D& src, bool clip);
+    bool scale(double factor, bool clip);
+    bool square(bool clip);
+    bool squared(const Image2D& src, bool clip);
+    bool gammaCorrection(double gamma, double top);
+    bool clipHigh(double value);
+    bool clipLow(double value);
+    bool clipRange(double low, double high);
+    bool scaleToRange(double low, double high);
+    bool normalize(double scale);
+    bool negative(double offset);
+    bool minImage(const Image2D& other);
+    bool maxImage(const Image2D& other);
+    bool applyLUT(const float* lut, uint64_t count);
+    bool applyMask(const Image2D& mask, bool inverted);
+    bool getValidPixels(const Image2D& src, float low, float high);
+    bool testPattern(float start, float step, int every);
+    bool replicate(const float* line, int length, int count, bool alongRows);
+    bool vectorMultiply(const float* a, int na, const float* b, int nb);
+    void dumpContents() const;
+    bool operator==(const Image2D& other) const;
+    bool operator!=(const Image2D& other) const { return !(*this == other); }
+
+    // ---- type change -------------------------------------------------------
+    bool to8Bit(bool clip = true);
+    bool to16Bit(bool clip = true);
+    bool to32Bit(bool clip = true);
+    bool toFloat();
+    bool convertToType(ImageType type);
+    bool convertDepth(ImageType type) { return convertToType(type); }
+
+    // ---- files -----------------------------------------------------------
+    bool load(const char* path, int page = 0);
+    bool load(const std::string& path, int page = 0) { return load(path.c_str(), page); }
+    bool save(const char* path, int format = -1);
+    static int getFileFormat(const char* path);
+    bool loadPGM(const char* path);
+    // Binary P5: 8-bit images with maxval 255, 16-bit images with maxval
+    // 65535 (high byte first). Written beside the target and renamed over it.
+    bool savePGM(const char* path);
+
+    // ---- state of loading and orientation ----------------------------------
+    PCO_SplitMode pcoSplitMode() const { return m_pcoSplitMode; }
+    void setPCOSplitMode(PCO_SplitMode mode) { m_pcoSplitMode = mode; }
+    bool wasSplitPCO() const { return m_wasSplit; }
+    int currentRotation() const { return m_rotation; }
+    bool isFlippedTB() const { return m_flipTB == 2; }
+    bool isFlippedLR() const { return m_flipLR == 1; }
+    void setFlipFlags(int flags) {
+        m_flipTB = flags & 2;
+        m_flipLR = flags & 1;
+    }
+
+protected:
+    // The throwing cores of the public members: they raise a bare
+    // PIVerror::ErrorType so that a caller reports under its own name.
+    void allocOrThrow(int64_t width, int64_t height, ImageType type, int64_t padding);
+    void copyOrThrow(const Image2D& src);
+    void convertOrThrow(ImageType type, bool clip);
+    void checkPixelOrThrow(int64_t x, int64_t y) const;
+    void clearOrientation() {
+        m_rotation = 0;
+        m_flipTB = 0;
+        m_flipLR = 0;
+    }
+    // Exchanges blocks and geometry, not names, flags or statistics.
+    void swapStorage(Image2D& other);
+    void markChanged() {
+        m_needStats = true;
+        m_changed = true;
+    }
+    bool clipLowOrThrow(double value);
+    bool clipHighOrThrow(double value);
+    void biasOrThrow(double offset, bool clip);
+
+    uint64_t m_padding;
+    PCO_SplitMode m_pcoSplitMode;
+    bool m_wasSplit;
+    uint8_t* m_bits;
+    uint8_t* m_block;
+    uint64_t m_blockSize;
+    int m_rotation;
+    int m_flipTB;
+    int m_flipLR;
+    uint32_t m_refCount;
+};
