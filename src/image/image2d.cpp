@@ -31,11 +31,15 @@ uint64_t _physicalMemoryBytes() {
 
 int _bitsOfType(ImageType type) {
     switch (type) {
-        case IMAGE_UINT8: return 8;
-        case IMAGE_UINT16: return 16;
+        case IMAGE_UINT8:
+            return 8;
+        case IMAGE_UINT16:
+            return 16;
         case IMAGE_UINT32:
-        case IMAGE_FLOAT: return 32;
-        default: return 0;
+        case IMAGE_FLOAT:
+            return 32;
+        default:
+            return 0;
     }
 }
 
@@ -61,7 +65,13 @@ Image2D::Image2D()
 
 // The whole state comes across, not only what copy() takes: a copy of a
 // rotated PCO frame is still a rotated PCO frame.
-Image2D::Image2D(const Image2D& other) : ImageBaseClass(other), m_padding(0), m_bits(nullptr), m_block(nullptr), m_blockSize(0), m_refCount(1) {
+Image2D::Image2D(const Image2D& other)
+    : ImageBaseClass(other),
+      m_padding(0),
+      m_bits(nullptr),
+      m_block(nullptr),
+      m_blockSize(0),
+      m_refCount(1) {
     m_error.setName("Image2D");
     m_pcoSplitMode = other.m_pcoSplitMode;
     m_wasSplit = other.m_wasSplit;
@@ -71,9 +81,13 @@ Image2D::Image2D(const Image2D& other) : ImageBaseClass(other), m_padding(0), m_
     if (!other.isNull() && copy(other)) m_fileFormat = other.m_fileFormat;
 }
 
-Image2D::Image2D(const char* path) : Image2D() { load(path, 0); }
+Image2D::Image2D(const char* path) : Image2D() {
+    load(path, 0);
+}
 
-Image2D::Image2D(const std::string& path) : Image2D() { load(path.c_str(), 0); }
+Image2D::Image2D(const std::string& path) : Image2D() {
+    load(path.c_str(), 0);
+}
 
 Image2D::Image2D(const char* path, PCO_SplitMode mode) : Image2D() {
     m_pcoSplitMode = mode;
@@ -84,7 +98,9 @@ Image2D::Image2D(int64_t width, int64_t height, ImageType type) : Image2D() {
     alloc(width, height, type, 0);
 }
 
-Image2D::~Image2D() { delete[] m_block; }
+Image2D::~Image2D() {
+    delete[] m_block;
+}
 
 Image2D& Image2D::operator=(const Image2D& other) {
     if (this == &other) {
@@ -129,7 +145,8 @@ void Image2D::allocOrThrow(int64_t width, int64_t height, ImageType type, int64_
     }
     // Checked while still signed: a negative int must not become a huge size.
     if (width <= 0 || height <= 0 || padding < 0) {
-        m_error.setMessage("alloc() - bad image size (%" PRId64 "x%" PRId64 ", padding %" PRId64 ")",
+        m_error.setMessage("alloc() - bad image size (%" PRId64 "x%" PRId64 ", padding %" PRId64
+                           ")",
                            width, height, padding);
         throw PIVerror::BAD_IMAGE_SIZE;
     }
@@ -159,7 +176,8 @@ void Image2D::allocOrThrow(int64_t width, int64_t height, ImageType type, int64_
     uint64_t size = 0;
     if (__builtin_mul_overflow(rows, stride, &size) || size > static_cast<uint64_t>(PTRDIFF_MAX) ||
         size > _physicalMemoryBytes()) {
-        m_error.setMessage("alloc() - %" PRId64 "x%" PRId64 " image of %d bits is too large for this machine",
+        m_error.setMessage("alloc() - %" PRId64 "x%" PRId64
+                           " image of %d bits is too large for this machine",
                            width, height, bits);
         throw PIVerror::DATA_TOO_LARGE;
     }
@@ -170,8 +188,8 @@ void Image2D::allocOrThrow(int64_t width, int64_t height, ImageType type, int64_
     if (!m_block || size != m_blockSize) {
         block = new (std::nothrow) uint8_t[size];
         if (!block) {
-            m_error.setMessage("alloc() - cannot allocate %" PRIu64 " bytes for %" PRId64 "x%" PRId64
-                               " pixels of %d bits",
+            m_error.setMessage("alloc() - cannot allocate %" PRIu64 " bytes for %" PRId64
+                               "x%" PRId64 " pixels of %d bits",
                                size, width, height, bits);
             throw PIVerror::ALLOCATION_FAILED;
         }
@@ -247,7 +265,8 @@ SIZE3D Image2D::size3D() const {
 }
 
 bool Image2D::isInside(int64_t x, int64_t y) const {
-    return x >= 0 && y >= 0 && x < static_cast<int64_t>(m_width) && y < static_cast<int64_t>(m_height);
+    return x >= 0 && y >= 0 && x < static_cast<int64_t>(m_width) &&
+           y < static_cast<int64_t>(m_height);
 }
 
 bool Image2D::isRectInside(int64_t x, int64_t y, int64_t dx, int64_t dy) const {
@@ -260,7 +279,8 @@ bool Image2D::isRectInside(int64_t x, int64_t y, int64_t dx, int64_t dy) const {
 void Image2D::checkPixelOrThrow(int64_t x, int64_t y) const {
     if (isNull()) throw PIVerror::IMAGE_IS_NULL;
     if (!isInside(x, y)) {
-        m_error.setMessage("pixel (%" PRId64 ",%" PRId64 ") outside of %" PRIu64 "x%" PRIu64 " image",
+        m_error.setMessage("pixel (%" PRId64 ",%" PRId64 ") outside of %" PRIu64 "x%" PRIu64
+                           " image",
                            x, y, m_width, m_height);
         throw PIVerror::OUTSIDE_IMAGE;
     }
@@ -393,7 +413,8 @@ bool Image2D::fillSample(float* out, int w, int h, int x0, int y0, int stride) c
         if (isNull()) throw PIVerror::IMAGE_IS_NULL;
         if (x0 < 0 || y0 < 0 || static_cast<int64_t>(x0) + w > static_cast<int64_t>(m_width) ||
             static_cast<int64_t>(y0) + h > static_cast<int64_t>(m_height)) {
-            m_error.setMessage("fillSample() - %dx%d sample at (%d,%d) outside of image", w, h, x0, y0);
+            m_error.setMessage("fillSample() - %dx%d sample at (%d,%d) outside of image", w, h, x0,
+                               y0);
             throw PIVerror::OUTSIDE_IMAGE;
         }
         if (!out) throw PIVerror::INVALID_POINTER;
@@ -473,7 +494,8 @@ bool Image2D::copyROI(const Image2D& src, int x0, int y0, int w, int h) {
             for (int j = 0; j < h; j++) {
                 const int64_t sy = static_cast<int64_t>(y0) + j;
                 if (sy < 0 || sy >= static_cast<int64_t>(src.m_height)) continue;
-                std::memcpy(roi.line(j), src.scanLine<uint8_t>(static_cast<uint64_t>(sy)) + firstColumn * bpp,
+                std::memcpy(roi.line(j),
+                            src.scanLine<uint8_t>(static_cast<uint64_t>(sy)) + firstColumn * bpp,
                             static_cast<uint64_t>(n) * bpp);
             }
         }
@@ -505,9 +527,10 @@ bool Image2D::crop(const RECT2D& rect) {
         cropped.allocOrThrow(w, h, m_type, 0);
         const uint64_t bpp = static_cast<uint64_t>(bytesPerPixel());
         for (int64_t j = 0; j < h; j++)
-            std::memcpy(cropped.scanLine<uint8_t>(static_cast<uint64_t>(j)),
-                        scanLine<uint8_t>(static_cast<uint64_t>(y0 + j)) + static_cast<uint64_t>(x0) * bpp,
-                        static_cast<uint64_t>(w) * bpp);
+            std::memcpy(
+                cropped.scanLine<uint8_t>(static_cast<uint64_t>(j)),
+                scanLine<uint8_t>(static_cast<uint64_t>(y0 + j)) + static_cast<uint64_t>(x0) * bpp,
+                static_cast<uint64_t>(w) * bpp);
         swapStorage(cropped);
         markChanged();
     });
@@ -542,7 +565,8 @@ void Image2D::dumpContents() const {
     for (uint64_t y = 0; y < m_height; y++) {
         std::printf("r=%" PRIu64 " -", y);
         for (uint64_t x = 0; x < m_width; x++)
-            std::printf("  %g", static_cast<double>(pixel(static_cast<int>(x), static_cast<int>(y))));
+            std::printf("  %g",
+                        static_cast<double>(pixel(static_cast<int>(x), static_cast<int>(y))));
         std::printf("\n");
     }
     std::fflush(stdout);

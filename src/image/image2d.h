@@ -38,8 +38,12 @@ public:
     // byte size is reused with its bytes; a fresh block is uninitialised. On
     // failure the image keeps its old block and geometry.
     bool alloc(int64_t width, int64_t height, ImageType type, int64_t padding = 0);
-    bool resize(int64_t width, int64_t height, ImageType type) { return alloc(width, height, type, 0); }
-    bool resize(const SIZE2D& size, ImageType type) { return alloc(size.width, size.height, type, 0); }
+    bool resize(int64_t width, int64_t height, ImageType type) {
+        return alloc(width, height, type, 0);
+    }
+    bool resize(const SIZE2D& size, ImageType type) {
+        return alloc(size.width, size.height, type, 0);
+    }
     void destroy();
     bool isSameSize(const Image2D& other, bool checkType) const;
     bool isNull() const;

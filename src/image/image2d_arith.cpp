@@ -34,7 +34,9 @@ const T* _flat(const Image2D& img) {
     return img.scanLine<T>(0);
 }
 
-uint64_t _flatCount(const Image2D& img) { return img.pixelsPerLine() * img.height(); }
+uint64_t _flatCount(const Image2D& img) {
+    return img.pixelsPerLine() * img.height();
+}
 
 }  // namespace
 
@@ -225,7 +227,8 @@ void _squareInto(T* dst, const T* src, uint64_t n, bool clip) {
             const uint64_t r = v * v;
             // 32 bits are never limited.
             if (clip && sizeof(T) < 4)
-                dst[i] = static_cast<T>(std::min<uint64_t>(r, static_cast<uint64_t>(Traits<T>::top)));
+                dst[i] =
+                    static_cast<T>(std::min<uint64_t>(r, static_cast<uint64_t>(Traits<T>::top)));
             else
                 dst[i] = static_cast<T>(r);
         }
@@ -509,7 +512,8 @@ bool Image2D::applyLUT(const float* lut, uint64_t count) {
         if (!lut) throw PIVerror::INVALID_POINTER;
         if (count == 0) throw PIVerror::BAD_DIMENSIONS;
         Image2D result;
-        result.allocOrThrow(static_cast<int64_t>(m_width), static_cast<int64_t>(m_height), IMAGE_FLOAT, 0);
+        result.allocOrThrow(static_cast<int64_t>(m_width), static_cast<int64_t>(m_height),
+                            IMAGE_FLOAT, 0);
         // Every type takes the last entry for a value beyond the table, so a
         // short table is never read past its end.
         const float last = lut[count - 1];
@@ -566,7 +570,8 @@ bool Image2D::getValidPixels(const Image2D& src, float low, float high) {
         // An existing 8-bit image of the right size is narrowed further; a
         // freshly sized one starts with every pixel set.
         const bool fresh = !(m_type == IMAGE_UINT8 && isSameSize(*s, false) && !isNull());
-        allocOrThrow(static_cast<int64_t>(s->width()), static_cast<int64_t>(s->height()), IMAGE_UINT8, 0);
+        allocOrThrow(static_cast<int64_t>(s->width()), static_cast<int64_t>(s->height()),
+                     IMAGE_UINT8, 0);
         if (fresh) std::memset(m_bits, 255, numBytes());
         const double lo = static_cast<double>(TruncWide(low));
         const double hi = static_cast<double>(TruncWide(high));
@@ -667,7 +672,8 @@ bool Image2D::replicate(const float* lineData, int length, int count, bool along
                 std::memcpy(scanLine<float>(y), lineData, m_width * sizeof(float));
         } else {
             allocOrThrow(count, length, IMAGE_FLOAT, 0);
-            for (uint64_t y = 0; y < m_height; y++) std::fill_n(scanLine<float>(y), m_width, lineData[y]);
+            for (uint64_t y = 0; y < m_height; y++)
+                std::fill_n(scanLine<float>(y), m_width, lineData[y]);
         }
         markChanged();
     });

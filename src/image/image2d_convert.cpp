@@ -48,7 +48,8 @@ void Image2D::convertOrThrow(ImageType target, bool clip) {
     if (isNull()) throw PIVerror::IMAGE_IS_NULL;
     if (m_type == target) return;
     Image2D converted;
-    converted.allocOrThrow(static_cast<int64_t>(m_width), static_cast<int64_t>(m_height), target, 0);
+    converted.allocOrThrow(static_cast<int64_t>(m_width), static_cast<int64_t>(m_height), target,
+                           0);
     Dispatch(m_type, [&](auto stag) {
         using S = typename decltype(stag)::type;
         Dispatch(target, [&](auto dtag) {
@@ -98,12 +99,17 @@ bool Image2D::convertToType(ImageType type) {
         return false;
     }
     switch (type) {
-        case IMAGE_UINT8: return to8Bit(true);
-        case IMAGE_UINT16: return to16Bit(true);
-        case IMAGE_UINT32: return to32Bit(true);
-        case IMAGE_FLOAT: return toFloat();
+        case IMAGE_UINT8:
+            return to8Bit(true);
+        case IMAGE_UINT16:
+            return to16Bit(true);
+        case IMAGE_UINT32:
+            return to32Bit(true);
+        case IMAGE_FLOAT:
+            return toFloat();
         default:
-            m_error.setMessage("convertToType() - unsupported target type %d", static_cast<int>(type));
+            m_error.setMessage("convertToType() - unsupported target type %d",
+                               static_cast<int>(type));
             m_error.handleError(PIVerror::IMAGE_TYPE_UNSUPPORTED, "convertToType()");
             return false;
     }

@@ -6,7 +6,9 @@
 
 using PIV::ImagePixel::Guarded;
 
-int Image2D::getFileFormat(const char* path) { return PIV::GetFileFormat(path); }
+int Image2D::getFileFormat(const char* path) {
+    return PIV::GetFileFormat(path);
+}
 
 bool Image2D::load(const char* path, int page) {
     DebugPrintExt(1, "Image2D::load() - loading image '%s' - page%d", path ? path : "", page);
@@ -42,9 +44,12 @@ namespace {
 
 const char* _writerName(int bits) {
     switch (bits) {
-        case 16: return "PCO";
-        case 8: return "TIFF";
-        default: return "LaVision";
+        case 16:
+            return "PCO";
+        case 8:
+            return "TIFF";
+        default:
+            return "LaVision";
     }
 }
 

@@ -41,8 +41,10 @@ bool Image2DPair::save(const char* path, int format) {
             throw PIVerror::ALLOCATION_FAILED;
         }
         for (uint64_t y = 0; y < h; y++) {
-            std::memcpy(both.scanLine<uint16_t>(y), m_imageA->scanLine<uint16_t>(y), w * sizeof(uint16_t));
-            std::memcpy(both.scanLine<uint16_t>(h + y), m_imageB->scanLine<uint16_t>(y), w * sizeof(uint16_t));
+            std::memcpy(both.scanLine<uint16_t>(y), m_imageA->scanLine<uint16_t>(y),
+                        w * sizeof(uint16_t));
+            std::memcpy(both.scanLine<uint16_t>(h + y), m_imageB->scanLine<uint16_t>(y),
+                        w * sizeof(uint16_t));
         }
         both.setCompression(m_compression);
         both.setFileName(m_imageA->fileName());

@@ -97,7 +97,8 @@ bool Image2D::loadPGM(const char* path) {
             m_error.setMessage("Bad magic number on image '%s' - Not a PGM-image!", path);
             throw PIVerror::INVALID_FILE_CONTENT;
         }
-        if (magic[0] != 'P' || !(magic[1] == '1' || magic[1] == '2' || magic[1] == '4' || magic[1] == '5')) {
+        if (magic[0] != 'P' ||
+            !(magic[1] == '1' || magic[1] == '2' || magic[1] == '4' || magic[1] == '5')) {
             m_error.setMessage("bad magic number - not a PGM or PBM file");
             throw PIVerror::INVALID_FILE_CONTENT;
         }
@@ -111,8 +112,9 @@ bool Image2D::loadPGM(const char* path) {
         if (!bitmap) {
             maxval = reader.getNumber();
             if (maxval > kPgmMaxval) {
-                m_error.setMessage("maxval of input image (%u) is too large.  The maximum allowed by PGM is %u.",
-                                   maxval, kPgmMaxval);
+                m_error.setMessage(
+                    "maxval of input image (%u) is too large.  The maximum allowed by PGM is %u.",
+                    maxval, kPgmMaxval);
                 throw PIVerror::INVALID_FILE_CONTENT;
             }
             if (maxval == 0) {
@@ -130,7 +132,8 @@ bool Image2D::loadPGM(const char* path) {
             switch (kind) {
                 case '2':
                     // Samples above maxval are not checked; they keep their low 16 bits.
-                    for (uint64_t x = 0; x < m_width; x++) row[x] = static_cast<uint16_t>(reader.getNumber());
+                    for (uint64_t x = 0; x < m_width; x++)
+                        row[x] = static_cast<uint16_t>(reader.getNumber());
                     break;
                 case '5':
                     if (maxval <= 255) {
@@ -141,7 +144,8 @@ bool Image2D::loadPGM(const char* path) {
                         buffer.resize(2 * m_width);
                         _readOrZero(file.get(), buffer.data(), buffer.size());
                         for (uint64_t x = 0; x < m_width; x++)
-                            row[x] = static_cast<uint16_t>((buffer[2 * x] << 8) | buffer[2 * x + 1]);
+                            row[x] =
+                                static_cast<uint16_t>((buffer[2 * x] << 8) | buffer[2 * x + 1]);
                     }
                     break;
                 case '1':
@@ -228,7 +232,8 @@ bool Image2D::savePGM(const char* path) {
         }
         // A blank behind the magic: format detection recognises no other form.
         const unsigned maxval = m_type == IMAGE_UINT8 ? 255u : 65535u;
-        bool ok = std::fprintf(temp.file(), "P5 %llu %llu\n%u\n", static_cast<unsigned long long>(m_width),
+        bool ok = std::fprintf(temp.file(), "P5 %llu %llu\n%u\n",
+                               static_cast<unsigned long long>(m_width),
                                static_cast<unsigned long long>(m_height), maxval) > 0;
         std::vector<uint8_t> buffer(m_type == IMAGE_UINT8 ? 0 : 2 * m_width);
         for (uint64_t y = 0; ok && y < m_height; y++) {

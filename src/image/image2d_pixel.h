@@ -47,11 +47,16 @@ struct Traits<float> {
 template <typename F>
 decltype(auto) Dispatch(int type, F&& f) {
     switch (type) {
-        case IMAGE_UINT8: return f(Tag<uint8_t>{});
-        case IMAGE_UINT16: return f(Tag<uint16_t>{});
-        case IMAGE_UINT32: return f(Tag<uint32_t>{});
-        case IMAGE_FLOAT: return f(Tag<float>{});
-        default: throw PIVerror::IMAGE_TYPE_UNSUPPORTED;
+        case IMAGE_UINT8:
+            return f(Tag<uint8_t>{});
+        case IMAGE_UINT16:
+            return f(Tag<uint16_t>{});
+        case IMAGE_UINT32:
+            return f(Tag<uint32_t>{});
+        case IMAGE_FLOAT:
+            return f(Tag<float>{});
+        default:
+            throw PIVerror::IMAGE_TYPE_UNSUPPORTED;
     }
 }
 

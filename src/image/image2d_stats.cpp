@@ -70,9 +70,8 @@ bool Image2D::doStatistics(bool force) {
     bool ok = Guarded(m_error, "doStatistics()", [&] {
         if (isNull()) throw PIVerror::IMAGE_IS_NULL;
         if (!m_needStats && !force) return;
-        const Moments m = Dispatch(m_type, [&](auto tag) {
-            return _momentsOfRows<typename decltype(tag)::type>(*this);
-        });
+        const Moments m = Dispatch(
+            m_type, [&](auto tag) { return _momentsOfRows<typename decltype(tag)::type>(*this); });
         const double n = static_cast<double>(m_width) * static_cast<double>(m_height);
         m_variance = n > 1.0 ? (n * m.s2 - m.s1 * m.s1) / (n * n - n) : 0.0;
         m_mean = m.s1 / n;
@@ -179,7 +178,8 @@ bool Image2D::localMean(int x0, int y0, int w, int h, double& meanOut, double& d
         if (x0 < 0 || y0 < 0 || w < 0 || h < 0 ||
             static_cast<int64_t>(x0) + w > static_cast<int64_t>(m_width) ||
             static_cast<int64_t>(y0) + h > static_cast<int64_t>(m_height)) {
-            m_error.setMessage("localMean() - %dx%d area at (%d,%d) outside of image", w, h, x0, y0);
+            m_error.setMessage("localMean() - %dx%d area at (%d,%d) outside of image", w, h, x0,
+                               y0);
             throw PIVerror::OUTSIDE_IMAGE;
         }
         const double n = static_cast<double>(w) * static_cast<double>(h);

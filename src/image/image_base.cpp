@@ -90,13 +90,19 @@ void ImageBaseClass::setFileName(const char* path) {
     PIV::CopyText(m_fileName, path);
 }
 
-void ImageBaseClass::setDescription(const char* text) { PIV::CopyText(m_description, text); }
+void ImageBaseClass::setDescription(const char* text) {
+    PIV::CopyText(m_description, text);
+}
 
 int ImageBaseClass::bytesPerPixel() const {
     switch (static_cast<int>(m_type)) {
-        case 0: return 0;
-        case 8: return 1;
-        case 16: return 2;
-        default: return 4;
+        case 0:
+            return 0;
+        case 8:
+            return 1;
+        case 16:
+            return 2;
+        default:
+            return 4;
     }
 }

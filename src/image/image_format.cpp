@@ -41,7 +41,8 @@ void _logAsciiness(const unsigned char* buf, std::size_t n) {
     for (std::size_t i = 0; i < n; i++) {
         int c = buf[i];
         if (!(std::isprint(c) || std::isspace(c))) {
-            DebugPrintExt(3, " buf[%d]=0x%04x not ASCII: isspace=%d iscntrl=%d isalnum=%d isprint=%d",
+            DebugPrintExt(3,
+                          " buf[%d]=0x%04x not ASCII: isspace=%d iscntrl=%d isalnum=%d isprint=%d",
                           static_cast<int>(i), c, std::isspace(c) ? 1 : 0, std::iscntrl(c) ? 1 : 0,
                           std::isalnum(c) ? 1 : 0, std::isprint(c) ? 1 : 0);
             ascii = false;
@@ -57,21 +58,32 @@ int _lavisionFormat(const unsigned char* buf) {
     DebugPrintExt(2, "LaVision image/data - header version: %d    pack type: %d", version,
                   packType);
     switch (version) {
-        case 18: return PIV::FORMAT_LAVISION_0;
-        case 19: return PIV::FORMAT_LAVISION_1;
-        case 20: return PIV::FORMAT_LAVISION_3;
-        case 21: return PIV::FORMAT_LAVISION_4;
-        case 22: return PIV::FORMAT_LAVISION_5;
-        case 23: return PIV::FORMAT_LAVISION_6;
-        default: break;
+        case 18:
+            return PIV::FORMAT_LAVISION_0;
+        case 19:
+            return PIV::FORMAT_LAVISION_1;
+        case 20:
+            return PIV::FORMAT_LAVISION_3;
+        case 21:
+            return PIV::FORMAT_LAVISION_4;
+        case 22:
+            return PIV::FORMAT_LAVISION_5;
+        case 23:
+            return PIV::FORMAT_LAVISION_6;
+        default:
+            break;
     }
     if (_readLE16(buf + 6) != 0) return PIV::FORMAT_LAVISION_7;
     switch (packType) {
         case 0:
-        case 3: return PIV::FORMAT_LAVISION_0;
-        case 1: return PIV::FORMAT_LAVISION_1;
-        case 2: return PIV::FORMAT_LAVISION_2;
-        default: return PIV::FORMAT_UNKNOWN;
+        case 3:
+            return PIV::FORMAT_LAVISION_0;
+        case 1:
+            return PIV::FORMAT_LAVISION_1;
+        case 2:
+            return PIV::FORMAT_LAVISION_2;
+        default:
+            return PIV::FORMAT_UNKNOWN;
     }
 }
 
@@ -100,7 +112,8 @@ int PIV::GetFileFormat(const char* path) {
 
     if (_startsWith(buf, "PCO-")) return FORMAT_PCO;
     if (_startsWith(buf, "B32-")) return FORMAT_B32;
-    if (_startsWithBytes(buf, 0x4D, 0x4D, 0x00, 0x2A) || _startsWithBytes(buf, 0x49, 0x49, 0x2A, 0x00))
+    if (_startsWithBytes(buf, 0x4D, 0x4D, 0x00, 0x2A) ||
+        _startsWithBytes(buf, 0x49, 0x49, 0x2A, 0x00))
         return FORMAT_TIFF;
     if (_startsWithBytes(buf, 'C', 'D', 'F', 0x01)) return FORMAT_NETCDF;
     if (_startsWith(buf, "#!TD")) return FORMAT_TECPLOT;
