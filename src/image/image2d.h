@@ -162,12 +162,12 @@ public:
     // ---- files -----------------------------------------------------------
     bool load(const char* path, int page = 0);
     bool load(const std::string& path, int page = 0) { return load(path.c_str(), page); }
-    bool save(const char* path, int format = -1);
+    bool save(const char* path, int format = -1) const;
     static int getFileFormat(const char* path);
     bool loadPGM(const char* path);
     // Binary P5: 8-bit images with maxval 255, 16-bit images with maxval
     // 65535 (high byte first). Written beside the target and renamed over it.
-    bool savePGM(const char* path);
+    bool savePGM(const char* path) const;
 
     // ---- state of loading and orientation ----------------------------------
     PCO_SplitMode pcoSplitMode() const { return m_pcoSplitMode; }

@@ -58,7 +58,7 @@ const char* _writerName(int bits) {
 // The writers for TIFF, PCO and LaVision files are not part of the library
 // yet: a request for one of them, and every fall-back by depth, ends in
 // FUNCTION_NOT_AVAILABLE naming the writer that would have been used.
-bool Image2D::save(const char* path, int format) {
+bool Image2D::save(const char* path, int format) const {
     DebugPrint("saving image to '%s'", path ? path : "");
     if (isNull()) {
         m_error.handleError(PIVerror::IMAGE_IS_NULL, "save()");

@@ -217,7 +217,7 @@ private:
 
 // 16-bit images are written with maxval 65535 whatever their content, so a
 // round trip gives back the same numbers.
-bool Image2D::savePGM(const char* path) {
+bool Image2D::savePGM(const char* path) const {
     return Guarded(m_error, "savePGM()", [&] {
         if (isNull()) throw PIVerror::IMAGE_IS_NULL;
         if (m_type != IMAGE_UINT8 && m_type != IMAGE_UINT16) {

@@ -182,6 +182,8 @@ bool Image2D::localMean(int x0, int y0, int w, int h, double& meanOut, double& d
                                y0);
             throw PIVerror::OUTSIDE_IMAGE;
         }
+        meanOut = 0.0;
+        deviation = 0.0;
         const double n = static_cast<double>(w) * static_cast<double>(h);
         if (n == 0.0) return;
         double s1 = 0.0, s2 = 0.0;

@@ -1,0 +1,116 @@
+// Type changes of Image2D, one pixel per case of the conversion table.
+#include <gtest/gtest.h>
+
+#include "image2d.h"
+#include "image_test_support.h"
+
+using namespace image_test;
+
+namespace {
+
+bool ConvertTo(Image2D& img, ImageType type, bool clip) {
+    switch (type) {
+        case IMAGE_UINT8: return img.to8Bit(clip);
+        case IMAGE_UINT16: return img.to16Bit(clip);
+        case IMAGE_UINT32: return img.to32Bit(clip);
+        default: return img.toFloat();
+    }
+}
+
+// Sets a 32-bit pixel exactly; floats cannot carry every 32-bit value.
+Image2D OnePixel(ImageType type, double value) {
+    Image2D img(1, 1, type);
+    if (type == IMAGE_UINT32)
+        img.scanLine<uint32_t>(0)[0] = static_cast<uint32_t>(value);
+    else
+        img.setPixel(0, 0, static_cast<float>(value));
+    return img;
+}
+
+}  // namespace
+
+// Without clip integer targets keep the low bits: 300 -> 44 (300 - 256),
+// 70000 -> 112 (0x11170 AND 0xFF) or 4464 (70000 - 65536),
+// 5e9 -> 705032704 (5e9 - 2^32), -3 -> 2^32 - 3.
+TEST(Image2DConvert, ConversionTable) {
+    struct Case {
+        ImageType from;
+        double value;
+        ImageType to;
+        bool clip;
+        double expected;
+    } cases[] = {
+        {IMAGE_UINT16, 300, IMAGE_UINT8, true, 255},
+        {IMAGE_UINT16, 300, IMAGE_UINT8, false, 44},
+        {IMAGE_UINT16, 200, IMAGE_UINT8, false, 200},
+        {IMAGE_UINT32, 70000, IMAGE_UINT8, true, 255},
+        {IMAGE_UINT32, 70000, IMAGE_UINT8, false, 112},
+        {IMAGE_FLOAT, -5.5, IMAGE_UINT8, true, 0},
+        {IMAGE_FLOAT, -5.5, IMAGE_UINT8, false, 0},
+        {IMAGE_FLOAT, 3.9, IMAGE_UINT8, true, 3},
+        {IMAGE_FLOAT, 300.5, IMAGE_UINT8, true, 255},
+        {IMAGE_FLOAT, 300.5, IMAGE_UINT8, false, 44},
+        {IMAGE_UINT8, 200, IMAGE_UINT16, false, 200},
+        {IMAGE_UINT8, 255, IMAGE_UINT32, true, 255},
+        {IMAGE_UINT16, 65535, IMAGE_UINT32, false, 65535},
+        {IMAGE_UINT32, 70000, IMAGE_UINT16, true, 65535},
+        {IMAGE_UINT32, 70000, IMAGE_UINT16, false, 4464},
+        {IMAGE_FLOAT, -1, IMAGE_UINT16, false, 0},
+        {IMAGE_FLOAT, 70000.7, IMAGE_UINT16, true, 65535},
+        {IMAGE_FLOAT, 70000.7, IMAGE_UINT16, false, 4464},
+        {IMAGE_FLOAT, -3, IMAGE_UINT32, true, 0},
+        {IMAGE_FLOAT, 3e9, IMAGE_UINT32, true, 2147483648.0},
+        {IMAGE_FLOAT, 123.9, IMAGE_UINT32, true, 123},
+        {IMAGE_FLOAT, 3e9, IMAGE_UINT32, false, 3000000000.0},
+        {IMAGE_FLOAT, 5e9, IMAGE_UINT32, false, 705032704},
+        {IMAGE_FLOAT, -3, IMAGE_UINT32, false, 4294967293.0},
+        {IMAGE_UINT16, 65535, IMAGE_FLOAT, true, 65535},
+        {IMAGE_UINT32, 4294967295.0, IMAGE_FLOAT, true, 4294967296.0},  // nearest float
+    };
+    for (const Case& c : cases) {
+        SCOPED_TRACE(testing::Message() << c.from << " " << c.value << " -> " << c.to
+                                        << (c.clip ? " clip" : " no clip"));
+        Image2D img = OnePixel(c.from, c.value);
+        ASSERT_TRUE(ConvertTo(img, c.to, c.clip));
+        ASSERT_EQ(img.type(), c.to);
+        if (c.to == IMAGE_UINT32)
+            EXPECT_EQ(img.scanLine<uint32_t>(0)[0], static_cast<uint32_t>(c.expected));
+        else
+            EXPECT_EQ(img.pixel(0, 0), static_cast<float>(c.expected));
+    }
+}
+
+TEST(Image2DConvert, ConversionKeepsGeometryAndSetsTheFlags) {
+    Image2D img = MakeImage(5, 2, IMAGE_UINT8, {1, 2, 3, 4, 5, 6, 7, 8, 9, 10});
+    img.doStatistics(true);
+    img.setFlagChanged(false);
+    ASSERT_TRUE(img.convertToType(IMAGE_FLOAT));
+    EXPECT_EQ(img.width(), 5u);
+    EXPECT_EQ(img.bytesPerLine(), 20u);
+    EXPECT_TRUE(img.needsStatistics());
+    EXPECT_TRUE(img.isChanged());
+    EXPECT_EQ(Pixels(img), (std::vector<float>{1, 2, 3, 4, 5, 6, 7, 8, 9, 10}));
+    ASSERT_TRUE(img.convertDepth(IMAGE_UINT16));
+    EXPECT_EQ(img.bytesPerLine(), 12u);
+    EXPECT_EQ(Pixels(img), (std::vector<float>{1, 2, 3, 4, 5, 6, 7, 8, 9, 10}));
+
+    const uint8_t* block = img.bits();
+    EXPECT_TRUE(img.to16Bit(false));  // already 16-bit: nothing happens
+    EXPECT_EQ(img.bits(), block);
+}
+
+TEST(Image2DConvert, RefusedConversions) {
+    Messages messages;
+    Image2D empty;
+    EXPECT_FALSE(empty.toFloat());
+    EXPECT_EQ(LastCode(empty), PIVerror::IMAGE_TYPE_UNSUPPORTED);
+    EXPECT_NE(LastText(empty).find("toFloat() - undefined type!!"), std::string::npos);
+    EXPECT_FALSE(empty.to8Bit(true));
+    EXPECT_EQ(LastCode(empty), PIVerror::IMAGE_IS_NULL);
+    EXPECT_FALSE(empty.convertToType(IMAGE_UINT16));
+    EXPECT_EQ(LastCode(empty), PIVerror::IMAGE_IS_NULL);
+    Image2D img(2, 2, IMAGE_UINT8);
+    EXPECT_FALSE(img.convertToType(static_cast<ImageType>(12)));
+    EXPECT_EQ(LastCode(img), PIVerror::IMAGE_TYPE_UNSUPPORTED);
+    EXPECT_EQ(img.type(), IMAGE_UINT8);
+}

@@ -1,0 +1,190 @@
+// Statistics of Image2D, worked by hand on small images.
+#include <gtest/gtest.h>
+
+#include <cmath>
+#include <limits>
+
+#include "image2d.h"
+#include "image_test_support.h"
+
+using namespace image_test;
+
+// Pixels 0..5 of a 3x2 image: s1 = 15, s2 = 55, N = 6, so the mean is 2.5 and
+// the variance (6 * 55 - 15^2) / (36 - 6) = 3.5. The row padding of the
+// integer types is filled with 200 first and must not count.
+TEST(Image2DStatistics, MomentsOfEveryTypeIgnorePadding) {
+    for (ImageType type : {IMAGE_UINT8, IMAGE_UINT16, IMAGE_UINT32, IMAGE_FLOAT}) {
+        SCOPED_TRACE(testing::Message() << "type " << type);
+        Image2D img(3, 2, type);
+        img.fill(200);
+        const float values[6] = {0, 1, 2, 3, 4, 5};
+        img.putRow(values, 0);
+        img.putRow(values + 3, 1);
+        ASSERT_TRUE(img.doStatistics(false));
+        EXPECT_DOUBLE_EQ(img.mean(), 2.5);
+        EXPECT_DOUBLE_EQ(img.variance(), 3.5);
+        EXPECT_DOUBLE_EQ(img.minimum(), 0.0);
+        EXPECT_DOUBLE_EQ(img.maximum(), 5.0);
+    }
+    Image2D single = MakeImage(1, 1, IMAGE_UINT16, {9});
+    EXPECT_DOUBLE_EQ(single.variance(), 0.0);
+    EXPECT_DOUBLE_EQ(single.mean(), 9.0);
+}
+
+// Without need-stats and without force nothing is scanned: a change made
+// behind the image's back shows only after doStatistics(true).
+TEST(Image2DStatistics, ScanOnlyWhenNeededOrForced) {
+    Image2D img = MakeImage(2, 1, IMAGE_UINT8, {2, 4});
+    EXPECT_DOUBLE_EQ(img.mean(), 3.0);
+    img.bits()[0] = 10;
+    EXPECT_TRUE(img.doStatistics(false));
+    EXPECT_DOUBLE_EQ(img.mean(), 3.0);
+    EXPECT_TRUE(img.doStatistics(true));
+    EXPECT_DOUBLE_EQ(img.mean(), 7.0);
+
+    Messages messages;
+    Image2D empty;
+    EXPECT_FALSE(empty.doStatistics(true));
+    EXPECT_EQ(LastCode(empty), PIVerror::IMAGE_IS_NULL);
+    EXPECT_EQ(messages.all(), "");  // quiet at debug level 0
+}
+
+// binWidth = (high + 1 - low) / count in whole counts for integer images;
+// high is 255 up to 15 bits, else the next power of two at or above the
+// maximum, minus 1; float images use their own minimum and maximum.
+TEST(Image2DStatistics, HistogramRangesAndBins) {
+    struct Case {
+        ImageType type;
+        std::vector<float> pixels;
+        int count;
+        double binWidth, low, high;
+        std::vector<std::pair<int, uint32_t>> filled;  // bin, expected count
+    } cases[] = {
+        {IMAGE_UINT8, {0, 1, 255, 255}, 256, 1, 0, 255, {{0, 1}, {1, 1}, {255, 2}}},
+        {IMAGE_UINT8, {17, 0, 0, 0}, 16, 16, 0, 255, {{1, 1}, {0, 3}}},
+        {IMAGE_UINT8, {200, 0, 0, 0}, 1000, 1, 0, 255, {{200, 1}, {0, 3}}},  // 256/1000 -> 1
+        {IMAGE_UINT16, {1000, 3, 0, 0}, 256, 4, 0, 1023, {{250, 1}, {0, 3}}},
+        {IMAGE_UINT16, {2, 1, 0, 0}, 2, 1, 0, 1, {{1, 2}, {0, 2}}},  // 2 lands in the last bin
+        {IMAGE_FLOAT, {-1, 0, 1, 3}, 5, 1, -1, 3, {{0, 1}, {1, 1}, {2, 1}, {4, 1}}},
+    };
+    for (const Case& c : cases) {
+        SCOPED_TRACE(testing::Message() << "type " << c.type << " bins " << c.count);
+        Image2D img = MakeImage(2, 2, c.type, c.pixels);
+        std::vector<uint32_t> bins(static_cast<size_t>(c.count), 99u);
+        double binWidth = 0, low = 0, high = 0;
+        ASSERT_TRUE(img.histogram(bins.data(), c.count, binWidth, low, high));
+        EXPECT_DOUBLE_EQ(binWidth, c.binWidth);
+        EXPECT_DOUBLE_EQ(low, c.low);
+        EXPECT_DOUBLE_EQ(high, c.high);
+        uint32_t total = 0;
+        for (uint32_t b : bins) total += b;
+        EXPECT_EQ(total, 4u);
+        for (const auto& f : c.filled) EXPECT_EQ(bins[static_cast<size_t>(f.first)], f.second) << "bin " << f.first;
+    }
+}
+
+TEST(Image2DStatistics, HistogramNeedsTwoBins) {
+    Messages messages;
+    Image2D img(2, 2, IMAGE_UINT8);
+    uint32_t bins[2];
+    double w, lo, hi;
+    EXPECT_FALSE(img.histogram(bins, 1, w, lo, hi));
+    EXPECT_EQ(LastCode(img), PIVerror::OPERATION_FAILED);
+    EXPECT_NE(LastText(img).find("histogram() - not enough bins for computation"), std::string::npos);
+    EXPECT_FALSE(img.histogram(nullptr, 2, w, lo, hi));
+    EXPECT_EQ(LastCode(img), PIVerror::OPERATION_FAILED);
+}
+
+TEST(Image2DStatistics, IsConstantAgainstFirstPixelOrZero) {
+    const float nan = std::numeric_limits<float>::quiet_NaN();
+    struct Case {
+        ImageType type;
+        std::vector<float> pixels;
+        bool constant, zero;
+    } cases[] = {
+        {IMAGE_UINT8, {7, 7, 7, 7}, true, false},
+        {IMAGE_UINT16, {0, 0, 0, 0}, true, true},
+        {IMAGE_UINT32, {0, 0, 0, 1}, false, false},
+        {IMAGE_FLOAT, {nan, nan, nan, nan}, false, false},  // NaN equals nothing
+    };
+    for (const Case& c : cases) {
+        const Image2D img = MakeImage(2, 2, c.type, c.pixels);
+        EXPECT_EQ(img.isConstant(false), c.constant) << "type " << c.type;
+        EXPECT_EQ(img.isZero(), c.zero) << "type " << c.type;
+    }
+    // Row padding is no pixel: 9s behind each 5-pixel row do not count.
+    Image2D padded(5, 2, IMAGE_UINT8);
+    padded.fill(9);
+    const float zeros[5] = {0, 0, 0, 0, 0};
+    padded.putRow(zeros, 0);
+    padded.putRow(zeros, 1);
+    EXPECT_TRUE(padded.isZero());
+}
+
+// The 3x2 image of pixels 0..5 again: mean 2.5 and deviation
+// sqrt(6 * 55 - 15^2) / 6 = sqrt(105) / 6.
+TEST(Image2DStatistics, LocalMeanOfARectangle) {
+    const Image2D img = MakeImage(3, 2, IMAGE_UINT16, {0, 1, 2, 3, 4, 5});
+    double mean = -1, deviation = -1;
+    ASSERT_TRUE(img.localMean(0, 0, 3, 2, mean, deviation));
+    EXPECT_DOUBLE_EQ(mean, 2.5);
+    EXPECT_DOUBLE_EQ(deviation, std::sqrt(105.0) / 6.0);
+    ASSERT_TRUE(img.localMean(1, 1, 0, 0, mean, deviation));
+    EXPECT_EQ(mean, 0.0);
+    EXPECT_EQ(deviation, 0.0);
+
+    Messages messages;
+    EXPECT_FALSE(img.localMean(1, 0, 3, 2, mean, deviation));
+    EXPECT_EQ(LastCode(img), PIVerror::OUTSIDE_IMAGE);
+}
+
+// 5x5 image with pixel (x, y) = x + 10 y. A 3x3 window at (2, 2) covers x and
+// y in 1..3: mean 22, and the squared deviations 3 (1 + 0 + 1) +
+// 3 (100 + 0 + 100) = 606 over 8 give the variance 75.75. At the right edge
+// the exclusive end is pulled back to the last column, so the window at
+// (4, 2) keeps column 3 alone: 13, 23, 33.
+TEST(Image2DStatistics, LocalMeanOfAWindowAroundAPixel) {
+    std::vector<float> v;
+    for (int y = 0; y < 5; y++)
+        for (int x = 0; x < 5; x++) v.push_back(static_cast<float>(x + 10 * y));
+    const Image2D img = MakeImage(5, 5, IMAGE_FLOAT, v);
+    struct Case {
+        int x, y;
+        float mean, variance;
+        bool ok;
+    } cases[] = {
+        {2, 2, 22.0f, 75.75f, true},
+        {4, 2, 23.0f, 100.0f, true},
+        {0, 0, 5.5f, 101.0f / 3.0f, true},  // clipped to x, y in 0..1: 0, 1, 10, 11
+        {10, 2, 0.0f, 0.0f, false},         // misses the image
+    };
+    for (const Case& c : cases) {
+        SCOPED_TRACE(testing::Message() << "(" << c.x << "," << c.y << ")");
+        float variance = -1;
+        bool ok = !c.ok;
+        EXPECT_FLOAT_EQ(img.localMean(c.x, c.y, &variance, &ok, 3), c.mean);
+        EXPECT_FLOAT_EQ(variance, c.variance);
+        EXPECT_EQ(ok, c.ok);
+    }
+}
+
+// Weights 30 at (1, 1) and 10 at (3, 1): x = (30 + 30) / 40 = 1.5, y = 1.
+// Binary: the 23 zero pixels of the 5x5 window weigh 1 each; their columns
+// sum to 50 - 1 - 3 = 46 and their rows to 50 - 1 - 1 = 48.
+TEST(Image2DStatistics, SampleCentroid) {
+    std::vector<float> v(25, 0.0f);
+    v[1 * 5 + 1] = 30;
+    v[1 * 5 + 3] = 10;
+    const Image2D img = MakeImage(5, 5, IMAGE_UINT8, v);
+    FPOINT2D p = img.getSampleCentroid(5, 5, 2, 2, false);
+    EXPECT_FLOAT_EQ(p.x, 1.5f);
+    EXPECT_FLOAT_EQ(p.y, 1.0f);
+    p = img.getSampleCentroid(5, 5, 2, 2, true);
+    EXPECT_FLOAT_EQ(p.x, 46.0f / 23.0f);
+    EXPECT_FLOAT_EQ(p.y, 48.0f / 23.0f);
+    p = img.getSampleCentroid(5, 5, 3, 2, false);  // window not wholly inside
+    EXPECT_EQ(p.x, 3.0f);
+    EXPECT_EQ(p.y, 2.0f);
+    p = img.getSampleCentroid(1, 1, 4, 4, false);  // zero weight
+    EXPECT_EQ(p.x, 4.0f);
+}

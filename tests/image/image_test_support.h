@@ -1,0 +1,117 @@
+// Helpers shared by the image tests: small images from literal pixel lists,
+// scratch directories, files of literal bytes and a catcher for the
+// library's messages.
+#pragma once
+
+#include <gtest/gtest.h>
+#include <unistd.h>
+
+#include <cstdio>
+#include <cstdlib>
+#include <filesystem>
+#include <fstream>
+#include <string>
+#include <vector>
+
+#include "image2d.h"
+#include "piv_messages.h"
+
+namespace image_test {
+
+// Row-major pixel values into an image of the given type; fails the test if
+// the image cannot be made.
+inline Image2D MakeImage(int w, int h, ImageType type, const std::vector<float>& values) {
+    Image2D img;
+    EXPECT_TRUE(img.alloc(w, h, type));
+    EXPECT_EQ(values.size(), static_cast<size_t>(w) * h);
+    for (int y = 0; y < h; y++)
+        for (int x = 0; x < w; x++) img.setPixel(x, y, values[static_cast<size_t>(y) * w + x]);
+    return img;
+}
+
+inline std::vector<float> Pixels(const Image2D& img) {
+    std::vector<float> v;
+    for (uint64_t y = 0; y < img.height(); y++)
+        for (uint64_t x = 0; x < img.width(); x++)
+            v.push_back(img.pixel(static_cast<int>(x), static_cast<int>(y)));
+    return v;
+}
+
+inline int LastCode(const Image2D& img) { return img.error().getLastErrorCode(); }
+inline std::string LastText(const Image2D& img) { return img.error().getLastError(); }
+
+// A fresh directory under the build tree, removed with its contents.
+class ScratchDir {
+public:
+    ScratchDir() {
+        std::string pattern = std::string(KELVANE_BINARY_DIR) + "/image_test_XXXXXX";
+        char* made = ::mkdtemp(&pattern[0]);
+        EXPECT_NE(made, nullptr);
+        m_path = pattern;
+    }
+    ~ScratchDir() {
+        std::error_code ec;
+        std::filesystem::remove_all(m_path, ec);
+    }
+    std::string file(const std::string& name) const { return m_path + "/" + name; }
+    const std::string& path() const { return m_path; }
+
+private:
+    std::string m_path;
+};
+
+inline void WriteBytes(const std::string& path, const std::string& bytes) {
+    std::ofstream out(path, std::ios::binary);
+    out.write(bytes.data(), static_cast<std::streamsize>(bytes.size()));
+}
+
+inline std::string ReadBytes(const std::string& path) {
+    std::ifstream in(path, std::ios::binary);
+    return std::string(std::istreambuf_iterator<char>(in), std::istreambuf_iterator<char>());
+}
+
+inline std::string DataFile(const std::string& name) {
+    return std::string(KELVANE_TEST_DATA_DIR) + "/image/" + name;
+}
+
+// Collects what reaches the message sink while in scope, so expected errors
+// neither clutter the output nor go unchecked.
+class Messages {
+public:
+    Messages() : m_previous(MessageHook()) {
+        lines().clear();
+        SetMessageHook(&Messages::collect);
+    }
+    ~Messages() { SetMessageHook(m_previous); }
+    std::string all() const {
+        std::string s;
+        for (const std::string& l : lines()) s += l + "\n";
+        return s;
+    }
+
+private:
+    static std::vector<std::string>& lines() {
+        static std::vector<std::string> collected;
+        return collected;
+    }
+    static void collect(const char* text) { lines().emplace_back(text); }
+    PIVMessageHook m_previous;
+};
+
+// Sets the debug level for a scope.
+class DebugLevelScope {
+public:
+    explicit DebugLevelScope(int level) : m_old(::DebugLevel()) { quietSet(level); }
+    ~DebugLevelScope() { quietSet(m_old); }
+
+private:
+    static void quietSet(int level) {
+        PIVMessageHook hook = MessageHook();
+        SetMessageHook([](const char*) {});
+        SetDebugLevel(level);
+        SetMessageHook(hook);
+    }
+    int m_old;
+};
+
+}  // namespace image_test
