@@ -17,8 +17,8 @@ namespace {
 
 // One pixel from type S to type D. `clip` limits to the target's range;
 // without it integer targets keep the low bits.
-template <typename D, typename S>
-D _convert(S v, bool clip) {
+template <typename D, typename S, bool clip>
+inline D _convert(S v) {
     if constexpr (std::is_same<D, float>::value) {
         return static_cast<float>(v);
     } else if constexpr (std::is_same<S, float>::value) {
@@ -27,11 +27,15 @@ D _convert(S v, bool clip) {
             if (!(v > 0.0f)) return 0;  // negative and NaN
             if (v > 2147483648.0f) return 0x80000000u;
             return static_cast<D>(TruncWide(v));
+        } else if constexpr (clip) {
+            // Written as two selects so that the loop vectorises; NaN fails
+            // the first test and becomes 0.
+            constexpr float top = std::is_same<D, uint8_t>::value ? 255.0f : 65535.0f;
+            float c = v > 0.0f ? v : 0.0f;
+            c = c < top ? c : top;
+            return static_cast<D>(static_cast<int32_t>(c));
         } else {
-            const int64_t t = v > 0.0f ? TruncWide(v) : 0;
-            constexpr int64_t top = std::is_same<D, uint8_t>::value ? 255 : 65535;
-            if (clip) return static_cast<D>(t > top ? top : t);
-            return Wrap<D>(t);
+            return Wrap<D>(v > 0.0f ? TruncWide(v) : 0);
         }
     } else if constexpr (sizeof(D) >= sizeof(S)) {
         return static_cast<D>(v);  // widening is exact
@@ -39,6 +43,16 @@ D _convert(S v, bool clip) {
         constexpr S top = std::is_same<D, uint8_t>::value ? 255 : 65535;
         if (clip) return static_cast<D>(v > top ? top : v);
         return static_cast<D>(v);  // the low byte or word
+    }
+}
+
+template <typename D, typename S, bool clip>
+void _convertRows(const Image2D& src, Image2D& dst) {
+    const uint64_t w = src.width();
+    for (uint64_t y = 0; y < src.height(); y++) {
+        const S* in = src.scanLine<S>(y);
+        D* out = dst.scanLine<D>(y);
+        for (uint64_t x = 0; x < w; x++) out[x] = _convert<D, S, clip>(in[x]);
     }
 }
 
@@ -54,11 +68,10 @@ void Image2D::convertOrThrow(ImageType target, bool clip) {
         using S = typename decltype(stag)::type;
         Dispatch(target, [&](auto dtag) {
             using D = typename decltype(dtag)::type;
-            for (uint64_t y = 0; y < m_height; y++) {
-                const S* src = scanLine<S>(y);
-                D* dst = converted.scanLine<D>(y);
-                for (uint64_t x = 0; x < m_width; x++) dst[x] = _convert<D, S>(src[x], clip);
-            }
+            if (clip)
+                _convertRows<D, S, true>(*this, converted);
+            else
+                _convertRows<D, S, false>(*this, converted);
         });
     });
     swapStorage(converted);
