@@ -36,10 +36,18 @@ std::function<bool(Image2D&)> With(ImageType type, std::vector<float> other,
     };
 }
 
-bool Add(Image2D& a, const Image2D& b) { return a += b; }
-bool Sub(Image2D& a, const Image2D& b) { return a -= b; }
-bool Mul(Image2D& a, const Image2D& b) { return a *= b; }
-bool Div(Image2D& a, const Image2D& b) { return a /= b; }
+bool Add(Image2D& a, const Image2D& b) {
+    return a += b;
+}
+bool Sub(Image2D& a, const Image2D& b) {
+    return a -= b;
+}
+bool Mul(Image2D& a, const Image2D& b) {
+    return a *= b;
+}
+bool Div(Image2D& a, const Image2D& b) {
+    return a /= b;
+}
 
 }  // namespace
 
@@ -94,29 +102,101 @@ TEST(Image2DArithmetic, OffsetsFactorsAndSquares) {
         {"32-bit *= -1", U32, {10, 0}, call([](Image2D& i) { return i *= -1.0f; }), {0, 0}},
         // operator+= truncates the offset, clamps 8 and 16 bits, wraps 32.
         {"8-bit += 10.9", U8, {250, 1}, call([](Image2D& i) { return i += 10.9f; }), {255, 11}},
-        {"16-bit += -10", U16, {5, 65530}, call([](Image2D& i) { return i += -10.0f; }), {0, 65520}},
-        {"32-bit += -1", U32, {0, 5}, call([](Image2D& i) { return i += -1.0f; }), {4294967295.0f, 4}},
+        {"16-bit += -10",
+         U16,
+         {5, 65530},
+         call([](Image2D& i) { return i += -10.0f; }),
+         {0, 65520}},
+        {"32-bit += -1",
+         U32,
+         {0, 5},
+         call([](Image2D& i) { return i += -1.0f; }),
+         {4294967295.0f, 4}},
         // bias: with clip the type's range, else the low bits; 260 & 255 = 4.
-        {"8-bit bias clip", U8, {250, 5}, call([](Image2D& i) { return i.bias(10, true); }), {255, 15}},
-        {"8-bit bias wrap", U8, {250, 5}, call([](Image2D& i) { return i.bias(10, false); }), {4, 15}},
-        {"8-bit bias -10 wrap", U8, {5, 20}, call([](Image2D& i) { return i.bias(-10, false); }), {251, 10}},
+        {"8-bit bias clip",
+         U8,
+         {250, 5},
+         call([](Image2D& i) { return i.bias(10, true); }),
+         {255, 15}},
+        {"8-bit bias wrap",
+         U8,
+         {250, 5},
+         call([](Image2D& i) { return i.bias(10, false); }),
+         {4, 15}},
+        {"8-bit bias -10 wrap",
+         U8,
+         {5, 20},
+         call([](Image2D& i) { return i.bias(-10, false); }),
+         {251, 10}},
         {"8-bit bias 2.9", U8, {5, 0}, call([](Image2D& i) { return i.bias(2.9, true); }), {7, 2}},
-        {"32-bit bias clip", U32, {5, 20}, call([](Image2D& i) { return i.bias(-10, true); }), {0, 10}},
-        {"32-bit bias wrap", U32, {5, 20}, call([](Image2D& i) { return i.bias(-10, false); }), {4294967291.0f, 10}},
-        {"float bias", F, {1.5f, 0}, call([](Image2D& i) { return i.bias(0.25, true); }), {1.75f, 0.25f}},
-        {"8-bit subtract 10", U8, {5, 30}, call([](Image2D& i) { return i.subtract(10.0, true); }), {0, 20}},
+        {"32-bit bias clip",
+         U32,
+         {5, 20},
+         call([](Image2D& i) { return i.bias(-10, true); }),
+         {0, 10}},
+        {"32-bit bias wrap",
+         U32,
+         {5, 20},
+         call([](Image2D& i) { return i.bias(-10, false); }),
+         {4294967291.0f, 10}},
+        {"float bias",
+         F,
+         {1.5f, 0},
+         call([](Image2D& i) { return i.bias(0.25, true); }),
+         {1.75f, 0.25f}},
+        {"8-bit subtract 10",
+         U8,
+         {5, 30},
+         call([](Image2D& i) { return i.subtract(10.0, true); }),
+         {0, 20}},
         // scale: 300 & 255 = 44; 7.5 truncates to 7.
-        {"8-bit scale clip", U8, {100, 1}, call([](Image2D& i) { return i.scale(3, true); }), {255, 3}},
-        {"8-bit scale wrap", U8, {100, 1}, call([](Image2D& i) { return i.scale(3, false); }), {44, 3}},
-        {"16-bit scale 2.5", U16, {3, 0}, call([](Image2D& i) { return i.scale(2.5, true); }), {7, 0}},
-        {"32-bit scale -2", U32, {10, 0}, call([](Image2D& i) { return i.scale(-2, true); }), {0, 0}},
+        {"8-bit scale clip",
+         U8,
+         {100, 1},
+         call([](Image2D& i) { return i.scale(3, true); }),
+         {255, 3}},
+        {"8-bit scale wrap",
+         U8,
+         {100, 1},
+         call([](Image2D& i) { return i.scale(3, false); }),
+         {44, 3}},
+        {"16-bit scale 2.5",
+         U16,
+         {3, 0},
+         call([](Image2D& i) { return i.scale(2.5, true); }),
+         {7, 0}},
+        {"32-bit scale -2",
+         U32,
+         {10, 0},
+         call([](Image2D& i) { return i.scale(-2, true); }),
+         {0, 0}},
         // square: 400 & 255 = 144; 90000 - 65536 = 24464; 32 bits wrap even
         // with clip: 70000^2 - 2^32 = 605032704.
-        {"8-bit square clip", U8, {20, 3}, call([](Image2D& i) { return i.square(true); }), {255, 9}},
-        {"8-bit square wrap", U8, {20, 3}, call([](Image2D& i) { return i.square(false); }), {144, 9}},
-        {"16-bit square wrap", U16, {300, 3}, call([](Image2D& i) { return i.square(false); }), {24464, 9}},
-        {"32-bit square", U32, {70000, 3}, call([](Image2D& i) { return i.square(true); }), {605032704, 9}},
-        {"float square", F, {1.5f, -2}, call([](Image2D& i) { return i.square(true); }), {2.25f, 4}},
+        {"8-bit square clip",
+         U8,
+         {20, 3},
+         call([](Image2D& i) { return i.square(true); }),
+         {255, 9}},
+        {"8-bit square wrap",
+         U8,
+         {20, 3},
+         call([](Image2D& i) { return i.square(false); }),
+         {144, 9}},
+        {"16-bit square wrap",
+         U16,
+         {300, 3},
+         call([](Image2D& i) { return i.square(false); }),
+         {24464, 9}},
+        {"32-bit square",
+         U32,
+         {70000, 3},
+         call([](Image2D& i) { return i.square(true); }),
+         {605032704, 9}},
+        {"float square",
+         F,
+         {1.5f, -2},
+         call([](Image2D& i) { return i.square(true); }),
+         {2.25f, 4}},
     });
 }
 
@@ -169,7 +249,8 @@ TEST(Image2DArithmetic, SubtractIntoANullImage) {
 
     Messages messages;
     EXPECT_FALSE(wrapped.subtract(Image2D(), true));
-    EXPECT_NE(LastText(wrapped).find("subtract() - Source image contains no data"), std::string::npos);
+    EXPECT_NE(LastText(wrapped).find("subtract() - Source image contains no data"),
+              std::string::npos);
     EXPECT_FALSE(wrapped.subtract(Image2D(3, 1, IMAGE_UINT8), true));
     EXPECT_EQ(LastCode(wrapped), PIVerror::IMAGE_SIZE_MISMATCH);
 }
@@ -192,15 +273,51 @@ TEST(Image2DArithmetic, ClippingLimitsInTheImageType) {
     const ImageType U8 = IMAGE_UINT8, U16 = IMAGE_UINT16, U32 = IMAGE_UINT32, F = IMAGE_FLOAT;
     auto call = [](auto f) { return std::function<bool(Image2D&)>(f); };
     RunCases({
-        {"8-bit clipHigh 300", U8, {10, 100, 250}, call([](Image2D& i) { return i.clipHigh(300); }), {10, 44, 44}},
-        {"8-bit clipHigh 70000", U8, {10, 100, 250}, call([](Image2D& i) { return i.clipHigh(70000); }), {10, 100, 250}},
-        {"8-bit clipHigh -5", U8, {10, 100, 250}, call([](Image2D& i) { return i.clipHigh(-5); }), {0, 0, 0}},
-        {"8-bit clipLow 300", U8, {10, 100, 250}, call([](Image2D& i) { return i.clipLow(300); }), {255, 255, 255}},
-        {"8-bit clipLow -3", U8, {10, 100, 250}, call([](Image2D& i) { return i.clipLow(-3); }), {10, 100, 250}},
-        {"8-bit clipRange", U8, {10, 100, 250}, call([](Image2D& i) { return i.clipRange(20, 200); }), {20, 100, 200}},
-        {"16-bit clipHigh 100.7", U16, {50, 100, 101}, call([](Image2D& i) { return i.clipHigh(100.7); }), {50, 100, 100}},
-        {"32-bit clipHigh 3e9", U32, {3e9f, 5, 0}, call([](Image2D& i) { return i.clipHigh(3e9); }), {2147483647.0f, 5, 0}},
-        {"float clipRange", F, {-1, 0.5f, 2}, call([](Image2D& i) { return i.clipRange(-0.5, 1.5); }), {-0.5f, 0.5f, 1.5f}},
+        {"8-bit clipHigh 300",
+         U8,
+         {10, 100, 250},
+         call([](Image2D& i) { return i.clipHigh(300); }),
+         {10, 44, 44}},
+        {"8-bit clipHigh 70000",
+         U8,
+         {10, 100, 250},
+         call([](Image2D& i) { return i.clipHigh(70000); }),
+         {10, 100, 250}},
+        {"8-bit clipHigh -5",
+         U8,
+         {10, 100, 250},
+         call([](Image2D& i) { return i.clipHigh(-5); }),
+         {0, 0, 0}},
+        {"8-bit clipLow 300",
+         U8,
+         {10, 100, 250},
+         call([](Image2D& i) { return i.clipLow(300); }),
+         {255, 255, 255}},
+        {"8-bit clipLow -3",
+         U8,
+         {10, 100, 250},
+         call([](Image2D& i) { return i.clipLow(-3); }),
+         {10, 100, 250}},
+        {"8-bit clipRange",
+         U8,
+         {10, 100, 250},
+         call([](Image2D& i) { return i.clipRange(20, 200); }),
+         {20, 100, 200}},
+        {"16-bit clipHigh 100.7",
+         U16,
+         {50, 100, 101},
+         call([](Image2D& i) { return i.clipHigh(100.7); }),
+         {50, 100, 100}},
+        {"32-bit clipHigh 3e9",
+         U32,
+         {3e9f, 5, 0},
+         call([](Image2D& i) { return i.clipHigh(3e9); }),
+         {2147483647.0f, 5, 0}},
+        {"float clipRange",
+         F,
+         {-1, 0.5f, 2},
+         call([](Image2D& i) { return i.clipRange(-0.5, 1.5); }),
+         {-0.5f, 0.5f, 1.5f}},
     });
 }
 
@@ -218,10 +335,22 @@ TEST(Image2DArithmetic, ScaleToRange) {
     const ImageType U8 = IMAGE_UINT8, U16 = IMAGE_UINT16, U32 = IMAGE_UINT32, F = IMAGE_FLOAT;
     auto call = [](auto f) { return std::function<bool(Image2D&)>(f); };
     RunCases({
-        {"8-bit", U8, {0, 1, 2, 3}, call([](Image2D& i) { return i.scaleToRange(0, 255); }), {0, 85, 170, 255}},
-        {"16-bit", U16, {10, 20}, call([](Image2D& i) { return i.scaleToRange(100, 200); }), {100, 200}},
+        {"8-bit",
+         U8,
+         {0, 1, 2, 3},
+         call([](Image2D& i) { return i.scaleToRange(0, 255); }),
+         {0, 85, 170, 255}},
+        {"16-bit",
+         U16,
+         {10, 20},
+         call([](Image2D& i) { return i.scaleToRange(100, 200); }),
+         {100, 200}},
         {"float", F, {2, 4}, call([](Image2D& i) { return i.scaleToRange(-1, 1); }), {-1, 1}},
-        {"32-bit", U32, {0, 1}, call([](Image2D& i) { return i.scaleToRange(0, 3e9); }), {0, 2147483648.0f}},
+        {"32-bit",
+         U32,
+         {0, 1},
+         call([](Image2D& i) { return i.scaleToRange(0, 3e9); }),
+         {0, 2147483648.0f}},
         {"constant", U8, {7, 7}, call([](Image2D& i) { return i.scaleToRange(3, 9); }), {3, 3}},
     });
     Messages messages;
@@ -261,8 +390,16 @@ TEST(Image2DArithmetic, NegativeWithAndWithoutOffset) {
         {"8-bit", U8, {0, 100}, call([](Image2D& i) { return i.negative(0); }), {255, 155}},
         {"8-bit 300", U8, {0, 100}, call([](Image2D& i) { return i.negative(300); }), {44, 200}},
         {"16-bit", U16, {0, 100}, call([](Image2D& i) { return i.negative(0); }), {65535, 65435}},
-        {"32-bit", U32, {0, 1}, call([](Image2D& i) { return i.negative(0); }), {2147483647.0f, 2147483646.0f}},
-        {"32-bit 3", U32, {5, 1}, call([](Image2D& i) { return i.negative(3); }), {4294967294.0f, 2}},
+        {"32-bit",
+         U32,
+         {0, 1},
+         call([](Image2D& i) { return i.negative(0); }),
+         {2147483647.0f, 2147483646.0f}},
+        {"32-bit 3",
+         U32,
+         {5, 1},
+         call([](Image2D& i) { return i.negative(3); }),
+         {4294967294.0f, 2}},
         {"float", F, {0.5f, 2}, call([](Image2D& i) { return i.negative(1.5); }), {1, -0.5f}},
     });
 }
@@ -354,7 +491,8 @@ TEST(Image2DArithmetic, MinimumAndMaximumImages) {
     Messages messages;
     EXPECT_FALSE(lo.minImage(lo));
     EXPECT_EQ(LastCode(lo), PIVerror::OVERWRITE_OWN_DATA);
-    EXPECT_NE(LastText(lo).find("minImage() - Source image identical to destination"), std::string::npos);
+    EXPECT_NE(LastText(lo).find("minImage() - Source image identical to destination"),
+              std::string::npos);
     EXPECT_FALSE(hi.maxImage(Image2D(2, 1, IMAGE_UINT8)));
     EXPECT_EQ(LastCode(hi), PIVerror::IMAGE_SIZE_MISMATCH);
 }

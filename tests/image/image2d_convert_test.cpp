@@ -10,10 +10,14 @@ namespace {
 
 bool ConvertTo(Image2D& img, ImageType type, bool clip) {
     switch (type) {
-        case IMAGE_UINT8: return img.to8Bit(clip);
-        case IMAGE_UINT16: return img.to16Bit(clip);
-        case IMAGE_UINT32: return img.to32Bit(clip);
-        default: return img.toFloat();
+        case IMAGE_UINT8:
+            return img.to8Bit(clip);
+        case IMAGE_UINT16:
+            return img.to16Bit(clip);
+        case IMAGE_UINT32:
+            return img.to32Bit(clip);
+        default:
+            return img.toFloat();
     }
 }
 

@@ -180,13 +180,11 @@ TEST(Image2DPixels, InterpolatedPixelUsesOnlyTheLowerRow) {
         int method;
         float expected;
     } cases[] = {
-        {0.5f, 0.5f, 0, 40.0f},
-        {0.5f, 0.5f, 3, 40.0f},
-        {0.25f, 0.9f, 1, 35.0f},   // 30 + 20 * 0.25
-        {0.0f, 0.0f, 0, 30.0f},    // row 1 even at y = 0
-        {1.0f, 1.0f, 0, 50.0f},    // last pixel: no neighbour, the pixel itself
-        {-3.0f, 0.2f, 0, 30.0f},   // clamped into the image
-        {0.4f, 0.6f, -1, 30.0f},   // nearest: pixel(int(0.9), int(1.1))
+        {0.5f, 0.5f, 0, 40.0f},  {0.5f, 0.5f, 3, 40.0f}, {0.25f, 0.9f, 1, 35.0f},  // 30 + 20 * 0.25
+        {0.0f, 0.0f, 0, 30.0f},   // row 1 even at y = 0
+        {1.0f, 1.0f, 0, 50.0f},   // last pixel: no neighbour, the pixel itself
+        {-3.0f, 0.2f, 0, 30.0f},  // clamped into the image
+        {0.4f, 0.6f, -1, 30.0f},  // nearest: pixel(int(0.9), int(1.1))
     };
     for (const Case& c : cases)
         EXPECT_FLOAT_EQ(img.interpolatedPixel(c.x, c.y, c.method), c.expected)

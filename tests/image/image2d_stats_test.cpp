@@ -79,7 +79,8 @@ TEST(Image2DStatistics, HistogramRangesAndBins) {
         uint32_t total = 0;
         for (uint32_t b : bins) total += b;
         EXPECT_EQ(total, 4u);
-        for (const auto& f : c.filled) EXPECT_EQ(bins[static_cast<size_t>(f.first)], f.second) << "bin " << f.first;
+        for (const auto& f : c.filled)
+            EXPECT_EQ(bins[static_cast<size_t>(f.first)], f.second) << "bin " << f.first;
     }
 }
 
@@ -90,7 +91,8 @@ TEST(Image2DStatistics, HistogramNeedsTwoBins) {
     double w, lo, hi;
     EXPECT_FALSE(img.histogram(bins, 1, w, lo, hi));
     EXPECT_EQ(LastCode(img), PIVerror::OPERATION_FAILED);
-    EXPECT_NE(LastText(img).find("histogram() - not enough bins for computation"), std::string::npos);
+    EXPECT_NE(LastText(img).find("histogram() - not enough bins for computation"),
+              std::string::npos);
     EXPECT_FALSE(img.histogram(nullptr, 2, w, lo, hi));
     EXPECT_EQ(LastCode(img), PIVerror::OPERATION_FAILED);
 }

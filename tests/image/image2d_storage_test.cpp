@@ -18,9 +18,9 @@ TEST(Image2DStorage, RowStrideAndPixelsPerLineFollowTheFourByteRule) {
         uint64_t stride, pixelsPerLine;
         int bytesPerPixel;
     } cases[] = {
-        {5, IMAGE_UINT8, 8, 8, 1},   {5, IMAGE_UINT16, 12, 6, 2}, {5, IMAGE_UINT32, 20, 5, 4},
-        {5, IMAGE_FLOAT, 20, 5, 4},  {1, IMAGE_UINT8, 4, 4, 1},   {1, IMAGE_UINT16, 4, 2, 2},
-        {4, IMAGE_UINT8, 4, 4, 1},   {6, IMAGE_UINT16, 12, 6, 2},
+        {5, IMAGE_UINT8, 8, 8, 1},  {5, IMAGE_UINT16, 12, 6, 2}, {5, IMAGE_UINT32, 20, 5, 4},
+        {5, IMAGE_FLOAT, 20, 5, 4}, {1, IMAGE_UINT8, 4, 4, 1},   {1, IMAGE_UINT16, 4, 2, 2},
+        {4, IMAGE_UINT8, 4, 4, 1},  {6, IMAGE_UINT16, 12, 6, 2},
     };
     for (const Case& c : cases) {
         SCOPED_TRACE(testing::Message() << "width " << c.width << " type " << c.type);
@@ -211,8 +211,8 @@ TEST(Image2DStorage, CropTakesCornersInEitherOrderAndClipsToTheImage) {
     } cases[] = {
         {{1, 3, 1, 3}, 2, 2, {11, 12, 21, 22}},
         {{3, 1, 3, 1}, 2, 2, {11, 12, 21, 22}},
-        {{2, 10, 2, 10}, 2, 2, {22, 23, 32, 33}},   // right and bottom edges limited
-        {{-5, 2, 0, 2}, 2, 2, {0, 1, 10, 11}},      // a negative edge moves to 0
+        {{2, 10, 2, 10}, 2, 2, {22, 23, 32, 33}},  // right and bottom edges limited
+        {{-5, 2, 0, 2}, 2, 2, {0, 1, 10, 11}},     // a negative edge moves to 0
     };
     for (const Case& c : cases) {
         Image2D img = Numbered(4, 4);
@@ -251,10 +251,8 @@ TEST(Image2DStorage, CopyROIZeroFillsWhatLiesOutsideTheSource) {
         int x0, y0, w, h;
         std::vector<float> pixels;
     } cases[] = {
-        {1, 1, 2, 2, {11, 12, 21, 22}},
-        {-1, 0, 3, 2, {0, 1, 0, 10, 11, 0}},
-        {3, 0, 3, 1, {3, 0, 0}},
-        {0, 2, 2, 3, {20, 21, 0, 0, 0, 0}},
+        {1, 1, 2, 2, {11, 12, 21, 22}}, {-1, 0, 3, 2, {0, 1, 0, 10, 11, 0}},
+        {3, 0, 3, 1, {3, 0, 0}},        {0, 2, 2, 3, {20, 21, 0, 0, 0, 0}},
         {1, -1, 1, 2, {0, 1}},
     };
     const Image2D src = Numbered(4, 3);

@@ -143,17 +143,37 @@ TEST(ImageLoad, HandWrittenPgmAndPbmFiles) {
         ImageType type;
         std::vector<float> pixels;
     } cases[] = {
-        {"P2 with comments", "P2 # made by hand\n3 2\n# maxval next\n10\n0 5 10\n10 5 0\n", 3, 2,
-         IMAGE_UINT8, {0, 5, 10, 10, 5, 0}},
+        {"P2 with comments",
+         "P2 # made by hand\n3 2\n# maxval next\n10\n0 5 10\n10 5 0\n",
+         3,
+         2,
+         IMAGE_UINT8,
+         {0, 5, 10, 10, 5, 0}},
         {"P2 16-bit", "P2 2 1 1000\n999 1000\n", 2, 1, IMAGE_UINT16, {999, 1000}},
-        {"P5 two-byte samples", "P5 2 1 300\n" + Bytes({0x01, 0x2C, 0x00, 0x05}), 2, 1, IMAGE_UINT16,
+        {"P5 two-byte samples",
+         "P5 2 1 300\n" + Bytes({0x01, 0x2C, 0x00, 0x05}),
+         2,
+         1,
+         IMAGE_UINT16,
          {300, 5}},
-        {"P1 with and without blanks", "P1 4 2\n1 0 1 1\n0001\n", 4, 2, IMAGE_UINT8,
+        {"P1 with and without blanks",
+         "P1 4 2\n1 0 1 1\n0001\n",
+         4,
+         2,
+         IMAGE_UINT8,
          {0, 255, 0, 0, 255, 255, 255, 0}},
-        {"P4 rows start on a byte", "P4 3 2\n" + Bytes({0xA0, 0x40}), 3, 2, IMAGE_UINT8,
+        {"P4 rows start on a byte",
+         "P4 3 2\n" + Bytes({0xA0, 0x40}),
+         3,
+         2,
+         IMAGE_UINT8,
          {0, 255, 0, 255, 0, 255}},
         // Missing data reads as 0 (and as clear bits), never as a failure.
-        {"P5 truncated", "P5 4 3 255\n" + Bytes({1, 2, 3, 4, 5}), 4, 3, IMAGE_UINT8,
+        {"P5 truncated",
+         "P5 4 3 255\n" + Bytes({1, 2, 3, 4, 5}),
+         4,
+         3,
+         IMAGE_UINT8,
          {1, 2, 3, 4, 5, 0, 0, 0, 0, 0, 0, 0}},
         {"P2 truncated", "P2 3 2 255\n1 2", 3, 2, IMAGE_UINT8, {1, 2, 0, 0, 0, 0}},
         {"P4 truncated", "P4 3 2\n" + Bytes({0xE0}), 3, 2, IMAGE_UINT8, {0, 0, 0, 255, 255, 255}},
@@ -182,8 +202,10 @@ TEST(ImageLoad, MalformedPgmHeadersAreRefused) {
     } cases[] = {
         {"width without digits", "P5 x 2 255\n", PIVerror::BAD_IMAGE_SIZE, ""},
         {"width beyond 2^31", "P5 99999999999 1 255\n", PIVerror::BAD_IMAGE_SIZE, ""},
-        {"nothing but magic", "P5 ", PIVerror::INVALID_FILE_CONTENT, "maxval of input image is zero."},
-        {"maxval 0", "P5 2 2 0\n", PIVerror::INVALID_FILE_CONTENT, "maxval of input image is zero."},
+        {"nothing but magic", "P5 ", PIVerror::INVALID_FILE_CONTENT,
+         "maxval of input image is zero."},
+        {"maxval 0", "P5 2 2 0\n", PIVerror::INVALID_FILE_CONTENT,
+         "maxval of input image is zero."},
         {"maxval 70000", "P2 2 2 70000\n", PIVerror::INVALID_FILE_CONTENT,
          "maxval of input image (70000) is too large.  The maximum allowed by PGM is 65535."},
     };
@@ -208,7 +230,8 @@ TEST(ImageLoad, PgmReaderChecksMagicAndFile) {
     WriteBytes(dir.file("one"), "P");
     EXPECT_FALSE(img.loadPGM(dir.file("one").c_str()));
     EXPECT_EQ(LastCode(img), PIVerror::INVALID_FILE_CONTENT);
-    EXPECT_NE(LastText(img).find("Bad magic number on image '" + dir.file("one") + "' - Not a PGM-image!"),
+    EXPECT_NE(LastText(img).find("Bad magic number on image '" + dir.file("one") +
+                                 "' - Not a PGM-image!"),
               std::string::npos);
     WriteBytes(dir.file("p3"), "P3 1 1 255\n0 0 0\n");
     EXPECT_FALSE(img.loadPGM(dir.file("p3").c_str()));
@@ -225,7 +248,8 @@ TEST(ImageLoad, MissingAndUnreadableFiles) {
     EXPECT_FALSE(img.load(dir.file("missing.pgm").c_str()));
     EXPECT_EQ(LastCode(img), PIVerror::FILE_NOT_FOUND);
     // Recognised formats without a reader here fail like unknown ones.
-    for (const std::string& bytes : {Bytes({0x49, 0x49, 0x2A, 0x00}), std::string("BM"), LaVision(18, 0, 0)}) {
+    for (const std::string& bytes :
+         {Bytes({0x49, 0x49, 0x2A, 0x00}), std::string("BM"), LaVision(18, 0, 0)}) {
         WriteBytes(dir.file("other"), bytes);
         EXPECT_FALSE(img.load(dir.file("other").c_str()));
         EXPECT_EQ(LastCode(img), PIVerror::IMAGE_TYPE_UNSUPPORTED);
@@ -292,12 +316,16 @@ TEST(ImageSave, DispatchByFormatAndDepth) {
         int code;
         const char* text;
     } cases[] = {
-        {IMAGE_UINT32, -1, PIVerror::IMAGE_TYPE_UNSUPPORTED, "save() - 32-bit image storage not available"},
-        {IMAGE_UINT32, PIV::FORMAT_TIFF, PIVerror::IMAGE_TYPE_UNSUPPORTED, "save() - 32-bit image storage not available"},
+        {IMAGE_UINT32, -1, PIVerror::IMAGE_TYPE_UNSUPPORTED,
+         "save() - 32-bit image storage not available"},
+        {IMAGE_UINT32, PIV::FORMAT_TIFF, PIVerror::IMAGE_TYPE_UNSUPPORTED,
+         "save() - 32-bit image storage not available"},
         {IMAGE_UINT16, -1, PIVerror::FUNCTION_NOT_AVAILABLE, "PCO writing is not available yet"},
-        {IMAGE_UINT16, PIV::FORMAT_TIFF, PIVerror::FUNCTION_NOT_AVAILABLE, "PCO writing is not available yet"},
+        {IMAGE_UINT16, PIV::FORMAT_TIFF, PIVerror::FUNCTION_NOT_AVAILABLE,
+         "PCO writing is not available yet"},
         {IMAGE_UINT8, -1, PIVerror::FUNCTION_NOT_AVAILABLE, "TIFF writing is not available yet"},
-        {IMAGE_FLOAT, PIV::FORMAT_LAVISION_0, PIVerror::FUNCTION_NOT_AVAILABLE, "LaVision writing is not available yet"},
+        {IMAGE_FLOAT, PIV::FORMAT_LAVISION_0, PIVerror::FUNCTION_NOT_AVAILABLE,
+         "LaVision writing is not available yet"},
         {IMAGE_FLOAT, PIV::FORMAT_PGM, PIVerror::IMAGE_TYPE_UNSUPPORTED, "savePGM()"},
     };
     for (const Case& c : cases) {
@@ -314,7 +342,8 @@ TEST(ImageSave, DispatchByFormatAndDepth) {
 
 TEST(ImagePair, ValidityAndSave) {
     Messages messages;
-    Image2D a16(4, 3, IMAGE_UINT16), b16(4, 3, IMAGE_UINT16), b8(4, 3, IMAGE_UINT8), small(4, 2, IMAGE_UINT16), empty;
+    Image2D a16(4, 3, IMAGE_UINT16), b16(4, 3, IMAGE_UINT16), b8(4, 3, IMAGE_UINT8),
+        small(4, 2, IMAGE_UINT16), empty;
     struct Case {
         Image2D* a;
         Image2D* b;
@@ -322,11 +351,15 @@ TEST(ImagePair, ValidityAndSave) {
         int saveCode;
         const char* saveText;
     } cases[] = {
-        {&a16, nullptr, PIVerror::INVALID_POINTER, PIVerror::IMAGE_IS_NULL, "save() - Image B contains no data"},
-        {&empty, &b16, PIVerror::IMAGE_IS_NULL, PIVerror::IMAGE_IS_NULL, "save() - Image A contains no data"},
+        {&a16, nullptr, PIVerror::INVALID_POINTER, PIVerror::IMAGE_IS_NULL,
+         "save() - Image B contains no data"},
+        {&empty, &b16, PIVerror::IMAGE_IS_NULL, PIVerror::IMAGE_IS_NULL,
+         "save() - Image A contains no data"},
         {&a16, &small, PIVerror::IMAGE_SIZE_MISMATCH, PIVerror::IMAGE_SIZE_MISMATCH, ""},
-        {&a16, &b8, PIVerror::NO_ERROR, PIVerror::IMAGE_TYPE_UNSUPPORTED, "save() - images are not both 16-bit"},
-        {&a16, &b16, PIVerror::NO_ERROR, PIVerror::FUNCTION_NOT_AVAILABLE, "PCO writing is not available yet"},
+        {&a16, &b8, PIVerror::NO_ERROR, PIVerror::IMAGE_TYPE_UNSUPPORTED,
+         "save() - images are not both 16-bit"},
+        {&a16, &b16, PIVerror::NO_ERROR, PIVerror::FUNCTION_NOT_AVAILABLE,
+         "PCO writing is not available yet"},
     };
     for (const Case& c : cases) {
         Image2DPair pair(c.a, c.b);

@@ -37,8 +37,12 @@ inline std::vector<float> Pixels(const Image2D& img) {
     return v;
 }
 
-inline int LastCode(const Image2D& img) { return img.error().getLastErrorCode(); }
-inline std::string LastText(const Image2D& img) { return img.error().getLastError(); }
+inline int LastCode(const Image2D& img) {
+    return img.error().getLastErrorCode();
+}
+inline std::string LastText(const Image2D& img) {
+    return img.error().getLastError();
+}
 
 // A fresh directory under the build tree, removed with its contents.
 class ScratchDir {
