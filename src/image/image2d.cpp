@@ -532,6 +532,7 @@ bool Image2D::crop(const RECT2D& rect) {
                 scanLine<uint8_t>(static_cast<uint64_t>(y0 + j)) + static_cast<uint64_t>(x0) * bpp,
                 static_cast<uint64_t>(w) * bpp);
         swapStorage(cropped);
+        m_fileFormat = PIV::FORMAT_UNKNOWN;
         markChanged();
     });
 }

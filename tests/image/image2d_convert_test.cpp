@@ -43,6 +43,7 @@ TEST(Image2DConvert, ConversionTable) {
         ImageType to;
         bool clip;
         double expected;
+        // clang-format off
     } cases[] = {
         {IMAGE_UINT16, 300, IMAGE_UINT8, true, 255},
         {IMAGE_UINT16, 300, IMAGE_UINT8, false, 44},
@@ -71,6 +72,7 @@ TEST(Image2DConvert, ConversionTable) {
         {IMAGE_UINT16, 65535, IMAGE_FLOAT, true, 65535},
         {IMAGE_UINT32, 4294967295.0, IMAGE_FLOAT, true, 4294967296.0},  // nearest float
     };
+    // clang-format on
     for (const Case& c : cases) {
         SCOPED_TRACE(testing::Message() << c.from << " " << c.value << " -> " << c.to
                                         << (c.clip ? " clip" : " no clip"));

@@ -17,6 +17,7 @@ TEST(Image2DPixels, StoreRulesOfSetPixelAndPutRow) {
         ImageType type;
         float value;
         float viaSetPixel, viaPutRow;
+        // clang-format off
     } cases[] = {
         {IMAGE_UINT8, 256.0f, 0, 255},
         {IMAGE_UINT8, 255.6f, 255, 255},
@@ -30,6 +31,7 @@ TEST(Image2DPixels, StoreRulesOfSetPixelAndPutRow) {
         {IMAGE_UINT32, 2.5f, 2, 3},
         {IMAGE_FLOAT, -3.75f, -3.75f, -3.75f},
     };
+    // clang-format on
     for (const Case& c : cases) {
         SCOPED_TRACE(testing::Message() << "type " << c.type << " value " << c.value);
         Image2D img(1, 1, c.type);
@@ -63,6 +65,7 @@ TEST(Image2DPixels, AccessOutsideTheImageIsReported) {
         std::function<bool()> fails;
         const Image2D& reporter;
         int code;
+        // clang-format off
     } cases[] = {
         {"pixel(5,0)", [&] { return img.pixel(5, 0) == 0.0f; }, img, PIVerror::OUTSIDE_IMAGE},
         {"getRow(2)", [&] { return !img.getRow(buffer, 2); }, img, PIVerror::OUTSIDE_IMAGE},
@@ -70,6 +73,7 @@ TEST(Image2DPixels, AccessOutsideTheImageIsReported) {
         {"getRow(null)", [&] { return !img.getRow(nullptr, 0); }, img, PIVerror::INVALID_POINTER},
         {"null image", [&] { return empty.pixel(0, 0) == 0.0f; }, empty, PIVerror::IMAGE_IS_NULL},
     };
+    // clang-format on
     for (const Case& c : cases) {
         EXPECT_TRUE(c.fails()) << c.what;
         EXPECT_EQ(LastCode(c.reporter), c.code) << c.what;
@@ -158,12 +162,14 @@ TEST(Image2DPixels, FillSampleWritesRowsStrideApartAndClearsTheRest) {
         int x0, y0;
         float* buffer;
         int code;
+        // clang-format off
     } cases[] = {
         {-1, 0, out.data(), PIVerror::OUTSIDE_IMAGE},
         {3, 0, out.data(), PIVerror::OUTSIDE_IMAGE},
         {0, 2, out.data(), PIVerror::OUTSIDE_IMAGE},
         {0, 0, nullptr, PIVerror::INVALID_POINTER},
     };
+    // clang-format on
     for (const Case& c : cases) {
         EXPECT_FALSE(img.fillSample(c.buffer, 2, 2, c.x0, c.y0, 0));
         EXPECT_EQ(LastCode(img), c.code);
@@ -179,13 +185,17 @@ TEST(Image2DPixels, InterpolatedPixelUsesOnlyTheLowerRow) {
         float x, y;
         int method;
         float expected;
+        // clang-format off
     } cases[] = {
-        {0.5f, 0.5f, 0, 40.0f},  {0.5f, 0.5f, 3, 40.0f}, {0.25f, 0.9f, 1, 35.0f},  // 30 + 20 * 0.25
-        {0.0f, 0.0f, 0, 30.0f},   // row 1 even at y = 0
-        {1.0f, 1.0f, 0, 50.0f},   // last pixel: no neighbour, the pixel itself
-        {-3.0f, 0.2f, 0, 30.0f},  // clamped into the image
-        {0.4f, 0.6f, -1, 30.0f},  // nearest: pixel(int(0.9), int(1.1))
+        {0.5f, 0.5f, 0, 40.0f},
+        {0.5f, 0.5f, 3, 40.0f},
+        {0.25f, 0.9f, 1, 35.0f},   // 30 + 20 * 0.25
+        {0.0f, 0.0f, 0, 30.0f},    // row 1 even at y = 0
+        {1.0f, 1.0f, 0, 50.0f},    // last pixel: no neighbour, the pixel itself
+        {-3.0f, 0.2f, 0, 30.0f},   // clamped into the image
+        {0.4f, 0.6f, -1, 30.0f},   // nearest: pixel(int(0.9), int(1.1))
     };
+    // clang-format on
     for (const Case& c : cases)
         EXPECT_FLOAT_EQ(img.interpolatedPixel(c.x, c.y, c.method), c.expected)
             << "(" << c.x << "," << c.y << ") method " << c.method;

@@ -59,6 +59,7 @@ TEST(Image2DStatistics, HistogramRangesAndBins) {
         int count;
         double binWidth, low, high;
         std::vector<std::pair<int, uint32_t>> filled;  // bin, expected count
+        // clang-format off
     } cases[] = {
         {IMAGE_UINT8, {0, 1, 255, 255}, 256, 1, 0, 255, {{0, 1}, {1, 1}, {255, 2}}},
         {IMAGE_UINT8, {17, 0, 0, 0}, 16, 16, 0, 255, {{1, 1}, {0, 3}}},
@@ -67,6 +68,7 @@ TEST(Image2DStatistics, HistogramRangesAndBins) {
         {IMAGE_UINT16, {2, 1, 0, 0}, 2, 1, 0, 1, {{1, 2}, {0, 2}}},  // 2 lands in the last bin
         {IMAGE_FLOAT, {-1, 0, 1, 3}, 5, 1, -1, 3, {{0, 1}, {1, 1}, {2, 1}, {4, 1}}},
     };
+    // clang-format on
     for (const Case& c : cases) {
         SCOPED_TRACE(testing::Message() << "type " << c.type << " bins " << c.count);
         Image2D img = MakeImage(2, 2, c.type, c.pixels);
@@ -103,12 +105,14 @@ TEST(Image2DStatistics, IsConstantAgainstFirstPixelOrZero) {
         ImageType type;
         std::vector<float> pixels;
         bool constant, zero;
+        // clang-format off
     } cases[] = {
         {IMAGE_UINT8, {7, 7, 7, 7}, true, false},
         {IMAGE_UINT16, {0, 0, 0, 0}, true, true},
         {IMAGE_UINT32, {0, 0, 0, 1}, false, false},
         {IMAGE_FLOAT, {nan, nan, nan, nan}, false, false},  // NaN equals nothing
     };
+    // clang-format on
     for (const Case& c : cases) {
         const Image2D img = MakeImage(2, 2, c.type, c.pixels);
         EXPECT_EQ(img.isConstant(false), c.constant) << "type " << c.type;
@@ -154,12 +158,14 @@ TEST(Image2DStatistics, LocalMeanOfAWindowAroundAPixel) {
         int x, y;
         float mean, variance;
         bool ok;
+        // clang-format off
     } cases[] = {
         {2, 2, 22.0f, 75.75f, true},
         {4, 2, 23.0f, 100.0f, true},
         {0, 0, 5.5f, 101.0f / 3.0f, true},  // clipped to x, y in 0..1: 0, 1, 10, 11
         {10, 2, 0.0f, 0.0f, false},         // misses the image
     };
+    // clang-format on
     for (const Case& c : cases) {
         SCOPED_TRACE(testing::Message() << "(" << c.x << "," << c.y << ")");
         float variance = -1;

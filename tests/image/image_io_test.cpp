@@ -46,6 +46,7 @@ TEST(ImageFormat, DetectionByFirstBytes) {
         const char* what;
         std::string bytes;
         int format;
+        // clang-format off
     } cases[] = {
         {"parameter file", "#!PIV 1.0\n", PIV::FORMAT_PARFILE},
         {"Tecplot binary", "#!TDV112", PIV::FORMAT_TECPLOT},
@@ -81,6 +82,7 @@ TEST(ImageFormat, DetectionByFirstBytes) {
         {"empty file", "", PIV::FORMAT_LAVISION_0},
         {"lone P", "P", PIV::FORMAT_LAVISION_0},
     };
+    // clang-format on
     for (const Case& c : cases) {
         const std::string path = dir.file("probe");
         WriteBytes(path, c.bytes);
@@ -142,42 +144,24 @@ TEST(ImageLoad, HandWrittenPgmAndPbmFiles) {
         int w, h;
         ImageType type;
         std::vector<float> pixels;
+        // clang-format off
     } cases[] = {
-        {"P2 with comments",
-         "P2 # made by hand\n3 2\n# maxval next\n10\n0 5 10\n10 5 0\n",
-         3,
-         2,
-         IMAGE_UINT8,
-         {0, 5, 10, 10, 5, 0}},
+        {"P2 with comments", "P2 # made by hand\n3 2\n# maxval next\n10\n0 5 10\n10 5 0\n", 3, 2,
+         IMAGE_UINT8, {0, 5, 10, 10, 5, 0}},
         {"P2 16-bit", "P2 2 1 1000\n999 1000\n", 2, 1, IMAGE_UINT16, {999, 1000}},
-        {"P5 two-byte samples",
-         "P5 2 1 300\n" + Bytes({0x01, 0x2C, 0x00, 0x05}),
-         2,
-         1,
-         IMAGE_UINT16,
+        {"P5 two-byte samples", "P5 2 1 300\n" + Bytes({0x01, 0x2C, 0x00, 0x05}), 2, 1, IMAGE_UINT16,
          {300, 5}},
-        {"P1 with and without blanks",
-         "P1 4 2\n1 0 1 1\n0001\n",
-         4,
-         2,
-         IMAGE_UINT8,
+        {"P1 with and without blanks", "P1 4 2\n1 0 1 1\n0001\n", 4, 2, IMAGE_UINT8,
          {0, 255, 0, 0, 255, 255, 255, 0}},
-        {"P4 rows start on a byte",
-         "P4 3 2\n" + Bytes({0xA0, 0x40}),
-         3,
-         2,
-         IMAGE_UINT8,
+        {"P4 rows start on a byte", "P4 3 2\n" + Bytes({0xA0, 0x40}), 3, 2, IMAGE_UINT8,
          {0, 255, 0, 255, 0, 255}},
         // Missing data reads as 0 (and as clear bits), never as a failure.
-        {"P5 truncated",
-         "P5 4 3 255\n" + Bytes({1, 2, 3, 4, 5}),
-         4,
-         3,
-         IMAGE_UINT8,
+        {"P5 truncated", "P5 4 3 255\n" + Bytes({1, 2, 3, 4, 5}), 4, 3, IMAGE_UINT8,
          {1, 2, 3, 4, 5, 0, 0, 0, 0, 0, 0, 0}},
         {"P2 truncated", "P2 3 2 255\n1 2", 3, 2, IMAGE_UINT8, {1, 2, 0, 0, 0, 0}},
         {"P4 truncated", "P4 3 2\n" + Bytes({0xE0}), 3, 2, IMAGE_UINT8, {0, 0, 0, 255, 255, 255}},
     };
+    // clang-format on
     for (const Case& c : cases) {
         SCOPED_TRACE(c.what);
         const std::string path = dir.file("hand.pgm");
@@ -199,16 +183,16 @@ TEST(ImageLoad, MalformedPgmHeadersAreRefused) {
         std::string bytes;
         int code;
         const char* text;
+        // clang-format off
     } cases[] = {
         {"width without digits", "P5 x 2 255\n", PIVerror::BAD_IMAGE_SIZE, ""},
         {"width beyond 2^31", "P5 99999999999 1 255\n", PIVerror::BAD_IMAGE_SIZE, ""},
-        {"nothing but magic", "P5 ", PIVerror::INVALID_FILE_CONTENT,
-         "maxval of input image is zero."},
-        {"maxval 0", "P5 2 2 0\n", PIVerror::INVALID_FILE_CONTENT,
-         "maxval of input image is zero."},
+        {"nothing but magic", "P5 ", PIVerror::INVALID_FILE_CONTENT, "maxval of input image is zero."},
+        {"maxval 0", "P5 2 2 0\n", PIVerror::INVALID_FILE_CONTENT, "maxval of input image is zero."},
         {"maxval 70000", "P2 2 2 70000\n", PIVerror::INVALID_FILE_CONTENT,
          "maxval of input image (70000) is too large.  The maximum allowed by PGM is 65535."},
     };
+    // clang-format on
     for (const Case& c : cases) {
         SCOPED_TRACE(c.what);
         const std::string path = dir.file("bad.pgm");
@@ -315,19 +299,17 @@ TEST(ImageSave, DispatchByFormatAndDepth) {
         int format;
         int code;
         const char* text;
+        // clang-format off
     } cases[] = {
-        {IMAGE_UINT32, -1, PIVerror::IMAGE_TYPE_UNSUPPORTED,
-         "save() - 32-bit image storage not available"},
-        {IMAGE_UINT32, PIV::FORMAT_TIFF, PIVerror::IMAGE_TYPE_UNSUPPORTED,
-         "save() - 32-bit image storage not available"},
+        {IMAGE_UINT32, -1, PIVerror::IMAGE_TYPE_UNSUPPORTED, "save() - 32-bit image storage not available"},
+        {IMAGE_UINT32, PIV::FORMAT_TIFF, PIVerror::IMAGE_TYPE_UNSUPPORTED, "save() - 32-bit image storage not available"},
         {IMAGE_UINT16, -1, PIVerror::FUNCTION_NOT_AVAILABLE, "PCO writing is not available yet"},
-        {IMAGE_UINT16, PIV::FORMAT_TIFF, PIVerror::FUNCTION_NOT_AVAILABLE,
-         "PCO writing is not available yet"},
+        {IMAGE_UINT16, PIV::FORMAT_TIFF, PIVerror::FUNCTION_NOT_AVAILABLE, "PCO writing is not available yet"},
         {IMAGE_UINT8, -1, PIVerror::FUNCTION_NOT_AVAILABLE, "TIFF writing is not available yet"},
-        {IMAGE_FLOAT, PIV::FORMAT_LAVISION_0, PIVerror::FUNCTION_NOT_AVAILABLE,
-         "LaVision writing is not available yet"},
+        {IMAGE_FLOAT, PIV::FORMAT_LAVISION_0, PIVerror::FUNCTION_NOT_AVAILABLE, "LaVision writing is not available yet"},
         {IMAGE_FLOAT, PIV::FORMAT_PGM, PIVerror::IMAGE_TYPE_UNSUPPORTED, "savePGM()"},
     };
+    // clang-format on
     for (const Case& c : cases) {
         SCOPED_TRACE(testing::Message() << "type " << c.type << " format " << c.format);
         Image2D img(2, 2, c.type);
@@ -350,17 +332,15 @@ TEST(ImagePair, ValidityAndSave) {
         int validCode;
         int saveCode;
         const char* saveText;
+        // clang-format off
     } cases[] = {
-        {&a16, nullptr, PIVerror::INVALID_POINTER, PIVerror::IMAGE_IS_NULL,
-         "save() - Image B contains no data"},
-        {&empty, &b16, PIVerror::IMAGE_IS_NULL, PIVerror::IMAGE_IS_NULL,
-         "save() - Image A contains no data"},
+        {&a16, nullptr, PIVerror::INVALID_POINTER, PIVerror::IMAGE_IS_NULL, "save() - Image B contains no data"},
+        {&empty, &b16, PIVerror::IMAGE_IS_NULL, PIVerror::IMAGE_IS_NULL, "save() - Image A contains no data"},
         {&a16, &small, PIVerror::IMAGE_SIZE_MISMATCH, PIVerror::IMAGE_SIZE_MISMATCH, ""},
-        {&a16, &b8, PIVerror::NO_ERROR, PIVerror::IMAGE_TYPE_UNSUPPORTED,
-         "save() - images are not both 16-bit"},
-        {&a16, &b16, PIVerror::NO_ERROR, PIVerror::FUNCTION_NOT_AVAILABLE,
-         "PCO writing is not available yet"},
+        {&a16, &b8, PIVerror::NO_ERROR, PIVerror::IMAGE_TYPE_UNSUPPORTED, "save() - images are not both 16-bit"},
+        {&a16, &b16, PIVerror::NO_ERROR, PIVerror::FUNCTION_NOT_AVAILABLE, "PCO writing is not available yet"},
     };
+    // clang-format on
     for (const Case& c : cases) {
         Image2DPair pair(c.a, c.b);
         EXPECT_EQ(pair.isValid(), c.validCode == PIVerror::NO_ERROR);
