@@ -19,6 +19,9 @@
 class Image2D : public ImageBaseClass {
 public:
     Image2D();
+    // The copy constructor and operator= copy the whole image: pixels, names,
+    // orientation and file format. copy() takes only the pixels, the file
+    // name and the changed flag.
     Image2D(const Image2D& other);
     explicit Image2D(const char* path);
     explicit Image2D(const std::string& path);
@@ -56,7 +59,7 @@ public:
     uint64_t bytesPerPlane() const { return m_height * m_bytesPerLine; }
     uint64_t padding() const { return m_padding; }
     bool isInside(int64_t x, int64_t y) const;
-    // True if any of the four corners lies inside.
+    // True if any of (x, y), (x + dx, y), (x, y + dy), (x + dx, y + dy) lies inside.
     bool isRectInside(int64_t x, int64_t y, int64_t dx, int64_t dy) const;
 
     uint8_t* bits() { return m_bits; }
