@@ -14,6 +14,7 @@
 #include <vector>
 
 #include "image2d.h"
+#include "message_capture.h"
 #include "piv_messages.h"
 
 namespace image_test {
@@ -80,42 +81,7 @@ inline std::string DataFile(const std::string& name) {
 
 // Collects what reaches the message sink while in scope, so expected errors
 // neither clutter the output nor go unchecked.
-class Messages {
-public:
-    Messages() : m_previous(MessageHook()) {
-        lines().clear();
-        SetMessageHook(&Messages::collect);
-    }
-    ~Messages() { SetMessageHook(m_previous); }
-    std::string all() const {
-        std::string s;
-        for (const std::string& l : lines()) s += l + "\n";
-        return s;
-    }
-
-private:
-    static std::vector<std::string>& lines() {
-        static std::vector<std::string> collected;
-        return collected;
-    }
-    static void collect(const char* text) { lines().emplace_back(text); }
-    PIVMessageHook m_previous;
-};
-
-// Sets the debug level for a scope.
-class DebugLevelScope {
-public:
-    explicit DebugLevelScope(int level) : m_old(::DebugLevel()) { quietSet(level); }
-    ~DebugLevelScope() { quietSet(m_old); }
-
-private:
-    static void quietSet(int level) {
-        PIVMessageHook hook = MessageHook();
-        SetMessageHook([](const char*) {});
-        SetDebugLevel(level);
-        SetMessageHook(hook);
-    }
-    int m_old;
-};
+using Messages = ::MessageCapture;
+using ::DebugLevelScope;
 
 }  // namespace image_test

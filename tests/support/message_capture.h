@@ -1,4 +1,5 @@
-// Collects what the library's message sink receives while in scope.
+// Collects what the library's message sink receives while in scope, so that
+// expected errors neither clutter the test output nor go unchecked.
 #pragma once
 
 #include <string>
