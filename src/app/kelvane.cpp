@@ -16,6 +16,18 @@
 #include "piv_util.h"
 #include "qlogbuffer.h"
 
+// The resources live in a static library, whose registration the linker
+// would drop unless something refers to it.
+static void initResources() {
+    Q_INIT_RESOURCE(kelvane);
+}
+
+QString Kelvane::logoPath() {
+    static const bool registered = (initResources(), true);
+    (void)registered;
+    return QStringLiteral(":/logos/images/logos/kelvane3-5-logo.png");
+}
+
 Kelvane::Kelvane(bool /*isMainInstance*/, bool /*unused*/, MySettings* settings,
                  QSplashScreen* splash, QWidget* parent, Qt::WindowFlags flags)
     : QMainWindow(parent, flags),
@@ -25,7 +37,7 @@ Kelvane::Kelvane(bool /*isMainInstance*/, bool /*unused*/, MySettings* settings,
         splash->showMessage(tr("Configuring UI..."), Qt::AlignBottom | Qt::AlignLeft, Qt::white);
     setWindowTitle(QApplication::applicationName());
     auto* canvas = new QLabel(this);
-    canvas->setPixmap(QPixmap(QStringLiteral(":/logos/images/logos/kelvane3-5-logo.png")));
+    canvas->setPixmap(QPixmap(logoPath()));
     canvas->setAlignment(Qt::AlignCenter);
     setCentralWidget(canvas);
     createMenus();
@@ -34,6 +46,7 @@ Kelvane::Kelvane(bool /*isMainInstance*/, bool /*unused*/, MySettings* settings,
         splash->showMessage(tr("Now we're finally ready for some PIV!"),
                             Qt::AlignBottom | Qt::AlignLeft, Qt::white);
     statusBar()->showMessage(QString());
+    resize(1024, 768);
 }
 
 void Kelvane::createMenus() {

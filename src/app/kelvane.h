@@ -13,6 +13,9 @@ public:
     Kelvane(bool isMainInstance, bool unused, MySettings* settings, QSplashScreen* splash,
             QWidget* parent = nullptr, Qt::WindowFlags flags = Qt::WindowFlags());
 
+    // The splash and canvas image, from the program's resources.
+    static QString logoPath();
+
     // Reads the options of the process's command line.
     void processCommandLine();
 

@@ -2,6 +2,7 @@
 #include <gtest/gtest.h>
 
 #include <QApplication>
+#include <QPixmap>
 #include <QSignalSpy>
 #include <QStandardPaths>
 
@@ -83,6 +84,14 @@ TEST_F(Gui, CommandLineOptionsChooseTheAnalysisMode) {
         EXPECT_EQ(window.commandLineFile(), QStringLiteral("C:/run/a.tif"));
         SetApplicationCommandLine(nullptr);
     }
+}
+
+TEST_F(Gui, TheLogoIsLinkedIntoTheProgram) {
+    MySettings settings(QStringLiteral("SODREL"), QStringLiteral("Kelvane3.6"));
+    Kelvane window(true, false, &settings, nullptr);
+    const QPixmap logo(Kelvane::logoPath());
+    EXPECT_EQ(logo.width(), 480);
+    EXPECT_EQ(logo.height(), 240);
 }
 
 TEST_F(Gui, ClosingTheMainWindowAnnouncesTheExit) {
