@@ -14,6 +14,7 @@
 
 using PIV::ImagePixel::Dispatch;
 using PIV::ImagePixel::Guarded;
+using PIV::ImagePixel::TruncCoordinate;
 
 namespace {
 
@@ -186,7 +187,9 @@ void Image2D::allocOrThrow(int64_t width, int64_t height, ImageType type, int64_
     // the image as it was.
     uint8_t* block = m_block;
     if (!m_block || size != m_blockSize) {
-        block = new (std::nothrow) uint8_t[size];
+        // Zeroed, so that row padding and untouched pixels never hold
+        // leftovers that a bytewise comparison or a file writer could see.
+        block = new (std::nothrow) uint8_t[size]();
         if (!block) {
             m_error.setMessage("alloc() - cannot allocate %" PRIu64 " bytes for %" PRId64
                                "x%" PRId64 " pixels of %d bits",
@@ -417,6 +420,10 @@ bool Image2D::fillSample(float* out, int w, int h, int x0, int y0, int stride) c
                                y0);
             throw PIVerror::OUTSIDE_IMAGE;
         }
+        if (w < 0 || h < 0 || stride < 0 || (stride != 0 && stride < w)) {
+            m_error.setMessage("fillSample() - bad sample size %dx%d (stride %d)", w, h, stride);
+            throw PIVerror::BAD_SAMPLE_SIZE;
+        }
         if (!out) throw PIVerror::INVALID_POINTER;
         const int rowStride = stride != 0 ? stride : w;
         Dispatch(m_type, [&](auto tag) {
@@ -440,11 +447,14 @@ float Image2D::interpolatedPixel(float x, float y, int method) const {
         return 0.0f;
     }
     if (method == -1)
-        return pixel(static_cast<int>(static_cast<double>(x) + 0.5),
-                     static_cast<int>(static_cast<double>(y) + 0.5));
+        return pixel(TruncCoordinate(static_cast<double>(x) + 0.5),
+                     TruncCoordinate(static_cast<double>(y) + 0.5));
     const int lastX = static_cast<int>(m_width) - 1;
     const int lastY = static_cast<int>(m_height) - 1;
-    int x0 = static_cast<int>(x), y0 = static_cast<int>(y);
+    // Far-out coordinates clamp to the border below, so saturate before the
+    // +1 rather than let it overflow.
+    int x0 = std::clamp(TruncCoordinate(x), -1, lastX + 1);
+    int y0 = std::clamp(TruncCoordinate(y), -1, lastY + 1);
     int x1 = x0 + 1, y1 = y0 + 1;
     x0 = std::clamp(x0, 0, lastX);
     x1 = std::clamp(x1, 0, lastX);

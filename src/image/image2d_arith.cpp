@@ -60,7 +60,8 @@ void _combine(T* a, const T* b, uint64_t n) {
             if constexpr (op == ImageOp::Subtract) {
                 a[i] = static_cast<T>(va > vb ? va - vb : 0);
             } else if constexpr (op == ImageOp::Divide) {
-                a[i] = static_cast<T>(vb == 0 ? 0 : va / vb);
+                const uint64_t q = vb == 0 ? 0 : va / vb;
+                a[i] = static_cast<T>(std::min<uint64_t>(q, Traits<T>::top));
             } else {
                 const uint64_t r = op == ImageOp::Add ? va + vb : va * vb;
                 // 8 and 16 bits saturate, 32 bits wrap.
@@ -569,7 +570,8 @@ bool Image2D::getValidPixels(const Image2D& src, float low, float high) {
         }
         // An existing 8-bit image of the right size is narrowed further; a
         // freshly sized one starts with every pixel set.
-        const bool fresh = !(m_type == IMAGE_UINT8 && isSameSize(*s, false) && !isNull());
+        const bool fresh =
+            !(m_type == IMAGE_UINT8 && isSameSize(*s, false) && !isNull() && m_padding == 0);
         allocOrThrow(static_cast<int64_t>(s->width()), static_cast<int64_t>(s->height()),
                      IMAGE_UINT8, 0);
         if (fresh) std::memset(m_bits, 255, numBytes());

@@ -77,6 +77,24 @@ private:
     std::FILE* m_file;
 };
 
+// A binary file shorter than its header promises still loads, the missing
+// samples as 0, but the user has to hear of it: a cut-off camera frame gives
+// wrong vectors in its lower part.
+void _warnIfShort(std::FILE* file, const char* path, char kind, unsigned maxval, uint64_t width,
+                  uint64_t height) {
+    struct stat info;
+    const long here = std::ftell(file);
+    if (here < 0 || ::fstat(::fileno(file), &info) != 0) return;
+    const uint64_t rowBytes = kind == '4' ? (width + 7) / 8 : width * (maxval > 255 ? 2 : 1);
+    const uint64_t needed = rowBytes * height;
+    const uint64_t held =
+        info.st_size > here ? static_cast<uint64_t>(info.st_size) - static_cast<uint64_t>(here) : 0;
+    if (held < needed)
+        PrintWarning("loadPGM() - '%s' holds %llu of %llu bytes of pixel data; the rest reads as 0",
+                     path, static_cast<unsigned long long>(held),
+                     static_cast<unsigned long long>(needed));
+}
+
 // Reads up to n bytes; whatever the file no longer holds reads as 0.
 void _readOrZero(std::FILE* file, uint8_t* buffer, std::size_t n) {
     std::size_t got = std::fread(buffer, 1, n, file);
@@ -125,6 +143,8 @@ bool Image2D::loadPGM(const char* path) {
         DebugPrintExt(2, "PGM image size: w=%d h=%d maxval=%d", static_cast<int>(width),
                       static_cast<int>(height), static_cast<int>(maxval));
         allocOrThrow(width, height, IMAGE_UINT16, 0);
+        if (kind == '4' || kind == '5')
+            _warnIfShort(file.get(), path, kind, maxval, m_width, m_height);
 
         std::vector<uint8_t> buffer;
         for (uint64_t y = 0; y < m_height; y++) {
@@ -184,9 +204,16 @@ public:
             m_path.clear();
             return;
         }
-        // mkstemp creates owner-only files; the final file should read like
-        // any other the program writes.
-        ::fchmod(fd, 0644);
+        // mkstemp creates owner-only files: a replaced file keeps its mode,
+        // a new one gets the mode any other new file of this process gets.
+        struct stat existing;
+        if (::stat(target.c_str(), &existing) == 0) {
+            ::fchmod(fd, existing.st_mode & 07777);
+        } else {
+            const mode_t mask = ::umask(0);
+            ::umask(mask);
+            ::fchmod(fd, 0666 & ~mask);
+        }
         m_file = ::fdopen(fd, "wb");
         if (!m_file) ::close(fd);
     }

@@ -61,12 +61,23 @@ decltype(auto) Dispatch(int type, F&& f) {
 }
 
 // Truncation toward zero that saturates instead of invoking undefined
-// behaviour; NaN gives 0.
+// behaviour; NaN gives 0. The limit of +-2^62 leaves room to add or subtract
+// any pixel value (below 2^33) in int64 without overflow.
+constexpr int64_t kWideLimit = int64_t(1) << 62;
 inline int64_t TruncWide(double v) {
     if (!(v == v)) return 0;
-    if (v >= 9.2e18) return std::numeric_limits<int64_t>::max();
-    if (v <= -9.2e18) return std::numeric_limits<int64_t>::min();
+    if (v >= static_cast<double>(kWideLimit)) return kWideLimit;
+    if (v <= -static_cast<double>(kWideLimit)) return -kWideLimit;
     return static_cast<int64_t>(v);
+}
+
+// Truncation to a pixel coordinate; NaN and values beyond the int range
+// land outside every image instead of invoking undefined behaviour.
+inline int TruncCoordinate(double v) {
+    if (!(v == v)) return std::numeric_limits<int>::min();
+    if (v >= 2147483647.0) return std::numeric_limits<int>::max();
+    if (v <= -2147483648.0) return std::numeric_limits<int>::min();
+    return static_cast<int>(v);
 }
 
 // Keeps the low bits, as an integer register would.

@@ -41,17 +41,19 @@ Moments _momentsOfRows(const Image2D& img) {
         m.minimum = lo;
         m.maximum = hi;
     } else {
-        // 32-bit and float rows carry no padding: one flat run.
-        const T* p = img.scanLine<T>(0);
-        const uint64_t n = w * h;
-        T lo = p[0], hi = p[0];
+        // Row by row even though 32-bit and float rows carry no line padding:
+        // an image allocated with a border must not count the border.
+        T lo = img.scanLine<T>(0)[0], hi = lo;
         double s1 = 0.0, s2 = 0.0;
-        for (uint64_t i = 0; i < n; i++) {
-            const double v = static_cast<double>(p[i]);
-            s1 += v;
-            s2 += v * v;
-            if (p[i] < lo) lo = p[i];
-            if (p[i] > hi) hi = p[i];
+        for (uint64_t y = 0; y < h; y++) {
+            const T* p = img.scanLine<T>(y);
+            for (uint64_t i = 0; i < w; i++) {
+                const double v = static_cast<double>(p[i]);
+                s1 += v;
+                s2 += v * v;
+                if (p[i] < lo) lo = p[i];
+                if (p[i] > hi) hi = p[i];
+            }
         }
         m.s1 = s1;
         m.s2 = s2;

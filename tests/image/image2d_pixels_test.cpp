@@ -42,6 +42,10 @@ TEST(Image2DPixels, StoreRulesOfSetPixelAndPutRow) {
         ASSERT_TRUE(img.putColumn(&c.value, 0));
         EXPECT_EQ(img.pixel(0, 0), c.viaPutRow);
     }
+    // 4294967295 is no float: read the word itself to see the wrap exactly.
+    Image2D word(1, 1, IMAGE_UINT32);
+    ASSERT_TRUE(word.setPixel(0, 0, -1.7f));
+    EXPECT_EQ(word.scanLine<uint32_t>(0)[0], 0xFFFFFFFFu);
 }
 
 TEST(Image2DPixels, RowsAndColumnsTravelAsFloat) {
