@@ -187,9 +187,12 @@ void Image2D::allocOrThrow(int64_t width, int64_t height, ImageType type, int64_
     // the image as it was.
     uint8_t* block = m_block;
     if (!m_block || size != m_blockSize) {
-        // Zeroed, so that row padding and untouched pixels never hold
-        // leftovers that a bytewise comparison or a file writer could see.
-        block = new (std::nothrow) uint8_t[size]();
+        // Row padding is zeroed so that it never holds leftovers that a
+        // bytewise comparison could see. Only 8 and 16-bit rows of some
+        // widths have any; the pixels themselves stay uninitialised, as
+        // zeroing every fresh frame would cost a pass over it.
+        const bool rowsPadded = stride != columns * static_cast<uint64_t>(bits / 8);
+        block = rowsPadded ? new (std::nothrow) uint8_t[size]() : new (std::nothrow) uint8_t[size];
         if (!block) {
             m_error.setMessage("alloc() - cannot allocate %" PRIu64 " bytes for %" PRId64
                                "x%" PRId64 " pixels of %d bits",

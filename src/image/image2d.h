@@ -38,8 +38,9 @@ public:
 
     // ---- storage -------------------------------------------------------
     // Re-allocation to the same geometry keeps the pixels; a block of the same
-    // byte size is reused with its bytes; a fresh block is zero-filled. On
-    // failure the image keeps its old block and geometry.
+    // byte size is reused with its bytes; a fresh block is uninitialised but
+    // for zeroed row padding. On failure the image keeps its old block and
+    // geometry.
     bool alloc(int64_t width, int64_t height, ImageType type, int64_t padding = 0);
     bool resize(int64_t width, int64_t height, ImageType type) {
         return alloc(width, height, type, 0);
