@@ -10,18 +10,14 @@
 
 #include "image2d.h"
 #include "image2d_pixel.h"
+#include "piv_file.h"
 #include "piv_messages.h"
 
 using PIV::ImagePixel::Guarded;
 
 namespace {
 
-struct FileCloser {
-    void operator()(std::FILE* f) const {
-        if (f) std::fclose(f);
-    }
-};
-using FilePtr = std::unique_ptr<std::FILE, FileCloser>;
+using PIV::FilePtr;
 
 constexpr unsigned kPgmMaxval = 65535;
 
@@ -105,7 +101,7 @@ void _readOrZero(std::FILE* file, uint8_t* buffer, std::size_t n) {
 
 bool Image2D::loadPGM(const char* path) {
     return Guarded(m_error, "loadPGM()", [&] {
-        FilePtr file(path ? std::fopen(path, "rb") : nullptr);
+        FilePtr file = PIV::OpenFile(path, "rb");
         if (!file) {
             m_error.setMessage("loadPGM() - trouble opening file '%s'", path ? path : "");
             throw PIVerror::FILE_OPEN_FAILED;

@@ -6,16 +6,12 @@
 #include <memory>
 
 #include "piv_error.h"
+#include "piv_file.h"
 #include "piv_messages.h"
 
 namespace {
 
-struct FileCloser {
-    void operator()(std::FILE* f) const {
-        if (f) std::fclose(f);
-    }
-};
-using FilePtr = std::unique_ptr<std::FILE, FileCloser>;
+using PIV::FilePtr;
 
 constexpr std::size_t kHeaderBytes = 256;
 
@@ -90,7 +86,7 @@ int _lavisionFormat(const unsigned char* buf) {
 }  // namespace
 
 int PIV::GetFileFormat(const char* path) {
-    FilePtr file(path ? std::fopen(path, "rb") : nullptr);
+    FilePtr file = PIV::OpenFile(path, "rb");
     if (!file) {
         PIVerror::handleErrorExt(PIVerror::FILE_OPEN_FAILED, "GetFileFormat()", DebugLevel() > 0);
         return FORMAT_NOT_FOUND;
