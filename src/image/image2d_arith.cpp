@@ -151,28 +151,41 @@ bool Image2D::operator*=(float factor) {
 // ---------------------------------------------------------------------------
 // offset, scale and square
 
+namespace {
+
+// One pass of a pointwise rule over every stored value. Float images take
+// `inFloat` as it is; 32-bit images compute in float, truncate, and with
+// `clip` stop at 0; 8 and 16-bit images take `wide` (an int64 result) and
+// with `clip` limit it to the type's range, else keep its low bits.
+template <typename T, typename InFloat, typename Wide>
+void _pointwise(T* p, uint64_t n, bool clip, InFloat inFloat, Wide wide) {
+    if constexpr (kIsFloat<T>) {
+        for (uint64_t i = 0; i < n; i++) p[i] = inFloat(p[i]);
+    } else if constexpr (sizeof(T) == 4) {
+        for (uint64_t i = 0; i < n; i++) {
+            const int64_t r = TruncWide(inFloat(static_cast<float>(p[i])));
+            p[i] = clip && r < 0 ? T(0) : Wrap<T>(r);
+        }
+    } else {
+        for (uint64_t i = 0; i < n; i++) {
+            const int64_t r = wide(p[i]);
+            p[i] = clip ? ClampTo<T>(r, 0, Traits<T>::top) : Wrap<T>(r);
+        }
+    }
+}
+
+}  // namespace
+
 void Image2D::biasOrThrow(double offset, bool clip) {
     if (isNull()) throw PIVerror::IMAGE_IS_NULL;
+    const float f = static_cast<float>(offset);
+    // 8 and 16 bits add the offset truncated to an integer.
+    const int64_t k = TruncWide(offset);
     Dispatch(m_type, [&](auto tag) {
         using T = typename decltype(tag)::type;
-        T* p = _flat<T>(*this);
-        const uint64_t n = _flatCount(*this);
-        if constexpr (kIsFloat<T>) {
-            const float f = static_cast<float>(offset);
-            for (uint64_t i = 0; i < n; i++) p[i] += f;
-        } else if constexpr (sizeof(T) == 4) {
-            const float f = static_cast<float>(offset);
-            for (uint64_t i = 0; i < n; i++) {
-                const int64_t r = TruncWide(static_cast<float>(p[i]) + f);
-                p[i] = clip && r < 0 ? T(0) : Wrap<T>(r);
-            }
-        } else {
-            const int64_t k = TruncWide(offset);
-            for (uint64_t i = 0; i < n; i++) {
-                const int64_t r = static_cast<int64_t>(p[i]) + k;
-                p[i] = clip ? ClampTo<T>(r, 0, Traits<T>::top) : Wrap<T>(r);
-            }
-        }
+        _pointwise<T>(
+            _flat<T>(*this), _flatCount(*this), clip, [f](float v) { return v + f; },
+            [k](T v) { return static_cast<int64_t>(v) + k; });
     });
     markChanged();
 }
@@ -192,25 +205,13 @@ bool Image2D::subtract(double value, bool clip) {
 bool Image2D::scale(double factor, bool clip) {
     return Guarded(m_error, "scale()", [&] {
         if (isNull()) throw PIVerror::IMAGE_IS_NULL;
+        const float f = static_cast<float>(factor);
+        // 8 and 16 bits multiply in double.
         Dispatch(m_type, [&](auto tag) {
             using T = typename decltype(tag)::type;
-            T* p = _flat<T>(*this);
-            const uint64_t n = _flatCount(*this);
-            if constexpr (kIsFloat<T>) {
-                const float f = static_cast<float>(factor);
-                for (uint64_t i = 0; i < n; i++) p[i] *= f;
-            } else if constexpr (sizeof(T) == 4) {
-                const float f = static_cast<float>(factor);
-                for (uint64_t i = 0; i < n; i++) {
-                    const int64_t r = TruncWide(static_cast<float>(p[i]) * f);
-                    p[i] = clip && r < 0 ? T(0) : Wrap<T>(r);
-                }
-            } else {
-                for (uint64_t i = 0; i < n; i++) {
-                    const int64_t r = TruncWide(static_cast<double>(p[i]) * factor);
-                    p[i] = clip ? ClampTo<T>(r, 0, Traits<T>::top) : Wrap<T>(r);
-                }
-            }
+            _pointwise<T>(
+                _flat<T>(*this), _flatCount(*this), clip, [f](float v) { return v * f; },
+                [factor](T v) { return TruncWide(static_cast<double>(v) * factor); });
         });
         markChanged();
     });
