@@ -1,0 +1,91 @@
+// PIV_Eval2D: the evaluation of an image pair. It lays the grid over the
+// images, builds the list of sample positions and hands it to its pool of
+// correlators, one per worker thread.
+#pragma once
+
+#include <vector>
+
+#include "piv_corr2d.h"
+#include "piv_eval2d_base.h"
+
+class Image2D;
+class PIV_ImagePair;
+
+class PIV_Eval2D : public PIV_Eval2D_Base {
+public:
+    // The number of correlators is PIV::MaxThreads() at construction.
+    explicit PIV_Eval2D(PIV_Data2D* data = nullptr, PIV_Parameters* parameters = nullptr);
+    ~PIV_Eval2D() override;
+
+    // Display hooks for the probe and the live view; empty here.
+    virtual void drawSamples(float* a, float* b, const SIZE2D& sizeA, const SIZE2D& sizeB,
+                             int width, int index, bool fft);
+    virtual void drawCorrelation(float* plane, const SIZE2D& size, const PIV_VECTOR& vector,
+                                 int index);
+
+    bool updateCorrelator(const PIVEVAL_CFG& cfg) override;
+
+    // The images are not owned and must outlive the evaluation. Null images
+    // give 37, images of different sizes 34.
+    bool setPivImages(const Image2D* a, const Image2D* b, const Image2D* c, const Image2D* d);
+    bool setPivImages(const Image2D* a, const Image2D* b) {
+        return setPivImages(a, b, nullptr, nullptr);
+    }
+    bool setPivImagePair(PIV_ImagePair* pair);
+    // Returns 1 when masks are in use, 0 when not (disabled, or no mask).
+    int setMaskImages(const Image2D* maskA, const Image2D* maskB, bool enabled);
+    bool isImagePairValid();
+    bool isInterrogationPossible(bool checkMultiGrid);
+    bool isMultiGridPossible();
+
+    // The whole evaluation; true when the field holds raw data.
+    bool interrogateImage(bool showProgress);
+    // One window at `point`, with the display hooks called.
+    bool interrogateAtPoint(const POINT2D& point, PIV_VECTOR* vector, int index);
+    // Fills the first correlator's samples at `point` only.
+    bool sampleAtPoint(const POINT2D& point);
+    // Marks the vectors under the first mask as masked.
+    bool applyMasks();
+
+    PIV_Corr2D* correlationObj() { return m_corr.empty() ? nullptr : m_corr[0]; }
+    int correlatorCount() const { return int(m_corr.size()); }
+    void setFlagCrossPairCorrelation(bool on) { m_crossPairCorrelation = on; }
+
+    // Correlates every enabled entry into data[k] on the workers; `good`
+    // receives the number of windows that gave a vector.
+    bool processSampleList(CORR_SAMPLE_POS* samples, int count, PIV_VECTOR* data,
+                           const PIVEVAL_CFG& cfg, bool accumulate, const Image2D* a,
+                           const Image2D* b, const Image2D* c, const Image2D* d,
+                           const Image2D* maskA, const Image2D* maskB, int* good);
+    // Shrinks the correlator's window at a node nearer to the image edge
+    // than half a window; restores the full window elsewhere.
+    void adjustSamplingWindow(int x, int y, PIV_Corr2D* correlator);
+
+protected:
+    bool evalSinglePass();
+    bool evalMultiPass(bool deformLastPass);
+    bool evalMultiGrid();
+    bool evalImageDef();
+    // The masks as a sample list wants them: none unless in use, and the
+    // second only when it is a mask of its own.
+    const Image2D* listMaskA() const { return m_useMask ? m_pMaskA : nullptr; }
+    const Image2D* listMaskB() const { return m_useMask && m_useSecondMask ? m_pMaskB : nullptr; }
+
+    std::vector<PIV_Corr2D*> m_corr;
+    std::vector<SIZE2D> m_window;  // the current window of each correlator
+    const Image2D* m_pImgA = nullptr;
+    const Image2D* m_pImgB = nullptr;
+    const Image2D* m_pImgC = nullptr;
+    const Image2D* m_pImgD = nullptr;
+    const Image2D* m_pMaskA = nullptr;
+    const Image2D* m_pMaskB = nullptr;
+    bool m_useSecondMask = false;
+    bool m_crossPairCorrelation = false;
+};
+
+namespace PIV {
+// Moves a first peak within `radius` of the reference displacement
+// (-refX, -refY) to the last place; 1 when it did. Vectors without a result
+// are left alone.
+int EliminateZeroPeak(PIV_VECTOR& vector, float refX, float refY, float radius);
+}  // namespace PIV

@@ -1,0 +1,79 @@
+// PIV_Eval2D_Base: the evaluator's state around one field and its
+// parameters, and the hooks through which an application follows a run.
+// The base hooks report through the library's message functions or do
+// nothing; the application's evaluator overrides them.
+#pragma once
+
+#include "piv_data2d.h"
+#include "piv_error.h"
+#include "piv_params.h"
+#include "piv_types.h"
+
+class PIV_Eval2D_Base {
+public:
+    // Uses the field and parameters given (taking a reference on each) or
+    // makes its own.
+    explicit PIV_Eval2D_Base(PIV_Data2D* data = nullptr, PIV_Parameters* parameters = nullptr);
+    virtual ~PIV_Eval2D_Base();
+    PIV_Eval2D_Base(const PIV_Eval2D_Base&) = delete;
+    PIV_Eval2D_Base& operator=(const PIV_Eval2D_Base&) = delete;
+
+    // ---- hooks --------------------------------------------------------------
+    // Hands new settings to the correlators; true when they changed.
+    virtual bool updateCorrelator(const PIVEVAL_CFG& cfg);
+    // Validation, conversion, statistics of the new field.
+    virtual bool doPostProcessing(bool force);
+    // step -1 ends the progress.
+    virtual void showProgress(int step, int steps);
+    virtual void showStatusMessage(const char* text);
+    virtual void appendToLogFile(const char* text);
+    virtual bool wasCancelled();
+    virtual void updateProgressDialog(const char* text, bool show);
+    virtual void showNewPivData();
+
+    // Lays grid and field for an image of this size; false (and cleared)
+    // for a size above 20000 or no nodes.
+    bool updateEvalGrid(int width, int height);
+    // Takes new settings, laying a new grid when they need one.
+    bool updatePivEvalCfg(const PIVEVAL_CFG& cfg);
+    bool setPivEvalCfg(const PIVEVAL_CFG& cfg) { return updatePivEvalCfg(cfg); }
+    void setOutlierCfg(const OUTLIER_CFG& cfg) { m_params->setOutlierCfg(cfg); }
+    bool setPivConvertCfg(const PIVCONVERT_CFG& cfg) { return m_params->setPivConvertCfg(cfg); }
+    // Empties the field's results, keeping its nodes. False without a field.
+    bool clearData();
+    void clear();
+
+    PIV_Data2D* data() { return m_data; }
+    PIV_Parameters* parameters() { return m_params; }
+    int analysisMode() const { return m_analysisMode; }
+    void setAnalysisMode(int mode);
+    bool isEvaluationRunning() const { return m_evaluationRunning; }
+    bool haveRawData() const { return m_data && m_data->haveRawData(); }
+    bool isFileData() const { return m_data && m_data->isFileData(); }
+    void setFlagLiveEvaluation(bool on) { m_showLiveEvaluation = on; }
+    bool showLiveEvaluation() const { return m_showLiveEvaluation; }
+    // Vectors stay on their nodes (true) or move with windows that slid
+    // inward at the image edge.
+    void setKeepNodePositions(bool keep) { m_keepNodePositions = keep; }
+    void cancel() { m_cancelled = true; }
+    const char* statusText() const { return m_status; }
+    double processingTime() const { return m_processTime; }
+    const char* getLastError() const { return m_error.getLastError(); }
+    int getLastErrorCode() const { return m_error.getLastErrorCode(); }
+    PIVerror& error() { return m_error; }
+
+protected:
+    PIV_Data2D* m_data;
+    PIV_Parameters* m_params;
+    int m_analysisMode = 1;
+    bool m_useMask = false;
+    bool m_evaluationRunning = false;
+    bool m_newValidation = false;
+    bool m_cancelled = false;
+    bool m_showLiveEvaluation = false;
+    bool m_keepNodePositions = true;
+    bool m_showProgress = false;
+    char m_status[1024];
+    double m_processTime = 0.0;
+    PIVerror m_error;
+};

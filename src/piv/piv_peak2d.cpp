@@ -1,0 +1,430 @@
+// The peak detector: search mask and weights, the peak searches and their
+// ranking, the fit chain and the three-point fits. The further fits live in
+// piv_peak2d_fits.cpp.
+#include "piv_peak2d.h"
+
+#include <algorithm>
+#include <cmath>
+#include <cstddef>
+#include <cstring>
+
+#include "piv_messages.h"
+
+namespace {
+
+// The block of PIVEVAL_CFG from ROI_Size to ROI that decides the search.
+bool SamePeakSettings(const PIVEVAL_CFG& a, const PIVEVAL_CFG& b) {
+    const size_t begin = offsetof(PIVEVAL_CFG, ROI_Size);
+    const size_t end = offsetof(PIVEVAL_CFG, ROI) + sizeof(bool);
+    return std::memcmp(reinterpret_cast<const char*>(&a) + begin,
+                       reinterpret_cast<const char*>(&b) + begin, end - begin) == 0;
+}
+
+// ln(v), with -1000 standing for the logarithm of anything not positive.
+inline float SafeLog(float v) {
+    return v > 0.0f ? std::log(v) : -1000.0f;
+}
+
+// The vertex of the parabola through (-1, a), (0, b), (1, c), as an offset
+// from the middle point. False when no vertex exists.
+inline bool Parabolic3PtFit(float a, float b, float c, float& result) {
+    if (a == c) {
+        result = 0.0f;
+        return a != b;
+    }
+    const float d = a - 2.0f * b + c;
+    if (d == 0.0f) {
+        result = 0.0f;
+        return false;
+    }
+    result = (a - c) / (2.0f * d);
+    return true;
+}
+
+}  // namespace
+
+PIV_PeakDetect2D::PIV_PeakDetect2D() : m_error("PIV_PeakDetect2D") {
+    if (PIV::MaxCorrelationPeaks() != 3)
+        DebugPrint("Possible internal problem with correlation peak detector (File: '%s' Line '%d')",
+                   __FILE__, __LINE__);
+    m_fitSize = std::clamp(m_cfg.Size, 3, 20);
+    m_fitRadius = (m_fitSize - 1) / 2;
+}
+
+bool PIV_PeakDetect2D::setPivEvalCfg(const PIVEVAL_CFG& cfg) {
+    const bool changed = !SamePeakSettings(cfg, m_cfg) || cfg.Size != m_cfg.Size ||
+                         cfg.FFTSize.width != m_cfg.FFTSize.width ||
+                         cfg.FFTSize.height != m_cfg.FFTSize.height;
+    m_cfg = cfg;
+    int size = std::min(cfg.Size, 20);
+    if (size < 3) {
+        m_error.setMessage("setPivEvalCfg() - invalid peak fit size: %d", size);
+        m_error.handleError(PIVerror::INVALID_PEAKFIT_PARAMETER, "setPivEvalCfg()");
+        size = 3;
+    }
+    m_fitSize = size;
+    m_fitRadius = (m_fitSize - 1) / 2;
+    if (changed && m_size.width > 0 && m_size.height > 0) rebuildMaskAndWeights(m_size);
+    return changed;
+}
+
+bool PIV_PeakDetect2D::needAutoShape() const {
+    return m_cfg.Type == PIV::PEAKFIT_NONLIN_GAUSS && !m_haveAutoShape;
+}
+
+void PIV_PeakDetect2D::rebuildMaskAndWeights(const SIZE2D& size) {
+    const int w = size.width, h = size.height;
+    int hx = std::max(m_cfg.ROI_Size.width, 0), hy = std::max(m_cfg.ROI_Size.height, 0);
+    if (2 * hx > w) hx = w / 2;
+    if (2 * hy > h) hy = h / 2;
+    m_mask.assign(size_t(w) * size_t(h), 0);
+    for (int row = 0; row < h; row++) {
+        const bool rowIn = row <= hy || row >= h - hy;
+        if (!rowIn) continue;
+        for (int col = 0; col < w; col++)
+            m_mask[size_t(row) * w + col] = (col <= hx || col >= w - hx) ? 1 : 0;
+    }
+    m_maskSize = size;
+    m_maskHalf = SIZE2D{hx, hy};
+
+    // The overlap of two windows shifted by i cells is (N - i) / N: the
+    // weights undo that loss so that a displaced peak is not pulled inward.
+    auto weights = [](std::vector<float>& table, int n) {
+        table.assign(size_t(n), 1.0f);
+        for (int i = 0; i <= n / 2 && i < n; i++) table[i] = float(n) / float(n - i);
+        for (int i = n - 1; i >= n - n / 2 + 1; i--) table[i] = float(n) / float(i);
+    };
+    weights(m_colWeights, w);
+    weights(m_rowWeights, h);
+}
+
+float PIV_PeakDetect2D::planeAt(int row, int col) const {
+    const int w = m_size.width, h = m_size.height;
+    row %= h;
+    if (row < 0) row += h;
+    col %= w;
+    if (col < 0) col += w;
+    return m_plane[size_t(row) * w + col];
+}
+
+float PIV_PeakDetect2D::weightAt(int row, int col) const {
+    const int w = m_size.width, h = m_size.height;
+    row %= h;
+    if (row < 0) row += h;
+    col %= w;
+    if (col < 0) col += w;
+    return m_rowWeights[row] * m_colWeights[col];
+}
+
+bool PIV_PeakDetect2D::findOffsetPeaks(const float* plane, const SIZE2D& size, POINT2D offset,
+                                       int mode, bool autocorrelationMode) {
+    const POINT2D saved = m_offset;
+    m_offset = offset;
+    const bool ok = findPeaksOrThrow(plane, size, mode, autocorrelationMode);
+    m_offset = saved;
+    return ok;
+}
+
+bool PIV_PeakDetect2D::findPeaks(const float* plane, const SIZE2D& size, int mode,
+                                 bool autocorrelationMode) {
+    m_offset = POINT2D{m_cfg.SampleOffset.x, m_cfg.SampleOffset.y};
+    return findPeaksOrThrow(plane, size, mode, autocorrelationMode);
+}
+
+bool PIV_PeakDetect2D::findPeaksOrThrow(const float* plane, const SIZE2D& size, int mode,
+                                        bool autocorrelationMode) {
+    try {
+        if (!plane) throw PIVerror::INVALID_POINTER;
+        if (size.width < 4 || size.height < 4) throw PIVerror::BAD_SAMPLE_SIZE;
+        m_plane = plane;
+        if (size.width != m_maskSize.width || size.height != m_maskSize.height)
+            rebuildMaskAndWeights(size);
+        m_size = size;
+        m_index = 0;
+        m_count = 0;
+        const bool found = mode == PIV::PEAK_MULTIPLE ? findMultiplePeaks(m_cfg.ROI)
+                                                      : findSinglePeak(m_cfg.ROI);
+        if (!found) throw PIVerror::PEAKFIT_FAILED;
+        if (!doSubPixelFit()) throw PIVerror::PEAKFIT_FAILED;
+        if (autocorrelationMode && !findSelfCorrelation()) throw PIVerror::OPERATION_FAILED;
+        return true;
+    } catch (PIVerror::ErrorType code) {
+        // A failed window is routine in an evaluation; it is news only when
+        // somebody is looking for it.
+        if (DebugLevel() >= 3) m_error.handleError(code, "findPeaks()");
+        return false;
+    }
+}
+
+void PIV_PeakDetect2D::scanPlane() {
+    const float* plane = m_plane;
+    const size_t n = size_t(m_size.width) * size_t(m_size.height);
+    float lo = plane[0], hi = plane[0];
+    double sum = 0.0;
+    // One vectorised sweep; the order of the additions is the compiler's.
+#pragma omp simd reduction(min : lo) reduction(max : hi) reduction(+ : sum)
+    for (size_t k = 0; k < n; k++) {
+        const float v = plane[k];
+        lo = std::min(lo, v);
+        hi = std::max(hi, v);
+        sum += double(v) * double(v);
+    }
+    m_min = lo;
+    m_max = hi;
+    m_meanSquare = float(sum / double(n));
+}
+
+bool PIV_PeakDetect2D::findSinglePeak(bool local) {
+    for (CORR_PEAK_DATA& p : m_peaks) p.clear();
+    scanPlane();
+    const int w = m_size.width, h = m_size.height;
+    const float* plane = m_plane;
+    float best = plane[0];
+    int bestRow = 0, bestCol = 0;
+    for (int row = 0; row < h; row++) {
+        const float* line = plane + size_t(row) * w;
+        for (int col = 0; col < w; col++) {
+            if (line[col] > best && (!local || inMask(row, col))) {
+                best = line[col];
+                bestRow = row;
+                bestCol = col;
+            }
+        }
+    }
+    CORR_PEAK_DATA& first = m_peaks[0];
+    first.height = best;
+    first.y = float(bestRow);
+    first.x = float(bestCol);
+    m_count = 1;
+    if (m_meanSquare != 0.0f) {
+        first.snr = best * best / m_meanSquare;
+        for (int i = 1; i < 3; i++) {
+            m_peaks[i].height = first.height;
+            m_peaks[i].snr = first.snr;
+        }
+    }
+    return true;
+}
+
+bool PIV_PeakDetect2D::findMultiplePeaks(bool local) {
+    for (CORR_PEAK_DATA& p : m_peaks) p.clear();
+    scanPlane();
+    const int w = m_size.width, h = m_size.height;
+    const float* plane = m_plane;
+    if (m_candidates.size() < size_t(w)) m_candidates.resize(size_t(w));
+    uint8_t* candidate = m_candidates.data();
+    for (int row = 0; row < h; row++) {
+        const float* line = plane + size_t(row) * w;
+        const float* up = plane + size_t(row == 0 ? h - 1 : row - 1) * w;
+        const float* down = plane + size_t(row == h - 1 ? 0 : row + 1) * w;
+        // A candidate is strictly above its four neighbours, the plane being
+        // periodic; the test runs without branches over the row, the ranking
+        // only over the few cells that pass it.
+        candidate[0] = line[0] > line[w - 1] && line[0] > line[1 % w] && line[0] > up[0] &&
+                       line[0] > down[0];
+        for (int col = 1; col < w - 1; col++) {
+            const float v = line[col];
+            candidate[col] = uint8_t((v > line[col - 1]) & (v > line[col + 1]) & (v > up[col]) &
+                                     (v > down[col]));
+        }
+        if (w > 1)
+            candidate[w - 1] = line[w - 1] > line[w - 2] && line[w - 1] > line[0] &&
+                               line[w - 1] > up[w - 1] && line[w - 1] > down[w - 1];
+        for (int col = 0; col < w; col++) {
+            if (!candidate[col]) continue;
+            const float v = line[col];
+            // Rank: a candidate takes the place of the first peak it strictly
+            // exceeds, so of equal peaks the one found first stays ahead.
+            if (m_count == 3 && !(v > m_peaks[2].height)) continue;
+            if (local && !inMask(row, col)) continue;
+            int place = 0;
+            while (place < m_count && !(v > m_peaks[place].height)) place++;
+            for (int k = std::min(m_count, 2); k > place; k--) {
+                m_peaks[k].height = m_peaks[k - 1].height;
+                m_peaks[k].y = m_peaks[k - 1].y;
+                m_peaks[k].x = m_peaks[k - 1].x;
+            }
+            m_peaks[place].height = v;
+            m_peaks[place].y = float(row);
+            m_peaks[place].x = float(col);
+            m_count = std::min(m_count + 1, 3);
+        }
+    }
+    if (m_meanSquare != 0.0f)
+        for (CORR_PEAK_DATA& p : m_peaks) p.snr = p.height * p.height / m_meanSquare;
+    if (DebugLevel() >= 4 && m_min == m_max) {
+        DebugPrint("PIV_PeakDetect2D::findMultiplePeaks() - contant value correlation plane!");
+        return false;
+    }
+    return true;
+}
+
+void PIV_PeakDetect2D::getPeakNeighbors3x3(int row, int col, CORR_PEAK_DATA& p) const {
+    static const int dRow[9] = {0, -1, 1, 0, 0, -1, 1, -1, 1};
+    static const int dCol[9] = {0, 0, 0, 1, -1, -1, -1, 1, 1};
+    for (int k = 0; k < 9; k++) {
+        p.value[k] = planeAt(row + dRow[k], col + dCol[k]);
+        p.weight[k] = weightAt(row + dRow[k], col + dCol[k]);
+    }
+    // The zero-displacement cell has full overlap: weighting it would only
+    // tilt its neighbours.
+    p.weighted = m_peakWeightingEnabled && !(row == 0 && col == 0);
+    const float* v = p.value;
+    p.nonPositive = v[1] <= 0.0f || v[2] <= 0.0f || v[3] <= 0.0f || v[4] <= 0.0f;
+    if (p.fitPoints == 3) {
+        // nw (5) lies between n (1) and w (4), sw (6) between s (2) and w,
+        // ne (7) between n and e (3), se (8) between s and e.
+        const bool badCorner = v[5] <= 0.0f || v[6] <= 0.0f || v[7] <= 0.0f || v[8] <= 0.0f ||
+                               (v[5] > v[1] && v[5] > v[4]) || (v[6] > v[2] && v[6] > v[4]) ||
+                               (v[7] > v[1] && v[7] > v[3]) || (v[8] > v[2] && v[8] > v[3]);
+        if (badCorner) p.fitPoints = 2;
+    }
+}
+
+bool PIV_PeakDetect2D::doSubPixelFit() {
+    if (m_count == 0) return false;
+    const int w = m_size.width, h = m_size.height;
+    for (int i = 0; i < m_count; i++) {
+        CORR_PEAK_DATA& p = m_peaks[i];
+        m_index = i;
+        m_peakWeightingEnabled = true;
+        const int row = int(p.y + 0.001f);
+        const int col = int(p.x + 0.001f);
+        p.subX = p.subY = 0.0f;
+
+        bool ok;
+        switch (m_cfg.Type) {
+        case PIV::PEAKFIT_GAUSS_3X3: ok = lsq3x3PeakFit(row, col, i); break;
+        case PIV::PEAKFIT_PARABOLIC: ok = parabolicPeakFit(row, col, i); break;
+        case PIV::PEAKFIT_CENTROID: ok = centroidPeakFit(row, col, i); break;
+        case PIV::PEAKFIT_WHITTAKER:
+            ok = i == 0 ? (whittakerFit(row, col, i) || lsq3x3PeakFit(row, col, i))
+                        : lsq3x3PeakFit(row, col, i);
+            break;
+        case PIV::PEAKFIT_NONLIN_GAUSS:
+            if (i != 0) {
+                ok = lsq3x3PeakFit(row, col, i);
+            } else if (nonLinearFit(row, col, i)) {
+                ok = true;
+            } else if (whittakerFit(row, col, i)) {
+                // A Whittaker fit after a failed Gaussian is not trusted on
+                // its own: the retry below decides.
+                ok = false;
+            } else {
+                ok = lsq3x3PeakFit(row, col, i);
+            }
+            break;
+        default: ok = stdGaussPeakFit(row, col, i); break;
+        }
+        p.status = ok ? PIV::PEAK_GOOD : PIV::PEAK_FIT_FAILED;
+        if (ok && std::hypot(p.subX, p.subY) <= 3.0f) continue;
+
+        p.weighted = false;
+        switch (m_cfg.Type) {
+        case PIV::PEAKFIT_PARABOLIC: ok = parabolicPeakFit(row, col, i); break;
+        case PIV::PEAKFIT_CENTROID: ok = centroidPeakFit(row, col, i); break;
+        case PIV::PEAKFIT_GAUSS_3PT: ok = stdGaussPeakFit(row, col, i); break;
+        default: ok = lsq3x3PeakFit(row, col, i); break;
+        }
+        p.status = ok ? PIV::PEAK_GOOD : PIV::PEAK_FIT_FAILED;
+        const bool runaway = std::hypot(p.subX, p.subY) > 3.0f;
+        if (runaway)
+            DebugPrintExt(3,
+                          "   Peak %d not converged - (c,r)=(%d,%d)  (cx,cy)=(%6.3f,%6.3f) "
+                          "corr=%4.2f  SNR=%5.1f",
+                          i, col, row, p.subX, p.subY, p.height, p.snr);
+        if (runaway || !ok) {
+            // A failed fit keeps the integer peak rather than a half-made position.
+            p.status = PIV::PEAK_FIT_FAILED;
+            p.subX = p.subY = 0.0f;
+            p.x = float(signedIndex(col, w));
+            p.y = float(signedIndex(row, h));
+        }
+    }
+    for (int k = m_count + 1; k < 3; k++) m_peaks[k] = m_peaks[m_count];
+    return m_peaks[0].status == PIV::PEAK_GOOD;
+}
+
+bool PIV_PeakDetect2D::parabolicPeakFit(int row, int col, int index) {
+    CORR_PEAK_DATA& p = m_peaks[index];
+    p.status = PIV::PEAK_NOT_FITTED;
+    p.x = p.y = p.height = 0.0f;
+    p.subX = p.subY = 0.0f;
+    p.fitPoints = 2;
+    if (!m_plane || m_min == m_max) return false;
+    getPeakNeighbors3x3(row, col, p);
+    p.height = p.value[0];
+    float v[5];
+    for (int k = 0; k < 5; k++) v[k] = m_peakWeightingEnabled ? p.value[k] * p.weight[k] : p.value[k];
+    float dy = 0.0f, dx = 0.0f;
+    bool ok = Parabolic3PtFit(v[1], v[0], v[2], dy);
+    ok = Parabolic3PtFit(v[4], v[0], v[3], dx) && ok;
+    const float y = float(signedIndex(row, m_size.height)) + dy;
+    const float x = float(signedIndex(col, m_size.width)) + dx;
+    p.subX = dx;
+    p.subY = dy;
+    if (!ok || std::fabs(x) >= 0.5f * float(m_size.width) ||
+        std::fabs(y) >= 0.5f * float(m_size.height)) {
+        p.status = PIV::PEAK_FIT_FAILED;
+        return false;
+    }
+    p.x = x;
+    p.y = y;
+    p.status = PIV::PEAK_GOOD;
+    return true;
+}
+
+bool PIV_PeakDetect2D::stdGaussPeakFit(int row, int col, int index) {
+    CORR_PEAK_DATA& p = m_peaks[index];
+    p.status = PIV::PEAK_NOT_FITTED;
+    p.x = p.y = p.height = 0.0f;
+    p.subX = p.subY = 0.0f;
+    p.fitPoints = 2;
+    if (!m_plane || m_min == m_max) return false;
+    getPeakNeighbors3x3(row, col, p);
+    p.height = p.value[0];
+    float c = p.value[0], n = p.value[1], s = p.value[2], e = p.value[3], w = p.value[4];
+    if (p.weighted) {
+        const float wc = c * p.weight[0], wn = n * p.weight[1], ws = s * p.weight[2],
+                    we = e * p.weight[3], ww = w * p.weight[4];
+        if (!(wn > wc || ws > wc || we > wc || ww > wc)) {
+            c = wc;
+            n = wn;
+            s = ws;
+            e = we;
+            w = ww;
+        }
+    }
+    // One axis: the Gaussian through three points, or the one-sided rules
+    // where a neighbour has no logarithm. Only a two-sided fit counts as good.
+    auto axis = [c](float lower, float higher, float& shift) {
+        if (lower > 0.0f && higher > 0.0f)
+            return Parabolic3PtFit(SafeLog(lower), SafeLog(c), SafeLog(higher), shift);
+        if (lower > 0.0f)
+            shift = -lower / (lower + c);
+        else if (higher > 0.0f)
+            shift = higher / (c + higher);
+        else
+            shift = 0.0f;
+        return false;
+    };
+    float dy = 0.0f, dx = 0.0f;
+    axis(n, s, dy);
+    const bool ok = axis(w, e, dx);
+    if (DebugLevel() > 3) {
+        if (std::fabs(dx) > 1.0f) DebugPrint("Warning - Subpixel shift for X > 1");
+        if (std::fabs(dy) > 1.0f) DebugPrint("Warning - Subpixel shift for Y > 1");
+    }
+    const float y = float(signedIndex(row, m_size.height)) + dy;
+    const float x = float(signedIndex(col, m_size.width)) + dx;
+    if (std::fabs(x) >= 0.5f * float(m_size.width) || std::fabs(y) >= 0.5f * float(m_size.height)) {
+        p.status = PIV::PEAK_FIT_FAILED;
+        return false;
+    }
+    p.subX = dx;
+    p.subY = dy;
+    p.x = x;
+    p.y = y;
+    p.status = PIV::PEAK_GOOD;
+    return ok;
+}

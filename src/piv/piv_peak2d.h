@@ -1,0 +1,147 @@
+// PIV_PeakDetect2D: finds the highest peaks of a correlation plane and fits
+// their position to sub-pixel accuracy.
+//
+// The plane is in FFT order: zero displacement at index 0, negative
+// displacements at the far end of each axis, both axes periodic. Before the
+// fit a peak's x and y are plane indices; after it they are signed
+// displacements in plane cells (x along the columns, y down the rows).
+#pragma once
+
+#include <cstdint>
+#include <vector>
+
+#include "piv_enums.h"
+#include "piv_error.h"
+#include "piv_lmfit.h"
+#include "piv_types.h"
+
+namespace PIV {
+// 1 looks for up to three peaks, any other value for one.
+enum PeakDetectMode { PEAK_SINGLE = 0, PEAK_MULTIPLE = 1 };
+
+// Status of a peak; the same values as PIV_VECTOR::flag.
+enum PeakStatus : uint8_t { PEAK_GOOD = 1, PEAK_NOT_FITTED = 4, PEAK_FIT_FAILED = 12 };
+}  // namespace PIV
+
+// One peak: thirty 32-bit words.
+struct CORR_PEAK_DATA {
+    // The plane around the peak: centre, (row-1, col), (row+1, col),
+    // (row, col+1), (row, col-1), (row-1, col-1), (row+1, col-1),
+    // (row-1, col+1), (row+1, col+1).
+    float value[9];
+    float weight[9];
+    bool nonPositive;  // an edge neighbour is 0 or below
+    bool weighted;
+    uint8_t pad0[2];
+    float height;
+    float snr;
+    float x, y;
+    float subX, subY;
+    uint8_t status;
+    uint8_t pad1[3];
+    int32_t fitPoints;  // 3: all nine values usable; 2: only the cross
+    float shapeX, shapeY;
+    float shapeExtra;  // orientation of the non-linear fit; determinant of the 3x3 fit
+
+    CORR_PEAK_DATA() { clear(); }
+    void clear() {
+        PIV::ZeroRecord(*this);
+        status = PIV::PEAK_NOT_FITTED;
+        for (float& w : weight) w = 1.0f;
+    }
+};
+static_assert(sizeof(CORR_PEAK_DATA) == 30 * 4, "CORR_PEAK_DATA is thirty 32-bit words");
+KELVANE_ASSERT_RECORD(CORR_PEAK_DATA);
+
+class PIV_PeakDetect2D {
+public:
+    PIV_PeakDetect2D();
+
+    // Copies the record; rebuilds search mask and weights when the peak
+    // detection block or the window changed. True when it changed.
+    bool setPivEvalCfg(const PIVEVAL_CFG& cfg);
+    const PIVEVAL_CFG& pivEvalCfg() const { return m_cfg; }
+
+    bool findPeaks(const float* plane, const SIZE2D& size, int mode, bool autocorrelationMode);
+    // findPeaks with `offset` in place of SampleOffset for this call.
+    bool findOffsetPeaks(const float* plane, const SIZE2D& size, POINT2D offset, int mode,
+                         bool autocorrelationMode);
+
+    const CORR_PEAK_DATA* peaks() const { return m_peaks; }
+    int validPeakCount() const { return m_count; }
+    float minCorrelation() const { return m_min; }
+    float maxCorrelation() const { return m_max; }
+    float meanSquaredCorrelation() const { return m_meanSquare; }
+    const char* getLastError() const { return m_error.getLastError(); }
+    int getLastErrorCode() const { return m_error.getLastErrorCode(); }
+
+    // Fit type 5 without a valid auto shape.
+    bool needAutoShape() const;
+    // Fits the shape of the autocorrelation peak that starts the 2-D Gaussian fits.
+    bool calcAutoShape(const float* autoPlane, const SIZE2D& size);
+    bool haveAutoShape() const { return m_haveAutoShape; }
+    FPOINT3D autoShape() const { return m_autoShape; }
+    void setPeakWeightingEnabled(bool enable) { m_peakWeightingEnabled = enable; }
+    void clearNonlinearFit() { m_haveAutoShape = false; }
+    int fitSize() const { return m_fitSize; }
+
+    PIVerror& error() { return m_error; }
+
+private:
+    friend struct PeakFitAccess;  // lets the tests drive single fits
+
+    bool findPeaksOrThrow(const float* plane, const SIZE2D& size, int mode, bool autocorrelation);
+    void rebuildMaskAndWeights(const SIZE2D& size);
+    bool inMask(int row, int col) const { return m_mask[size_t(row) * m_size.width + col] != 0; }
+
+    // Minimum, maximum and mean square of the plane.
+    void scanPlane();
+    // Searches; all fill m_peaks, m_count and the plane's statistics.
+    bool findSinglePeak(bool local);
+    bool findMultiplePeaks(bool local);
+
+    bool doSubPixelFit();
+    void getPeakNeighbors3x3(int row, int col, CORR_PEAK_DATA& p) const;
+    float planeAt(int row, int col) const;
+    float weightAt(int row, int col) const;
+    int signedIndex(int index, int n) const { return index >= n / 2 ? index - n : index; }
+
+    // The fits; each works on peak `index` at plane cell (row, col).
+    bool stdGaussPeakFit(int row, int col, int index);
+    bool parabolicPeakFit(int row, int col, int index);
+    bool lsq3x3PeakFit(int row, int col, int index);
+    bool centroidPeakFit(int row, int col, int index);
+    bool whittakerFit(int row, int col, int index);
+    bool nonLinearFit(int row, int col, int index);
+    bool checkPeakShape(const CORR_PEAK_DATA& peak, float tolerance) const;
+    // Gathers the cells within the fit radius around (row, col) into m_fitPoints.
+    int collectFitPoints(const float* plane, int row, int col, int radius, float& lo,
+                         float& hi);
+    int fitRadiusFor(const SIZE2D& size) const;
+
+    bool findSelfCorrelation();
+    bool doPeakSwap(float y, float x, float radius);
+
+    PIVerror m_error;
+    PIVEVAL_CFG m_cfg;
+    const float* m_plane = nullptr;
+    SIZE2D m_size{0, 0};
+    POINT2D m_offset{0, 0};
+    CORR_PEAK_DATA m_peaks[3];
+    std::vector<uint8_t> m_mask;
+    std::vector<uint8_t> m_candidates;  // one row of the multiple search
+    SIZE2D m_maskSize{0, 0};
+    SIZE2D m_maskHalf{0, 0};
+    std::vector<float> m_colWeights, m_rowWeights;
+    bool m_peakWeightingEnabled = true;
+    int m_index = 0;
+    int m_count = 0;
+    float m_min = 0.0f, m_max = 0.0f, m_meanSquare = 0.0f;
+    int m_fitSize = 3;
+    int m_fitRadius = 1;
+    PIV::LmFitPoints m_fitPoints;
+    std::vector<double> m_line;  // a row or column of the plane for the Whittaker fit
+    FPOINT3D m_autoShape{0.0f, 0.0f, 0.0f};
+    bool m_haveAutoShape = false;
+    PIV::LmWorkspace m_lm;
+};
