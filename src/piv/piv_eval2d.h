@@ -62,6 +62,7 @@ public:
     void adjustSamplingWindow(int x, int y, PIV_Corr2D* correlator);
 
 protected:
+    const Image2D* postProcessMask() const override { return m_useMask ? m_pMaskA : nullptr; }
     bool evalSinglePass();
     bool evalMultiPass(bool deformLastPass);
     bool evalMultiGrid();

@@ -34,7 +34,7 @@ bool PIV_Eval2D_Base::doPostProcessing(bool force) {
     if (m_newValidation) m_data->setFlagValidated(false);
     m_data->setFlagAllowPostProcess(true);
     m_data->setFlagDifferentiated(false);
-    const bool ok = m_data->postProcess(m_params, nullptr, false);
+    const bool ok = m_data->postProcess(m_params, postProcessMask(), false);
     if (!ok && m_data->haveRawData()) appendToLogFile("PostProcessing failed");
     return ok;
 }
@@ -46,7 +46,7 @@ void PIV_Eval2D_Base::showStatusMessage(const char* text) {
 }
 
 void PIV_Eval2D_Base::appendToLogFile(const char* text) {
-    if (text && text[0]) DebugPrint("%s", text);
+    if (text && text[0]) ShowStatus("%s", text);
 }
 
 bool PIV_Eval2D_Base::wasCancelled() {

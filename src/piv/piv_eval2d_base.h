@@ -9,6 +9,8 @@
 #include "piv_params.h"
 #include "piv_types.h"
 
+class Image2D;
+
 class PIV_Eval2D_Base {
 public:
     // Uses the field and parameters given (taking a reference on each) or
@@ -63,6 +65,9 @@ public:
     PIVerror& error() { return m_error; }
 
 protected:
+    // The mask whose nodes post-processing marks; none in the base.
+    virtual const Image2D* postProcessMask() const { return nullptr; }
+
     PIV_Data2D* m_data;
     PIV_Parameters* m_params;
     int m_analysisMode = 1;

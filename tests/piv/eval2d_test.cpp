@@ -1,0 +1,285 @@
+// The evaluator's behaviour around the windows: sample lists, edges, masks,
+// threads, progress, the probe and its refusals.
+#include <gtest/gtest.h>
+
+#include <cmath>
+#include <cstring>
+#include <vector>
+
+#include "eval_test_support.h"
+#include "message_capture.h"
+#include "piv_util.h"
+
+using namespace eval_test;
+using kelvane_test::RenderPair;
+using kelvane_test::UniformFlow;
+
+namespace {
+
+// An evaluator that records the progress it is shown.
+class ProgressRecorder : public PIV_Eval2D {
+public:
+    void showProgress(int step, int steps) override { calls.push_back({step, steps}); }
+    std::vector<std::pair<int, int>> calls;
+};
+
+CORR_SAMPLE_POS Sample(int x, int y, POINT2D offset = POINT2D{0, 0}) {
+    CORR_SAMPLE_POS s;
+    s.pos = POINT2D{x, y};
+    s.offset = offset;
+    s.enabled = true;
+    return s;
+}
+
+// Threads of the evaluation for one test.
+class ThreadScope {
+public:
+    explicit ThreadScope(int n) { PIV::SetMaxThreads(n); }
+    ~ThreadScope() { PIV::SetMaxThreads(0); }
+};
+
+}  // namespace
+
+TEST(Eval2D, DefaultMethodIsMultiPassAndNotYetAvailable) {
+    MessageCapture quiet;
+    const auto pair = RenderPair(StandardParams(128), UniformFlow(1.0, 0.0));
+    PIVEVAL_CFG cfg = SinglePass();
+    cfg.Method = PIVEVAL_CFG().Method;
+    ASSERT_EQ(cfg.Method, PIV::METHOD_MULTI_PASS);
+    Evaluation e(pair, cfg);
+    EXPECT_FALSE(e.run());
+    EXPECT_EQ(e.eval->getLastErrorCode(), PIVerror::FUNCTION_NOT_AVAILABLE);
+    // An iterative method always validates: the check switches validation on.
+    EXPECT_TRUE(e.eval->parameters()->outlierCfg().Enable);
+    EXPECT_FALSE(e.field().haveRawData());
+}
+
+TEST(Eval2D, FieldAfterASinglePass) {
+    MessageCapture quiet;
+    const auto pair = RenderPair(StandardParams(128), UniformFlow(2.0, -1.0));
+    Evaluation e(pair, SinglePass());
+    ASSERT_TRUE(e.run());
+    const PIV_Data2D& f = e.field();
+    // 128 px, 32 px windows, step 16: nodes from 16 to 112, 7 on each axis.
+    EXPECT_EQ(f.grid().nodes.width, 7);
+    EXPECT_EQ(f.grid().nodes.height, 7);
+    const PIV_VECTOR& v = f.data()[8];  // row 1, col 1
+    EXPECT_EQ(v.ix, 32);
+    EXPECT_EQ(v.iy, 32);
+    EXPECT_EQ(v.flag, VECTOR_ENABLED);
+    EXPECT_EQ(v.count, 1);
+    EXPECT_NEAR(v.dx, 2.0f, 0.15f);
+    EXPECT_NEAR(v.dy, 1.0f, 0.15f);  // the flow moves up by 1 px: dy counts upwards
+    EXPECT_NEAR(v.peak[0].x, v.dx, 1e-6f);
+    EXPECT_GT(v.corr, 0.5f);
+    EXPECT_GT(v.snr, 1.0f);
+    EXPECT_FALSE(f.isIntermediateData());
+    EXPECT_TRUE(f.isConverted());
+    // Velocity data with displacements and peaks.
+    EXPECT_EQ(f.dataType(), PIV::DATA_VELOCITY | PIV::DATA_DISPLACEMENT | PIV::DATA_PEAKS);
+    EXPECT_EQ(f.vectorsActive(), 49u);
+    EXPECT_NEAR(f.vectorMean().dx, 2.0f, 0.05f);
+}
+
+TEST(Eval2D, ProbeAtANodeGivesTheFieldsVector) {
+    MessageCapture quiet;
+    const auto pair = RenderPair(StandardParams(128), UniformFlow(1.6, 0.7));
+    Evaluation e(pair, SinglePass());
+    ASSERT_TRUE(e.run());
+    PIV_VECTOR probe;
+    ASSERT_TRUE(e.eval->interrogateAtPoint(POINT2D{48, 64}, &probe, 0));
+    const PIV_VECTOR& node = e.field().data()[3 * 7 + 2];  // row 3, col 2
+    ASSERT_EQ(node.ix, 48);
+    ASSERT_EQ(node.iy, 64);
+    EXPECT_EQ(probe.dx, node.dx);
+    EXPECT_EQ(probe.dy, node.dy);
+    EXPECT_EQ(probe.ix, 48);
+    // Outside the image, or a window the size of the image, is refused.
+    EXPECT_FALSE(e.eval->interrogateAtPoint(POINT2D{-1, 10}, &probe, 0));
+    EXPECT_EQ(e.eval->getLastErrorCode(), PIVerror::SAMPLE_OUTSIDE_IMAGE);
+}
+
+TEST(Eval2D, NodesAtTheEdgeSlideInwardAndKeepTheirPositions) {
+    MessageCapture quiet;
+    const auto pair = RenderPair(StandardParams(128), UniformFlow(2.0, 0.0));
+    Evaluation e(pair, SinglePass());
+    // Nodes 3 px from the left edge and 2 px from the lower edge: their
+    // windows move inward, still over the same uniform flow.
+    std::vector<CORR_SAMPLE_POS> samples = {Sample(3, 64), Sample(64, 126)};
+    std::vector<PIV_VECTOR> vectors(samples.size());
+    int good = 0;
+    ASSERT_TRUE(e.eval->processSampleList(samples.data(), 2, vectors.data(), SinglePass(), false,
+                                          &e.a, &e.b, nullptr, nullptr, nullptr, nullptr, &good));
+    EXPECT_EQ(good, 2);
+    EXPECT_EQ(vectors[0].ix, 3);
+    EXPECT_EQ(vectors[1].iy, 126);
+    for (const PIV_VECTOR& v : vectors) EXPECT_NEAR(v.dx, 2.0f, 0.2f);
+
+    // Without keeping node positions the vectors sit where the windows went:
+    // the centre of a 32 px window against the edge is 16 px in.
+    e.eval->setKeepNodePositions(false);
+    ASSERT_TRUE(e.eval->processSampleList(samples.data(), 2, vectors.data(), SinglePass(), false,
+                                          &e.a, &e.b, nullptr, nullptr, nullptr, nullptr, &good));
+    EXPECT_EQ(vectors[0].ix, 16);
+    EXPECT_EQ(vectors[1].iy, 128 - 16);
+}
+
+TEST(Eval2D, AccumulateAddsTheNewDisplacementToTheOld) {
+    MessageCapture quiet;
+    const auto pair = RenderPair(StandardParams(128), UniformFlow(5.0, 0.0));
+    Evaluation e(pair, SinglePass());
+    // The windows are already 5 px apart; the correlation finds the rest (0).
+    std::vector<CORR_SAMPLE_POS> samples = {Sample(64, 64, POINT2D{5, 0})};
+    std::vector<PIV_VECTOR> vectors(1);
+    vectors[0].dx = 5.0f;
+    int good = 0;
+    ASSERT_TRUE(e.eval->processSampleList(samples.data(), 1, vectors.data(), SinglePass(), true,
+                                          &e.a, &e.b, nullptr, nullptr, nullptr, nullptr, &good));
+    EXPECT_EQ(good, 1);
+    EXPECT_NEAR(vectors[0].dx, 5.0f, 1e-3f);
+    EXPECT_NEAR(vectors[0].peak[0].x, 5.0f, 1e-3f);
+}
+
+TEST(Eval2D, EmptyWindowFailsAloneAndDisabledEntriesStayAsTheyWere) {
+    MessageCapture quiet;
+    auto pair = RenderPair(StandardParams(128), UniformFlow(1.0, 1.0));
+    // A black square in both frames around (32, 32).
+    for (int y = 0; y < 64; y++)
+        for (int x = 0; x < 64; x++) pair.a[y * 128 + x] = pair.b[y * 128 + x] = 0.0f;
+    Evaluation e(pair, SinglePass());
+    std::vector<CORR_SAMPLE_POS> samples = {Sample(32, 32), Sample(96, 96), Sample(96, 32)};
+    samples[2].enabled = false;
+    std::vector<PIV_VECTOR> vectors(3);
+    vectors[2].dx = 42.0f;
+    int good = 0;
+    ASSERT_TRUE(e.eval->processSampleList(samples.data(), 3, vectors.data(), SinglePass(), false,
+                                          &e.a, &e.b, nullptr, nullptr, nullptr, nullptr, &good));
+    EXPECT_EQ(good, 1);
+    EXPECT_EQ(vectors[0].flag, VECTOR_NO_RESULT | VECTOR_OUTLIER);
+    EXPECT_EQ(samples[0].error, PIVerror::CORRELATION_FAILED);
+    EXPECT_EQ(vectors[1].flag, VECTOR_ENABLED);
+    EXPECT_EQ(vectors[2].dx, 42.0f);
+    EXPECT_EQ(vectors[2].flag, 0);
+}
+
+TEST(Eval2D, MaskOverTheTopRowOfAWindow) {
+    MessageCapture quiet;
+    const auto pair = RenderPair(StandardParams(128), UniformFlow(1.0, 0.0));
+    Evaluation e(pair, SinglePass());
+    // The window of node (64, 64) spans rows 48..79.
+    Image2D topRow(128, 128, IMAGE_UINT8), allButTop(128, 128, IMAGE_UINT8);
+    topRow.fill(0);
+    allButTop.fill(0);
+    for (int x = 0; x < 128; x++) topRow.setPixel(x, 48, 255);
+    for (int y = 49; y < 128; y++)
+        for (int x = 0; x < 128; x++) allButTop.setPixel(x, y, 255);
+    std::vector<CORR_SAMPLE_POS> samples = {Sample(64, 64)};
+    std::vector<PIV_VECTOR> vectors(1);
+    int good = 0;
+    e.eval->processSampleList(samples.data(), 1, vectors.data(), SinglePass(), false, &e.a, &e.b,
+                              nullptr, nullptr, &topRow, nullptr, &good);
+    EXPECT_EQ(good, 0);
+    EXPECT_EQ(samples[0].error, PIVerror::SAMPLE_MASKED);
+    samples[0].error = 0;
+    e.eval->processSampleList(samples.data(), 1, vectors.data(), SinglePass(), false, &e.a, &e.b,
+                              nullptr, nullptr, &allButTop, nullptr, &good);
+    EXPECT_EQ(good, 1) << "only the top row of a window counts in the mask test";
+
+    // Through the evaluator: the nodes on the masked row are marked masked
+    // after the run; those whose window starts on it failed.
+    ASSERT_EQ(e.eval->setMaskImages(&topRow, nullptr, true), 1);
+    ASSERT_TRUE(e.run());
+    const PIV_VECTOR& onRow = e.field().data()[2 * 7 + 3];
+    const PIV_VECTOR& below = e.field().data()[3 * 7 + 3];
+    EXPECT_EQ(onRow.iy, 48);
+    EXPECT_EQ(onRow.flag, VECTOR_MASKED | VECTOR_OUTLIER);
+    EXPECT_EQ(below.iy, 64);
+    EXPECT_EQ(below.flag, VECTOR_NO_RESULT | VECTOR_OUTLIER);
+    EXPECT_EQ(e.field().vectorsMasked(), 7u);
+    EXPECT_EQ(e.eval->setMaskImages(nullptr, nullptr, true), 0);
+}
+
+TEST(Eval2D, OneProgressStepPerEntryBelowAHundred) {
+    MessageCapture quiet;
+    const auto pair = RenderPair(StandardParams(128), UniformFlow(1.0, 0.0));
+    ProgressRecorder eval;
+    Image2D a = ToImage(pair.a, 128, 128), b = ToImage(pair.b, 128, 128);
+    eval.setPivEvalCfg(SinglePass());
+    ASSERT_TRUE(eval.setPivImages(&a, &b));
+    std::vector<CORR_SAMPLE_POS> samples;
+    for (int k = 0; k < 37; k++) samples.push_back(Sample(20 + 2 * k, 64));
+    std::vector<PIV_VECTOR> vectors(samples.size());
+    int good = 0;
+    ASSERT_TRUE(eval.processSampleList(samples.data(), 37, vectors.data(), SinglePass(), false, &a,
+                                       &b, nullptr, nullptr, nullptr, nullptr, &good));
+    ASSERT_FALSE(eval.calls.empty());
+    for (const auto& c : eval.calls) EXPECT_EQ(c.second, 37);
+    EXPECT_EQ(eval.calls.back().first, -1);
+}
+
+TEST(Eval2D, OneAndTwoThreadsGiveTheSameField) {
+    MessageCapture quiet;
+    const auto pair = RenderPair(StandardParams(256), kelvane_test::LambOseenVortex(128, 128, 400, 40));
+    auto run = [&](int threads, int fit) {
+        ThreadScope scope(threads);
+        PIVEVAL_CFG cfg = SinglePass(32, 16, fit);
+        if (fit == PIV::PEAKFIT_NONLIN_GAUSS) cfg.Size = 5;
+        Evaluation e(pair, cfg);
+        EXPECT_EQ(e.eval->correlatorCount(), threads);
+        EXPECT_TRUE(e.run());
+        return std::vector<PIV_VECTOR>(e.field().data(), e.field().data() + e.field().nodeCount());
+    };
+    for (int fit = PIV::PEAKFIT_GAUSS_3PT; fit <= PIV::PEAKFIT_NONLIN_GAUSS; fit++) {
+        const std::vector<PIV_VECTOR> one = run(1, fit), two = run(2, fit);
+        ASSERT_EQ(one.size(), two.size());
+        if (fit != PIV::PEAKFIT_NONLIN_GAUSS) {
+            EXPECT_EQ(std::memcmp(one.data(), two.data(), one.size() * sizeof(PIV_VECTOR)), 0)
+                << "fit " << fit;
+            continue;
+        }
+        // The 2-D Gaussian starts from the auto shape each worker fitted on
+        // its own windows, so its result depends on how nodes are shared.
+        float worst = 0.0f;
+        for (size_t k = 0; k < one.size(); k++)
+            worst = std::max({worst, std::fabs(one[k].dx - two[k].dx), std::fabs(one[k].dy - two[k].dy)});
+        EXPECT_LE(worst, 0.02f);
+    }
+}
+
+TEST(Eval2D, RefusesWithoutImagesAndMismatchedImages) {
+    MessageCapture quiet;
+    PIV_Eval2D eval;
+    EXPECT_FALSE(eval.interrogateImage(false));
+    EXPECT_EQ(eval.getLastErrorCode(), PIVerror::IMAGE_IS_NULL);
+    Image2D a(64, 64, IMAGE_UINT8), b(64, 48, IMAGE_UINT8);
+    EXPECT_FALSE(eval.setPivImages(&a, &b));
+    EXPECT_EQ(eval.getLastErrorCode(), PIVerror::IMAGE_SIZE_MISMATCH);
+    EXPECT_FALSE(eval.setPivImages(&a, nullptr));
+    EXPECT_EQ(eval.getLastErrorCode(), PIVerror::IMAGE_IS_NULL);
+}
+
+TEST(Eval2D, ScanCorrelationModesFailEveryWindow) {
+    MessageCapture quiet;
+    const auto pair = RenderPair(StandardParams(128), UniformFlow(1.0, 0.0));
+    for (int mode : {PIV::CORR_MQD, PIV::CORR_DIRECT_CROSS, PIV::CORR_ERROR_FUNCTION}) {
+        PIVEVAL_CFG cfg = SinglePass();
+        cfg.CorrelationMode = mode;
+        Evaluation e(pair, cfg);
+        ASSERT_TRUE(e.run()) << "single windows failing do not fail the evaluation";
+        for (int k = 0; k < e.field().nodeCount(); k++)
+            ASSERT_EQ(e.field().data()[k].flag, VECTOR_NO_RESULT | VECTOR_OUTLIER) << "mode " << mode;
+    }
+}
+
+TEST(Eval2D, ValidationAskedForIsNotSkippedSilently) {
+    MessageCapture capture;
+    const auto pair = RenderPair(StandardParams(128), UniformFlow(1.0, 0.0));
+    Evaluation e(pair, SinglePass());
+    OUTLIER_CFG outlier;
+    outlier.Enable = true;
+    e.eval->setOutlierCfg(outlier);
+    EXPECT_TRUE(e.run()) << "the vectors are there; their post-processing failed";
+    EXPECT_EQ(e.field().error().getLastErrorCode(), PIVerror::FUNCTION_NOT_AVAILABLE);
+    EXPECT_FALSE(e.field().isValidated());
+    EXPECT_NE(capture.all().find("PostProcessing failed"), std::string::npos);
+}
