@@ -387,20 +387,24 @@ int ASCIIParFile::serialize(const char* key, FPOINT3D* value) {
     return ok;
 }
 
-// `edges` holds (start, end) pairs; the file holds (start, extent) pairs.
-// Extents are taken in 64 bits so that no pair of edges can overflow them.
+// `edges` holds (start, end) pairs, x then y then z. The file holds the x and
+// y starts, their extents, then the z start and extent: left, top, width,
+// height, front, depth. Extents are taken in 64 bits so that no pair of edges
+// can overflow them.
 template <typename T>
 int ASCIIParFile::serializeRect(const char* key, int type, T* edges, int pairs) {
+    static const int startAt[3] = {0, 1, 4};
+    static const int extentAt[3] = {2, 3, 5};
     long long v[6];
     for (int i = 0; i < pairs; i++) {
-        v[2 * i] = edges[2 * i];
-        v[2 * i + 1] = std::llabs(static_cast<long long>(edges[2 * i + 1]) - edges[2 * i]);
+        v[startAt[i]] = edges[2 * i];
+        v[extentAt[i]] = std::llabs(static_cast<long long>(edges[2 * i + 1]) - edges[2 * i]);
     }
     const int ok = serializeNumbers(key, type, v, 2 * pairs);
     if (ok && m_mode == READ) {
         for (int i = 0; i < pairs; i++) {
-            const int32_t start = _clampToInt32(v[2 * i]);
-            const long long extent = std::clamp(v[2 * i + 1], -(1LL << 40), 1LL << 40);
+            const int32_t start = _clampToInt32(v[startAt[i]]);
+            const long long extent = std::clamp(v[extentAt[i]], -(1LL << 40), 1LL << 40);
             edges[2 * i] = start;
             edges[2 * i + 1] = _clampToInt32(start + extent);
         }
@@ -410,7 +414,6 @@ int ASCIIParFile::serializeRect(const char* key, int type, T* edges, int pairs) 
 
 int ASCIIParFile::serialize(const char* key, RECT2D* value) {
     if (!value) return 0;
-    // File order: left, width, top, height.
     int32_t edges[4] = {value->left, value->right, value->top, value->bottom};
     const int ok = serializeRect(key, TYPE_RECT2D, edges, 2);
     if (ok && m_mode == READ) *value = RECT2D{edges[0], edges[1], edges[2], edges[3]};

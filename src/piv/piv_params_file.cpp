@@ -192,8 +192,6 @@ bool PIV_Parameters::readASCII(const char* fileName, int view) {
         DebugPrint("Failed reading parameters from: '%s'", fileName ? fileName : "");
         return false;
     }
-    // The file carries unit names but not the factors that go with them.
-    updateConversionFactors();
     return true;
 }
 
