@@ -3,8 +3,6 @@
 #include <algorithm>
 #include <cerrno>
 #include <cfloat>
-#include <cinttypes>
-#include <climits>
 #include <cmath>
 #include <cstdint>
 #include <cstdlib>

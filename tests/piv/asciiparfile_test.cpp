@@ -7,7 +7,6 @@
 #include <climits>
 #include <filesystem>
 #include <memory>
-#include <random>
 #include <string>
 #include <vector>
 
@@ -161,17 +160,6 @@ TEST(ParFileRead, MissingFileIsError26AndAnEmptyList) {
     EXPECT_NE(messages.all().find("readList() - failed opening file: '"), std::string::npos);
 }
 
-TEST(ParFileRead, BinaryGarbageDoesNoHarm) {
-    ScratchDir dir;
-    std::mt19937 rng(9);
-    std::string bytes(200000, '\0');
-    for (char& c : bytes) c = static_cast<char>(rng());
-    auto file = ReadText(dir, bytes);
-    int value = kUntouched;
-    EXPECT_EQ(file->serialize("View0_PIV_Eval_Method", &value), 0);
-    EXPECT_EQ(value, kUntouched);
-}
-
 TEST(ParFileWrite, FormatOfEveryKind) {
     ScratchDir dir;
     const std::string path = dir.file("out.par");
@@ -321,15 +309,6 @@ TEST(ParFileWrite, UnwritableTargetsFailAndLeaveNoTrace) {
     EXPECT_TRUE(std::filesystem::is_directory(dir.file("sub")));
     // Only the directory is left: no temporaries.
     EXPECT_EQ(std::distance(std::filesystem::directory_iterator(dir.path()), {}), 1);
-}
-
-TEST(ParFileModes, ReadModeAddsNoCommentsAndDoesNotSave) {
-    ScratchDir dir;
-    auto file = ReadText(dir, "Key = 1\n");
-    EXPECT_TRUE(file->readMode());
-    EXPECT_EQ(file->addComment("# no"), 0);
-    EXPECT_EQ(file->close(), 0);
-    EXPECT_EQ(file->entryCount(), 1);
 }
 
 }  // namespace

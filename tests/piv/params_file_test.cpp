@@ -248,16 +248,6 @@ TEST(ParameterFileKeys, SquarenessRatioCarriesTheYFactor) {
     EXPECT_EQ(read.params.convert.LengthConversion[2], 3.0);
 }
 
-TEST(ParameterFileKeys, WindowDepthIsAtLeastOne) {
-    ScratchDir dir;
-    WriteBytes(dir.file("w.par"),
-               "View0_PIV_Eval_SampleSize = 16,16,0\nView0_PIV_Eval_SampleStep = 8,8,-4\n");
-    ParRecords r;
-    ASSERT_EQ(Read(dir.file("w.par"), r), 1);
-    EXPECT_EQ(r.params.eval.SampleSize.depth, 1);
-    EXPECT_EQ(r.params.eval.grid.step.depth, 1);
-}
-
 TEST(ParameterFileBadInput, RecordsStayAsTheyWere) {
     MessageCapture messages;
     ScratchDir dir;
