@@ -214,10 +214,7 @@ int ASCIIParFile::beginGroup(const char* text) {
     if (!text || m_depth >= MaxGroupDepth) return 0;
     _copyBounded(m_groups[m_depth], TextSize, text, std::strlen(text));
     m_depth++;
-    std::size_t n = 0;
-    m_groupName[0] = '\0';
-    for (int i = 0; i < m_depth && n < TextSize - 1; i++)
-        n += _copyBounded(m_groupName + n, TextSize - n, m_groups[i], std::strlen(m_groups[i]));
+    rebuildGroupName();
     return 1;
 }
 
@@ -225,11 +222,15 @@ int ASCIIParFile::endGroup() {
     if (m_depth <= 0) return 0;
     m_depth--;
     m_groups[m_depth][0] = '\0';
+    rebuildGroupName();
+    return 1;
+}
+
+void ASCIIParFile::rebuildGroupName() {
     std::size_t n = 0;
     m_groupName[0] = '\0';
     for (int i = 0; i < m_depth && n < TextSize - 1; i++)
         n += _copyBounded(m_groupName + n, TextSize - n, m_groups[i], std::strlen(m_groups[i]));
-    return 1;
 }
 
 const char* ASCIIParFile::compose(const char* key) {

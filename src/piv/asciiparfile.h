@@ -135,6 +135,8 @@ private:
 
     bool append(const Entry& entry);
     bool grow();
+    // The open groups joined, cut at TextSize-1 characters.
+    void rebuildGroupName();
     // The variable name of `key` in the open groups.
     const char* compose(const char* key);
     Entry* find(const char* key);
