@@ -9,6 +9,8 @@
 class PIV_Parameters {
 public:
     PIV_Parameters();
+    // The defaults, then whatever the parameter file gives for view 0.
+    explicit PIV_Parameters(const char* fileName);
     virtual ~PIV_Parameters();
     PIV_Parameters(const PIV_Parameters&) = delete;
     PIV_Parameters& operator=(const PIV_Parameters&) = delete;
@@ -61,6 +63,14 @@ public:
     // Lays the grid anew and recomputes the factors; true when either changed.
     bool update();
     void convertVector(PIV_VECTOR* vector) const;
+
+    // Parameter files. read() takes a parameter or NetCDF data file and
+    // reports a bad name (23), a missing file (28) or a failed read (30).
+    bool read(const char* fileName, int view = 0);
+    bool readASCII(const char* fileName, int view = 0);
+    // The NetCDF form; not available yet, so it fails with error 11.
+    bool save(const char* fileName, int view = 0);
+    bool saveASCII(const char* fileName, int view = 0, bool unused = false);
 
     PIVerror& error() { return m_error; }
 

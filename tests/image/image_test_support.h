@@ -16,6 +16,7 @@
 #include "image2d.h"
 #include "message_capture.h"
 #include "piv_messages.h"
+#include "scratch_files.h"
 
 namespace image_test {
 
@@ -45,35 +46,9 @@ inline std::string LastText(const Image2D& img) {
     return img.error().getLastError();
 }
 
-// A fresh directory under the build tree, removed with its contents.
-class ScratchDir {
-public:
-    ScratchDir() {
-        std::string pattern = std::string(KELVANE_BINARY_DIR) + "/image_test_XXXXXX";
-        char* made = ::mkdtemp(&pattern[0]);
-        EXPECT_NE(made, nullptr);
-        m_path = pattern;
-    }
-    ~ScratchDir() {
-        std::error_code ec;
-        std::filesystem::remove_all(m_path, ec);
-    }
-    std::string file(const std::string& name) const { return m_path + "/" + name; }
-    const std::string& path() const { return m_path; }
-
-private:
-    std::string m_path;
-};
-
-inline void WriteBytes(const std::string& path, const std::string& bytes) {
-    std::ofstream out(path, std::ios::binary);
-    out.write(bytes.data(), static_cast<std::streamsize>(bytes.size()));
-}
-
-inline std::string ReadBytes(const std::string& path) {
-    std::ifstream in(path, std::ios::binary);
-    return std::string(std::istreambuf_iterator<char>(in), std::istreambuf_iterator<char>());
-}
+using test_support::ReadBytes;
+using test_support::ScratchDir;
+using test_support::WriteBytes;
 
 inline std::string DataFile(const std::string& name) {
     return std::string(KELVANE_TEST_DATA_DIR) + "/image/" + name;

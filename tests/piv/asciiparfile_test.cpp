@@ -1,0 +1,314 @@
+// ASCIIParFile: the line syntax, lookup, groups, and writing a list back.
+#include "asciiparfile.h"
+
+#include <gtest/gtest.h>
+
+#include <cfloat>
+#include <climits>
+#include <filesystem>
+#include <memory>
+#include <string>
+#include <vector>
+
+#include "message_capture.h"
+#include "scratch_files.h"
+
+using test_support::ReadBytes;
+using test_support::ScratchDir;
+using test_support::WriteBytes;
+
+namespace {
+
+constexpr int kUntouched = -7;
+
+struct SyntaxCase {
+    const char* name;
+    std::string text;  // the whole file
+    const char* key;
+    bool found;
+    std::vector<int> ints;  // the first values read as int; kUntouched where none
+};
+
+std::string Line(std::size_t length, char fill = 'x') {
+    return std::string(length, fill);
+}
+
+// clang-format off
+const SyntaxCase kSyntaxCases[] = {
+    {"PlainLine", "Key = 5\n", "Key", true, {5, kUntouched}},
+    {"LastLineWithoutLineFeedIsLost", "Ab = 1\nKey = 5", "Key", false, {}},
+    {"LinesBeforeAnUnfinishedLastOneCount", "Ab = 1\nKey = 5", "Ab", true, {1}},
+    {"LineOf1023CharactersIsRead", "# " + Line(1021) + "\nKey = 2\n", "Key", true, {2}},
+    {"LineOf1024CharactersEndsTheFile", "Key = 1\n# " + Line(1022) + "\nAfter = 2\n", "After", false, {}},
+    {"LinesBeforeAnOverlongLineCount", "Key = 1\n# " + Line(1022) + "\nAfter = 2\n", "Key", true, {1}},
+    {"OneCharacterKeyIsDropped", "K = 5\n", "K", false, {}},
+    {"TwoCharacterKeyIsKept", "Ke = 5\n", "Ke", true, {5}},
+    {"ElevenValuesKeepTen", "Key = 1,2,3,4,5,6,7,8,9,10,11\n", "Key", true, {1, 2, 3, 4, 5, 6, 7, 8, 9, 10}},
+    {"FirstOfDuplicateKeysWins", "Key = 1\nKey = 2\n", "Key", true, {1}},
+    {"RunsOfSeparators", "Key;;= 3 ,, 4;\n", "Key", true, {3, 4, kUntouched}},
+    {"LeadingBlanks", "   Key = 6\n", "Key", true, {6}},
+    {"KeysAreCaseSensitive", "key = 6\n", "Key", false, {}},
+    {"HashStartsAComment", "  # Key = 5\n", "Key", false, {}},
+    {"BracketStartsAComment", "[Key] = 5\n", "[Key]", false, {}},
+    {"PercentStartsAComment", "%Key = 5\n", "%Key", false, {}},
+    {"EmptyValueLeavesAnArrayAlone", "Key =\n", "Key", true, {kUntouched}},
+    {"TextReadsAsZero", "Key = abc\n", "Key", true, {0}},
+    {"NumberPrefixIsRead", "Key = 12abc\n", "Key", true, {12}},
+    {"HugeIntegersSaturate", "Key = 99999999999999999999,-99999999999999999999\n", "Key", true, {INT_MAX, INT_MIN}},
+    // A string resumes the scan behind its closing quote plus the length of
+    // its first run: the 5 lies inside that overshoot, the 7 does not.
+    {"ValueRightBehindAStringIsLost", "Key = \"ab\",5\n", "Key", true, {0, kUntouched}},
+    {"ValueFarBehindAStringIsRead", "Key = \"a b\" , 7\n", "Key", true, {0, 7}},
+    {"BinaryZeroEndsTheLine", std::string("Key = 1,\0 2\n", 12), "Key", true, {1, kUntouched}},
+};
+// clang-format on
+
+class ParFileSyntax : public ::testing::TestWithParam<SyntaxCase> {};
+
+TEST_P(ParFileSyntax, ReadsAsTheLineSays) {
+    const SyntaxCase& c = GetParam();
+    ScratchDir dir;
+    WriteBytes(dir.file("t.par"), c.text);
+    ASCIIParFile file(dir.file("t.par").c_str());
+    std::vector<int> values(ASCIIParFile::MaxValues, kUntouched);
+    EXPECT_EQ(file.serializeArray(c.key, values.data(), ASCIIParFile::MaxValues), c.found ? 1 : 0);
+    for (std::size_t i = 0; i < c.ints.size(); i++)
+        EXPECT_EQ(values[i], c.ints[i]) << "value " << i;
+}
+
+INSTANTIATE_TEST_SUITE_P(Cases, ParFileSyntax, ::testing::ValuesIn(kSyntaxCases),
+                         [](const auto& info) { return std::string(info.param.name); });
+
+std::unique_ptr<ASCIIParFile> ReadText(const ScratchDir& dir, const std::string& text) {
+    WriteBytes(dir.file("in.par"), text);
+    return std::make_unique<ASCIIParFile>(dir.file("in.par").c_str());
+}
+
+TEST(ParFileRead, Strings) {
+    ScratchDir dir;
+    auto file = ReadText(dir,
+                         "Sa = \"a b,c=d;e\"\n"
+                         "Sb = \"no closing quote, still text\n"
+                         "Sc = plain\n"
+                         "Sd = \"abcdef\"\n");
+    char text[64] = "junk";
+    EXPECT_EQ(file->serializeString("Sa", text, sizeof(text)), 1);
+    EXPECT_STREQ(text, "a b,c=d;e");
+    EXPECT_EQ(file->serializeString("Sb", text, sizeof(text)), 1);
+    EXPECT_STREQ(text, "no closing quote, still text");
+    EXPECT_EQ(file->serializeString("Sc", text, sizeof(text)), 1);
+    EXPECT_STREQ(text, "plain");
+    char small[4] = "xyz";
+    EXPECT_EQ(file->serializeString("Sd", small, sizeof(small)), 1);
+    EXPECT_STREQ(small, "abc");
+    EXPECT_EQ(file->serializeString("Missing", text, sizeof(text)), 0);
+    EXPECT_STREQ(text, "plain");
+}
+
+TEST(ParFileRead, NumbersOfEveryType) {
+    ScratchDir dir;
+    auto file = ReadText(dir,
+                         "Fa = 1e300\nFb = -1e300\nDa = 1e999\nUa = -5\nUc = 300\nBa = 2\n"
+                         "Bb = 0\nFc = 0.1\nEmpty =\n");
+    float f = 0;
+    EXPECT_EQ(file->serialize("Fa", &f), 1);
+    EXPECT_EQ(f, FLT_MAX);
+    file->serialize("Fb", &f);
+    EXPECT_EQ(f, -FLT_MAX);
+    file->serialize("Fc", &f);
+    EXPECT_EQ(f, 0.1f);
+    double d = 0;
+    file->serialize("Da", &d);
+    EXPECT_EQ(d, DBL_MAX);
+    unsigned int u = 9;
+    file->serialize("Ua", &u);
+    EXPECT_EQ(u, 0u);
+    unsigned char uc = 9;
+    file->serialize("Uc", &uc);
+    EXPECT_EQ(uc, 255);
+    bool b = false;
+    file->serialize("Ba", &b);
+    EXPECT_TRUE(b);
+    file->serialize("Bb", &b);
+    EXPECT_FALSE(b);
+    int empty = 5;
+    EXPECT_EQ(file->serialize("Empty", &empty), 1);
+    EXPECT_EQ(empty, 0);
+}
+
+TEST(ParFileRead, CompoundsZeroMissingComponentsValsKeepThem) {
+    ScratchDir dir;
+    auto file = ReadText(dir, "Size = 7\nVals = 1\n");
+    SIZE3D size{9, 9, 9};
+    EXPECT_EQ(file->serialize("Size", &size), 1);
+    EXPECT_EQ(size.width, 7);
+    EXPECT_EQ(size.height, 0);
+    EXPECT_EQ(size.depth, 0);
+    int a = 9, b = 9;
+    EXPECT_EQ(file->serializeVals("Vals", &a, &b), 1);
+    EXPECT_EQ(a, 1);
+    EXPECT_EQ(b, 9);
+}
+
+TEST(ParFileRead, MissingFileIsError26AndAnEmptyList) {
+    MessageCapture messages;
+    ScratchDir dir;
+    ASCIIParFile file(dir.file("none.par").c_str());
+    EXPECT_TRUE(file.isEmpty());
+    EXPECT_FALSE(file.isValid());
+    EXPECT_EQ(file.error().getLastErrorCode(), PIVerror::FILE_OPEN_FAILED);
+    EXPECT_NE(messages.all().find("readList() - failed opening file: '"), std::string::npos);
+}
+
+TEST(ParFileWrite, FormatOfEveryKind) {
+    ScratchDir dir;
+    const std::string path = dir.file("out.par");
+    ASCIIParFile file(path.c_str(), ASCIIParFile::WRITE);
+    ASSERT_TRUE(file.isValid());
+    file.addComment("#!top");
+    file.beginGroup("A_");
+    file.beginGroup("B_");
+    int i = -3;
+    unsigned int u = 4000000000u;
+    bool b = true;
+    float f = 0.1f;
+    double d = 1234567.0;
+    SIZE3D size{1, 2, 3};
+    POINT2D point{-4, 5};
+    FPOINT3D fpoint{0.5f, -2.25f, 1e-7f};
+    char text[] = "a, b = c";
+    double arr[3] = {1.5, 2, 1e20};
+    file.serialize("Int", &i);
+    file.serialize("UInt", &u);
+    file.serialize("Bool", &b);
+    file.endGroup();
+    file.serialize("Float", &f);
+    file.serialize("Double", &d);
+    file.serialize("Size", &size);
+    file.serialize("Point", &point);
+    file.serialize("FPoint", &fpoint);
+    file.serializeString("Text", text, sizeof(text));
+    file.serializeArray("Array", arr, 3);
+    file.endGroup();
+    EXPECT_EQ(file.endGroup(), 0);
+    EXPECT_EQ(file.close(), 1);
+    EXPECT_EQ(ReadBytes(path),
+              "#!top\n"
+              "A_B_Int = -3\n"
+              "A_B_UInt = 4000000000\n"
+              "A_B_Bool = 1\n"
+              "A_Float = 0.1\n"
+              "A_Double = 1.23457e+06\n"
+              "A_Size = 1,2,3\n"
+              "A_Point = -4,5\n"
+              "A_FPoint = 0.5,-2.25,1e-07\n"
+              "A_Text = \"a, b = c\"\n"
+              "A_Array = 1.5,2,1e+20\n");
+}
+
+TEST(ParFileWrite, RectanglesGoByExtentAndComeBackInOrder) {
+    ScratchDir dir;
+    const std::string path = dir.file("rect.par");
+    ASCIIParFile out(path.c_str(), ASCIIParFile::WRITE);
+    RECT3D swapped{100, 50, 30, 10, 5, 1};
+    RECT2D flat{-10, -20, 7, 7};
+    out.serialize("R3", &swapped);
+    out.serialize("R2", &flat);
+    out.close();
+    EXPECT_EQ(ReadBytes(path), "R3 = 100,30,50,20,5,4\nR2 = -10,7,10,0\n");
+
+    ASCIIParFile in(path.c_str());
+    RECT3D back{};
+    RECT2D flatBack{};
+    in.serialize("R3", &back);
+    in.serialize("R2", &flatBack);
+    EXPECT_TRUE(back.isIdentical(RECT3D{100, 150, 30, 50, 5, 9}));
+    EXPECT_EQ(flatBack.left, -10);
+    EXPECT_EQ(flatBack.right, 0);
+    EXPECT_EQ(flatBack.top, 7);
+    EXPECT_EQ(flatBack.bottom, 7);
+}
+
+TEST(ParFileWrite, GroupDepthNineIsTheLimit) {
+    ScratchDir dir;
+    const std::string path = dir.file("g.par");
+    ASCIIParFile file(path.c_str(), ASCIIParFile::WRITE);
+    for (int g = 1; g <= 9; g++)
+        EXPECT_EQ(file.beginGroup(("g" + std::to_string(g) + "_").c_str()), 1);
+    EXPECT_EQ(file.beginGroup("tenth_"), 0);
+    EXPECT_EQ(file.beginGroup(nullptr), 0);
+    int v = 1;
+    file.serialize("Key", &v);
+    file.close();
+    EXPECT_EQ(ReadBytes(path), "g1_g2_g3_g4_g5_g6_g7_g8_g9_Key = 1\n");
+}
+
+TEST(ParFileWrite, ReadListIsWrittenBackWithItsComments) {
+    ScratchDir dir;
+    auto file = ReadText(dir, "  # indented comment\n\nKey=5,6\n[ section ]\nStr = \"x y\"\n");
+    EXPECT_EQ(file->create(dir.file("copy.par").c_str()), 1);
+    EXPECT_EQ(file->close(), 1);
+    // Empty lines are not kept; separators are written in the one form.
+    EXPECT_EQ(ReadBytes(dir.file("copy.par")),
+              "  # indented comment\nKey = 5,6\n[ section ]\nStr = \"x y\"\n");
+}
+
+TEST(ParFileWrite, TooLongStringIsRefused) {
+    MessageCapture messages;
+    DebugLevelScope level(1);
+    ScratchDir dir;
+    ASCIIParFile file(dir.file("s.par").c_str(), ASCIIParFile::WRITE);
+    char unterminated[4] = {'a', 'b', 'c', 'd'};
+    EXPECT_EQ(file.serializeString("Str", unterminated, sizeof(unterminated)), 0);
+    EXPECT_TRUE(file.isEmpty());
+    EXPECT_NE(messages.all().find("String too long for: Str"), std::string::npos);
+}
+
+TEST(ParFileWrite, ManyEntriesGrowTheList) {
+    ScratchDir dir;
+    const std::string path = dir.file("many.par");
+    {
+        ASCIIParFile out(path.c_str(), ASCIIParFile::WRITE);
+        for (int i = 0; i < 1000; i++) out.serialize(("Key" + std::to_string(i)).c_str(), &i);
+        EXPECT_EQ(out.entryCount(), 1000);
+        out.close();
+    }
+    ASCIIParFile in(path.c_str());
+    for (int i : {0, 126, 127, 128, 999}) {
+        int v = -1;
+        EXPECT_EQ(in.serialize(("Key" + std::to_string(i)).c_str(), &v), 1);
+        EXPECT_EQ(v, i);
+    }
+}
+
+TEST(ParFileWrite, AppendKeepsWhatTheFileHeld) {
+    ScratchDir dir;
+    const std::string path = dir.file("a.par");
+    WriteBytes(path, "Old = 1\n");
+    ASCIIParFile file(path.c_str(), ASCIIParFile::WRITE, true);
+    int v = 2;
+    file.serialize("New", &v);
+    EXPECT_EQ(file.close(), 1);
+    EXPECT_EQ(ReadBytes(path), "Old = 1\nNew = 2\n");
+}
+
+TEST(ParFileWrite, UnwritableTargetsFailAndLeaveNoTrace) {
+    MessageCapture messages;
+    ScratchDir dir;
+    ASCIIParFile nowhere(dir.file("missing/x.par").c_str(), ASCIIParFile::WRITE);
+    int v = 1;
+    nowhere.serialize("Key", &v);
+    EXPECT_EQ(nowhere.close(), 0);
+    EXPECT_EQ(nowhere.error().getLastErrorCode(), PIVerror::FILE_CREATE_FAILED);
+
+    std::filesystem::create_directory(dir.file("sub"));
+    ASCIIParFile blocked(dir.file("sub").c_str(), ASCIIParFile::WRITE);
+    blocked.serialize("Key", &v);
+    EXPECT_EQ(blocked.close(), 0);
+    EXPECT_EQ(blocked.error().getLastErrorCode(), PIVerror::FILE_WRITE_FAILED);
+    EXPECT_TRUE(std::filesystem::is_directory(dir.file("sub")));
+    // Only the directory is left: no temporaries.
+    EXPECT_EQ(std::distance(std::filesystem::directory_iterator(dir.path()), {}), 1);
+}
+
+}  // namespace

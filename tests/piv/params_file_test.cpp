@@ -1,0 +1,445 @@
+// Parameter files of the settings records: the written form against a file
+// written by hand from the tables of keys, reading, round trips, views,
+// recognition and the failures of PIV_Parameters::read.
+#include <fcntl.h>
+#include <gtest/gtest.h>
+#include <sys/wait.h>
+#include <unistd.h>
+
+#include <algorithm>
+#include <cerrno>
+#include <cfloat>
+#include <cstdint>
+#include <filesystem>
+#include <map>
+#include <random>
+#include <sstream>
+#include <string>
+#include <vector>
+
+#include "asciiparfile.h"
+#include "message_capture.h"
+#include "par_records.h"
+#include "piv_params.h"
+#include "piv_params_io.h"
+#include "scratch_files.h"
+
+using par_test::CarriedDifferences;
+using par_test::FillRandom;
+using par_test::ParRecords;
+using test_support::ReadBytes;
+using test_support::ScratchDir;
+using test_support::WriteBytes;
+
+namespace {
+
+const std::string kGolden = std::string(KELVANE_TEST_DATA_DIR) + "/par/defaults_view0.par";
+
+std::vector<std::string> Lines(const std::string& text) {
+    std::vector<std::string> lines;
+    std::istringstream in(text);
+    for (std::string line; std::getline(in, line);) lines.push_back(line);
+    return lines;
+}
+
+bool IsComment(const std::string& line) {
+    const std::size_t first = line.find_first_not_of(' ');
+    return first != std::string::npos && std::string("#[%").find(line[first]) != std::string::npos;
+}
+
+// Comment lines by the "[---- ... ----]" section they stand in.
+std::map<std::string, std::vector<std::string>> CommentsBySection(const std::string& text) {
+    std::map<std::string, std::vector<std::string>> sections;
+    std::string section = "(top)";
+    for (const std::string& line : Lines(text)) {
+        if (line.rfind("[----", 0) == 0) section = line;
+        if (IsComment(line)) sections[section].push_back(line);
+    }
+    return sections;
+}
+
+std::vector<std::string> ValueLines(const std::string& text) {
+    std::vector<std::string> values;
+    for (const std::string& line : Lines(text))
+        if (!IsComment(line)) values.push_back(line);
+    return values;
+}
+
+std::string Save(const ScratchDir& dir, ParRecords& r, int view = 0,
+                 const std::string& name = "out.par") {
+    const std::string path = dir.file(name);
+    EXPECT_EQ(PIV::SaveParametersASCII(path.c_str(), &r.params, &r.image, &r.post, view), 1);
+    return path;
+}
+
+int Read(const std::string& path, ParRecords& r, int view = 0) {
+    return PIV::ReadParametersASCII(path.c_str(), &r.params, &r.image, &r.post, view);
+}
+
+bool SameRecords(const ParRecords& a, const ParRecords& b) {
+    return PIV::SameRecord(a.params, b.params) && PIV::SameRecord(a.image, b.image) &&
+           PIV::SameRecord(a.post, b.post);
+}
+
+TEST(ParameterFileGolden, DefaultsAreWrittenAsTheHandWrittenFile) {
+    ScratchDir dir;
+    ParRecords defaults;
+    const std::string written = ReadBytes(Save(dir, defaults));
+    const std::string golden = ReadBytes(kGolden);
+    ASSERT_FALSE(golden.empty());
+
+    const std::vector<std::string> w = Lines(written), g = Lines(golden);
+    ASSERT_GE(w.size(), 2u);
+    EXPECT_EQ(w[0], "#!PIV% 3.60");
+    EXPECT_EQ(w[1], "[---- PIV image pre-processing parameters ----]");
+    EXPECT_EQ(ValueLines(written), ValueLines(golden));
+
+    const auto wanted = CommentsBySection(golden);
+    const auto got = CommentsBySection(written);
+    for (const auto& [section, comments] : wanted) {
+        ASSERT_TRUE(got.count(section)) << section;
+        for (const std::string& c : comments)
+            EXPECT_NE(std::find(got.at(section).begin(), got.at(section).end(), c),
+                      got.at(section).end())
+                << "missing in " << section << ": " << c;
+    }
+    EXPECT_EQ(w.size(), g.size()) << "comment lines beyond the hand-written ones";
+}
+
+TEST(ParameterFileGolden, ReadingSetsEveryCarriedFieldToItsDefault) {
+    std::mt19937 rng(1);
+    ParRecords read;
+    FillRandom(read, rng);
+    ASSERT_EQ(Read(kGolden, read), 1);
+    EXPECT_EQ(CarriedDifferences(ParRecords(), read), std::vector<std::string>());
+    EXPECT_GT(par_test::CarriedFieldCount(), 200);
+}
+
+TEST(ParameterFileRoundTrip, RandomRecordsComeBack) {
+    ScratchDir dir;
+    std::mt19937 rng(20240611);
+    for (int round = 0; round < 150; round++) {
+        ParRecords original, read;
+        FillRandom(original, rng);
+        FillRandom(read, rng);
+        const ParRecords before = original;
+        const std::string path = Save(dir, original, round % 3);
+        EXPECT_TRUE(SameRecords(before, original)) << "saving changed the caller's records";
+        ASSERT_EQ(Read(path, read, round % 3), 1);
+        const std::vector<std::string> diff = CarriedDifferences(original, read);
+        ASSERT_TRUE(diff.empty()) << "round " << round << ": " << diff.front();
+    }
+}
+
+TEST(ParameterFileViews, OneFileHoldsSeveralViews) {
+    ScratchDir dir;
+    std::mt19937 rng(5);
+    ParRecords view0, view1;
+    FillRandom(view0, rng);
+    FillRandom(view1, rng);
+    const std::string both = dir.file("both.par");
+    WriteBytes(both,
+               ReadBytes(Save(dir, view0, 0, "v0.par")) + ReadBytes(Save(dir, view1, 1, "v1.par")));
+
+    ParRecords untouched;
+    EXPECT_EQ(Read(dir.file("v1.par"), untouched, 0), 1);
+    EXPECT_TRUE(SameRecords(untouched, ParRecords())) << "View1_ keys were seen for view 0";
+
+    ParRecords read0, read1;
+    Read(both, read0, 0);
+    Read(both, read1, 1);
+    EXPECT_TRUE(CarriedDifferences(view0, read0).empty());
+    EXPECT_TRUE(CarriedDifferences(view1, read1).empty());
+}
+
+struct EnableCase {
+    const char* line;
+    bool (*flag)(const ParRecords&);
+    bool expected;
+};
+
+// clang-format off
+const EnableCase kEnableCases[] = {
+    {"View0_PIV_Validation_Magnitude = -1,10", [](const ParRecords& r) { return r.params.outlier.CheckDisplacement; }, false},
+    {"View0_PIV_Validation_Magnitude = 0.5,10", [](const ParRecords& r) { return r.params.outlier.CheckDisplacement; }, true},
+    {"View0_PIV_Validation_DynMean = -0.5,1,2", [](const ParRecords& r) { return r.params.outlier.CheckDynMean; }, false},
+    {"View0_PIV_Image_Median = -3,5", [](const ParRecords& r) { return r.image.filters.Median; }, false},
+    {"View0_PIV_Image_Median = 2,5", [](const ParRecords& r) { return r.image.filters.Median; }, true},
+    {"View0_PIV_Validation_GlobalHist_1_Flags = -1,2", [](const ParRecords& r) { return r.params.outlier.GlobalHist[1].type1; }, false},
+    {"View0_PIV_Validation_GlobalHist_1_Flags = -1,2", [](const ParRecords& r) { return r.params.outlier.GlobalHist[1].type2; }, true},
+    {"View0_PostProcess_CombineData_PolyFit = -1,2,2", [](const ParRecords& r) { return r.post.combine.FitApply; }, false},
+    {"View0_PostProcess_Filter_Smooth = 1,2", [](const ParRecords& r) { return r.post.SmoothApply; }, true},
+};
+// clang-format on
+
+class EnableNumbers : public ::testing::TestWithParam<EnableCase> {};
+
+TEST_P(EnableNumbers, SetOnlyAboveZero) {
+    ScratchDir dir;
+    WriteBytes(dir.file("e.par"), std::string(GetParam().line) + "\n");
+    ParRecords r;
+    // Start from the opposite, so that the line must decide.
+    r.params.outlier.CheckDisplacement = r.params.outlier.CheckDynMean = !GetParam().expected;
+    r.image.filters.Median = r.post.combine.FitApply = r.post.SmoothApply = !GetParam().expected;
+    r.params.outlier.GlobalHist[1].type1 = r.params.outlier.GlobalHist[1].type2 =
+        !GetParam().expected;
+    ASSERT_EQ(Read(dir.file("e.par"), r), 1);
+    EXPECT_EQ(GetParam().flag(r), GetParam().expected);
+}
+
+INSTANTIATE_TEST_SUITE_P(Cases, EnableNumbers, ::testing::ValuesIn(kEnableCases));
+
+struct DescriptionCase {
+    int method, mode;
+    const char* text;
+};
+
+class MethodDescription : public ::testing::TestWithParam<DescriptionCase> {};
+
+TEST_P(MethodDescription, FollowsMethodAndDeformation) {
+    ScratchDir dir;
+    ParRecords r;
+    r.params.eval.Method = GetParam().method;
+    r.params.eval.ImageMapping2D.Mode = GetParam().mode;
+    const std::string text = ReadBytes(Save(dir, r));
+    EXPECT_NE(
+        text.find("View0_PIV_Eval_MethodDescription = \"" + std::string(GetParam().text) + "\"\n"),
+        std::string::npos);
+}
+
+INSTANTIATE_TEST_SUITE_P(
+    Cases, MethodDescription,
+    ::testing::Values(DescriptionCase{0, 2, "single-pass cross-correlation"},
+                      DescriptionCase{1, 0, "multiple-pass cross-correlation"},
+                      DescriptionCase{1, 1, "multiple-pass with image-deformation"},
+                      DescriptionCase{2, 0, "multigrid cross-correlation"},
+                      DescriptionCase{2, 2, "multigrid with image-deformation"},
+                      DescriptionCase{7, 1, "single-pass cross-correlation"}));
+
+TEST(ParameterFileKeys, DerivedKeysAreIgnoredOnReading) {
+    ScratchDir dir;
+    WriteBytes(dir.file("d.par"),
+               "View0_PIV_Eval_MethodDescription = \"bogus\"\n"
+               "View0_PIV_Conv_PulseDelayUnits = \"seconds\"\n"
+               "View0_PIV_Image_Highpass = 1,3,99\n");
+    ParRecords r;
+    ASSERT_EQ(Read(dir.file("d.par"), r), 1);
+    EXPECT_STREQ(r.params.convert.PulseDelayUnits, "us");
+    EXPECT_TRUE(r.image.filters.Highpass);
+    EXPECT_EQ(r.image.filters.HighpassCutOff, 3.0f);
+}
+
+TEST(ParameterFileKeys, SquarenessRatioCarriesTheYFactor) {
+    ScratchDir dir;
+    ParRecords r;
+    r.params.convert.LengthConversion[0] = 2.0;
+    r.params.convert.LengthConversion[1] = 4.0;
+    EXPECT_NE(ReadBytes(Save(dir, r)).find("View0_PIV_Conv_SquarenessRatio = 0.5\n"),
+              std::string::npos);
+    r.params.convert.LengthConversion[1] = 0.0;
+    EXPECT_NE(ReadBytes(Save(dir, r)).find("View0_PIV_Conv_SquarenessRatio = 1\n"),
+              std::string::npos);
+
+    WriteBytes(dir.file("r.par"),
+               "View0_PIV_Conv_LengthConversion = 3\nView0_PIV_Conv_SquarenessRatio = 0\n");
+    ParRecords read;
+    ASSERT_EQ(Read(dir.file("r.par"), read), 1);
+    EXPECT_EQ(read.params.convert.LengthConversion[1], 3.0);
+    EXPECT_EQ(read.params.convert.LengthConversion[2], 3.0);
+}
+
+TEST(ParameterFileBadInput, RecordsStayAsTheyWere) {
+    MessageCapture messages;
+    ScratchDir dir;
+    std::mt19937 rng(3);
+    std::string garbage(100000, '\0');
+    for (char& c : garbage) c = static_cast<char>(rng());
+    const std::vector<std::string> files = {garbage, "# only\n[ comments ]\n% here\n",
+                                            "View0_PIV_Eval_Method = 2", ""};
+    for (const std::string& content : files) {
+        WriteBytes(dir.file("bad.par"), content);
+        ParRecords r;
+        Read(dir.file("bad.par"), r);
+        EXPECT_TRUE(SameRecords(r, ParRecords()));
+    }
+    ParRecords r;
+    EXPECT_EQ(Read(dir.file("none.par"), r), 0);
+    WriteBytes(dir.file("empty.par"), "");
+    EXPECT_EQ(Read(dir.file("empty.par"), r), 0);
+}
+
+TEST(ParameterFileBadInput, WrongTypesAndAbsurdNumbers) {
+    ScratchDir dir;
+    WriteBytes(dir.file("w.par"),
+               "View0_PIV_Eval_Passes = three\n"
+               "View0_PIV_Eval_PeakFit_MaxIter = 1e99\n"
+               "View0_PIV_Eval_SampleOffset = 99999999999,-99999999999,\"7\"\n"
+               "View0_PIV_Eval_PeakFit_CutOff = 1e999\n"
+               "View0_PIV_Validation_MinSNR = 1,-1e300\n"
+               "View0_PIV_Image_Bkgd = \"no end, of the quote\n");
+    ParRecords r;
+    ASSERT_EQ(Read(dir.file("w.par"), r), 1);
+    EXPECT_EQ(r.params.eval.Passes, 0);
+    EXPECT_EQ(r.params.eval.MaxIter, 1);
+    EXPECT_EQ(r.params.eval.SampleOffset.x, INT32_MAX);
+    EXPECT_EQ(r.params.eval.SampleOffset.y, INT32_MIN);
+    EXPECT_EQ(r.params.eval.SampleOffset.z, 7);
+    EXPECT_EQ(r.params.eval.CutOff, DBL_MAX);
+    EXPECT_EQ(r.params.outlier.MinSNR, -FLT_MAX);
+    EXPECT_STREQ(r.image.Bkgd, "no end, of the quote");
+}
+
+TEST(ParameterFileSave, UnwritableTargetIsReportedButSaveSaysOne) {
+    MessageCapture messages;
+    ScratchDir dir;
+    ParRecords r;
+    const std::string path = dir.file("missing/x.par");
+    EXPECT_EQ(PIV::SaveParametersASCII(path.c_str(), &r.params, &r.image, &r.post, 0), 1);
+    EXPECT_NE(messages.all().find("failed creating file"), std::string::npos);
+    EXPECT_FALSE(std::filesystem::exists(path));
+
+    const std::string longName(2048, 'n');
+    EXPECT_EQ(PIV::SaveParametersASCII(longName.c_str(), &r.params, &r.image, &r.post, 0), 0);
+    EXPECT_NE(messages.all().find("ERROR in 'SaveParametersASCII()' : bad file name"),
+              std::string::npos);
+    EXPECT_EQ(PIV::SaveParametersASCII(path.c_str(), nullptr, &r.image, &r.post, 0), 0);
+}
+
+// The list goes to standard output, which is closed afterwards: done in a
+// child process, so this runner's own output stays open.
+TEST(ParameterFileSave, EmptyNamePrintsToStandardOutputAndClosesIt) {
+    ScratchDir dir;
+    ParRecords r;
+    const std::string expected = ReadBytes(Save(dir, r));
+
+    int fds[2];
+    ASSERT_EQ(::pipe(fds), 0);
+    std::fflush(nullptr);
+    const pid_t pid = ::fork();
+    ASSERT_GE(pid, 0);
+    if (pid == 0) {
+        ::close(fds[0]);
+        ::dup2(fds[1], STDOUT_FILENO);
+        ::close(fds[1]);
+        ParRecords child;
+        const int saved = PIV::SaveParametersASCII("", &child.params, &child.image, &child.post, 0);
+        const bool closed = ::fcntl(STDOUT_FILENO, F_GETFD) == -1 && errno == EBADF;
+        ::_exit(saved == 1 && closed ? 0 : 1);
+    }
+    ::close(fds[1]);
+    std::string output;
+    char block[4096];
+    for (ssize_t n; (n = ::read(fds[0], block, sizeof(block))) > 0;) output.append(block, n);
+    ::close(fds[0]);
+    int status = 0;
+    ASSERT_EQ(::waitpid(pid, &status, 0), pid);
+    ASSERT_TRUE(WIFEXITED(status));
+    EXPECT_EQ(WEXITSTATUS(status), 0) << "save failed or standard output stayed open";
+    EXPECT_EQ(output, expected);
+}
+
+struct RecognitionCase {
+    const char* name;
+    std::string text;
+    int expected;
+};
+
+// clang-format off
+const RecognitionCase kRecognitionCases[] = {
+    {"WrittenFile", "#!PIV% 3.60\n[---- PIV image pre-processing parameters ----]\n", 1},
+    {"MagicAloneIsNotEnough", "#!PIV% 3.60\nKey = 1\n", 0},
+    {"AnyCaseInTheFourthLine", "a\nb\nc\n% Piv;PARAMETERS\n", 1},
+    {"FifthLineIsNotLookedAt", "a\nb\nc\nd\n# piv parameters\n", 0},
+    {"OnlyCommentLinesCount", "piv parameters\n", 0},
+    {"TwoHitsOfOneWordCount", "# piv piv\n", 1},
+    {"WordsMustStandAlone", "# pivparameters\n", 0},
+    {"OverlongLineStops", "# " + std::string(1100, 'x') + "\n# piv parameters\n", 0},
+    {"NetCDFIsNotReadYet", std::string("CDF\x01\0\0\0\0", 8) + "# piv parameters\n", 0},
+};
+// clang-format on
+
+class Recognition : public ::testing::TestWithParam<RecognitionCase> {};
+
+TEST_P(Recognition, IsParameterFile) {
+    ScratchDir dir;
+    WriteBytes(dir.file("f.par"), GetParam().text);
+    EXPECT_EQ(PIV::IsParameterFile(dir.file("f.par").c_str()), GetParam().expected);
+}
+
+INSTANTIATE_TEST_SUITE_P(Cases, Recognition, ::testing::ValuesIn(kRecognitionCases),
+                         [](const auto& info) { return std::string(info.param.name); });
+
+TEST(ParameterFileRecognition, MissingFileIsNoParameterFile) {
+    EXPECT_EQ(PIV::IsParameterFile("/nonexistent/kelvane.par"), 0);
+    EXPECT_EQ(PIV::IsParameterFile(nullptr), 0);
+    EXPECT_EQ(PIV::IsParameterFile(kGolden.c_str()), 1);
+}
+
+TEST(ParameterFileParts, ReadImageCfgAndReadPostProcessCfgTakeOneRecord) {
+    MessageCapture messages;
+    ScratchDir dir;
+    std::mt19937 rng(8);
+    ParRecords r;
+    FillRandom(r, rng);
+    const std::string path = Save(dir, r);
+    ParRecords read;
+    EXPECT_EQ(PIV::ReadImageCfg(path.c_str(), &read.image, 0), 1);
+    EXPECT_EQ(PIV::ReadPostProcessCfg(path.c_str(), &read.post, 0), 1);
+    read.params = r.params;
+    EXPECT_TRUE(CarriedDifferences(r, read).empty());
+    EXPECT_EQ(PIV::ReadImageCfg(dir.file("none.par").c_str(), &read.image, 0), 0);
+}
+
+class HolderFiles : public ::testing::Test {
+protected:
+    MessageCapture messages;
+    ScratchDir dir;
+};
+
+TEST_F(HolderFiles, SaveAndReadBack) {
+    std::mt19937 rng(11);
+    ParRecords r;
+    FillRandom(r, rng);
+    PIV_Parameters held;
+    held.setPivParameters(r.params);
+    held.setImageCfg(r.image);
+    held.setPostProcessCfg(r.post);
+    const std::string path = dir.file("held.par");
+    EXPECT_TRUE(held.saveASCII(path.c_str(), 0, false));
+
+    PIV_Parameters fromFile(path.c_str());
+    ParRecords back{fromFile.pivParameters(), fromFile.imageCfg(), fromFile.postProcessCfg()};
+    EXPECT_EQ(CarriedDifferences(r, back), std::vector<std::string>());
+    EXPECT_EQ(fromFile.error().getLastErrorCode(), PIVerror::NO_ERROR);
+}
+
+TEST_F(HolderFiles, ReadFailures) {
+    PIV_Parameters held;
+    EXPECT_FALSE(held.read(""));
+    EXPECT_EQ(held.error().getLastErrorCode(), PIVerror::BAD_FILE_NAME);
+    EXPECT_FALSE(held.read(std::string(2048, 'n').c_str()));
+    EXPECT_EQ(held.error().getLastErrorCode(), PIVerror::BAD_FILE_NAME);
+    EXPECT_FALSE(held.read(dir.file("none.par").c_str()));
+    EXPECT_EQ(held.error().getLastErrorCode(), PIVerror::FILE_NOT_FOUND);
+    EXPECT_NE(messages.all().find("read() - no such parameter file: '"), std::string::npos);
+
+    WriteBytes(dir.file("empty.par"), "");
+    EXPECT_FALSE(held.read(dir.file("empty.par").c_str()));
+    EXPECT_EQ(held.error().getLastErrorCode(), PIVerror::FILE_READ_FAILED);
+
+    WriteBytes(dir.file("data.nc"), std::string("CDF\x01\0\0\0\0", 8));
+    EXPECT_FALSE(held.read(dir.file("data.nc").c_str()));
+    EXPECT_EQ(held.error().getLastErrorCode(), PIVerror::FILE_READ_FAILED);
+    EXPECT_NE(messages.all().find("function not available"), std::string::npos);
+    EXPECT_TRUE(SameRecords(
+        ParRecords{held.pivParameters(), held.imageCfg(), held.postProcessCfg()}, ParRecords()));
+}
+
+TEST_F(HolderFiles, NetCDFSaveIsNotAvailable) {
+    PIV_Parameters held;
+    EXPECT_FALSE(held.save(dir.file("p.nc").c_str(), 0));
+    EXPECT_EQ(held.error().getLastErrorCode(), PIVerror::FUNCTION_NOT_AVAILABLE);
+    EXPECT_FALSE(std::filesystem::exists(dir.file("p.nc")));
+}
+
+}  // namespace
