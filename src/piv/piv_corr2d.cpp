@@ -178,7 +178,9 @@ void PIV_Corr2D::correlateOrThrow(bool wantAutoShape) {
     // An empty window is common (a blank image region): fail it quietly.
     if (!m_fft.crossCorrelate(wantAutoShape))
         Raise(PIVerror::CORRELATION_FAILED, "crossCorrelate()", DebugLevel() < 3);
-    m_peak.calcAutoShape(m_fft.autoCorr(), m_fft.size());
+    // Only a correlation that formed the autocorrelation plane may fit the
+    // shape from it; another would read the plane of an earlier window.
+    if (wantAutoShape) m_peak.calcAutoShape(m_fft.autoCorr(), m_fft.size());
 }
 
 void PIV_Corr2D::sampleAndCrossCorrelateOnce(const Image2D* a, const Image2D* b,

@@ -333,8 +333,7 @@ bool PIV_PeakDetect2D::doSubPixelFit() {
                           "   Peak %d not converged - (c,r)=(%d,%d)  (cx,cy)=(%6.3f,%6.3f) "
                           "corr=%4.2f  SNR=%5.1f",
                           i, col, row, p.subX, p.subY, p.height, p.snr);
-        if (runaway || !ok) {
-            // A failed fit keeps the integer peak rather than a half-made position.
+        if (runaway) {
             p.status = PIV::PEAK_FIT_FAILED;
             p.subX = p.subY = 0.0f;
             p.x = float(signedIndex(col, w));
@@ -345,26 +344,27 @@ bool PIV_PeakDetect2D::doSubPixelFit() {
     return m_peaks[0].status == PIV::PEAK_GOOD;
 }
 
-bool PIV_PeakDetect2D::parabolicPeakFit(int row, int col, int index) {
-    CORR_PEAK_DATA& p = m_peaks[index];
+bool PIV_PeakDetect2D::beginCrossFit(int row, int col, CORR_PEAK_DATA& p) {
     p.status = PIV::PEAK_NOT_FITTED;
-    p.x = p.y = p.height = 0.0f;
+    // A fit that fails leaves the integer peak, never a position of zero
+    // that a lower peak would pass on as a displacement.
+    p.x = float(signedIndex(col, m_size.width));
+    p.y = float(signedIndex(row, m_size.height));
+    p.height = 0.0f;
     p.subX = p.subY = 0.0f;
     p.fitPoints = 2;
     if (!m_plane || m_min == m_max) return false;
     getPeakNeighbors3x3(row, col, p);
     p.height = p.value[0];
-    float v[5];
-    for (int k = 0; k < 5; k++) v[k] = m_peakWeightingEnabled ? p.value[k] * p.weight[k] : p.value[k];
-    float dy = 0.0f, dx = 0.0f;
-    bool ok = Parabolic3PtFit(v[1], v[0], v[2], dy);
-    ok = Parabolic3PtFit(v[4], v[0], v[3], dx) && ok;
+    return true;
+}
+
+bool PIV_PeakDetect2D::finishCrossFit(int row, int col, float dx, float dy, CORR_PEAK_DATA& p) {
     const float y = float(signedIndex(row, m_size.height)) + dy;
     const float x = float(signedIndex(col, m_size.width)) + dx;
     p.subX = dx;
     p.subY = dy;
-    if (!ok || std::fabs(x) >= 0.5f * float(m_size.width) ||
-        std::fabs(y) >= 0.5f * float(m_size.height)) {
+    if (std::fabs(x) >= 0.5f * float(m_size.width) || std::fabs(y) >= 0.5f * float(m_size.height)) {
         p.status = PIV::PEAK_FIT_FAILED;
         return false;
     }
@@ -374,15 +374,22 @@ bool PIV_PeakDetect2D::parabolicPeakFit(int row, int col, int index) {
     return true;
 }
 
+bool PIV_PeakDetect2D::parabolicPeakFit(int row, int col, int index) {
+    CORR_PEAK_DATA& p = m_peaks[index];
+    if (!beginCrossFit(row, col, p)) return false;
+    float v[5];
+    for (int k = 0; k < 5; k++) v[k] = m_peakWeightingEnabled ? p.value[k] * p.weight[k] : p.value[k];
+    float dy = 0.0f, dx = 0.0f;
+    bool ok = Parabolic3PtFit(v[1], v[0], v[2], dy);
+    ok = Parabolic3PtFit(v[4], v[0], v[3], dx) && ok;
+    if (!finishCrossFit(row, col, dx, dy, p)) return false;
+    if (!ok) p.status = PIV::PEAK_FIT_FAILED;
+    return ok;
+}
+
 bool PIV_PeakDetect2D::stdGaussPeakFit(int row, int col, int index) {
     CORR_PEAK_DATA& p = m_peaks[index];
-    p.status = PIV::PEAK_NOT_FITTED;
-    p.x = p.y = p.height = 0.0f;
-    p.subX = p.subY = 0.0f;
-    p.fitPoints = 2;
-    if (!m_plane || m_min == m_max) return false;
-    getPeakNeighbors3x3(row, col, p);
-    p.height = p.value[0];
+    if (!beginCrossFit(row, col, p)) return false;
     float c = p.value[0], n = p.value[1], s = p.value[2], e = p.value[3], w = p.value[4];
     if (p.weighted) {
         const float wc = c * p.weight[0], wn = n * p.weight[1], ws = s * p.weight[2],
@@ -415,16 +422,7 @@ bool PIV_PeakDetect2D::stdGaussPeakFit(int row, int col, int index) {
         if (std::fabs(dx) > 1.0f) DebugPrint("Warning - Subpixel shift for X > 1");
         if (std::fabs(dy) > 1.0f) DebugPrint("Warning - Subpixel shift for Y > 1");
     }
-    const float y = float(signedIndex(row, m_size.height)) + dy;
-    const float x = float(signedIndex(col, m_size.width)) + dx;
-    if (std::fabs(x) >= 0.5f * float(m_size.width) || std::fabs(y) >= 0.5f * float(m_size.height)) {
-        p.status = PIV::PEAK_FIT_FAILED;
-        return false;
-    }
-    p.subX = dx;
-    p.subY = dy;
-    p.x = x;
-    p.y = y;
-    p.status = PIV::PEAK_GOOD;
-    return ok;
+    // The position counts even when the x axis took a one-sided rule; only
+    // the result says the fit was not a proper one.
+    return finishCrossFit(row, col, dx, dy, p) && ok;
 }

@@ -106,6 +106,11 @@ private:
     float weightAt(int row, int col) const;
     int signedIndex(int index, int n) const { return index >= n / 2 ? index - n : index; }
 
+    // The shared start and end of the fits on the five cells of the cross:
+    // the peak cleared and its neighbours read; the signed position stored
+    // when it lies inside half the plane.
+    bool beginCrossFit(int row, int col, CORR_PEAK_DATA& p);
+    bool finishCrossFit(int row, int col, float dx, float dy, CORR_PEAK_DATA& p);
     // The fits; each works on peak `index` at plane cell (row, col).
     bool stdGaussPeakFit(int row, int col, int index);
     bool parabolicPeakFit(int row, int col, int index);
@@ -117,6 +122,13 @@ private:
     // Gathers the cells within the fit radius around (row, col) into m_fitPoints.
     int collectFitPoints(const float* plane, int row, int col, int radius, float& lo,
                          float& hi);
+    // False, with the reason printed under `who`, when the collected points
+    // cannot carry a 2-D Gaussian.
+    bool fitPointsUsable(const char* who, int count, float lo, float hi) const;
+    // Maximum of the reconstruction through `n` samples near `start`,
+    // searched within +-`reach`; false when it lies beyond half the line.
+    bool whittakerLine(int n, int index, double start, double reach, float& position,
+                       float& sub, float& height);
     int fitRadiusFor(const SIZE2D& size) const;
 
     bool findSelfCorrelation();

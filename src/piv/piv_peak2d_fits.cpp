@@ -256,40 +256,47 @@ bool PIV_PeakDetect2D::whittakerFit(int row, int col, int index) {
 
     bool good = true;
     m_line.resize(size_t(std::max(w, h)));
-    const double tol = m_cfg.CutOff;
-    const int maxIter = std::max(m_cfg.MaxIter, 1);
     if (w % 2 == 0) {
         const float* line = m_plane + size_t(row) * w;
         for (int i = 0; i < w; i++) m_line[i] = double(line[i]) * m_colWeights[i];
-        const double start = col + p.subX;
-        double xmin = start;
-        const double f = Brent2(start - 0.5, start, start + 0.5, xmin, m_line.data(), w, tol, maxIter);
-        const double xs = col >= w / 2 ? xmin - w : xmin;
-        if (std::fabs(xs) < 0.5 * w) {
-            p.x = float(xs);
-            p.subX = float(xmin - col);
-            p.height = float(-f);
-        } else {
-            good = false;
-        }
+        good = whittakerLine(w, col, col + p.subX, 0.5, p.x, p.subX, p.height) && good;
     }
     if (h % 2 == 0) {
         for (int j = 0; j < h; j++) m_line[j] = double(m_plane[size_t(j) * w + col]) * m_rowWeights[j];
-        const double start = row + p.subY;
-        double ymin = start;
         // Twice the interval of the x axis, as the detector has always searched.
-        const double f = Brent2(start - 1.0, start, start + 1.0, ymin, m_line.data(), h, tol, maxIter);
-        const double ys = row >= h / 2 ? ymin - h : ymin;
-        if (std::fabs(ys) < 0.5 * h) {
-            p.y = float(ys);
-            p.subY = float(ymin - row);
-            p.height = float(-f);
-        } else {
-            good = false;
-        }
+        good = whittakerLine(h, row, row + p.subY, 1.0, p.y, p.subY, p.height) && good;
     }
     p.status = good ? PIV::PEAK_GOOD : PIV::PEAK_FIT_FAILED;
     return good;
+}
+
+bool PIV_PeakDetect2D::whittakerLine(int n, int index, double start, double reach,
+                                     float& position, float& sub, float& height) {
+    double best = start;
+    const double f = Brent2(start - reach, start, start + reach, best, m_line.data(), n,
+                            m_cfg.CutOff, std::max(m_cfg.MaxIter, 1));
+    const double signedBest = index >= n / 2 ? best - n : best;
+    if (!(std::fabs(signedBest) < 0.5 * n)) return false;
+    position = float(signedBest);
+    sub = float(best - index);
+    height = float(-f);
+    return true;
+}
+
+bool PIV_PeakDetect2D::fitPointsUsable(const char* who, int count, float lo, float hi) const {
+    if (double(hi) - double(lo) < 1e-18) {
+        DebugPrintExt(2, "%s - no fit possible (constant correlation values)", who);
+        return false;
+    }
+    if (count < 9) {
+        DebugPrintExt(2, "%s - not enough points (%d) for fit", who, count);
+        return false;
+    }
+    if (lo < 0.0f) {
+        DebugPrintExt(2, "%s - minimum correlation < 0", who);
+        return false;
+    }
+    return true;
 }
 
 int PIV_PeakDetect2D::fitRadiusFor(const SIZE2D& size) const {
@@ -327,15 +334,7 @@ bool PIV_PeakDetect2D::nonLinearFit(int row, int col, int index) {
     m_fitRadius = radius;
     float lo = 0.0f, hi = 0.0f;
     const int n = collectFitPoints(m_plane, row, col, radius, lo, hi);
-    const char* refusal = nullptr;
-    if (double(hi) - double(lo) < 1e-18)
-        refusal = "nonLinearFit() - no fit possible (constant correlation values)";
-    else if (n < 9)
-        DebugPrintExt(2, "nonLinearFit() - not enough points (%d) for fit", n);
-    else if (lo < 0.0f)
-        refusal = "nonLinearFit() - minimum correlation < 0";
-    if (refusal) DebugPrintExt(2, "%s", refusal);
-    if (refusal || n < 9) {
+    if (!fitPointsUsable("nonLinearFit()", n, lo, hi)) {
         p.status = PIV::PEAK_FIT_FAILED;
         return false;
     }
@@ -400,15 +399,7 @@ bool PIV_PeakDetect2D::calcAutoShape(const float* autoPlane, const SIZE2D& size)
     const int radius = fitRadiusFor(size);
     float lo = 0.0f, hi = 0.0f;
     const int n = collectFitPoints(autoPlane, 0, 0, radius, lo, hi);
-    const char* refusal = nullptr;
-    if (double(hi) - double(lo) < 1e-18)
-        refusal = "calcAutoShape() - no fit possible (constant correlation values)";
-    else if (n < 9)
-        DebugPrintExt(2, "calcAutoShape() - not enough points (%d) for fit", n);
-    else if (lo < 0.0f)
-        refusal = "calcAutoShape() - minimum correlation < 0";
-    if (refusal) DebugPrintExt(2, "%s", refusal);
-    if (refusal || n < 9) return false;
+    if (!fitPointsUsable("calcAutoShape()", n, lo, hi)) return false;
 
     double param[4] = {2.0, 2.0, 0.0, 1.0};
     const PIV::LmResult fit = PIV::LmMinimize(GaussResidualsNoOffset, &m_fitPoints, n, 4, param, m_lm);
