@@ -238,11 +238,13 @@ TEST(Eval2D, OneAndTwoThreadsGiveTheSameField) {
             continue;
         }
         // The 2-D Gaussian starts from the auto shape each worker fitted on
-        // its own windows, so its result depends on how nodes are shared.
+        // its own windows, so its result depends on how nodes are shared;
+        // the start changes only where the minimiser stops, well inside
+        // 1e-3 px (4.5e-8 px on this field).
         float worst = 0.0f;
         for (size_t k = 0; k < one.size(); k++)
             worst = std::max({worst, std::fabs(one[k].dx - two[k].dx), std::fabs(one[k].dy - two[k].dy)});
-        EXPECT_LE(worst, 0.02f);
+        EXPECT_LE(worst, 1e-3f);
     }
 }
 
@@ -282,4 +284,28 @@ TEST(Eval2D, ValidationAskedForIsNotSkippedSilently) {
     EXPECT_EQ(e.field().error().getLastErrorCode(), PIVerror::FUNCTION_NOT_AVAILABLE);
     EXPECT_FALSE(e.field().isValidated());
     EXPECT_NE(capture.all().find("PostProcessing failed"), std::string::npos);
+}
+
+// A second pair correlated at the same places: with the pair itself as the
+// second, the averaged plane is the plane itself. The product is its square,
+// whose logarithm is twice the plane's; only the peak weights, which enter
+// the square once rather than twice, move the three-point Gaussian (by about
+// ln(N / (N - 1)) / 2 of the peak's curvature, under 0.03 px).
+TEST(Eval2D, DualPairOfTheSamePairMeasuresTheSame) {
+    MessageCapture quiet;
+    const auto pair = RenderPair(StandardParams(128), UniformFlow(1.3, -0.6));
+    for (bool average : {true, false}) {
+        PIVEVAL_CFG cfg = SinglePass(32, 16, PIV::PEAKFIT_GAUSS_3PT);
+        cfg.MultiCorr_Average = average;
+        Evaluation single(pair, cfg), dual(pair, cfg);
+        ASSERT_TRUE(single.run());
+        dual.eval->setFlagCrossPairCorrelation(true);
+        ASSERT_TRUE(dual.eval->setPivImages(&dual.a, &dual.b, &dual.a, &dual.b));
+        ASSERT_TRUE(dual.run());
+        const float tolerance = average ? 1e-5f : 0.03f;
+        for (int k = 0; k < single.field().nodeCount(); k++) {
+            ASSERT_NEAR(dual.field().data()[k].dx, single.field().data()[k].dx, tolerance) << k;
+            ASSERT_NEAR(dual.field().data()[k].dy, single.field().data()[k].dy, tolerance) << k;
+        }
+    }
 }
