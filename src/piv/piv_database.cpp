@@ -206,6 +206,32 @@ bool PIV_DataBase::createZeroData(const SIZE3D& imageSize, const SIZE3D& step, c
     return true;
 }
 
+void PIV_DataBase::takeFlags(const PIV_DataBase& source) {
+    m_3C = source.m_3C;
+    m_dataType = source.m_dataType;
+    m_fileData = source.m_fileData;
+    m_rawData = source.m_rawData;
+    m_multiplePeaks = source.m_multiplePeaks;
+    m_converted = source.m_converted;
+    m_needsConversion = source.m_needsConversion;
+    m_validated = source.m_validated;
+    m_needsValidation = source.m_needsValidation;
+    m_skipValidation = source.m_skipValidation;
+    m_allowPostProcess = source.m_allowPostProcess;
+    m_differentiated = source.m_differentiated;
+    m_needsDifferentiation = source.m_needsDifferentiation;
+    m_3CResiduals = source.m_3CResiduals;
+    m_statisticsData = source.m_statisticsData;
+    m_smoothed = source.m_smoothed;
+    m_medianFiltered = source.m_medianFiltered;
+    m_intermediateData = source.m_intermediateData;
+    m_analysisMode = source.m_analysisMode;
+    m_sampledOffGrid = source.m_sampledOffGrid;
+    m_numberOfPeaks = source.m_numberOfPeaks;
+    m_params = source.m_params;
+    std::memcpy(m_name, source.m_name, sizeof(m_name));
+}
+
 bool PIV_DataBase::copy(const PIV_DataBase& source) {
     if (&source == this) {
         m_error.handleError(PIVerror::OVERWRITE_OWN_DATA, "copy()");
@@ -246,29 +272,7 @@ bool PIV_DataBase::copy(const PIV_DataBase& source) {
     m_nodeCount = source.m_nodeCount;
     m_diffCount = m_diff.empty() ? 0 : m_nodeCount;
     m_grid = source.m_grid;
-    m_3C = source.m_3C;
-    m_dataType = source.m_dataType;
-    m_fileData = source.m_fileData;
-    m_rawData = source.m_rawData;
-    m_multiplePeaks = source.m_multiplePeaks;
-    m_converted = source.m_converted;
-    m_needsConversion = source.m_needsConversion;
-    m_validated = source.m_validated;
-    m_needsValidation = source.m_needsValidation;
-    m_skipValidation = source.m_skipValidation;
-    m_allowPostProcess = source.m_allowPostProcess;
-    m_differentiated = source.m_differentiated;
-    m_needsDifferentiation = source.m_needsDifferentiation;
-    m_3CResiduals = source.m_3CResiduals;
-    m_statisticsData = source.m_statisticsData;
-    m_smoothed = source.m_smoothed;
-    m_medianFiltered = source.m_medianFiltered;
-    m_intermediateData = source.m_intermediateData;
-    m_analysisMode = source.m_analysisMode;
-    m_sampledOffGrid = source.m_sampledOffGrid;
-    m_numberOfPeaks = source.m_numberOfPeaks;
-    m_params = source.m_params;
-    std::memcpy(m_name, source.m_name, sizeof(m_name));
+    takeFlags(source);
     return true;
 }
 
@@ -320,29 +324,7 @@ bool PIV_DataBase::putTimeStep(const PIV_DataBase& source, int firstStep, double
             std::copy_n(source.m_diff.begin() + long(from), perStep, m_diff.begin() + long(to));
         m_time[size_t(firstStep + i)] = source.timeAt(i) + offset;
     }
-    m_3C = source.m_3C;
-    m_dataType = source.m_dataType;
-    m_fileData = source.m_fileData;
-    m_rawData = source.m_rawData;
-    m_multiplePeaks = source.m_multiplePeaks;
-    m_converted = source.m_converted;
-    m_needsConversion = source.m_needsConversion;
-    m_validated = source.m_validated;
-    m_needsValidation = source.m_needsValidation;
-    m_skipValidation = source.m_skipValidation;
-    m_allowPostProcess = source.m_allowPostProcess;
-    m_differentiated = source.m_differentiated;
-    m_needsDifferentiation = source.m_needsDifferentiation;
-    m_3CResiduals = source.m_3CResiduals;
-    m_statisticsData = source.m_statisticsData;
-    m_smoothed = source.m_smoothed;
-    m_medianFiltered = source.m_medianFiltered;
-    m_intermediateData = source.m_intermediateData;
-    m_analysisMode = source.m_analysisMode;
-    m_sampledOffGrid = source.m_sampledOffGrid;
-    m_numberOfPeaks = source.m_numberOfPeaks;
-    m_params = source.m_params;
-    std::memcpy(m_name, source.m_name, sizeof(m_name));
+    takeFlags(source);
     // The parameters describe this field's grid; the image is the source's.
     m_params.eval.grid = m_grid;
     m_grid.imageSize = source.m_grid.imageSize;

@@ -237,6 +237,9 @@ protected:
     // Zeroes all but the positions of a node, and its differentials.
     void clearNode(unsigned long k, uint8_t flag);
     bool combine(const PIV_DataBase& other, float sign, const char* where);
+    // What copy and putTimeStep take over besides the nodes: flags, data
+    // type, analysis mode, parameters and name.
+    void takeFlags(const PIV_DataBase& source);
     void formatStatistics();
 
     std::vector<PIV_VECTOR> m_vectors;

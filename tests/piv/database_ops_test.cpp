@@ -269,13 +269,6 @@ TEST(PIV_Data2D, NearestVectorIndexByCell) {
     EXPECT_FALSE(found);
 }
 
-TEST(PIV_Data2D, SetPositionZ) {
-    PIV_Data2D f(grid3x2());
-    f.setPositionZ(-2.5);
-    EXPECT_FLOAT_EQ(f.data()[5].z, -2.5f);
-    EXPECT_FLOAT_EQ(f.pivParameters().convert.PhysicalOrigin.z, -2.5f);
-}
-
 namespace {
 
 void setOutlierCheck(PIV_Parameters& params, bool enable) {
