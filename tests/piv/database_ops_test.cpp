@@ -1,0 +1,329 @@
+// Arithmetic on whole fields, status bits, masks, the nearest node and the
+// post-processing chain.
+#include <gtest/gtest.h>
+
+#include <string>
+
+#include "image2d.h"
+#include "message_capture.h"
+#include "piv_data2d.h"
+#include "piv_params.h"
+
+namespace {
+
+// 3 x 2 nodes over a 100 x 80 image: x 10, 30, 50 and y 20, 45.
+DATA_GRID4D grid3x2(int steps = 1) {
+    DATA_GRID4D g;
+    g.nodes = SIZE3D{3, 2, 1};
+    g.timeSteps = steps;
+    g.first = POINT3D{10, 20, 0};
+    g.step = SIZE3D{20, 25, 1};
+    g.imageSize = SIZE3D{100, 80, 1};
+    return g;
+}
+
+PIV_VECTOR withPeaks(float dx, float dy) {
+    PIV_VECTOR v;
+    v.dx = dx;
+    v.dy = dy;
+    v.u = 10.0f * dx;
+    v.sy = 100.0f * dy;
+    v.peak[0] = PIV_PEAK{dx, dy, 9.0f};
+    v.peak[1] = PIV_PEAK{1.0f, 1.0f, 5.0f};
+    v.peak[2] = PIV_PEAK{0.0f, 0.0f, 0.0f};
+    v.setSuccess();
+    return v;
+}
+
+}  // namespace
+
+TEST(PIV_DataBase, SubtractAndAddMovePeaksByTheOtherDisplacement) {
+    MessageCapture quiet;
+    PIV_Data2D a(grid3x2()), b(grid3x2());
+    a.data()[4] = withPeaks(3.0f, 4.0f);
+    b.data()[4] = withPeaks(1.0f, 2.0f);
+    b.data()[4].peak[0] = PIV_PEAK{50.0f, 60.0f, 1.0f};  // b's own peaks play no part
+    ASSERT_TRUE(a.subtractData(b));
+    const PIV_VECTOR& v = a.data()[4];
+    EXPECT_FLOAT_EQ(v.dx, 2.0f);
+    EXPECT_FLOAT_EQ(v.dy, 2.0f);
+    EXPECT_FLOAT_EQ(v.u, 20.0f);
+    EXPECT_FLOAT_EQ(v.sy, 200.0f);
+    EXPECT_FLOAT_EQ(v.peak[0].x, 2.0f);
+    EXPECT_FLOAT_EQ(v.peak[0].y, 2.0f);
+    EXPECT_FLOAT_EQ(v.peak[1].x, 0.0f);
+    EXPECT_FLOAT_EQ(v.peak[1].y, -1.0f);
+    EXPECT_FLOAT_EQ(v.peak[2].x, -1.0f);  // even an empty peak moves
+    EXPECT_FLOAT_EQ(v.peak[0].value, 9.0f);
+    ASSERT_TRUE(a.addData(b));
+    EXPECT_FLOAT_EQ(v.dx, 3.0f);
+    EXPECT_FLOAT_EQ(v.peak[1].y, 1.0f);
+
+    const PIV_VECTOR before = v;
+    PIV_Data2D other(grid3x2(2)), empty;
+    struct Case {
+        const PIV_DataBase* with;
+        int error;
+    } cases[] = {{&a, PIVerror::OVERWRITE_OWN_DATA},
+                 {&empty, PIVerror::DATA_IS_NULL},
+                 {&other, PIVerror::GRID_MISMATCH}};
+    for (const Case& c : cases) {
+        EXPECT_FALSE(a.subtractData(*c.with));
+        EXPECT_EQ(a.error().getLastErrorCode(), c.error);
+        EXPECT_FALSE(a.addData(*c.with));
+        EXPECT_EQ(a.error().getLastErrorCode(), c.error);
+    }
+    EXPECT_TRUE(PIV::SameRecord(before, v));
+    EXPECT_FALSE(empty.addData(a));
+    EXPECT_EQ(empty.error().getLastErrorCode(), PIVerror::DATA_IS_NULL);
+}
+
+TEST(PIV_DataBase, ScaleDataByZeroIsReportedAndStillDone) {
+    MessageCapture quiet;
+    PIV_Data2D f(grid3x2());
+    f.data()[1] = withPeaks(3.0f, -2.0f);
+    ASSERT_TRUE(f.scaleData(0.5f));
+    EXPECT_FLOAT_EQ(f.data()[1].dx, 1.5f);
+    EXPECT_FLOAT_EQ(f.data()[1].u, 15.0f);
+    EXPECT_FLOAT_EQ(f.data()[1].peak[1].y, 0.5f);
+    EXPECT_FLOAT_EQ(f.data()[1].peak[1].value, 5.0f);
+    EXPECT_FALSE(f.scaleData(0.0f));
+    EXPECT_EQ(f.error().getLastErrorCode(), PIVerror::BAD_PARAMETERS);
+    EXPECT_NE(quiet.all().find("scaleData() - scale factor is zero"), std::string::npos);
+    const PIV_VECTOR& v = f.data()[1];
+    EXPECT_EQ(v.dx, 0.0f);
+    EXPECT_EQ(v.dy, 0.0f);
+    EXPECT_EQ(v.u, 0.0f);
+    EXPECT_EQ(v.sy, 0.0f);
+    EXPECT_EQ(v.peak[0].x, 0.0f);
+    EXPECT_EQ(v.peak[1].y, 0.0f);
+    EXPECT_EQ(v.flag, VECTOR_ENABLED);
+}
+
+TEST(PIV_DataBase, ScaleGridAndDataRoundsPositions) {
+    PIV_Data2D f(grid3x2());
+    f.data()[4] = withPeaks(2.0f, 1.0f);
+    f.data()[4].ix = 30;
+    f.data()[4].iy = 45;
+    f.data()[4].y = 35.0f;
+    EXPECT_FALSE(f.scaleGridAndData(0.0f));
+    EXPECT_FALSE(f.scaleGridAndData(-2.0f));
+    EXPECT_TRUE(f.scaleGridAndData(1.0f));
+    EXPECT_EQ(f.grid().step.width, 20);
+    ASSERT_TRUE(f.scaleGridAndData(1.5f));
+    const PIV_VECTOR& v = f.data()[4];
+    EXPECT_EQ(v.ix, 45);
+    EXPECT_EQ(v.iy, 68);  // 67.5 rounds up
+    EXPECT_EQ(f.data()[0].ix, 15);
+    EXPECT_EQ(f.data()[0].iy, 30);
+    EXPECT_FLOAT_EQ(v.dx, 3.0f);
+    EXPECT_FLOAT_EQ(v.peak[1].x, 1.5f);
+    EXPECT_FLOAT_EQ(v.u, 20.0f) << "velocities are not scaled";
+    EXPECT_FLOAT_EQ(v.y, 35.0f) << "physical positions are not scaled";
+    EXPECT_EQ(f.grid().step.width, 30);
+    EXPECT_EQ(f.grid().step.height, 37);
+    EXPECT_EQ(f.grid().first.x, 15);
+    EXPECT_EQ(f.grid().imageSize.width, 150);
+    EXPECT_EQ(f.grid().imageSize.height, 120);
+}
+
+TEST(PIV_DataBase, TranslateGridMovesRowsAgainstY) {
+    PIV_Data2D f(grid3x2());
+    PIV_PARAMETERS p = f.pivParameters();
+    p.convert.LengthConversion[0] = p.convert.LengthConversion[1] = 2.0;  // px per unit
+    f.setPivParameters(p);
+    ASSERT_TRUE(f.translateGrid(1.0f, 3.0f, 0.0f));
+    const PIV_VECTOR& v = f.data()[4];
+    EXPECT_EQ(v.ix, 32);
+    EXPECT_EQ(v.iy, 39);  // up by 3 units is 6 pixels towards the top row
+    EXPECT_FLOAT_EQ(v.x, 31.0f);
+    EXPECT_FLOAT_EQ(v.y, 38.0f);
+    EXPECT_TRUE(f.translateGrid(0.0f, 0.0f, 0.0f));
+    EXPECT_EQ(v.iy, 39);
+}
+
+TEST(PIV_DataBase, InitShiftAndAddShift) {
+    PIV_Data2D f(grid3x2());
+    ASSERT_TRUE(f.initShift(2.0f, -1.0f, 0.0f));
+    const PIV_VECTOR& v = f.data()[5];
+    EXPECT_EQ(v.flag, VECTOR_ENABLED);
+    EXPECT_EQ(v.count, 1);
+    EXPECT_FLOAT_EQ(v.peak[2].x, 2.0f);
+    EXPECT_FLOAT_EQ(v.peak[2].y, -1.0f);
+    EXPECT_EQ(v.peak[2].value, 0.0f);
+    f.data()[5].peak[0].value = 4.0f;
+    EXPECT_FALSE(f.addShift(0.0f, 0.0f, 0.0f));
+    ASSERT_TRUE(f.addShift(0.5f, 1.0f, 0.0f));
+    EXPECT_FLOAT_EQ(v.dx, 2.5f);
+    EXPECT_FLOAT_EQ(v.dy, 0.0f);
+    EXPECT_FLOAT_EQ(v.peak[0].x, 2.5f);  // a peak with a value moves
+    EXPECT_FLOAT_EQ(v.peak[1].x, 2.0f);  // a peak of value 0 stays
+    EXPECT_FLOAT_EQ(v.peak[1].y, -1.0f);
+}
+
+TEST(PIV_DataBase, StatusBits) {
+    PIV_Data2D f(grid3x2());
+    f.data()[0] = withPeaks(0.0f, 0.0f);
+    f.data()[1] = withPeaks(0.0f, 1.0f);
+    f.data()[2] = withPeaks(0.0f, 0.0f);
+    f.data()[2].flag = VECTOR_ENABLED | VECTOR_EDITED | VECTOR_INTERPOLATED;
+    f.data()[3] = withPeaks(1.0f, 0.0f);
+    f.data()[3].flag = VECTOR_ENABLED | VECTOR_EDITED;
+    f.data()[4].flag = VECTOR_OUTLIER | VECTOR_EDITED;
+    // Despite its name this undoes the manual edits and nothing else.
+    EXPECT_EQ(f.clearAllDisabled(), 3);
+    EXPECT_EQ(f.data()[2].flag, VECTOR_ENABLED | VECTOR_INTERPOLATED);
+    EXPECT_EQ(f.data()[4].flag, VECTOR_OUTLIER);
+    f.clearFlags(VECTOR_INTERPOLATED | VECTOR_MASKED);
+    EXPECT_EQ(f.data()[2].flag, VECTOR_ENABLED);
+
+    MessageCapture capture;
+    const int level = DebugLevel();
+    SetDebugLevel(1);
+    // Nodes 0, 2, 4 and 5 have dx = dy = 0; node 1 has dy 1, node 3 dx 1.
+    EXPECT_EQ(f.disableNullVectors(), 4);
+    SetDebugLevel(level);
+    EXPECT_NE(capture.all().find("PIV_DataBase: disabled 4 null-vectors"), std::string::npos);
+    EXPECT_EQ(f.data()[0].flag, VECTOR_OUTLIER);
+    EXPECT_EQ(f.data()[0].count, 0);
+    EXPECT_EQ(f.data()[1].flag, VECTOR_ENABLED);
+    EXPECT_EQ(f.data()[3].count, 1);
+}
+
+TEST(PIV_DataBase, MaskOutVectorsClearsNodeAndDifferentials) {
+    MessageCapture quiet;
+    PIV_Data2D f(grid3x2(2));
+    ASSERT_TRUE(f.allocDifferentials());
+    for (int k = 0; k < f.nodeCount(); k++) {
+        PIV_VECTOR v = withPeaks(1.0f, 1.0f);
+        v.ix = f.data()[k].ix;
+        v.iy = f.data()[k].iy;
+        v.corr = 0.8f;
+        f.data()[k] = v;
+        f.diffData()[k].dudx = 1.0f;
+    }
+    Image2D mask(100, 80, IMAGE_UINT8);
+    mask.fill(0);
+    mask.setPixel(30, 45, 255);
+    ASSERT_TRUE(f.maskOutVectors(mask));
+    EXPECT_EQ(f.vectorsMasked(), 2u);  // the node in both time steps
+    for (int k : {4, 10}) {
+        const PIV_VECTOR& v = f.data()[k];
+        EXPECT_EQ(v.flag, VECTOR_MASKED | VECTOR_OUTLIER);
+        EXPECT_EQ(v.count, 0);
+        EXPECT_EQ(v.corr, 0.0f);
+        EXPECT_EQ(v.peak[1].value, 0.0f);
+        EXPECT_EQ(v.ix, 30);
+        EXPECT_EQ(f.diffData()[k].dudx, 0.0f);
+    }
+    EXPECT_EQ(f.data()[3].flag, VECTOR_ENABLED);
+    EXPECT_EQ(f.diffData()[3].dudx, 1.0f);
+
+    Image2D wrong(100, 81, IMAGE_UINT8);
+    wrong.fill(1);
+    EXPECT_FALSE(f.maskOutVectors(wrong));
+    EXPECT_EQ(f.error().getLastErrorCode(), PIVerror::IMAGE_SIZE_MISMATCH);
+    EXPECT_EQ(f.vectorsMasked(), 2u);
+    EXPECT_FALSE(f.maskOutVectors(Image2D()));
+    EXPECT_EQ(f.error().getLastErrorCode(), PIVerror::IMAGE_IS_NULL);
+    PIV_Data2D empty;
+    EXPECT_FALSE(empty.maskOutVectors(mask));
+    EXPECT_EQ(empty.error().getLastErrorCode(), PIVerror::DATA_IS_NULL);
+}
+
+TEST(PIV_Data2D, NearestVectorIndexByCell) {
+    PIV_Data2D f(grid3x2(2));
+    struct Case {
+        int x, y, t;
+        bool found;
+        long index;
+    } cases[] = {
+        {30, 45, 0, true, 4},   // on a node
+        {39, 57, 0, true, 4},   // just inside its cell
+        {40, 45, 0, true, 5},   // the cell border belongs to the next node
+        {41, 20, 1, true, 8},   // col 2 at t 1: 2 + 6
+        {10, 20, 9, true, 6},   // t clamps to 1
+        {-19, 20, 0, true, 0},  // 29 px left of node 0: the division truncates
+        {-20, 20, 0, false, 0}, {60, 20, 0, false, 0},  // beyond the last column
+        {30, 70, 0, false, 0},                          // below the last row
+    };
+    for (const Case& c : cases) {
+        bool found = !c.found;
+        EXPECT_EQ(f.nearestVectorIndex(c.x, c.y, c.t, &found), c.index) << c.x << "," << c.y;
+        EXPECT_EQ(found, c.found) << c.x << "," << c.y;
+    }
+    f.data()[4].dx = 7.0f;
+    EXPECT_FLOAT_EQ(f.nearestVector(31, 44).dx, 7.0f);
+    EXPECT_EQ(f.nearestVector(99, 99).flag, VECTOR_NO_RESULT | VECTOR_OUTLIER);
+    EXPECT_EQ(f.nearestDifferentials(31, 44).dudx, 0.0f);
+    ASSERT_TRUE(f.allocDifferentials());
+    f.diffData()[4].dudx = 3.0f;
+    EXPECT_FLOAT_EQ(f.nearestDifferentials(31, 44).dudx, 3.0f);
+
+    // One column: nodes 0 and 1 share ix, so there is no spacing.
+    DATA_GRID4D column = grid3x2();
+    column.nodes.width = 1;
+    PIV_Data2D narrow(column);
+    bool found = true;
+    EXPECT_EQ(narrow.nearestVectorIndex(10, 20, 0, &found), 0);
+    EXPECT_FALSE(found);
+}
+
+namespace {
+
+void setOutlierCheck(PIV_Parameters& params, bool enable) {
+    OUTLIER_CFG outlier = params.outlierCfg();
+    outlier.Enable = enable;
+    params.setOutlierCfg(outlier);
+}
+
+void fillEnabled(PIV_Data2D& f) {
+    for (int k = 0; k < f.nodeCount(); k++) f.data()[k] = withPeaks(1.0f, 0.0f);
+    f.setFlagRawData(true);
+}
+
+}  // namespace
+
+TEST(PIV_Data2D, PostProcessRunsValidationOnlyWhenDue) {
+    MessageCapture quiet;
+    PIV_Parameters checking, plain;
+    setOutlierCheck(checking, true);
+    setOutlierCheck(plain, false);
+    {
+        // A fresh field needs validation; as it cannot be done, it fails.
+        PIV_Data2D f(grid3x2());
+        fillEnabled(f);
+        f.setFlagAllowPostProcess(true);
+        EXPECT_FALSE(f.postProcess(&checking, nullptr, false));
+        EXPECT_EQ(f.error().getLastErrorCode(), PIVerror::FUNCTION_NOT_AVAILABLE);
+        EXPECT_FALSE(f.isConverted());
+    }
+    {
+        PIV_Data2D f(grid3x2());
+        fillEnabled(f);
+        f.setFlagAllowPostProcess(true);
+        ASSERT_TRUE(f.postProcess(&plain, nullptr, false));
+        EXPECT_FALSE(f.needsValidation());
+        EXPECT_FALSE(f.needsConversion());
+        EXPECT_TRUE(f.needsDifferentiation());
+        // Validated and nothing pending: the check is not due, unless forced.
+        f.setFlagValidated(true);
+        EXPECT_TRUE(f.postProcess(&checking, nullptr, false));
+        EXPECT_FALSE(f.postProcess(&checking, nullptr, true));
+    }
+    {
+        // Post-processing not allowed: the stages are dropped, the field is
+        // not converted, but statistics and the data type still follow.
+        PIV_Data2D f(grid3x2());
+        fillEnabled(f);
+        quiet.lines().clear();
+        ASSERT_TRUE(f.postProcess(&checking, nullptr, false));
+        EXPECT_FALSE(f.needsValidation());
+        EXPECT_FALSE(f.needsConversion());
+        EXPECT_FALSE(f.isConverted());
+        EXPECT_EQ(f.vectorsActive(), 6u);
+        EXPECT_EQ(f.dataType() & PIV::DATA_VELOCITY, PIV::DATA_VELOCITY);
+        // The missing differentiation is said, not skipped in silence.
+        EXPECT_NE(quiet.all().find("differentials are not available"), std::string::npos);
+    }
+}

@@ -1,0 +1,378 @@
+// The vector field store: layout over x, y, z and time, allocation, copies,
+// time steps and the node accessors with their out-of-range answers.
+#include <gtest/gtest.h>
+
+#include <cstdio>
+#include <string>
+
+#include "message_capture.h"
+#include "piv_data2d.h"
+
+namespace {
+
+// 3 x 2 nodes over a 100 x 80 image: x 10, 30, 50 and y 20, 45.
+DATA_GRID4D grid3x2(int steps = 1) {
+    DATA_GRID4D g;
+    g.nodes = SIZE3D{3, 2, 1};
+    g.timeSteps = steps;
+    g.first = POINT3D{10, 20, 0};
+    g.step = SIZE3D{20, 25, 1};
+    g.imageSize = SIZE3D{100, 80, 1};
+    return g;
+}
+
+// Every node gets dx = its array index, so any index mix-up shows.
+void numberNodes(PIV_DataBase& f) {
+    for (int k = 0; k < f.nodeCount(); k++) {
+        f.data()[k].dx = float(k);
+        f.data()[k].flag = VECTOR_ENABLED;
+    }
+}
+
+std::string printed(void (*print)(const PIV_DataBase&, FILE*), const PIV_DataBase& f) {
+    FILE* tmp = std::tmpfile();
+    print(f, tmp);
+    std::rewind(tmp);
+    std::string text;
+    for (int c; (c = std::fgetc(tmp)) != EOF;) text += char(c);
+    std::fclose(tmp);
+    return text;
+}
+
+}  // namespace
+
+TEST(PIV_DataBase, FourDimensionalNodeOrder) {
+    // 2 x 3 x 2 nodes, 2 steps: node (i, j, z, t) is i + 2 (j + 3 (z + 2 t)).
+    DATA_GRID4D g;
+    g.nodes = SIZE3D{2, 3, 2};
+    g.timeSteps = 2;
+    g.first = POINT3D{4, 6, 1};
+    g.step = SIZE3D{8, 10, 3};
+    g.imageSize = SIZE3D{64, 50, 8};
+    PIV_DataBase f;
+    ASSERT_EQ(f.initializeGrid(g), 1);
+    ASSERT_EQ(f.nodeCount(), 24);
+    EXPECT_FALSE(f.isPlanar());
+    const PIV_VECTOR& v = f.data()[1 + 2 * (2 + 3 * 1)];  // i 1, j 2, z 1, t 0
+    EXPECT_EQ(v.ix, 12);
+    EXPECT_EQ(v.iy, 26);
+    EXPECT_EQ(v.iz, 4);
+    EXPECT_FLOAT_EQ(v.y, 24.0f);
+    // Step 1 starts 2*3*2 nodes on and repeats the positions.
+    EXPECT_EQ(f.dataAtTime(1), f.data() + 12);
+    EXPECT_EQ(f.dataAtTime(1)[1 + 2 * (2 + 3 * 1)].iz, 4);
+    EXPECT_EQ(f.timeAt(1), 1.0);
+    EXPECT_EQ(f.timeAt(2), 0.0);
+    EXPECT_EQ(f.dataAtTime(-1), f.data());
+    EXPECT_EQ(f.dataAtTime(2), f.data());
+}
+
+TEST(PIV_Data2D, RowColumnAccessorsAndDataAtTimeDifferForLaterSteps) {
+    PIV_Data2D f(grid3x2(2));
+    numberNodes(f);
+    // At t = 0 both layouts agree: row 1, col 2 is node 5.
+    EXPECT_FLOAT_EQ(f.getVector2D(1, 2, 0).dx, 5.0f);
+    EXPECT_FLOAT_EQ(f.dataAtTime(0)[5].dx, 5.0f);
+    // At t = 1 the row and column accessors put the plane 3*3 = 9 nodes on,
+    // dataAtTime 3*2 = 6: row 0, col 1 is node 10 for one and 7 for the other.
+    EXPECT_FLOAT_EQ(f.getVector2D(0, 1, 1).dx, 10.0f);
+    EXPECT_FLOAT_EQ(f.dataAtTime(1)[1].dx, 7.0f);
+    // Row 1, col 2 at t = 1 is element 14: in the padding beyond the twelve
+    // nodes, which only the row and column accessors see.
+    PIV_VECTOR marked;
+    marked.dx = -1.0f;
+    ASSERT_EQ(f.setVector2D(marked, 1, 2, 1), PIVerror::NO_ERROR);
+    EXPECT_FLOAT_EQ(f.getVector2D(1, 2, 1).dx, -1.0f);
+    EXPECT_EQ(f.getVector(14).dx, 0.0f);
+    EXPECT_EQ(f.nodeCount(), 12);
+    ASSERT_NE(f.pivVector(2, 1, 1), nullptr);
+    EXPECT_FLOAT_EQ(f.pivVector(2, 1, 1)->dx, -1.0f);
+}
+
+TEST(PIV_Data2D, OutOfRangeAccessIsNotAnError) {
+    PIV_Data2D f(grid3x2(2));
+    numberNodes(f);
+    EXPECT_EQ(f.getVector(-1).flag, 0);
+    EXPECT_EQ(f.getVector(12).flag, 0);
+    EXPECT_FLOAT_EQ(f.getVector(11).dx, 11.0f);
+    PIV_VECTOR v;
+    v.dx = 99.0f;
+    EXPECT_EQ(f.setVector(12, v), 0);
+    EXPECT_EQ(f.setVector(-1, v), 0);
+    EXPECT_EQ(f.setVector(3, v), 1);
+    EXPECT_FLOAT_EQ(f.data()[3].dx, 99.0f);
+    // Clamped into the grid: col -1 -> 0, row 7 -> 1, t 5 -> 1.
+    EXPECT_EQ(f.pivVector(-1, 7, 5), f.data() + f.index2D(1, 0, 1));
+    EXPECT_EQ(f.pivVector(9, -3, -2), f.data() + 2);
+    PIV_Data2D empty;
+    EXPECT_EQ(empty.pivVector(0, 0, 0), nullptr);
+    EXPECT_EQ(empty.dataAtTime(0), nullptr);
+    EXPECT_EQ(f.getVector2D(0, 0, -1).dx, f.getVector2D(0, 0, 0).dx);
+}
+
+TEST(PIV_Data2D, DifferentialsFollowTheVectorLayout) {
+    MessageCapture quiet;
+    PIV_Data2D f(grid3x2(2));
+    DIFFERENTIALS d;
+    d.dvdx = 2.5f;
+    EXPECT_EQ(f.setDifferentials2D(d, 0, 0, 0), PIVerror::DATA_IS_NULL);
+    EXPECT_EQ(f.setDifferentials(0, d), 0);
+    EXPECT_EQ(f.diffData(), nullptr);
+    ASSERT_TRUE(f.allocDifferentials());
+    EXPECT_EQ(f.diffCount(), 12u);
+    ASSERT_EQ(f.setDifferentials2D(d, 0, 1, 1), PIVerror::NO_ERROR);
+    EXPECT_FLOAT_EQ(f.diffData()[10].dvdx, 2.5f);  // 1 + 3 * (0 + 1 * 3)
+    EXPECT_FLOAT_EQ(f.getDifferentials(10).dvdx, 2.5f);
+    EXPECT_FLOAT_EQ(f.getDifferentials2D(0, 1, 1).dvdx, 2.5f);
+    EXPECT_EQ(f.setDifferentials2D(d, 2, 0, 0), PIVerror::CANNOT_OPERATE);
+    EXPECT_EQ(f.getDifferentials2D(0, 3, 0).dvdx, 0.0f);
+    EXPECT_EQ(f.getDifferentials(12).dvdx, 0.0f);
+    EXPECT_EQ(f.diffDataAtTime(1), f.diffData() + 6);
+
+    PIV_Data2D empty;
+    EXPECT_FALSE(empty.allocDifferentials());
+    EXPECT_EQ(empty.error().getLastErrorCode(), PIVerror::DATA_IS_NULL);
+}
+
+TEST(PIV_DataBase, AllocKeepsAnArrayOfTheSameLength) {
+    MessageCapture quiet;
+    PIV_DataBase f;
+    ASSERT_TRUE(f.alloc(4, 3, 1, 1));
+    numberNodes(f);
+    f.setFlagValidated(true);
+    f.setFlagRawData(true);
+    // 2 x 6 and 3 x 2 x 2 hold twelve nodes as well: the data stays.
+    ASSERT_TRUE(f.alloc(2, 6, 1, 1));
+    EXPECT_EQ(f.grid().nodes.width, 2);
+    EXPECT_EQ(f.grid().nodes.height, 6);
+    EXPECT_FLOAT_EQ(f.data()[7].dx, 7.0f);
+    EXPECT_TRUE(f.isValidated());
+    ASSERT_TRUE(f.alloc(3, 2, 2, 1));
+    EXPECT_FLOAT_EQ(f.data()[11].dx, 11.0f);
+    EXPECT_EQ(f.grid().nodes.depth, 2);
+    // Same length in two time steps: a longer time axis, the data kept.
+    f.setTime(5.0, 0.5);
+    ASSERT_TRUE(f.alloc(6, 1, 1, 2));
+    EXPECT_EQ(f.timeSteps(), 2);
+    EXPECT_FLOAT_EQ(f.data()[11].dx, 11.0f);
+    EXPECT_EQ(f.timeAt(0), 5.0);
+    EXPECT_EQ(f.timeAt(1), 0.0);
+    // ... and a time axis of the same length is kept as it is.
+    f.setTime(5.0, 0.5);
+    ASSERT_TRUE(f.alloc(3, 2, 1, 2));
+    EXPECT_EQ(f.timeAt(1), 5.5);
+
+    // Another length starts over.
+    ASSERT_TRUE(f.alloc(5, 1, 1, 1));
+    EXPECT_EQ(f.nodeCount(), 5);
+    EXPECT_EQ(f.data()[1].dx, 0.0f);
+    EXPECT_FALSE(f.isValidated());
+    EXPECT_TRUE(f.haveRawData()) << "raw data is not one of the flags alloc resets";
+
+    // A zero dimension is error 7 and changes nothing.
+    f.data()[1].dx = 3.0f;
+    for (int zero = 0; zero < 4; zero++) {
+        int dims[4] = {2, 2, 2, 2};
+        dims[zero] = 0;
+        EXPECT_FALSE(f.alloc(dims[0], dims[1], dims[2], dims[3]));
+        EXPECT_EQ(f.error().getLastErrorCode(), PIVerror::ALLOCATION_FAILED);
+    }
+    EXPECT_NE(std::string(f.getLastError()).find("alloc( x:2, y:2, z:2, timeSteps=0)"),
+              std::string::npos);
+    EXPECT_EQ(f.nodeCount(), 5);
+    EXPECT_EQ(f.grid().nodes.width, 5);
+    EXPECT_FLOAT_EQ(f.data()[1].dx, 3.0f);
+}
+
+TEST(PIV_DataBase, ClearKeepsPositionsAndDisablesAll) {
+    PIV_Data2D f(grid3x2(2));
+    numberNodes(f);
+    f.setName("run1.nc");
+    f.setFlagStatisticsData(true);
+    f.setFlagSmoothed(true);
+    f.setFlagRawData(true);
+    ASSERT_TRUE(f.doStatistics());
+    EXPECT_EQ(f.vectorsDisabled(), 0u);
+    EXPECT_EQ(f.clear(), 12u);
+    EXPECT_EQ(f.vectorsDisabled(), 12u);
+    EXPECT_EQ(f.vectorsActive(), 0u);
+    EXPECT_EQ(f.vectorMean().dx, 0.0f);
+    EXPECT_STREQ(f.name(), "");
+    EXPECT_FALSE(f.isStatisticsData());
+    EXPECT_FALSE(f.isSmoothed());
+    const PIV_VECTOR& v = f.dataAtTime(1)[5];
+    EXPECT_EQ(v.ix, 50);
+    EXPECT_EQ(v.iy, 45);
+    EXPECT_FLOAT_EQ(v.y, 35.0f);
+    EXPECT_EQ(v.dx, 0.0f);
+    EXPECT_EQ(v.flag, VECTOR_OUTLIER);
+}
+
+TEST(PIV_DataBase, Create2CountsNodesBetweenTheCorners) {
+    MessageCapture quiet;
+    PIV_DataBase f;
+    // (55 - 10) / 20 + 1 = 3 columns, (70 - 20) / 25 + 1 = 3 rows.
+    ASSERT_TRUE(f.create2(SIZE3D{100, 80, 0}, SIZE3D{20, 25, 1}, POINT3D{10, 20, 0},
+                          POINT3D{55, 70, 0}, 0));
+    EXPECT_EQ(f.grid().nodes.width, 3);
+    EXPECT_EQ(f.grid().nodes.height, 3);
+    EXPECT_EQ(f.grid().nodes.depth, 1);
+    EXPECT_EQ(f.grid().imageSize.depth, 1);
+    EXPECT_EQ(f.timeSteps(), 1);
+    EXPECT_EQ(f.grid().anchor.y, 20);
+    EXPECT_EQ(f.data()[8].ix, 50);
+    EXPECT_EQ(f.data()[8].iy, 70);
+    EXPECT_TRUE(PIV::SameRecord(f.pivParameters().eval.grid, f.grid()));
+
+    struct Bad {
+        SIZE3D image, step;
+        POINT3D last;
+    } bad[] = {
+        {{9, 80, 1}, {20, 25, 1}, {55, 70, 0}},   // too narrow
+        {{100, 9, 1}, {20, 25, 1}, {55, 70, 0}},  // too low
+        {{100, 80, 1}, {20, 0, 1}, {55, 70, 0}},  // zero step
+        {{100, 80, 1}, {20, 25, 1}, {-20, 70, 0}},
+    };
+    for (const Bad& b : bad) {
+        EXPECT_FALSE(f.create2(b.image, b.step, POINT3D{10, 20, 0}, b.last, 1));
+        EXPECT_EQ(f.error().getLastErrorCode(), PIVerror::BAD_GRID_DIMENSION);
+        EXPECT_EQ(f.nodeCount(), 9);
+    }
+
+    ASSERT_TRUE(f.createZeroData(SIZE3D{100, 80, 1}, SIZE3D{20, 25, 1}, POINT3D{10, 20, 0},
+                                 POINT3D{50, 20, 0}, 1));
+    EXPECT_EQ(f.nodeCount(), 3);
+    EXPECT_TRUE(f.isValidated());
+    EXPECT_TRUE(f.haveRawData());
+    EXPECT_EQ(f.dataType(), 2816);
+}
+
+TEST(PIV_Data2D, CopyOfAnOddGrid) {
+    MessageCapture quiet;
+    // 5 x 3 nodes in two steps: the block reaches past the nodes.
+    DATA_GRID4D g = grid3x2(2);
+    g.nodes = SIZE3D{5, 3, 1};
+    PIV_Data2D source(g);
+    numberNodes(source);
+    PIV_VECTOR far;
+    far.dx = 77.0f;
+    ASSERT_EQ(source.setVector2D(far, 2, 4, 1), PIVerror::NO_ERROR);  // element 39
+    source.setTime(2.0, 0.25);
+    source.setName("source.nc");
+    source.setFlagRawData(true);
+    source.setFlag3C(true);
+    source.setFlagDifferentiated(true);
+    source.setDataType(PIV::DATA_DISPLACEMENT);
+    source.setAnalysisMode(PIV::ANALYSIS_SPECKLE);
+    ASSERT_TRUE(source.allocDifferentials());
+    source.diffData()[29].dwdz = 4.0f;
+
+    PIV_Data2D copy(grid3x2(1));
+    copy = source;
+    EXPECT_EQ(copy.nodeCount(), 30);
+    EXPECT_EQ(copy.grid().nodes.width, 5);
+    EXPECT_FLOAT_EQ(copy.data()[29].dx, 29.0f);
+    EXPECT_FLOAT_EQ(copy.getVector2D(2, 4, 1).dx, 77.0f);
+    EXPECT_EQ(copy.timeAt(1), 2.25);
+    EXPECT_STREQ(copy.name(), "source.nc");
+    EXPECT_TRUE(copy.haveRawData());
+    EXPECT_TRUE(copy.is3C());
+    EXPECT_EQ(copy.dataType(), PIV::DATA_DISPLACEMENT);
+    EXPECT_EQ(copy.analysisMode(), PIV::ANALYSIS_SPECKLE);
+    EXPECT_FLOAT_EQ(copy.getDifferentials(29).dwdz, 4.0f);
+    EXPECT_EQ(copy.diffCount(), 30u);
+
+    EXPECT_FALSE(copy.copy(copy));
+    EXPECT_EQ(copy.error().getLastErrorCode(), PIVerror::OVERWRITE_OWN_DATA);
+    EXPECT_FLOAT_EQ(copy.data()[29].dx, 29.0f);
+    PIV_Data2D empty;
+    EXPECT_FALSE(copy.copy(empty));
+    EXPECT_EQ(copy.nodeCount(), 30);
+}
+
+TEST(PIV_DataBase, PutTimeStepShiftsTimesAndSteps) {
+    MessageCapture quiet;
+    PIV_Data2D target(grid3x2(3));
+    PIV_Data2D source(grid3x2(2));
+    numberNodes(source);
+    source.setTime(10.0, 0.5);
+    source.setFlagRawData(true);
+    ASSERT_TRUE(target.putTimeStep(source, 1, 100.0));
+    EXPECT_EQ(target.timeAt(0), 0.0);
+    EXPECT_EQ(target.timeAt(1), 100.0);
+    EXPECT_EQ(target.timeAt(2), 100.5);
+    EXPECT_EQ(target.dataAtTime(0)[4].dx, 0.0f);
+    EXPECT_FLOAT_EQ(target.dataAtTime(1)[4].dx, 4.0f);
+    EXPECT_FLOAT_EQ(target.dataAtTime(2)[4].dx, 10.0f);
+    EXPECT_TRUE(target.haveRawData());
+
+    const PIV_VECTOR before = target.data()[10];
+    EXPECT_FALSE(target.putTimeStep(source, 3, 0.0));  // no step 3
+    EXPECT_EQ(target.error().getLastErrorCode(), PIVerror::OPERATION_FAILED);
+    EXPECT_NE(quiet.all().find("putTimeStep() - invalid time step: 3 (possible: 0...2)"),
+              std::string::npos);
+    EXPECT_FALSE(target.putTimeStep(source, 2, 0.0));  // the second step would not fit
+    EXPECT_NE(quiet.all().find("too many time steps in source; start:2 end:3 (possible: 0...2)"),
+              std::string::npos);
+    EXPECT_FALSE(target.putTimeStep(target, 0, 0.0));
+    EXPECT_EQ(target.error().getLastErrorCode(), PIVerror::OVERWRITE_OWN_DATA);
+    DATA_GRID4D deeper = grid3x2(1);
+    deeper.nodes.depth = 2;
+    PIV_DataBase thick;
+    ASSERT_EQ(thick.initializeGrid(deeper), 1);
+    EXPECT_FALSE(target.putTimeStep(thick, 0, 0.0));
+    EXPECT_EQ(target.error().getLastErrorCode(), PIVerror::GRID_MISMATCH);
+    EXPECT_NE(quiet.all().find("mismatch in grid size: 3x2x1 vs. 3x2x2"), std::string::npos);
+    EXPECT_TRUE(PIV::SameRecord(before, target.data()[10]));
+    EXPECT_EQ(target.timeAt(2), 100.5);
+}
+
+TEST(PIV_DataBase, GridAndDataInfoTexts) {
+    PIV_Data2D f(grid3x2(2));
+    EXPECT_EQ(printed([](const PIV_DataBase& d, FILE* s) { d.printGridInfo("demo", s); }, f),
+              "Grid info for 'demo'\n"
+              "           --x--  --y--  --z--  --t--\n"
+              "   Size        3      2      1      2\n"
+              "   Step       20     25      1    -/-\n"
+              "   Start      10     20      0    -/-\n"
+              "   Image     100     80      1    -/-\n");
+    for (int k = 0; k < 6; k++) {
+        f.data()[k].flag = VECTOR_ENABLED;
+        f.data()[k].dx = float(k % 2);  // 0, 1, 0, 1, 0, 1: mean 0.5, deviation 0.5
+    }
+    f.data()[6].flag = VECTOR_MASKED | VECTOR_OUTLIER;
+    f.setFlagRawData(true);
+    ASSERT_TRUE(f.doStatistics());
+    // Six active of eleven without mask, five disabled (six less the masked
+    // one) and one masked of twelve.
+    EXPECT_EQ(printed([](const PIV_DataBase& d, FILE* s) { d.printDataInfo("demo", s); }, f),
+              "Data statistics for 'demo'\n"
+              "\tGrid size: 3 x 2  (2 time steps) = 12 vectors\n"
+              "\t      6 active       (54.5% w/o mask)\n"
+              "\t      5 disabled     (41.7% w/o mask)\n"
+              "\t      1 masked       (8.3%)\n"
+              "\t      0 replaced     (0.0% w/o mask)\n"
+              "\t      0 interpolated (0.0% w/o mask)\n"
+              "\tshift X[px]: 0.500 +/- 0.5000   Range: ( 0, 1 )\n"
+              "\tshift Y[px]: 0.000 +/- 0.0000   Range: ( 0, 0 )\n");
+}
+
+TEST(PIV_DataBase, DifferentialStatisticsFollowWhenDifferentiated) {
+    MessageCapture quiet;
+    PIV_Data2D f(grid3x2());
+    numberNodes(f);
+    f.setFlagRawData(true);
+    f.setFlagDifferentiated(true);
+    EXPECT_FALSE(f.doStatistics()) << "differentiated without differentials";
+    EXPECT_EQ(f.error().getLastErrorCode(), PIVerror::DATA_IS_NULL);
+    ASSERT_TRUE(f.allocDifferentials());
+    f.diffData()[0].dudy = 2.0f;
+    f.diffData()[1].dudy = 4.0f;
+    f.data()[2].flag = VECTOR_OUTLIER;
+    f.diffData()[2].dudy = 100.0f;  // disabled: must not count
+    ASSERT_TRUE(f.doStatistics());
+    // Over 2, 4, 0, 0, 0: mean 1.2, maximum 4.
+    EXPECT_FLOAT_EQ(f.diffMean().dudy, 1.2f);
+    EXPECT_FLOAT_EQ(f.diffMaximum().dudy, 4.0f);
+    EXPECT_FLOAT_EQ(f.diffMinimum().dudy, 0.0f);
+}
