@@ -4,7 +4,7 @@
 //
 // Layout: the block holds bytesPerLine() x height() bytes; row y starts at
 // bits() + y * bytesPerLine(). Rows are padded to a multiple of 4 bytes, so
-// 8-bit and 16-bit rows may end in up to 3 bytes of undefined padding.
+// 8-bit and 16-bit rows may end in up to 3 bytes of padding, kept at zero.
 //
 // Failures are reported through error() with the member's name as context,
 // and the member returns false (or 0).
@@ -38,9 +38,9 @@ public:
 
     // ---- storage -------------------------------------------------------
     // Re-allocation to the same geometry keeps the pixels; a block of the same
-    // byte size is reused with its bytes; a fresh block is uninitialised but
-    // for zeroed row padding. On failure the image keeps its old block and
-    // geometry.
+    // byte size is reused with its bytes; fresh pixels are uninitialised. Row
+    // padding and the border are zeroed on every new geometry. On failure the
+    // image keeps its old block and geometry.
     bool alloc(int64_t width, int64_t height, ImageType type, int64_t padding = 0);
     bool resize(int64_t width, int64_t height, ImageType type) {
         return alloc(width, height, type, 0);
@@ -192,6 +192,7 @@ protected:
     void copyOrThrow(const Image2D& src);
     void convertOrThrow(ImageType type, bool clip);
     void checkPixelOrThrow(int64_t x, int64_t y) const;
+    void clearNonPixelBytes(uint64_t pixelBytes);
     void clearOrientation() {
         m_rotation = 0;
         m_flipTB = 0;
