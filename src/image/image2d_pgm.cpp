@@ -1,6 +1,5 @@
 // Image2D: the PGM and PBM reader (P1, P2, P4, P5) and a binary PGM writer.
 #include <sys/stat.h>
-#include <unistd.h>
 
 #include <cstdio>
 #include <cstring>
@@ -188,56 +187,6 @@ bool Image2D::loadPGM(const char* path) {
     });
 }
 
-namespace {
-
-// A file being written beside its target; removed unless committed, so an
-// interrupted save never leaves a partial file or touches the target.
-class TempFile {
-public:
-    explicit TempFile(const std::string& target) : m_path(target + ".tmp-XXXXXX") {
-        int fd = ::mkstemp(&m_path[0]);
-        if (fd < 0) {
-            m_path.clear();
-            return;
-        }
-        // mkstemp creates owner-only files: a replaced file keeps its mode,
-        // a new one gets the mode any other new file of this process gets.
-        struct stat existing;
-        if (::stat(target.c_str(), &existing) == 0) {
-            ::fchmod(fd, existing.st_mode & 07777);
-        } else {
-            const mode_t mask = ::umask(0);
-            ::umask(mask);
-            ::fchmod(fd, 0666 & ~mask);
-        }
-        m_file = ::fdopen(fd, "wb");
-        if (!m_file) ::close(fd);
-    }
-    ~TempFile() {
-        if (m_file) std::fclose(m_file);
-        if (!m_path.empty()) ::unlink(m_path.c_str());
-    }
-    TempFile(const TempFile&) = delete;
-    TempFile& operator=(const TempFile&) = delete;
-
-    std::FILE* file() const { return m_file; }
-    // Closes and moves the file over the target; false if either step failed.
-    bool commit(const char* target) {
-        std::FILE* f = m_file;
-        m_file = nullptr;
-        if (std::fclose(f) != 0) return false;
-        if (std::rename(m_path.c_str(), target) != 0) return false;
-        m_path.clear();
-        return true;
-    }
-
-private:
-    std::string m_path;
-    std::FILE* m_file = nullptr;
-};
-
-}  // namespace
-
 // 16-bit images are written with maxval 65535 whatever their content, so a
 // round trip gives back the same numbers.
 bool Image2D::savePGM(const char* path) const {
@@ -248,7 +197,7 @@ bool Image2D::savePGM(const char* path) const {
             throw PIVerror::IMAGE_TYPE_UNSUPPORTED;
         }
         if (!path || !*path) throw PIVerror::BAD_FILE_NAME;
-        TempFile temp(path);
+        PIV::TempFile temp(path);
         if (!temp.file()) {
             m_error.setMessage("savePGM() - failed creating file '%s'", path);
             throw PIVerror::FILE_CREATE_FAILED;
