@@ -54,6 +54,7 @@ Image2D::Image2D()
       m_padding(0),
       m_pcoSplitMode(PCO_SPLIT_NONE),
       m_wasSplit(false),
+      m_currentPage(0),
       m_bits(nullptr),
       m_block(nullptr),
       m_blockSize(0),
@@ -76,6 +77,7 @@ Image2D::Image2D(const Image2D& other)
     m_error.setName("Image2D");
     m_pcoSplitMode = other.m_pcoSplitMode;
     m_wasSplit = other.m_wasSplit;
+    m_currentPage = other.m_currentPage;
     m_rotation = other.m_rotation;
     m_flipTB = other.m_flipTB;
     m_flipLR = other.m_flipLR;
@@ -120,6 +122,7 @@ Image2D& Image2D::operator=(const Image2D& other) {
     m_fileFormat = other.m_fileFormat;
     m_pcoSplitMode = other.m_pcoSplitMode;
     m_wasSplit = other.m_wasSplit;
+    m_currentPage = other.m_currentPage;
     m_rotation = other.m_rotation;
     m_flipTB = other.m_flipTB;
     m_flipLR = other.m_flipLR;
@@ -231,6 +234,14 @@ void Image2D::clearNonPixelBytes(uint64_t pixelBytes) {
     std::memset(end, 0, static_cast<uint64_t>(m_block + m_blockSize - end));
 }
 
+void Image2D::allocForFileOrThrow(int64_t width, int64_t height, ImageType type) {
+    try {
+        allocOrThrow(width, height, type, 0);
+    } catch (PIVerror::ErrorType code) {
+        throw code == PIVerror::DATA_TOO_LARGE ? PIVerror::ALLOCATION_FAILED : code;
+    }
+}
+
 bool Image2D::alloc(int64_t width, int64_t height, ImageType type, int64_t padding) {
     return Guarded(m_error, "alloc()", [&] { allocOrThrow(width, height, type, padding); });
 }
@@ -243,6 +254,7 @@ void Image2D::destroy() {
     m_padding = 0;
     m_pcoSplitMode = PCO_SPLIT_NONE;
     m_wasSplit = false;
+    m_currentPage = 0;
     clearOrientation();
     m_width = m_height = 0;
     m_depth = 1;
