@@ -102,7 +102,9 @@ bool Image2D::loadFromBuffer(const void* bytes, int width, int height, int depth
             if (srcStride == m_bytesPerLine) {
                 std::memcpy(m_bits, src, m_bytesPerLine * m_height);
             } else {
-                const uint64_t n = std::min<uint64_t>(srcStride, m_bytesPerLine);
+                // Row padding stays zero: comparisons see it.
+                const uint64_t n =
+                    std::min<uint64_t>(srcStride, m_width * static_cast<uint64_t>(bytesPerPixel()));
                 for (uint64_t y = 0; y < m_height; y++)
                     std::memcpy(scanLine<uint8_t>(y), src + y * srcStride, n);
             }
