@@ -183,8 +183,11 @@ bool Image2D::getTIFFfromFile(TIFF* tif, const TIFF_INFO& info, int page) {
                 });
             }
         }
-        // Rows the file does not hold read as 0.
-        for (; y < m_height; y++) std::memset(scanLine<uint8_t>(y), 0, m_bytesPerLine);
+        if (y < m_height) {
+            m_error.setMessage("getTIFFfromFile() - the strips hold %d of %d rows",
+                               static_cast<int>(y), static_cast<int>(m_height));
+            throw PIVerror::FILE_READ_FAILED;
+        }
 
         if (info.photometric == PHOTOMETRIC_PALETTE) {
             const std::vector<uint16_t> grey = _greyTable(tif, bits);

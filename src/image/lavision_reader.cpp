@@ -32,6 +32,15 @@ uint64_t _physicalMemoryBytes() {
     return static_cast<uint64_t>(pages) * static_cast<uint64_t>(pageSize);
 }
 
+// Values of a buffer of these sizes; 0 if any is not positive.
+uint64_t _count(int64_t nx, int64_t ny, int64_t nz, int64_t nf) {
+    if (nx < 1 || ny < 1 || nz < 1 || nf < 1) return 0;
+    uint64_t n = static_cast<uint64_t>(nx);
+    for (int64_t f : {ny, nz, nf})
+        if (__builtin_mul_overflow(n, static_cast<uint64_t>(f), &n)) return UINT64_MAX / 4;
+    return n;
+}
+
 uint64_t _valueBytes(const IMX_BUFFER_TYPE* b) {
     return b->isFloat ? 4 : 2;
 }
@@ -385,9 +394,15 @@ int ReadIMX(const char* path, IMX_BUFFER_TYPE* b, AttributeList* attributes) {
     int frames = sub >= 54 && sub <= 99 ? GetLE16s(h + 18) : 1;
     if (frames < 1) frames = 1;
     const bool isFloat = version == 20;
+    const bool withDepth = sub >= 55 && sub <= 99;
+    const int depth = withDepth ? GetLE32s(h + 236) : 1;
+    // Plain pixels must all be in the file before the buffer is made.
+    const uint64_t values = _count(width, height, depth, withDepth ? frames : 1);
+    if (version != 19 && values * (isFloat ? 4 : 2) > BytesFrom(file.get(), kHeaderBytes))
+        return IMREAD_ERR_DATA;
     bool ok;
-    if (sub >= 55 && sub <= 99)
-        ok = CreateBuffer(b, width, height, GetLE32s(h + 236), frames, isFloat);
+    if (withDepth)
+        ok = CreateBuffer(b, width, height, depth, frames, isFloat);
     else
         ok = CreateBuffer(b, width, height / frames, 1, frames, isFloat);
     if (!ok) return b->nx < 1 || b->ny < 1 || b->nz < 1 ? IMREAD_ERR_FORMAT : IMREAD_ERR_MEMORY;
@@ -434,6 +449,14 @@ int ReadIM7(const char* path, IMX_BUFFER_TYPE* b, AttributeList* attributes) {
     // Vector buffers hold several planes of values per row of vectors.
     static const int kPlanes[] = {9, 2, 10, 3, 14};
     if (format >= 1 && format <= 5) ny *= kPlanes[format - 1];
+    // Plain and 12-bit pixels must all be in the file: a header that asks
+    // for more is refused before the buffer is made.
+    if (pack == 0 || pack == 3) {
+        const uint64_t values = _count(GetLE32s(h + 8), ny, GetLE32s(h + 16), GetLE32s(h + 20));
+        const uint64_t need =
+            pack == 3 ? values / 2 * 3 : values * (format == BUFFER_FORMAT_WORD ? 2 : 4);
+        if (need > BytesFrom(file.get(), kHeaderBytes)) return IMREAD_ERR_DATA;
+    }
     if (!CreateBuffer(b, GetLE32s(h + 8), ny, GetLE32s(h + 16), GetLE32s(h + 20),
                       format != BUFFER_FORMAT_WORD))
         return b->nx < 1 || b->ny < 1 || b->nz < 1 || b->nf < 1 ? IMREAD_ERR_FORMAT
