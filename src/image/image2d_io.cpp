@@ -50,7 +50,9 @@ bool Image2D::load(const char* path, int page) {
     }
     if (ok) {
         clearOrientation();
-        doStatistics(true);
+        // Most readers have just taken the statistics; a second pass over
+        // the frame would change nothing.
+        doStatistics(false);
         setFileName(path);
     }
     m_changed = ok;

@@ -161,12 +161,16 @@ bool Image2D::getTIFFfromFile(TIFF* tif, const TIFF_INFO& info, int page) {
                       info.height, info.bitsPerSample, info.stripCount);
 
         const uint64_t scanline = std::max<uint64_t>(info.scanlineSize, 1);
-        std::vector<uint8_t> strip(std::max<uint64_t>(info.stripSize, scanline));
         const int bits = info.bitsPerSample;
+        // Whole-byte samples in rows without padding are decoded straight
+        // into the image, a strip at a time; others go through a buffer.
+        const bool direct = (bits == 8 || bits == 16 || bits == 32) && scanline == m_bytesPerLine;
+        std::vector<uint8_t> strip(direct ? 0 : std::max<uint64_t>(info.stripSize, scanline));
         uint64_t y = 0;
         for (uint32_t s = 0; s < info.stripCount && y < m_height; s++) {
-            const tmsize_t got =
-                TIFFReadEncodedStrip(tif, s, strip.data(), static_cast<tmsize_t>(strip.size()));
+            uint8_t* target = direct ? scanLine<uint8_t>(y) : strip.data();
+            const uint64_t room = direct ? (m_height - y) * scanline : strip.size();
+            const tmsize_t got = TIFFReadEncodedStrip(tif, s, target, static_cast<tmsize_t>(room));
             if (got < 0) {
                 m_error.setMessage("getTIFFfromFile() - failed reading strip %u of %u", s,
                                    info.stripCount);
@@ -175,6 +179,10 @@ bool Image2D::getTIFFfromFile(TIFF* tif, const TIFF_INFO& info, int page) {
             // The last strip may hold fewer rows than rows per strip.
             const uint64_t rows =
                 std::min<uint64_t>(static_cast<uint64_t>(got) / scanline, m_height - y);
+            if (direct) {
+                y += rows;
+                continue;
+            }
             for (uint64_t r = 0; r < rows; r++, y++) {
                 const uint8_t* in = strip.data() + r * scanline;
                 PIV::ImagePixel::Dispatch(m_type, [&](auto tag) {
