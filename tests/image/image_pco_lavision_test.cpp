@@ -125,6 +125,16 @@ TEST(PcoFiles, BuiltFromTheHeaderTable) {
     EXPECT_EQ(format, PIV::FORMAT_PCO);
     EXPECT_EQ(type, IMAGE_UINT16);
     EXPECT_EQ(frames, 1);
+
+    // A PCO header that cannot be read still answers true, with no size.
+    Messages messages;
+    WriteBytes(dir.file("short.b16"), "PCO-");
+    EXPECT_FALSE(Image2D::getPCOImageSizeInfo(dir.file("short.b16").c_str(), w, h));
+    EXPECT_TRUE(
+        Image2D::GetImageInfo(dir.file("short.b16").c_str(), &format, &type, &w, &h, &frames));
+    EXPECT_EQ(w, 0);
+    EXPECT_EQ(h, 0);
+    EXPECT_EQ(type, IMAGE_UNDEFINED);
 }
 
 TEST(PcoFiles, SaveWritesTheTableAndLoadsBack) {

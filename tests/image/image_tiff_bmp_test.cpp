@@ -340,3 +340,166 @@ TEST(BmpFiles, EightBitPixelsAreTheIndices) {
     EXPECT_EQ(h, 27);
     EXPECT_EQ(frames, 1);
 }
+
+namespace {
+
+// A BMP from the format tables: "BM", file size, two reserved words, data
+// offset; then a 40-byte header (or the 12-byte old one), the colour table
+// of 4-byte entries (blue, green, red, 0) and the rows as given.
+struct Bmp {
+    int32_t width = 8, height = 2;
+    uint16_t bits = 8;
+    uint32_t compression = 0, sizeImage = 0, colorsUsed = 0;
+    int64_t dataOffset = -1;  // -1: right behind the table
+    bool oldHeader = false;
+    std::vector<uint32_t> table;  // 0x00RRGGBB
+    std::string rows;
+
+    std::string bytes() const {
+        const uint32_t headerSize = oldHeader ? 12 : 40;
+        std::string s(14 + headerSize, '\0');
+        s[0] = 'B';
+        s[1] = 'M';
+        Put32(s, 14, headerSize);
+        if (oldHeader) {
+            Put16(s, 18, static_cast<uint16_t>(width));
+            Put16(s, 20, static_cast<uint16_t>(height));
+            Put16(s, 22, 1);
+            Put16(s, 24, bits);
+        } else {
+            Put32(s, 18, static_cast<uint32_t>(width));
+            Put32(s, 22, static_cast<uint32_t>(height));
+            Put16(s, 26, 1);
+            Put16(s, 28, bits);
+            Put32(s, 30, compression);
+            Put32(s, 34, sizeImage);
+            Put32(s, 46, colorsUsed);
+        }
+        for (uint32_t c : table) {
+            s += std::string(4, '\0');
+            Put32(s, s.size() - 4, c);
+        }
+        Put32(s, 10, static_cast<uint32_t>(dataOffset < 0 ? s.size() : dataOffset));
+        s += rows;
+        Put32(s, 2, static_cast<uint32_t>(s.size()));
+        return s;
+    }
+};
+
+std::string Row(std::initializer_list<int> bytes) {
+    std::string s;
+    for (int b : bytes) s.push_back(static_cast<char>(b));
+    return s;
+}
+// Bytes 1, 2, ..., n.
+std::string Ramp(int n) {
+    std::string s;
+    for (int i = 1; i <= n; i++) s.push_back(static_cast<char>(i));
+    return s;
+}
+std::vector<float> Floats(const std::string& bytes) {
+    std::vector<float> v;
+    for (char c : bytes) v.push_back(static_cast<float>(static_cast<unsigned char>(c)));
+    return v;
+}
+
+}  // namespace
+
+TEST(BmpFiles, RulesOfTheHeaderAndTable) {
+    ScratchDir dir;
+    Messages messages;
+    const std::vector<uint32_t> whiteBlack = {0xFFFFFF, 0x000000};
+    std::vector<uint32_t> greys(256);
+    for (int i = 0; i < 256; i++) greys[i] = 0x010101u * static_cast<uint32_t>(255 - i);
+    struct Case {
+        const char* what;
+        Bmp bmp;
+        int code;  // NO_ERROR: loads to `pixels`
+        std::vector<float> pixels;
+        int w, h;
+    } cases[] = {
+        // White, black: the first entry is not darker, so a set bit is black.
+        {"1-bit, white first",
+         {32, 2, 1, 0, 0, 0, -1, false, whiteBlack, Row({0x80, 0, 0, 1, 0xFF, 0, 0, 0})},
+         PIVerror::NO_ERROR,
+         {},
+         32,
+         2},
+        // A negative height is a top-down file: no flip.
+        {"8-bit top-down",
+         {8, -3, 8, 0, 0, 1, -1, false, {0}, Ramp(24)},
+         PIVerror::NO_ERROR,
+         Floats(Ramp(24)),
+         8,
+         3},
+        {"8-bit bottom-up",
+         {8, 3, 8, 0, 0, 1, -1, false, {0}, Ramp(24)},
+         PIVerror::NO_ERROR,
+         Floats(Ramp(24).substr(16) + Ramp(24).substr(8, 8) + Ramp(24).substr(0, 8)),
+         8,
+         3},
+        // The old 12-byte header: 16-bit sizes, then planes and depth.
+        {"old header, 24-bit",
+         {2, 1, 24, 0, 0, 0, -1, true, {}, Row({10, 20, 30, 40, 50, 60})},
+         PIVerror::NO_ERROR,
+         {10, 40},
+         2,
+         1},
+        {"16-bit",
+         {2, 2, 16, 0, 0, 0, -1, false, {}, std::string(8, '\1')},
+         PIVerror::IMAGE_TYPE_UNSUPPORTED,
+         {},
+         0,
+         0},
+        {"RLE",
+         {2, 2, 8, 1, 0, 0, -1, false, greys, std::string(8, '\1')},
+         PIVerror::IMAGE_TYPE_UNSUPPORTED,
+         {},
+         0,
+         0},
+        // A data offset beyond w x h + header size: the pixels are taken
+        // from byte 54, here the first table entries (blue bytes 255, 254).
+        {"offset too far",
+         {4, 1, 8, 0, 0, 0, 5000, false, greys, Row({1, 2, 3, 4})},
+         PIVerror::NO_ERROR,
+         {255, 255, 255, 0},
+         4,
+         1},
+    };
+    // 1-bit: file row 0 (0x80 .. 0x01) is the bottom row, file row 1 (0xFF)
+    // the top one; set bits are black.
+    std::vector<float> oneBit(64, 255.0f);
+    for (int x = 0; x < 8; x++) oneBit[x] = 0;
+    oneBit[32] = 0;
+    oneBit[63] = 0;
+    cases[0].pixels = oneBit;
+    for (Case& c : cases) {
+        SCOPED_TRACE(c.what);
+        WriteBytes(dir.file("x.bmp"), c.bmp.bytes());
+        Image2D img;
+        const bool ok = img.load(dir.file("x.bmp"));
+        EXPECT_EQ(ok, c.code == PIVerror::NO_ERROR) << LastText(img);
+        EXPECT_EQ(LastCode(img), c.code);
+        if (!ok) continue;
+        EXPECT_EQ(img.width(), static_cast<uint64_t>(c.w));
+        EXPECT_EQ(img.height(), static_cast<uint64_t>(c.h));
+        EXPECT_EQ(Pixels(img), c.pixels);
+    }
+}
+
+// CCITT RLE encodes only 1-bit samples. libtiff refuses the first row of
+// an 8-bit image, the writer stops without an error, and the file it
+// leaves holds no pixel data.
+TEST(TiffFiles, CcittModeOnBytesLeavesAnEmptyFile) {
+    ScratchDir dir;
+    Messages messages;
+    Image2D img(16, 4, IMAGE_UINT8);
+    img.fill(255);
+    IMAGE_COMPRESSION c;
+    c.mode = 1;
+    img.setCompression(c);
+    EXPECT_TRUE(img.saveTIFF(dir.file("c.tif").c_str()));
+    Image2D back;
+    EXPECT_FALSE(back.load(dir.file("c.tif")));
+    EXPECT_EQ(LastCode(back), PIVerror::OPERATION_FAILED);
+}
