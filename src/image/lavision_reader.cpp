@@ -152,6 +152,15 @@ private:
     uint16_t m_value = 0;
 };
 
+// A scale of the old header: f32 factor, f32 offset, char[11] description,
+// char[11] unit.
+void _scaleFromHeader(const uint8_t* field, IMX_BUFFER_SCALE_TYPE* scale) {
+    scale->factor = GetLEFloat(field);
+    scale->offset = GetLEFloat(field + 4);
+    _copyField(scale->description, reinterpret_cast<const char*>(field + 8), 11);
+    _copyField(scale->unit, reinterpret_cast<const char*>(field + 19), 11);
+}
+
 const char* _attributeKey(int type) {
     switch (type) {
         case 1:
@@ -408,16 +417,11 @@ int ReadIMX(const char* path, IMX_BUFFER_TYPE* b, AttributeList* attributes) {
     if (!ok) return b->nx < 1 || b->ny < 1 || b->nz < 1 ? IMREAD_ERR_FORMAT : IMREAD_ERR_MEMORY;
     b->vectorGrid = GetLE16s(h + 20);
     b->format = GetLE16s(h + 14);
-    SetBufferScale(&b->scaleX, GetLEFloat(h + 52), GetLEFloat(h + 56),
-                   reinterpret_cast<const char*>(h + 60), reinterpret_cast<const char*>(h + 71));
-    _copyField(b->scaleX.description, reinterpret_cast<const char*>(h + 60), 11);
-    _copyField(b->scaleX.unit, reinterpret_cast<const char*>(h + 71), 11);
-    SetBufferScale(&b->scaleY, GetLEFloat(h + 84), GetLEFloat(h + 88), "", "");
-    _copyField(b->scaleY.description, reinterpret_cast<const char*>(h + 92), 11);
-    _copyField(b->scaleY.unit, reinterpret_cast<const char*>(h + 103), 11);
-    SetBufferScale(&b->scaleI, GetLEFloat(h + 116), GetLEFloat(h + 120), "", "");
-    _copyField(b->scaleI.description, reinterpret_cast<const char*>(h + 124), 11);
-    _copyField(b->scaleI.unit, reinterpret_cast<const char*>(h + 135), 11);
+    // Factor, offset and the 11-character description and unit of x, y
+    // and intensity; z gets the intensity's texts.
+    _scaleFromHeader(h + 52, &b->scaleX);
+    _scaleFromHeader(h + 84, &b->scaleY);
+    _scaleFromHeader(h + 116, &b->scaleI);
     b->scaleZ = b->scaleI;
     b->scaleZ.factor = 0;
     b->scaleZ.offset = 0;
