@@ -54,6 +54,7 @@ Image2D::Image2D()
       m_padding(0),
       m_pcoSplitMode(PCO_SPLIT_NONE),
       m_wasSplit(false),
+      m_currentPage(0),
       m_bits(nullptr),
       m_block(nullptr),
       m_blockSize(0),
@@ -76,6 +77,7 @@ Image2D::Image2D(const Image2D& other)
     m_error.setName("Image2D");
     m_pcoSplitMode = other.m_pcoSplitMode;
     m_wasSplit = other.m_wasSplit;
+    m_currentPage = other.m_currentPage;
     m_rotation = other.m_rotation;
     m_flipTB = other.m_flipTB;
     m_flipLR = other.m_flipLR;
@@ -120,6 +122,7 @@ Image2D& Image2D::operator=(const Image2D& other) {
     m_fileFormat = other.m_fileFormat;
     m_pcoSplitMode = other.m_pcoSplitMode;
     m_wasSplit = other.m_wasSplit;
+    m_currentPage = other.m_currentPage;
     m_rotation = other.m_rotation;
     m_flipTB = other.m_flipTB;
     m_flipLR = other.m_flipLR;
@@ -184,15 +187,11 @@ void Image2D::allocOrThrow(int64_t width, int64_t height, ImageType type, int64_
     }
 
     // The old block goes only once the new one exists, so a failure leaves
-    // the image as it was.
+    // the image as it was. The pixels of a fresh block stay uninitialised, as
+    // zeroing every fresh frame would cost a pass over it.
     uint8_t* block = m_block;
     if (!m_block || size != m_blockSize) {
-        // Row padding is zeroed so that it never holds leftovers that a
-        // bytewise comparison could see. Only 8 and 16-bit rows of some
-        // widths have any; the pixels themselves stay uninitialised, as
-        // zeroing every fresh frame would cost a pass over it.
-        const bool rowsPadded = stride != columns * static_cast<uint64_t>(bits / 8);
-        block = rowsPadded ? new (std::nothrow) uint8_t[size]() : new (std::nothrow) uint8_t[size];
+        block = new (std::nothrow) uint8_t[size];
         if (!block) {
             m_error.setMessage("alloc() - cannot allocate %" PRIu64 " bytes for %" PRId64
                                "x%" PRId64 " pixels of %d bits",
@@ -215,6 +214,32 @@ void Image2D::allocOrThrow(int64_t width, int64_t height, ImageType type, int64_
     m_padding = static_cast<uint64_t>(padding);
     m_needStats = true;
     m_fileFormat = PIV::FORMAT_UNKNOWN;
+    clearNonPixelBytes(static_cast<uint64_t>(bits / 8));
+}
+
+// operator== and the savers see whole rows and the border, so every byte of
+// the block that is no pixel is zeroed: two images with equal pixels must
+// compare equal however their blocks were used before. A reused block may
+// hold pixels of its former geometry in what is now border or row padding.
+void Image2D::clearNonPixelBytes(uint64_t pixelBytes) {
+    const uint64_t used = m_width * pixelBytes;
+    const uint64_t gap = m_bytesPerLine - used;
+    if (gap == 0 && m_padding == 0) return;
+    // Top border and the left border of row 0; then each gap between the
+    // pixels of one row and those of the next (right border, row padding,
+    // left border); then the bottom border.
+    std::memset(m_block, 0, static_cast<uint64_t>(m_bits - m_block));
+    for (uint64_t y = 0; y < m_height; y++) std::memset(m_bits + y * m_bytesPerLine + used, 0, gap);
+    uint8_t* end = m_bits + m_height * m_bytesPerLine;
+    std::memset(end, 0, static_cast<uint64_t>(m_block + m_blockSize - end));
+}
+
+void Image2D::allocForFileOrThrow(int64_t width, int64_t height, ImageType type) {
+    try {
+        allocOrThrow(width, height, type, 0);
+    } catch (PIVerror::ErrorType code) {
+        throw code == PIVerror::DATA_TOO_LARGE ? PIVerror::ALLOCATION_FAILED : code;
+    }
 }
 
 bool Image2D::alloc(int64_t width, int64_t height, ImageType type, int64_t padding) {
@@ -229,6 +254,7 @@ void Image2D::destroy() {
     m_padding = 0;
     m_pcoSplitMode = PCO_SPLIT_NONE;
     m_wasSplit = false;
+    m_currentPage = 0;
     clearOrientation();
     m_width = m_height = 0;
     m_depth = 1;

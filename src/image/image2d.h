@@ -4,7 +4,7 @@
 //
 // Layout: the block holds bytesPerLine() x height() bytes; row y starts at
 // bits() + y * bytesPerLine(). Rows are padded to a multiple of 4 bytes, so
-// 8-bit and 16-bit rows may end in up to 3 bytes of undefined padding.
+// 8-bit and 16-bit rows may end in up to 3 bytes of padding, kept at zero.
 //
 // Failures are reported through error() with the member's name as context,
 // and the member returns false (or 0).
@@ -38,9 +38,9 @@ public:
 
     // ---- storage -------------------------------------------------------
     // Re-allocation to the same geometry keeps the pixels; a block of the same
-    // byte size is reused with its bytes; a fresh block is uninitialised but
-    // for zeroed row padding. On failure the image keeps its old block and
-    // geometry.
+    // byte size is reused with its bytes; fresh pixels are uninitialised. Row
+    // padding and the border are zeroed on every new geometry. On failure the
+    // image keeps its old block and geometry.
     bool alloc(int64_t width, int64_t height, ImageType type, int64_t padding = 0);
     bool resize(int64_t width, int64_t height, ImageType type) {
         return alloc(width, height, type, 0);
@@ -164,14 +164,57 @@ public:
     bool convertDepth(ImageType type) { return convertToType(type); }
 
     // ---- files -----------------------------------------------------------
+    // `page` selects the page of a multi-page file; for PCO and LaVision
+    // files it selects the half of a double image (1 upper, 2 lower).
     bool load(const char* path, int page = 0);
     bool load(const std::string& path, int page = 0) { return load(path.c_str(), page); }
+    // Tries the writer of `format` (TIFF, PCO, LaVision) and otherwise falls
+    // back by depth: 16 bits PCO, 8 bits TIFF, float LaVision.
     bool save(const char* path, int format = -1) const;
     static int getFileFormat(const char* path);
+    // Size, type and frame count from the headers alone; false for formats
+    // it cannot tell (PGM among them), with zero frames.
+    static bool GetImageInfo(const char* path, int* format, ImageType* type, int* width,
+                             int* height, int* frames);
+
     bool loadPGM(const char* path);
     // Binary P5: 8-bit images with maxval 255, 16-bit images with maxval
     // 65535 (high byte first). Written beside the target and renamed over it.
     bool savePGM(const char* path) const;
+
+    // A negative page reads the current (first) directory.
+    bool loadTIFF(const char* path, int page = 0);
+    // Grey images by bits per pixel; the compression() settings choose the
+    // TIFF compression.
+    bool saveTIFF(const char* path) const;
+    // Writes each page of a multi-page TIFF to "<base>_<first + page>.tif"
+    // with `digits` (2..8) zero-padded digits; the number of pages written.
+    int convertFromTIFFSequence(const char* source, const char* base, int firstNumber, int digits,
+                                int format, int verbosity);
+
+    // Always an 8-bit image; for 24-bit files `page` mod 3 picks the channel.
+    bool loadBMP(const char* path, int page = 0);
+
+    bool loadPCO(const char* path, int page = 0);
+    bool savePCO(const char* path) const;
+    static bool getPCOImageSizeInfo(const char* path, int& width, int& height);
+    bool isSplitPCO() const { return m_pcoSplitMode != PCO_SPLIT_NONE && isPCOImage(); }
+    bool isPCOImage() const { return m_fileFormat == PIV::FORMAT_PCO; }
+    // The TIFF page, or 1 and 2 for the halves of a split double image.
+    int currentPage() const { return m_currentPage; }
+
+    // LaVision IMX, IMG, IM7 and VC7 images of 16-bit words or floats;
+    // frames of a file stand above one another.
+    bool loadLavVC7(const char* path, int page = 0);
+    // A 256-byte header of version 18 (20 for float) and the pixels.
+    bool saveLavImg(const char* path) const;
+
+    bool loadRaw(const char* path, int width, int height, int depthBits, long offset);
+    // A camera frame in memory; stride 0 means packed rows. Binning 2..4
+    // sums blocks of 16-bit pixels.
+    bool loadFromBuffer(const void* bytes, int width, int height, int depthBits, int stride,
+                        bool isFloat, int binning);
+    bool loadFromBufferUShort(const uint16_t* words, int width, int height, int binning);
 
     // ---- state of loading and orientation ----------------------------------
     PCO_SplitMode pcoSplitMode() const { return m_pcoSplitMode; }
@@ -192,6 +235,7 @@ protected:
     void copyOrThrow(const Image2D& src);
     void convertOrThrow(ImageType type, bool clip);
     void checkPixelOrThrow(int64_t x, int64_t y) const;
+    void clearNonPixelBytes(uint64_t pixelBytes);
     void clearOrientation() {
         m_rotation = 0;
         m_flipTB = 0;
@@ -206,10 +250,19 @@ protected:
     bool clipLowOrThrow(double value);
     bool clipHighOrThrow(double value);
     void biasOrThrow(double offset, bool clip);
+    // alloc for a loader: a size the machine cannot hold is an allocation
+    // failure of the file, whatever alloc calls it.
+    void allocForFileOrThrow(int64_t width, int64_t height, ImageType type);
+    // Reads the current directory of an open TIFF into this image.
+    bool getTIFFfromFile(struct tiff* tif, const struct TIFF_INFO& info, int page);
+    // Halves a double image for `page` and the split mode and sets the
+    // current page; firstRow is where the kept half starts.
+    bool splitDoubleImage(uint64_t& height, uint64_t& firstRow, int page);
 
     uint64_t m_padding;
     PCO_SplitMode m_pcoSplitMode;
     bool m_wasSplit;
+    int m_currentPage;
     uint8_t* m_bits;
     uint8_t* m_block;
     uint64_t m_blockSize;

@@ -1,10 +1,9 @@
 // Image2D: dispatch of loading and saving by file format.
 #include "image2d.h"
+#include "image2d_files.h"
 #include "image2d_pixel.h"
 #include "image_format.h"
 #include "piv_messages.h"
-
-using PIV::ImagePixel::Guarded;
 
 int Image2D::getFileFormat(const char* path) {
     return PIV::GetFileFormat(path);
@@ -18,46 +17,50 @@ bool Image2D::load(const char* path, int page) {
 
     bool ok = false;
     switch (format) {
+        case PIV::FORMAT_BMP:
+            ok = loadBMP(path, page);
+            break;
+        case PIV::FORMAT_TIFF:
+            ok = loadTIFF(path, page);
+            break;
+        case PIV::FORMAT_PCO:
+            ok = loadPCO(path, page);
+            break;
         case PIV::FORMAT_PGM:
             ok = loadPGM(path);
+            break;
+        case PIV::FORMAT_LAVISION_0:
+        case PIV::FORMAT_LAVISION_1:
+        case PIV::FORMAT_LAVISION_2:
+        case PIV::FORMAT_LAVISION_3:
+        case PIV::FORMAT_LAVISION_4:
+        case PIV::FORMAT_LAVISION_5:
+        case PIV::FORMAT_LAVISION_6:
+        case PIV::FORMAT_LAVISION_7:
+            ok = loadLavVC7(path, page);
             break;
         case PIV::FORMAT_NOT_FOUND:
             m_error.handleError(PIVerror::FILE_NOT_FOUND, "load() ");
             break;
         default:
-            // TIFF, BMP, PCO and the LaVision files are recognised here but
-            // have no reader yet; they fail like any other unloadable format.
+            // B32, JPEG and PNG are recognised but have no reader.
             DebugPrintExt(2, "Image2D::load() - no reader for file format %d", format);
             m_error.handleError(PIVerror::IMAGE_TYPE_UNSUPPORTED, "load() ");
             break;
     }
     if (ok) {
         clearOrientation();
-        doStatistics(true);
+        // Most readers have just taken the statistics; a second pass over
+        // the frame would change nothing.
+        doStatistics(false);
         setFileName(path);
     }
     m_changed = ok;
     return ok;
 }
 
-namespace {
-
-const char* _writerName(int bits) {
-    switch (bits) {
-        case 16:
-            return "PCO";
-        case 8:
-            return "TIFF";
-        default:
-            return "LaVision";
-    }
-}
-
-}  // namespace
-
-// The writers for TIFF, PCO and LaVision files are not part of the library
-// yet: a request for one of them, and every fall-back by depth, ends in
-// FUNCTION_NOT_AVAILABLE naming the writer that would have been used.
+// A writer that fails, or a format without one, falls back to the writer
+// of the image's depth, so a save never stops at a format it was not asked for.
 bool Image2D::save(const char* path, int format) const {
     DebugPrint("saving image to '%s'", path ? path : "");
     if (isNull()) {
@@ -68,15 +71,70 @@ bool Image2D::save(const char* path, int format) const {
     // another format under a .pgm name would only hide it.
     if (format == PIV::FORMAT_PGM) return savePGM(path);
 
-    return Guarded(m_error, "save()", [&] {
-        // Formats 100, 101, 1000 and 1003 would be tried first here; as none
-        // of those writers exists, every request falls back by depth.
-        const int bits = m_type == IMAGE_FLOAT ? 33 : bitsPerPixel();
-        if (bits != 8 && bits != 16 && bits != 33) {
-            m_error.setMessage("save() - %d-bit image storage not available", bitsPerPixel());
-            throw PIVerror::IMAGE_TYPE_UNSUPPORTED;
-        }
-        m_error.setMessage("save() - %s writing is not available yet", _writerName(bits));
-        throw PIVerror::FUNCTION_NOT_AVAILABLE;
-    });
+    switch (format) {
+        case PIV::FORMAT_TIFF:
+            if (saveTIFF(path)) return true;
+            break;
+        case PIV::FORMAT_PCO:
+            if (savePCO(path)) return true;
+            break;
+        case PIV::FORMAT_LAVISION_0:
+        case PIV::FORMAT_LAVISION_3:
+            if (saveLavImg(path)) return true;
+            break;
+        default:
+            break;
+    }
+    if (m_type == IMAGE_UINT16) return savePCO(path);
+    if (m_type == IMAGE_UINT8) return saveTIFF(path);
+    if (m_type == IMAGE_FLOAT) return saveLavImg(path);
+    m_error.setMessage("save() - %d-bit image storage not available", bitsPerPixel());
+    m_error.handleError(PIVerror::IMAGE_TYPE_UNSUPPORTED, "save()");
+    return false;
+}
+
+bool Image2D::GetImageInfo(const char* path, int* format, ImageType* type, int* width, int* height,
+                           int* frames) {
+    int f = 0, w = 1, h = 1, n = 1;
+    ImageType t = IMAGE_UNDEFINED;
+    // Probing many files must not fill the log with libtiff's remarks.
+    PIV::ImageFiles::QuietTiffWarnings();
+    f = PIV::GetFileFormat(path);
+    bool ok = true;
+    switch (f) {
+        case PIV::FORMAT_B32:
+            t = IMAGE_UINT32;
+            break;
+        case PIV::FORMAT_BMP:
+            ok = PIV::ImageFiles::BmpInfo(path, &w, &h);
+            t = IMAGE_UINT8;
+            break;
+        case PIV::FORMAT_TIFF:
+            ok = PIV::ImageFiles::TiffInfo(path, &t, &w, &h, &n);
+            break;
+        case PIV::FORMAT_PCO:
+            // True even when the header cannot be read, with a size of 0.
+            if (getPCOImageSizeInfo(path, w, h)) t = IMAGE_UINT16;
+            break;
+        case PIV::FORMAT_LAVISION_0:
+        case PIV::FORMAT_LAVISION_1:
+        case PIV::FORMAT_LAVISION_2:
+        case PIV::FORMAT_LAVISION_3:
+        case PIV::FORMAT_LAVISION_4:
+        case PIV::FORMAT_LAVISION_5:
+        case PIV::FORMAT_LAVISION_6:
+        case PIV::FORMAT_LAVISION_7:
+            ok = PIV::ImageFiles::LaVisionInfo(path, &w, &h, &n);
+            break;
+        default:
+            n = 0;
+            ok = false;
+            break;
+    }
+    if (format) *format = f;
+    if (type) *type = t;
+    if (width) *width = w;
+    if (height) *height = h;
+    if (frames) *frames = n;
+    return ok;
 }

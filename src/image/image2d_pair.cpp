@@ -49,10 +49,10 @@ bool Image2DPair::save(const char* path, int format) {
         both.setCompression(m_compression);
         both.setFileName(m_imageA->fileName());
 
-        // The TIFF and PCO writers are not part of the library yet; the
-        // combined image is ready for them.
-        m_error.setMessage("save() - %s writing is not available yet ('%s')",
-                           format == PIV::FORMAT_TIFF ? "TIFF" : "PCO", path ? path : "");
-        throw PIVerror::FUNCTION_NOT_AVAILABLE;
+        const bool ok = format == PIV::FORMAT_TIFF ? both.saveTIFF(path) : both.savePCO(path);
+        if (!ok) {
+            m_error.setMessage("save() - failed writing to file '%s'", path ? path : "");
+            throw PIVerror::FILE_WRITE_FAILED;
+        }
     });
 }

@@ -22,6 +22,19 @@ struct IMAGE_COMPRESSION {
 };
 static_assert(sizeof(IMAGE_COMPRESSION) == 16, "IMAGE_COMPRESSION is four 32-bit fields");
 
+// What the directory of a TIFF tells.
+struct TIFF_INFO {
+    char fileName[2048];
+    ImageType type;
+    uint32_t width, height;
+    uint32_t pages;
+    uint16_t samplesPerPixel, bitsPerSample;
+    // 32 bits: libtiff's "all rows in one strip" is 2^32 - 1.
+    uint32_t rowsPerStrip;
+    uint16_t photometric;
+    uint32_t scanlineSize, stripCount, stripSize;
+};
+
 // Which half of a double-frame PCO file a load keeps.
 enum PCO_SplitMode {
     PCO_SPLIT_NONE = 0,

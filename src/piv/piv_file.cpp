@@ -3,14 +3,16 @@
 #include <sys/stat.h>
 #include <unistd.h>
 
-PIV::TempFile::TempFile(const std::string& target) : m_path(target + ".tmp-XXXXXX") {
+namespace PIV {
+
+TempFile::TempFile(const std::string& target) : m_path(target + ".tmp-XXXXXX") {
     int fd = ::mkstemp(&m_path[0]);
     if (fd < 0) {
         m_path.clear();
         return;
     }
-    // mkstemp creates owner-only files: a replaced file keeps its mode,
-    // a new one gets the mode any other new file of this process gets.
+    // mkstemp creates owner-only files: a replaced file keeps its mode, a new
+    // one gets the mode any other new file of this process gets.
     struct stat existing;
     if (::stat(target.c_str(), &existing) == 0) {
         ::fchmod(fd, existing.st_mode & 07777);
@@ -23,16 +25,23 @@ PIV::TempFile::TempFile(const std::string& target) : m_path(target + ".tmp-XXXXX
     if (!m_file) ::close(fd);
 }
 
-PIV::TempFile::~TempFile() {
+TempFile::~TempFile() {
     if (m_file) std::fclose(m_file);
     if (!m_path.empty()) ::unlink(m_path.c_str());
 }
 
-bool PIV::TempFile::commit(const char* target) {
+bool TempFile::closeStream() {
     std::FILE* f = m_file;
     m_file = nullptr;
-    if (!f || std::fclose(f) != 0) return false;
+    return f && std::fclose(f) == 0;
+}
+
+bool TempFile::commit(const char* target) {
+    if (m_path.empty()) return false;
+    if (m_file && !closeStream()) return false;
     if (std::rename(m_path.c_str(), target) != 0) return false;
     m_path.clear();
     return true;
 }
+
+}  // namespace PIV

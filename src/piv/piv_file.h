@@ -1,5 +1,5 @@
-// RAII for C stdio files: every FILE* of the library closes itself, and every
-// file the library writes goes through a temporary beside its target.
+// RAII for C stdio files: every FILE* of the library closes itself; files
+// are written beside their target and renamed over it when complete.
 #pragma once
 
 #include <cstdio>
@@ -29,8 +29,11 @@ public:
     TempFile(const TempFile&) = delete;
     TempFile& operator=(const TempFile&) = delete;
 
-    // Null when the temporary could not be created.
     std::FILE* file() const { return m_file; }
+    const std::string& path() const { return m_path; }
+    // Closes the stream and keeps the file, for writers that reopen it by
+    // its path (libtiff); false if the close failed.
+    bool closeStream();
     // Closes and moves the file over the target; false if either step failed.
     bool commit(const char* target);
 

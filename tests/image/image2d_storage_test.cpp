@@ -59,6 +59,43 @@ TEST(Image2DStorage, TypeChangeOfEqualBlockSizeKeepsBlockAndBytes) {
     EXPECT_EQ(img.pixel(0, 0), 1.0f);
 }
 
+// operator== compares whole rows from the first pixel on, so it reads the
+// border and the row padding. Blocks dirtied by an earlier use must not make
+// equal pixels compare unequal.
+TEST(Image2DStorage, EqualPixelsCompareEqualWhateverTheBorderHeldBefore) {
+    struct Case {
+        int w, h;
+        ImageType type;
+        int padding;
+        // clang-format off
+    } cases[] = {
+        {64, 64, IMAGE_UINT8, 4},   // border only: 72-byte rows need no padding
+        {5, 3, IMAGE_UINT8, 1},     // border and row padding
+        {5, 3, IMAGE_UINT16, 0},    // row padding only
+        {7, 2, IMAGE_FLOAT, 2},
+    };
+    // clang-format on
+    for (const Case& c : cases) {
+        SCOPED_TRACE(testing::Message()
+                     << c.w << "x" << c.h << " type " << c.type << " pad " << c.padding);
+        Image2D a, b;
+        // b gets its block back through an 8-bit geometry of the same byte
+        // size that was filled with 0xAB.
+        ASSERT_TRUE(b.alloc(c.w, c.h, c.type, c.padding));
+        const int64_t stride = static_cast<int64_t>(b.bytesPerLine()), rows = c.h + 2 * c.padding;
+        ASSERT_TRUE(b.alloc(stride, rows, IMAGE_UINT8, 0));
+        std::memset(b.bits(), 0xAB, static_cast<size_t>(stride * rows));
+        ASSERT_TRUE(a.alloc(c.w, c.h, c.type, c.padding));
+        ASSERT_TRUE(b.alloc(c.w, c.h, c.type, c.padding));
+        for (int y = 0; y < c.h; y++)
+            for (int x = 0; x < c.w; x++) {
+                a.setPixel(x, y, static_cast<float>(x + 3 * y));
+                b.setPixel(x, y, static_cast<float>(x + 3 * y));
+            }
+        EXPECT_TRUE(a == b);
+    }
+}
+
 TEST(Image2DStorage, RefusedSizesAndTypesLeaveTheImageAsItWas) {
     struct Case {
         int64_t w, h;

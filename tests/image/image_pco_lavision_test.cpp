@@ -1,0 +1,474 @@
+// PCO b16 and LaVision files, raw files and camera buffers. No installed
+// tool writes PCO or LaVision files, so every file here is built byte by
+// byte from the header tables of the formats, independently of the readers.
+#include <gtest/gtest.h>
+#include <zlib.h>
+
+#include <cstring>
+
+#include "image2d.h"
+#include "image_format.h"
+#include "image_test_support.h"
+#include "lavision_reader.h"
+
+using namespace image_test;
+
+namespace {
+
+void Put16(std::string& s, size_t at, unsigned v) {
+    s[at] = static_cast<char>(v & 0xff);
+    s[at + 1] = static_cast<char>((v >> 8) & 0xff);
+}
+void Put32(std::string& s, size_t at, uint32_t v) {
+    Put16(s, at, v & 0xffff);
+    Put16(s, at + 2, v >> 16);
+}
+std::string Words(const std::vector<int>& values) {
+    std::string s(2 * values.size(), '\0');
+    for (size_t i = 0; i < values.size(); i++) Put16(s, 2 * i, static_cast<unsigned>(values[i]));
+    return s;
+}
+std::string Floats(const std::vector<float>& values) {
+    std::string s(4 * values.size(), '\0');
+    std::memcpy(&s[0], values.data(), s.size());
+    return s;
+}
+std::vector<int> Ramp(int n, int start, int step) {
+    std::vector<int> v;
+    for (int i = 0; i < n; i++) v.push_back((start + i * step) & 0xffff);
+    return v;
+}
+std::vector<float> AsFloats(const std::vector<int>& v) {
+    return std::vector<float>(v.begin(), v.end());
+}
+
+// PCO: "PCO-", file size, header size, width, height, extended flag.
+std::string PcoHeader(uint32_t fileSize, uint32_t headerSize, uint32_t w, uint32_t h,
+                      uint32_t extended = 0) {
+    std::string s = "PCO-" + std::string(20, '\0');
+    Put32(s, 4, fileSize);
+    Put32(s, 8, headerSize);
+    Put32(s, 12, w);
+    Put32(s, 16, h);
+    Put32(s, 20, extended);
+    return s;
+}
+std::string Pco(int w, int h, const std::vector<int>& pixels) {
+    return PcoHeader(static_cast<uint32_t>(24 + 2 * w * h), 24, w, h) + Words(pixels);
+}
+
+// The header of versions 18 to 23: version, height at 10, width at 12,
+// buffer format at 14, frames at 18, sub-version byte at 33, the 32-bit
+// sizes at 228 and 232, depth at 236.
+std::string ImxHeader(int version, int w, int h, int sub = 0, int frames = 0) {
+    std::string s(256, '\0');
+    Put16(s, 0, static_cast<unsigned>(version));
+    Put16(s, 10, static_cast<unsigned>(h));
+    Put16(s, 12, static_cast<unsigned>(w));
+    Put16(s, 18, static_cast<unsigned>(frames));
+    s[33] = static_cast<char>(sub);
+    return s;
+}
+// The newer header: version, pack type, buffer format, 0, sizes x, y, z, frames.
+std::string Im7Header(int pack, int format, int nx, int ny, int nz, int nf) {
+    std::string s(256, '\0');
+    Put16(s, 0, 7);
+    Put16(s, 2, static_cast<unsigned>(pack));
+    Put16(s, 4, static_cast<unsigned>(format));
+    Put32(s, 8, static_cast<uint32_t>(nx));
+    Put32(s, 12, static_cast<uint32_t>(ny));
+    Put32(s, 16, static_cast<uint32_t>(nz));
+    Put32(s, 20, static_cast<uint32_t>(nf));
+    return s;
+}
+std::string Attribute(int type, const std::string& text) {
+    std::string s(8, '\0');
+    Put32(s, 0, static_cast<uint32_t>(type));
+    Put32(s, 4, static_cast<uint32_t>(text.size()));
+    return s + text;
+}
+
+// The packed stream and the values it decodes to, step by step: plain
+// signed byte steps, a single word (0x80), a run of two words (0x7F 2),
+// a nibble pair (0x81), nibble steps read from the following bytes, and
+// the nibble 8 that hands the next byte to the byte decoder.
+const std::string kPacked =
+    std::string("\x00\x00", 2) + std::string(
+                                     "\x05\xFE\x80\x34\x12\x7F\x02\x00\x01\x00\x02"
+                                     "\x81\x3A\x7C\xF8\x10",
+                                     16);
+const std::vector<int> kUnpacked = {5,     3,     0x1234, 0x100, 0x200, 0x203,
+                                    0x1FD, 0x204, 0x200,  0x1FF, 0x20F};
+
+}  // namespace
+
+TEST(PcoFiles, BuiltFromTheHeaderTable) {
+    ScratchDir dir;
+    const std::vector<int> pixels = Ramp(60, 100, 997);
+    WriteBytes(dir.file("a.b16"), Pco(10, 6, pixels));
+    Image2D img;
+    ASSERT_TRUE(img.load(dir.file("a.b16"))) << LastText(img);
+    EXPECT_EQ(img.type(), IMAGE_UINT16);
+    EXPECT_EQ(img.width(), 10u);
+    EXPECT_EQ(Pixels(img), AsFloats(pixels));
+    EXPECT_TRUE(img.isPCOImage());
+    EXPECT_FALSE(img.isSplitPCO());
+    EXPECT_FALSE(img.wasSplitPCO());
+
+    int w = 0, h = 0;
+    EXPECT_TRUE(Image2D::getPCOImageSizeInfo(dir.file("a.b16").c_str(), w, h));
+    EXPECT_EQ(w, 10);
+    EXPECT_EQ(h, 6);
+    int format = 0, frames = 0;
+    ImageType type = IMAGE_UNDEFINED;
+    EXPECT_TRUE(Image2D::GetImageInfo(dir.file("a.b16").c_str(), &format, &type, &w, &h, &frames));
+    EXPECT_EQ(format, PIV::FORMAT_PCO);
+    EXPECT_EQ(type, IMAGE_UINT16);
+    EXPECT_EQ(frames, 1);
+
+    // A PCO header that cannot be read still answers true, with no size.
+    Messages messages;
+    WriteBytes(dir.file("short.b16"), "PCO-");
+    EXPECT_FALSE(Image2D::getPCOImageSizeInfo(dir.file("short.b16").c_str(), w, h));
+    EXPECT_TRUE(
+        Image2D::GetImageInfo(dir.file("short.b16").c_str(), &format, &type, &w, &h, &frames));
+    EXPECT_EQ(w, 0);
+    EXPECT_EQ(h, 0);
+    EXPECT_EQ(type, IMAGE_UNDEFINED);
+}
+
+TEST(PcoFiles, SaveWritesTheTableAndLoadsBack) {
+    ScratchDir dir;
+    Messages messages;
+    Image2D img = MakeImage(7, 20, IMAGE_UINT16, AsFloats(Ramp(140, 3, 467)));
+    ASSERT_TRUE(img.savePCO(dir.file("s.b16").c_str()));
+    const std::string bytes = ReadBytes(dir.file("s.b16"));
+    EXPECT_EQ(bytes, Pco(7, 20, Ramp(140, 3, 467)));
+    Image2D back(dir.file("s.b16"));
+    EXPECT_TRUE(back == img);
+
+    Image2D bytesImage(4, 4, IMAGE_UINT8);
+    EXPECT_FALSE(bytesImage.savePCO(dir.file("b.b16").c_str()));
+    EXPECT_EQ(LastCode(bytesImage), PIVerror::IMAGE_IS_NULL);
+    EXPECT_FALSE(img.savePCO(nullptr));
+    EXPECT_EQ(LastCode(img), PIVerror::BAD_FILE_NAME);
+}
+
+// The upper half of a double image is the first frame.
+TEST(PcoFiles, DoubleImagesSplitByPageOrMode) {
+    ScratchDir dir;
+    Messages messages;
+    const std::vector<int> pixels = Ramp(2 * 2048, 0, 1);
+    WriteBytes(dir.file("d.b16"), Pco(2, 2048, pixels));
+    const std::vector<int> upper(pixels.begin(), pixels.begin() + 2048);
+    const std::vector<int> lower(pixels.begin() + 2048, pixels.end());
+
+    Image2D second;
+    ASSERT_TRUE(second.load(dir.file("d.b16"), 2));
+    EXPECT_EQ(second.height(), 1024u);
+    EXPECT_EQ(Pixels(second), AsFloats(lower));
+    EXPECT_TRUE(second.wasSplitPCO());
+    EXPECT_TRUE(second.isSplitPCO());
+    EXPECT_EQ(second.currentPage(), 2);
+    EXPECT_EQ(second.pcoSplitMode(), PCO_SPLIT_SECOND);
+
+    Image2D first(dir.file("d.b16").c_str(), PCO_SPLIT_FIRST);
+    EXPECT_EQ(Pixels(first), AsFloats(upper));
+    EXPECT_EQ(first.currentPage(), 1);
+
+    // The mode alone splits too, and a later load keeps it.
+    Image2D byMode;
+    byMode.setPCOSplitMode(PCO_SPLIT_SECOND);
+    ASSERT_TRUE(byMode.load(dir.file("d.b16"), 0));
+    EXPECT_EQ(Pixels(byMode), AsFloats(lower));
+
+    WriteBytes(dir.file("odd.b16"), Pco(2, 1023, Ramp(2046, 0, 1)));
+    Image2D odd(dir.file("odd.b16").c_str(), PCO_SPLIT_FIRST);
+    EXPECT_EQ(LastCode(odd), PIVerror::BAD_DIMENSIONS);
+    EXPECT_NE(LastText(odd).find("Image can not be split since height is odd (h=1023)"),
+              std::string::npos);
+    EXPECT_FALSE(odd.isChanged());
+}
+
+// Writers disagree on the header size. When the fields do not add up the
+// pixels are the last 2wh bytes of the stated file size.
+TEST(PcoFiles, HeaderSizeThatDoesNotAddUp) {
+    ScratchDir dir;
+    const std::vector<int> pixels = Ramp(64, 9, 1000);
+    const std::string junk(40, '\x7f');
+    // Header size 24 as stated, file size 24 + 40 + 128: pixels behind the junk.
+    WriteBytes(dir.file("h.b16"), PcoHeader(24 + 40 + 128, 24, 8, 8) + junk + Words(pixels));
+    Image2D img;
+    ASSERT_TRUE(img.load(dir.file("h.b16")));
+    EXPECT_EQ(Pixels(img), AsFloats(pixels));
+
+    // An extended header: `header size` bytes behind byte 128 are read and dropped.
+    std::string withComments = PcoHeader(24 + 40 + 128, 24, 8, 8, 1) + junk + Words(pixels);
+    WriteBytes(dir.file("e.b16"), withComments);
+    ASSERT_TRUE(img.load(dir.file("e.b16")));
+    EXPECT_EQ(Pixels(img), AsFloats(pixels));
+}
+
+TEST(LaVisionFiles, OldHeaderWordsFloatsAndPackedWords) {
+    ScratchDir dir;
+    Messages messages;
+    const std::vector<int> words = Ramp(15, 40000, 1111);
+    WriteBytes(dir.file("w.imx"), ImxHeader(18, 5, 3) + Words(words));
+    Image2D img;
+    ASSERT_TRUE(img.load(dir.file("w.imx"))) << LastText(img);
+    EXPECT_EQ(img.type(), IMAGE_UINT16);
+    EXPECT_EQ(img.width(), 5u);
+    EXPECT_EQ(Pixels(img), AsFloats(words));
+    // The LaVision loader leaves the format field as alloc set it.
+    EXPECT_EQ(img.fileFormat(), PIV::FORMAT_UNKNOWN);
+
+    const std::vector<float> floats = {-1.5f, 0, 2.25f, 1e6f, 3, 4};
+    WriteBytes(dir.file("f.imx"), ImxHeader(20, 3, 2) + Floats(floats));
+    ASSERT_TRUE(img.load(dir.file("f.imx")));
+    EXPECT_EQ(img.type(), IMAGE_FLOAT);
+    EXPECT_EQ(Pixels(img), floats);
+
+    WriteBytes(dir.file("p.imx"), ImxHeader(19, 11, 1) + kPacked);
+    ASSERT_TRUE(img.load(dir.file("p.imx"))) << LastText(img);
+    EXPECT_EQ(Pixels(img), AsFloats(kUnpacked));
+
+    // Sizes of 32768 and more are 0xFFFF in the 16-bit fields and stand in
+    // the 32-bit ones; sub-versions 54..99 give the frame count at 18.
+    std::string big = ImxHeader(18, 0xFFFF, 2, 54, 2);
+    Put32(big, 228, 2);
+    Put32(big, 232, 40000);
+    WriteBytes(dir.file("big.imx"), big + std::string(2 * 40000 * 2, '\x01'));
+    ASSERT_TRUE(img.load(dir.file("big.imx"), 2));
+    EXPECT_EQ(img.width(), 40000u);
+    EXPECT_EQ(img.height(), 1u);
+    EXPECT_EQ(img.pixel(39999, 0), 257.0f);
+    int format = 0, w = 0, h = 0, frames = 0;
+    ImageType type = IMAGE_UINT8;
+    ASSERT_TRUE(
+        Image2D::GetImageInfo(dir.file("big.imx").c_str(), &format, &type, &w, &h, &frames));
+    EXPECT_EQ(format, PIV::FORMAT_LAVISION_0);
+    EXPECT_EQ(type, IMAGE_UNDEFINED);
+    EXPECT_EQ(w, 40000);
+    EXPECT_EQ(h, 2);
+    EXPECT_EQ(frames, 2);
+
+    for (int refused : {21, 22}) {
+        WriteBytes(dir.file("r.imx"), ImxHeader(refused, 2, 2) + Words({1, 2, 3, 4}));
+        EXPECT_FALSE(img.load(dir.file("r.imx")));
+        EXPECT_EQ(LastCode(img), PIVerror::FILE_READ_FAILED);
+    }
+}
+
+TEST(LaVisionFiles, NewHeaderInEveryPackType) {
+    ScratchDir dir;
+    Messages messages;
+    const std::vector<int> words = Ramp(24, 7, 170);  // 4 x 3, two frames
+    // 12-bit: three bytes a b c for the pixel pair v0, v1.
+    std::string packed12;
+    for (size_t i = 0; i < words.size(); i += 2) {
+        const int v0 = words[i] & 0xfff, v1 = words[i + 1] & 0xfff;
+        packed12 += static_cast<char>(v0 & 255);
+        packed12 += static_cast<char>((v0 >> 8) | ((v1 & 15) << 4));
+        packed12 += static_cast<char>(v1 >> 4);
+    }
+    std::vector<int> words12;
+    for (int v : words) words12.push_back(v & 0xfff);
+    // Deflate: a 64-bit length, then zlib's stream.
+    const std::string raw = Words(words);
+    std::string deflated(compressBound(raw.size()), '\0');
+    uLongf deflatedSize = deflated.size();
+    ASSERT_EQ(compress(reinterpret_cast<Bytef*>(&deflated[0]), &deflatedSize,
+                       reinterpret_cast<const Bytef*>(raw.data()), raw.size()),
+              Z_OK);
+    deflated.resize(deflatedSize);
+    std::string length(8, '\0');
+    Put32(length, 0, static_cast<uint32_t>(deflatedSize));
+
+    struct Case {
+        const char* what;
+        int pack;
+        std::string data;
+        std::vector<int> pixels;
+        int detected;
+    } cases[] = {
+        {"uncompressed", 0, raw, words, PIV::FORMAT_LAVISION_0},
+        {"deflate", 2, length + deflated, words, PIV::FORMAT_LAVISION_2},
+        {"12-bit", 3, packed12, words12, PIV::FORMAT_LAVISION_0},
+    };
+    for (const Case& c : cases) {
+        SCOPED_TRACE(c.what);
+        const std::string path = dir.file("n.im7");
+        WriteBytes(path, Im7Header(c.pack, BUFFER_FORMAT_WORD, 4, 3, 1, 2) + c.data);
+        EXPECT_EQ(PIV::GetFileFormat(path.c_str()), c.detected);
+        Image2D img;
+        ASSERT_TRUE(img.load(path)) << LastText(img);
+        EXPECT_EQ(img.height(), 6u);  // the two frames one above the other
+        EXPECT_EQ(Pixels(img), AsFloats(c.pixels));
+        // Page 1 is the first frame, page 2 the second.
+        Image2D first, second;
+        ASSERT_TRUE(first.load(path, 1));
+        ASSERT_TRUE(second.load(path, 2));
+        EXPECT_EQ(Pixels(first), AsFloats({c.pixels.begin(), c.pixels.begin() + 12}));
+        EXPECT_EQ(Pixels(second), AsFloats({c.pixels.begin() + 12, c.pixels.end()}));
+    }
+
+    WriteBytes(dir.file("p.im7"), Im7Header(1, BUFFER_FORMAT_WORD, 11, 1, 1, 1) + kPacked);
+    EXPECT_EQ(PIV::GetFileFormat(dir.file("p.im7").c_str()), PIV::FORMAT_LAVISION_1);
+    Image2D packed(dir.file("p.im7"));
+    EXPECT_EQ(Pixels(packed), AsFloats(kUnpacked));
+
+    const std::vector<float> floats = {0.5f, -2, 7, 1e-3f};
+    WriteBytes(dir.file("f.im7"), Im7Header(0, BUFFER_FORMAT_FLOAT, 2, 2, 1, 1) + Floats(floats));
+    Image2D f(dir.file("f.im7"));
+    EXPECT_EQ(f.type(), IMAGE_FLOAT);
+    EXPECT_EQ(Pixels(f), floats);
+}
+
+TEST(LaVisionFiles, AttributesAndScales) {
+    ScratchDir dir;
+    std::string scaleX = "0.5\n10\nmm\nposition x";
+    scaleX[3] = '\0';  // NUL bytes inside a scale become line feeds
+    const std::string file =
+        Im7Header(0, BUFFER_FORMAT_WORD, 2, 1, 1, 1) + Words({1, 2}) + Attribute(1, scaleX) +
+        Attribute(4, "2 -1 counts light") + Attribute(5, std::string("first run\0", 10)) +
+        Attribute(6, "Exposure=12 us") + Attribute(99, "skipped") + Attribute(12, "2026-11-23");
+    WriteBytes(dir.file("a.im7"), file);
+    IMX_BUFFER_TYPE buffer;
+    AttributeList list;
+    ASSERT_EQ(ReadIM7(dir.file("a.im7").c_str(), &buffer, &list), IMREAD_ERR_NO);
+    EXPECT_EQ(buffer.scaleX.factor, 0.5f);
+    EXPECT_EQ(buffer.scaleX.offset, 10.0f);
+    EXPECT_STREQ(buffer.scaleX.unit, "mm");
+    EXPECT_STREQ(buffer.scaleX.description, "position x");
+    EXPECT_EQ(buffer.scaleI.factor, 2.0f);
+    EXPECT_STREQ(buffer.scaleI.unit, "counts");
+    EXPECT_STREQ(buffer.scaleY.unit, "pixel");  // no record: the default
+    DestroyBuffer(&buffer);
+    ASSERT_NE(list.find("_SCALE_X"), nullptr);
+    EXPECT_EQ(*list.find("_SCALE_X"), "0.5\n10\nmm\nposition x");
+    EXPECT_EQ(*list.find("_COMMENT"), "first run");
+    EXPECT_EQ(*list.find("Exposure"), "12 us");
+    EXPECT_EQ(*list.find("_DATE"), "2026-11-23");
+    EXPECT_EQ(list.items().size(), 5u);
+
+    // The old header carries its scales in fixed fields.
+    std::string old = ImxHeader(18, 2, 1);
+    const float factor = 0.25f;
+    std::memcpy(&old[52], &factor, 4);
+    std::memcpy(&old[71], "mm", 2);
+    WriteBytes(dir.file("o.imx"), old + Words({5, 6}));
+    ASSERT_EQ(ReadIM7(dir.file("o.imx").c_str(), &buffer, nullptr), IMREAD_ERR_NO);
+    EXPECT_EQ(buffer.scaleX.factor, 0.25f);
+    EXPECT_STREQ(buffer.scaleX.unit, "mm");
+    EXPECT_EQ(buffer.format, BUFFER_FORMAT_WORD);
+    DestroyBuffer(&buffer);
+}
+
+// Vector buffers and other non-image formats are no error, just no image.
+TEST(LaVisionFiles, NonImageBuffersAreDeclinedQuietly) {
+    ScratchDir dir;
+    Messages messages;
+    WriteBytes(dir.file("v.vc7"), Im7Header(0, 2, 2, 1, 1, 1) + std::string(2 * 2 * 4, '\0'));
+    Image2D img;
+    EXPECT_FALSE(img.loadLavVC7(dir.file("v.vc7").c_str(), 0));
+    EXPECT_EQ(LastCode(img), PIVerror::NO_ERROR);
+    EXPECT_TRUE(messages.all().find("ERROR") == std::string::npos) << messages.all();
+}
+
+TEST(LaVisionFiles, SaveWritesAnImgHeader) {
+    ScratchDir dir;
+    Messages messages;
+    Image2D words = MakeImage(5, 3, IMAGE_UINT16, AsFloats(Ramp(15, 1, 4321)));
+    ASSERT_TRUE(words.saveLavImg(dir.file("w.img").c_str()));
+    std::string header = ImxHeader(18, 5, 3);
+    header.replace(20, 3, "img");
+    Put32(header, 228, 3);
+    Put32(header, 232, 5);
+    Put32(header, 236, 1);
+    EXPECT_EQ(ReadBytes(dir.file("w.img")), header + Words(Ramp(15, 1, 4321)));
+    Image2D back(dir.file("w.img"));
+    EXPECT_TRUE(back == words);
+
+    Image2D floats = MakeImage(3, 2, IMAGE_FLOAT, {-1, 0.5f, 2, 3, 4, 1e9f});
+    ASSERT_TRUE(floats.save(dir.file("f.img").c_str(), PIV::FORMAT_LAVISION_3));
+    EXPECT_EQ(PIV::GetFileFormat(dir.file("f.img").c_str()), PIV::FORMAT_LAVISION_3);
+    Image2D floatsBack(dir.file("f.img"));
+    EXPECT_TRUE(floatsBack == floats);
+}
+
+TEST(RawFiles, ReadStraightIntoTheImage) {
+    ScratchDir dir;
+    Messages messages;
+    const std::vector<int> pixels = Ramp(12, 500, 333);
+    WriteBytes(dir.file("r.raw"), std::string(10, 'h') + Words(pixels));
+    Image2D img;
+    ASSERT_TRUE(img.loadRaw(dir.file("r.raw").c_str(), 3, 4, 16, 10));
+    EXPECT_EQ(Pixels(img), AsFloats(pixels));
+    ASSERT_TRUE(img.loadRaw(dir.file("r.raw").c_str(), 2, 2, 32, 10));
+    EXPECT_EQ(img.type(), IMAGE_UINT32);
+    EXPECT_EQ(img.pixel(0, 0), static_cast<float>(500 + (833 << 16)));
+
+    struct Case {
+        int w, h, depth;
+        long offset;
+        int code;
+    } cases[] = {
+        {0, 4, 16, 0, PIVerror::BAD_IMAGE_SIZE},
+        {3, 4, 16, -1, PIVerror::BAD_IMAGE_SIZE},
+        {30, 4, 16, 0, PIVerror::FILE_SIZE_INVALID},
+        {3, 4, 12, 0, PIVerror::IMAGE_TYPE_UNSUPPORTED},
+        {3, 4, 16, 20, PIVerror::FILE_READ_FAILED},  // long enough, not behind the offset
+    };
+    for (const Case& c : cases) {
+        EXPECT_FALSE(img.loadRaw(dir.file("r.raw").c_str(), c.w, c.h, c.depth, c.offset));
+        EXPECT_EQ(LastCode(img), c.code);
+    }
+    EXPECT_FALSE(img.loadRaw(dir.file("none.raw").c_str(), 3, 4, 16, 0));
+    EXPECT_EQ(LastCode(img), PIVerror::FILE_OPEN_FAILED);
+}
+
+TEST(CameraBuffers, CopiesAndBinning) {
+    Messages messages;
+    // 3 x 2 bytes in rows of 5: the stride's extra bytes are left behind.
+    const uint8_t bytes[] = {1, 2, 3, 99, 99, 4, 5, 6, 99, 99};
+    Image2D img;
+    ASSERT_TRUE(img.loadFromBuffer(bytes, 3, 2, 8, 5, false, 1));
+    EXPECT_EQ(Pixels(img), (std::vector<float>{1, 2, 3, 4, 5, 6}));
+
+    const float floats[] = {0.5f, 1.5f, 2.5f, 3.5f};
+    ASSERT_TRUE(img.loadFromBuffer(floats, 2, 2, 32, 0, true, 0));
+    EXPECT_EQ(img.type(), IMAGE_FLOAT);
+    EXPECT_EQ(Pixels(img), (std::vector<float>{0.5f, 1.5f, 2.5f, 3.5f}));
+
+    // 4 x 4 words binned by 2: sums of 2 x 2, no division, wrapping at 16 bits.
+    const uint16_t words[] = {1, 2, 3, 4, 5, 6, 7, 8, 9, 10, 11, 12, 65535, 1, 15, 16};
+    ASSERT_TRUE(img.loadFromBuffer(words, 4, 4, 16, 0, false, 2));
+    EXPECT_EQ(Pixels(img), (std::vector<float>{1 + 2 + 5 + 6, 3 + 4 + 7 + 8,
+                                               (9 + 10 + 65535 + 1) & 0xffff, 11 + 12 + 15 + 16}));
+    // Binning above 4 counts as 4.
+    ASSERT_TRUE(img.loadFromBufferUShort(words, 4, 4, 9));
+    EXPECT_EQ(Pixels(img), (std::vector<float>{(136 - 13 - 14 + 65535 + 1) & 0xffff}));
+
+    EXPECT_FALSE(img.loadFromBuffer(bytes, 3, 2, 8, 0, false, 2));
+    EXPECT_EQ(LastCode(img), PIVerror::IMAGE_TYPE_UNSUPPORTED);
+    EXPECT_FALSE(img.loadFromBuffer(nullptr, 3, 2, 8, 0, false, 0));
+    EXPECT_EQ(LastCode(img), PIVerror::BAD_IMAGE_SIZE);
+    EXPECT_FALSE(img.loadFromBuffer(bytes, 1, 2, 8, 0, false, 0));
+    EXPECT_EQ(LastCode(img), PIVerror::BAD_IMAGE_SIZE);
+    EXPECT_FALSE(img.loadFromBuffer(bytes, 3, 2, 12, 0, false, 0));
+    EXPECT_EQ(LastCode(img), PIVerror::IMAGE_TYPE_UNSUPPORTED);
+    // 8 x 3 by 2 is 4 x 1, which needs a factor of 3 in y: no whole blocks.
+    const uint16_t wide[24] = {};
+    EXPECT_FALSE(img.loadFromBufferUShort(wide, 8, 3, 2));
+    EXPECT_EQ(LastCode(img), PIVerror::IMAGE_SIZE_MISMATCH);
+}
+
+TEST(ImageInfo, PgmIsNotTold) {
+    int format = 0, w = 0, h = 0, frames = 7;
+    ImageType type = IMAGE_UINT8;
+    EXPECT_FALSE(
+        Image2D::GetImageInfo(DataFile("ramp8.pgm").c_str(), &format, &type, &w, &h, &frames));
+    EXPECT_EQ(format, PIV::FORMAT_PGM);
+    EXPECT_EQ(frames, 0);
+    EXPECT_EQ(type, IMAGE_UNDEFINED);
+}
