@@ -45,6 +45,11 @@ enum DataTypeBits {
     DATA_PHYSICAL_COORDINATES = 0x800000,
     DATA_PTV = 0x2000000,
 };
+
+// Moves a first peak nearer than `radius` to the displacement (-refX, -refY)
+// to the last place, the next peak taking over dx, dy and snr; 1 when it
+// did. A vector without a result is left alone.
+int EliminateZeroPeak(PIV_VECTOR& vector, float refX, float refY, float radius);
 }  // namespace PIV
 
 class PIV_DataBase {

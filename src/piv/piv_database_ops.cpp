@@ -219,18 +219,21 @@ int PIV_DataBase::eliminateSelfCorrelationPeaks(float radius) {
     }
     int changed = 0;
     for (unsigned long k = 0; k < m_nodeCount; k++) {
-        PIV_VECTOR& v = m_vectors[k];
-        // A failed window has no peaks to reorder.
-        if (v.flag & VECTOR_NO_RESULT) continue;
-        if (!(radius > std::hypot(v.peak[0].x, v.peak[0].y))) continue;
-        const PIV_PEAK self{v.peak[0].x, v.peak[0].y, 0.0f};
-        v.peak[0] = v.peak[1];
-        v.peak[1] = v.peak[2];
-        v.peak[2] = self;
-        v.dx = v.peak[0].x;
-        v.dy = v.peak[0].y;
-        v.snr = v.peak[0].value;
-        changed++;
+        changed += PIV::EliminateZeroPeak(m_vectors[k], 0.0f, 0.0f, radius);
     }
     return changed;
+}
+
+int PIV::EliminateZeroPeak(PIV_VECTOR& v, float refX, float refY, float radius) {
+    // A failed window has no peaks to reorder.
+    if (v.flag & VECTOR_NO_RESULT) return 0;
+    if (!(std::hypot(v.peak[0].x + refX, v.peak[0].y + refY) < radius)) return 0;
+    const PIV_PEAK self{v.peak[0].x, v.peak[0].y, 0.0f};
+    v.peak[0] = v.peak[1];
+    v.peak[1] = v.peak[2];
+    v.peak[2] = self;
+    v.dx = v.peak[0].x;
+    v.dy = v.peak[0].y;
+    v.snr = v.peak[0].value;
+    return 1;
 }

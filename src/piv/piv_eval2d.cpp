@@ -14,19 +14,6 @@
 #include "piv_messages.h"
 #include "piv_util.h"
 
-int PIV::EliminateZeroPeak(PIV_VECTOR& v, float refX, float refY, float radius) {
-    if (v.flag & VECTOR_NO_RESULT) return 0;
-    if (!(std::hypot(v.peak[0].x + refX, v.peak[0].y + refY) < radius)) return 0;
-    const PIV_PEAK self{v.peak[0].x, v.peak[0].y, 0.0f};
-    v.peak[0] = v.peak[1];
-    v.peak[1] = v.peak[2];
-    v.peak[2] = self;
-    v.dx = v.peak[0].x;
-    v.dy = v.peak[0].y;
-    v.snr = v.peak[0].value;
-    return 1;
-}
-
 PIV_Eval2D::PIV_Eval2D(PIV_Data2D* data, PIV_Parameters* parameters)
     : PIV_Eval2D_Base(data, parameters) {
     m_error.setName("PIV_Eval2D");

@@ -84,9 +84,3 @@ protected:
     bool m_crossPairCorrelation = false;
 };
 
-namespace PIV {
-// Moves a first peak within `radius` of the reference displacement
-// (-refX, -refY) to the last place; 1 when it did. Vectors without a result
-// are left alone.
-int EliminateZeroPeak(PIV_VECTOR& vector, float refX, float refY, float radius);
-}  // namespace PIV
