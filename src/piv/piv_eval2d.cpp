@@ -1,7 +1,5 @@
 #include "piv_eval2d.h"
 
-#include <omp.h>
-
 #include <algorithm>
 #include <chrono>
 #include <cmath>
