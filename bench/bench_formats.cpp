@@ -10,6 +10,7 @@
 #include <cstdio>
 #include <string>
 
+#include "bench_frames.h"
 #include "image2d.h"
 
 namespace {
@@ -18,20 +19,6 @@ constexpr int kWidth = 2560;
 constexpr int kHeight = 2160;
 constexpr int64_t kFrameBytes = int64_t(kWidth) * kHeight * 2;
 
-// 12-bit noise from a fixed linear congruential sequence, like a camera frame.
-Image2D CameraFrame() {
-    Image2D img(kWidth, kHeight, IMAGE_UINT16);
-    uint32_t s = 12345u;
-    for (int y = 0; y < kHeight; y++) {
-        uint16_t* row = img.scanLine<uint16_t>(static_cast<uint64_t>(y));
-        for (int x = 0; x < kWidth; x++) {
-            s = s * 1664525u + 1013904223u;
-            row[x] = static_cast<uint16_t>(s >> 20);
-        }
-    }
-    return img;
-}
-
 // A file written by the library's own writer, removed when the run ends.
 class FrameFile {
 public:
@@ -39,7 +26,7 @@ public:
         const char* tmp = std::getenv("TMPDIR");
         m_path = std::string(tmp && *tmp ? tmp : "/tmp") + "/bench_formats_" +
                  std::to_string(::getpid()) + suffix;
-        Image2D frame = CameraFrame();
+        Image2D frame = bench::CameraFrame(kWidth, kHeight);
         IMAGE_COMPRESSION c;
         c.mode = compression;
         frame.setCompression(c);

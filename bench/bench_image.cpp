@@ -5,6 +5,7 @@
 #include <cstdint>
 #include <vector>
 
+#include "bench_frames.h"
 #include "image2d.h"
 
 namespace {
@@ -12,24 +13,10 @@ namespace {
 constexpr int kWidth = 2560;
 constexpr int kHeight = 2160;
 
-// 12-bit noise from a fixed linear congruential sequence, like a camera frame.
-Image2D CameraFrame() {
-    Image2D img(kWidth, kHeight, IMAGE_UINT16);
-    uint32_t s = 12345u;
-    for (int y = 0; y < kHeight; y++) {
-        uint16_t* row = img.scanLine<uint16_t>(static_cast<uint64_t>(y));
-        for (int x = 0; x < kWidth; x++) {
-            s = s * 1664525u + 1013904223u;
-            row[x] = static_cast<uint16_t>(s >> 20);
-        }
-    }
-    return img;
-}
-
 const int64_t kPixels = int64_t(kWidth) * kHeight;
 
 void BM_ToFloatFromFreshCopy(benchmark::State& state) {
-    const Image2D frame = CameraFrame();
+    const Image2D frame = bench::CameraFrame(kWidth, kHeight);
     Image2D img;
     for (auto _ : state) {
         state.PauseTiming();
@@ -43,7 +30,7 @@ void BM_ToFloatFromFreshCopy(benchmark::State& state) {
 BENCHMARK(BM_ToFloatFromFreshCopy)->Unit(benchmark::kMillisecond);
 
 void BM_ConvertFloatAndBack(benchmark::State& state) {
-    Image2D img = CameraFrame();
+    Image2D img = bench::CameraFrame(kWidth, kHeight);
     for (auto _ : state) {
         img.convertToType(IMAGE_FLOAT);
         img.convertToType(IMAGE_UINT16);
@@ -55,7 +42,7 @@ BENCHMARK(BM_ConvertFloatAndBack)->Unit(benchmark::kMillisecond);
 
 // 32 x 32 windows on a 16-pixel grid, as a first interrogation pass samples them.
 void BM_FillSample32On16Grid(benchmark::State& state) {
-    const Image2D img = CameraFrame();
+    const Image2D img = bench::CameraFrame(kWidth, kHeight);
     std::vector<float> out(32 * 32);
     int64_t windows = 0;
     for (auto _ : state) {
@@ -74,7 +61,7 @@ void BM_FillSample32On16Grid(benchmark::State& state) {
 BENCHMARK(BM_FillSample32On16Grid)->Unit(benchmark::kMillisecond);
 
 void BM_DoStatisticsForced(benchmark::State& state) {
-    Image2D img = CameraFrame();
+    Image2D img = bench::CameraFrame(kWidth, kHeight);
     for (auto _ : state) {
         img.doStatistics(true);
         benchmark::DoNotOptimize(img.mean());

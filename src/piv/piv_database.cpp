@@ -122,17 +122,7 @@ unsigned long PIV_DataBase::clear() {
     m_disabled = isNull() ? 0 : m_nodeCount;
     // The padding beyond the nodes is cleared too: the row and column
     // accessors reach into it for later time steps.
-    for (PIV_VECTOR& v : m_vectors) {
-        PIV_VECTOR cleared;
-        cleared.ix = v.ix;
-        cleared.iy = v.iy;
-        cleared.iz = v.iz;
-        cleared.x = v.x;
-        cleared.y = v.y;
-        cleared.z = v.z;
-        cleared.flag = VECTOR_OUTLIER;
-        v = cleared;
-    }
+    for (unsigned long k = 0; k < m_vectors.size(); k++) clearNode(k, VECTOR_OUTLIER);
     return m_nodeCount;
 }
 
