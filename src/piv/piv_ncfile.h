@@ -11,10 +11,12 @@
 #include "piv_error.h"
 #include "piv_types.h"
 
-// Sets the library's option word before any call of the C++ interface: a
-// failing call must return an error, never end the process.
+// Makes the library quiet and non-fatal before any call of the C++
+// interface, for as long as the file lives: a failing call must return an
+// error, never print or end the process.
 struct NcQuietOptions {
     NcQuietOptions();
+    NcError quiet{NcError::silent_nonfatal};
 };
 
 class MyNcFile : private NcQuietOptions, public NcFile {

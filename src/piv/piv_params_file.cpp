@@ -182,9 +182,16 @@ bool PIV_Parameters::read(const char* fileName, int view) {
 bool PIV_Parameters::readASCII(const char* fileName, int view) {
     if (fileName && _fileExists(fileName) && _isNetCDF(fileName)) {
         DebugPrint("File actually is netCDF: '%s'", fileName);
-        if (!PIV::ReadParameters(fileName, &m_params, view)) return false;
-        PIV::UpdateConversionFactors(&m_params.convert);
-        return PIV::ReadImageCfg(fileName, &m_imageCfg, view) != 0;
+        // Scratch copies: a file that fails half-way leaves the records alone.
+        PIV_PARAMETERS params = m_params;
+        IMAGE_CFG image = m_imageCfg;
+        if (!PIV::ReadParameters(fileName, &params, view) ||
+            !PIV::ReadImageCfg(fileName, &image, view))
+            return false;
+        PIV::UpdateConversionFactors(&params.convert);
+        m_params = params;
+        m_imageCfg = image;
+        return true;
     }
     if (!PIV::ReadParametersASCII(fileName, &m_params, &m_imageCfg, &m_postProcessCfg, view)) {
         DebugPrint("Failed reading parameters from: '%s'", fileName ? fileName : "");
