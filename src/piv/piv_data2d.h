@@ -13,6 +13,8 @@ public:
     PIV_Data2D();
     // Nodes laid on the grid, all disabled (see initializeGrid).
     explicit PIV_Data2D(const DATA_GRID4D& grid);
+    // Loads the file (see load); a failure leaves the field empty.
+    explicit PIV_Data2D(const char* fileName);
     PIV_Data2D(const PIV_Data2D&) = delete;
     // PIV_DataBase::copy; the reference count stays this object's own.
     PIV_Data2D& operator=(const PIV_Data2D& other);
@@ -56,6 +58,20 @@ public:
     // The fixed chain after an evaluation: validation, conversion,
     // differentiation, mask, statistics.
     bool postProcess(const PIV_Parameters* parameters, const Image2D* mask, bool force);
+
+    // ---- files ------------------------------------------------------------
+    // By cfg.OutputFormat: 3 native NetCDF, 4 PIVNET2; 0 to 2 (Tecplot and
+    // ASCII) are not available yet (error 11); anything else fails.
+    bool save(const char* fileName, int timeStep, const OUTPUT_CFG& cfg);
+    // A NetCDF data file of either layout, with the parameters it holds.
+    bool load(const char* fileName);
+    bool read(const char* fileName) { return load(fileName); }
+    // The vector quantities of a native-layout file; -1 reads all steps.
+    bool readVectorData(PIV_NcFile& file, int timeStep);
+    bool readEUROPIV(PIV_NcFile& file, PIV_PARAMETERS& params, SIZE3D& imageSize,
+                     bool sizeKnown);
+    bool readPIVNET2(PIV_NcFile& file, PIV_PARAMETERS& params, SIZE3D& imageSize,
+                     bool sizeKnown);
 
 private:
     bool inside(int row, int col, int t) const;

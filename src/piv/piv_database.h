@@ -12,8 +12,11 @@
 #include "piv_error.h"
 #include "piv_types.h"
 
+class NcDim;
+
 class Image2D;
 class PIV_Parameters;
+class PIV_NcFile;
 
 // The nine velocity gradients of a node.
 struct DIFFERENTIALS {
@@ -228,6 +231,14 @@ public:
     unsigned long vectorsDisabled() const { return m_disabled; }
     unsigned long vectorsMasked() const { return m_masked; }
 
+    // ---- NetCDF files --------------------------------------------------------
+    // The native layout with every parameter, or PIVNET2. A negative step
+    // saves all time steps, any other the one step (clamped). Written to a
+    // temporary beside the target and renamed over it when complete, so a
+    // failed save leaves an earlier file as it was.
+    bool saveNetCDF(const char* fileName, int timeStep = -1);
+    bool saveNetCDF_PIVNET2(const char* fileName, int timeStep = -1);
+
     // Standard output when `stream` is null.
     void printGridInfo(const char* title, FILE* stream = nullptr) const;
     void printDataInfo(const char* title, FILE* stream = nullptr) const;
@@ -246,6 +257,11 @@ protected:
     // type, analysis mode, parameters and name.
     void takeFlags(const PIV_DataBase& source);
     void formatStatistics();
+    // The writers on an open file; `longName` is the name the file will have.
+    void writeNetCDF(PIV_NcFile& file, const char* longName, int timeStep);
+    void writePIVNET2(PIV_NcFile& file, const char* longName, int timeStep);
+    void writeDifferentials(PIV_NcFile& file, const NcDim* const* dims, int ndims, int t0,
+                            int t1);
 
     std::vector<PIV_VECTOR> m_vectors;
     std::vector<DIFFERENTIALS> m_diff;

@@ -68,7 +68,7 @@ public:
     // reports a bad name (23), a missing file (28) or a failed read (30).
     bool read(const char* fileName, int view = 0);
     bool readASCII(const char* fileName, int view = 0);
-    // The NetCDF form; not available yet, so it fails with error 11.
+    // The NetCDF form: every record as attributes (23 for a bad name).
     bool save(const char* fileName, int view = 0);
     bool saveASCII(const char* fileName, int view = 0, bool unused = false);
 

@@ -11,9 +11,11 @@
 #include "image_format.h"
 #include "piv_file.h"
 #include "piv_messages.h"
+#include "piv_ncfile.h"
 #include "piv_params.h"
 #include "piv_params_io.h"
 #include "piv_record.h"
+#include "piv_units.h"
 
 namespace {
 
@@ -28,20 +30,6 @@ bool _nameTooLong(const char* fileName) {
 
 bool _isNetCDF(const char* fileName) {
     return PIV::GetFileFormat(fileName) == PIV::FORMAT_NETCDF;
-}
-
-// Parameters stored in NetCDF data files cannot be read yet: every NetCDF
-// branch ends here and says so.
-int _netCDFNotAvailable(PIVerror& error, const char* where) {
-    error.setMessage("%s - parameters in NetCDF files are not supported", where);
-    error.handleError(PIVerror::FUNCTION_NOT_AVAILABLE, where);
-    return 0;
-}
-
-int _netCDFNotAvailable(const char* where) {
-    PIVerror error("PIV");
-    error.setErrorHandling(PIVerror::ERROR_QUIET);
-    return _netCDFNotAvailable(error, where);
 }
 
 void _viewGroup(char (&group)[32], int view) {
@@ -126,7 +114,10 @@ int PIV::ReadParametersASCII(const char* fileName, PIV_PARAMETERS* params, IMAGE
 
 int PIV::IsParameterFile(const char* fileName) {
     if (!_fileExists(fileName)) return 0;
-    if (_isNetCDF(fileName)) return _netCDFNotAvailable("IsParameterFile()");
+    if (_isNetCDF(fileName)) {
+        PIV_NcFile file(fileName);
+        if (file.is_valid()) return file.isParameterFile() ? 1 : 0;
+    }
     FilePtr file = OpenFile(fileName, "rb");
     if (!file) {
         DebugPrint("PIV::IsParameterFile() - failed opening file '%s'", fileName);
@@ -144,7 +135,7 @@ int PIV::ReadImageCfg(const char* fileName, IMAGE_CFG* cfg, int view) {
     DebugPrintExt(2, "ReadImageCfg(%s)", fileName ? fileName : "");
     if (!cfg) return 0;
     if (_fileExists(fileName) && _isNetCDF(fileName) && IsParameterFile(fileName))
-        return _netCDFNotAvailable("ReadImageCfg()");
+        return ReadImageCfgNetCDF(fileName, cfg, view);
     PIV_PARAMETERS scratch;
     POSTPROCESS_CFG scratchPost;
     return ReadParametersASCII(fileName, &scratch, cfg, &scratchPost, view);
@@ -154,7 +145,7 @@ int PIV::ReadPostProcessCfg(const char* fileName, POSTPROCESS_CFG* cfg, int view
     DebugPrintExt(2, "ReadPostPrcessCfg(%s)", fileName ? fileName : "");
     if (!cfg) return 0;
     if (_fileExists(fileName) && _isNetCDF(fileName) && IsParameterFile(fileName))
-        return _netCDFNotAvailable("ReadPostProcessCfg()");
+        return ReadPostProcessCfgNetCDF(fileName, cfg, view);
     PIV_PARAMETERS scratch;
     IMAGE_CFG scratchImage;
     return ReadParametersASCII(fileName, &scratch, &scratchImage, cfg, view);
@@ -175,7 +166,12 @@ bool PIV_Parameters::read(const char* fileName, int view) {
         return false;
     }
     if (_isNetCDF(fileName) && PIV::IsParameterFile(fileName)) {
-        if (_netCDFNotAvailable(m_error, "read()")) return true;
+        if (PIV::ReadParameters(fileName, &m_params, view)) {
+            PIV::UpdateConversionFactors(&m_params.convert);
+            if (PIV::ReadImageCfg(fileName, &m_imageCfg, view) &&
+                PIV::ReadPostProcessCfg(fileName, &m_postProcessCfg, view))
+                return true;
+        }
     }
     if (readASCII(fileName, view)) return true;
     m_error.setMessage("read() - failure reading params from file: %s", fileName);
@@ -186,7 +182,16 @@ bool PIV_Parameters::read(const char* fileName, int view) {
 bool PIV_Parameters::readASCII(const char* fileName, int view) {
     if (fileName && _fileExists(fileName) && _isNetCDF(fileName)) {
         DebugPrint("File actually is netCDF: '%s'", fileName);
-        return _netCDFNotAvailable(m_error, "readASCII()") != 0;
+        // Scratch copies: a file that fails half-way leaves the records alone.
+        PIV_PARAMETERS params = m_params;
+        IMAGE_CFG image = m_imageCfg;
+        if (!PIV::ReadParameters(fileName, &params, view) ||
+            !PIV::ReadImageCfg(fileName, &image, view))
+            return false;
+        PIV::UpdateConversionFactors(&params.convert);
+        m_params = params;
+        m_imageCfg = image;
+        return true;
     }
     if (!PIV::ReadParametersASCII(fileName, &m_params, &m_imageCfg, &m_postProcessCfg, view)) {
         DebugPrint("Failed reading parameters from: '%s'", fileName ? fileName : "");
@@ -196,10 +201,16 @@ bool PIV_Parameters::readASCII(const char* fileName, int view) {
 }
 
 bool PIV_Parameters::save(const char* fileName, int view) {
-    (void)view;
-    m_error.setMessage("save() - cannot write '%s': NetCDF files are not supported",
-                       fileName ? fileName : "");
-    m_error.handleError(PIVerror::FUNCTION_NOT_AVAILABLE, "save()");
+    if (!fileName || !*fileName || _nameTooLong(fileName)) {
+        m_error.handleError(PIVerror::BAD_FILE_NAME, "save()");
+        return false;
+    }
+    if (PIV::SaveParameters(fileName, &m_params, view) &&
+        PIV::SaveImageCfg(fileName, &m_imageCfg, view) &&
+        PIV::SavePostProcessCfg(fileName, &m_postProcessCfg, view))
+        return true;
+    m_error.setMessage("save() - cannot write '%s'", fileName);
+    m_error.handleError(PIVerror::FILE_WRITE_FAILED, "save()");
     return false;
 }
 

@@ -1,0 +1,552 @@
+// NetCDF data files, checked by independent readers: ncdump for the layout,
+// the plain netCDF C API for values and for writing foreign inputs.
+#include <gtest/gtest.h>
+#include <netcdf.h>
+#include <sys/resource.h>
+#include <sys/stat.h>
+#include <sys/wait.h>
+#include <unistd.h>
+
+#include <csignal>
+#include <cmath>
+#include <cstring>
+#include <cstdio>
+#include <dirent.h>
+#include <fstream>
+#include <limits>
+#include <memory>
+#include <sstream>
+#include <string>
+#include <vector>
+
+#include "piv_data2d.h"
+#include "piv_ncfile.h"
+#include "piv_params.h"
+#include "piv_params_io.h"
+
+namespace {
+
+struct TempDir {
+    std::string path;
+    TempDir() {
+        char tmpl[] = "/tmp/kelvane_nc_XXXXXX";
+        path = ::mkdtemp(tmpl);
+    }
+    ~TempDir() { std::system(("rm -rf '" + path + "'").c_str()); }
+    std::string operator/(const char* name) const { return path + "/" + name; }
+    int entries() const {
+        int n = 0;
+        if (DIR* d = ::opendir(path.c_str())) {
+            while (dirent* e = ::readdir(d))
+                if (e->d_name[0] != '.') n++;
+            ::closedir(d);
+        }
+        return n;
+    }
+};
+
+std::string Shell(const std::string& command) {
+    std::string out;
+    std::unique_ptr<FILE, int (*)(FILE*)> p(::popen(command.c_str(), "r"), ::pclose);
+    char buf[4096];
+    while (p && std::fgets(buf, sizeof(buf), p.get())) out += buf;
+    return out;
+}
+
+std::string Bytes(const std::string& file) {
+    std::ifstream in(file, std::ios::binary);
+    std::stringstream s;
+    s << in.rdbuf();
+    return s.str();
+}
+
+struct NcId {
+    int id = -1;
+    explicit NcId(const std::string& path, int mode = NC_NOWRITE) {
+        if (nc_open(path.c_str(), mode, &id) != NC_NOERR) id = -1;
+    }
+    NcId(int cmode, const std::string& path) {
+        if (nc_create(path.c_str(), cmode, &id) != NC_NOERR) id = -1;
+    }
+    ~NcId() {
+        if (id >= 0) nc_close(id);
+    }
+    std::vector<float> floats(const char* name) const {
+        int var = -1;
+        if (nc_inq_varid(id, name, &var) != NC_NOERR) return {};
+        int ndims = 0, dims[NC_MAX_VAR_DIMS];
+        nc_inq_var(id, var, nullptr, nullptr, &ndims, dims, nullptr);
+        size_t n = 1;
+        for (int i = 0; i < ndims; i++) {
+            size_t len = 0;
+            nc_inq_dimlen(id, dims[i], &len);
+            n *= len;
+        }
+        std::vector<float> v(n);
+        nc_get_var_float(id, var, v.data());
+        return v;
+    }
+};
+
+// A 4 x 3 field on a 64 x 48 image, step 16, with distinct values.
+PIV_Data2D* MakeField(int steps, bool threeC, bool peaks) {
+    DATA_GRID4D g;
+    g.nodes = {4, 3, 1};
+    g.timeSteps = steps;
+    g.step = {16, 16, 1};
+    g.imageSize = {64, 48, 1};
+    g.first = {8, 8, 0};
+    auto* f = new PIV_Data2D(g);
+    PIV_VECTOR* v = f->data();
+    for (int k = 0; k < f->nodeCount(); k++) {
+        v[k].dx = 0.5f + k;
+        v[k].dy = -0.25f * k;
+        v[k].dz = threeC ? 0.125f * k : 0;
+        v[k].corr = 0.01f * k;
+        v[k].snr = 1.5f + k;
+        v[k].flag = uint8_t(k % 2 ? VECTOR_ENABLED : VECTOR_OUTLIER);
+        v[k].count = 10 + k;
+        for (int p = 0; p < 3; p++) v[k].peak[p] = {float(p + k), float(p - k), 0.1f * p};
+    }
+    f->setFlag3C(threeC);
+    f->setFlagMultiplePeaks(peaks);
+    f->setFlagRawData(true);
+    f->setDataType(PIV::DATA_DISPLACEMENT | PIV::DATA_FLAGS);
+    f->setTime(0.0, 0.5);
+    return f;
+}
+
+OUTPUT_CFG Native() {
+    OUTPUT_CFG o;
+    o.OutputFormat = 3;
+    return o;
+}
+
+}  // namespace
+
+TEST(NetCDF, NcdumpShowsTheNativeLayout) {
+    TempDir dir;
+    std::unique_ptr<PIV_Data2D, void (*)(PIV_Data2D*)> f(MakeField(1, false, true),
+                                                         [](PIV_Data2D* p) { p->release(); });
+    const std::string file = dir / "field.nc";
+    ASSERT_TRUE(f->save(file.c_str(), 0, Native()));
+    const std::string h = Shell("ncdump -h '" + file + "'");
+    for (const char* s :
+         {"data_array_depth = 1 ;", "data_array_height = 3 ;", "data_array_width = 4 ;",
+          "vec_dims = 2 ;", "data_array_peakcomps = 3 ;",
+          "float piv_data(data_array_depth, data_array_height, data_array_width, vec_dims) ;",
+          "byte piv_flags(data_array_depth, data_array_height, data_array_width) ;",
+          "float piv_peak3(data_array_depth, data_array_height, data_array_width, "
+          "data_array_peakcomps) ;",
+          "float piv_correlation_coeff(", "float piv_snr_data(",
+          ":file_content = \"Kelvane Data\" ;", ":image_info = \"image origin (0,0) at lower-left\"",
+          ":ev_origin_of_evaluation_x = 8 ;", ":ev_origin_of_evaluation_y = 8 ;",
+          ":ev_origin_of_evaluation = 8.f, 8.f ;", ":number_of_peaks = 3 ;",
+          "piv_data:long_name = \"raw displacement data\" ;", "piv_data:time_step_idx = 0 ;",
+          "piv_data:coord_min = 8., 8., 0. ;", "piv_data:coord_max = 56., 40., 0. ;",
+          "piv_flags:long_name = \"validation flags\" ;", ":ev_IS_grid_distance_x = 16 ;",
+          ":long_name = \"" , ":ev_method = \"", ":outlier_check = "}) {
+        EXPECT_NE(h.find(s), std::string::npos) << s;
+    }
+    EXPECT_NE(h.find(":long_name = \"" + file + "\""), std::string::npos);
+    EXPECT_EQ(h.find("data_array_time"), std::string::npos);
+    EXPECT_EQ(h.find(".tmp-"), std::string::npos);
+    EXPECT_EQ(dir.entries(), 1);
+
+    // Values through the C API: rows flipped, file row 0 is the bottom.
+    NcId nc(file);
+    ASSERT_GE(nc.id, 0);
+    const std::vector<float> d = nc.floats("piv_data");
+    ASSERT_EQ(d.size(), 24u);
+    for (int r = 0; r < 3; r++)
+        for (int i = 0; i < 4; i++) {
+            const PIV_VECTOR v = f->getVector2D(2 - r, i);
+            EXPECT_EQ(d[size_t(2 * (r * 4 + i))], v.dx);
+            EXPECT_EQ(d[size_t(2 * (r * 4 + i) + 1)], v.dy);
+        }
+}
+
+TEST(NetCDF, TimeDimensionForAllSteps) {
+    TempDir dir;
+    PIV_Data2D* f = MakeField(3, true, false);
+    const std::string file = dir / "t.nc";
+    ASSERT_TRUE(f->saveNetCDF(file.c_str(), -1));
+    const std::string h = Shell("ncdump -h '" + file + "'");
+    EXPECT_NE(h.find("data_array_time = 3 ;"), std::string::npos);
+    EXPECT_NE(h.find("vec_dims = 3 ;"), std::string::npos);
+    EXPECT_NE(h.find("float time(data_array_time) ;"), std::string::npos);
+    EXPECT_NE(h.find("time:long_name = \"time axis in [seconds]\" ;"), std::string::npos);
+    f->release();
+}
+
+TEST(NetCDF, RoundTripsEveryStoredQuantity) {
+    struct Case {
+        int steps;
+        bool threeC, peaks, stats;
+    };
+    for (const Case c : {Case{1, false, false, false}, Case{3, false, true, false},
+                         Case{1, true, false, false}, Case{2, true, true, true}}) {
+        TempDir dir;
+        PIV_Data2D* f = MakeField(c.steps, c.threeC, c.peaks);
+        f->setFlagStatisticsData(c.stats);
+        const std::string file = dir / "rt.nc";
+        ASSERT_TRUE(f->saveNetCDF(file.c_str(), -1));
+        PIV_Data2D back(file.c_str());
+        ASSERT_FALSE(back.isNull()) << back.getLastError();
+        ASSERT_EQ(back.nodeCount(), f->nodeCount());
+        EXPECT_EQ(back.is3C(), c.threeC);
+        for (int t = 0; t < c.steps; t++) {
+            EXPECT_FLOAT_EQ(float(back.timeAt(t)), float(f->timeAt(t)));
+            const PIV_VECTOR* a = f->dataAtTime(t);
+            const PIV_VECTOR* b = back.dataAtTime(t);
+            for (int k = 0; k < 12; k++) {
+                SCOPED_TRACE(k);
+                EXPECT_EQ(a[k].ix, b[k].ix);
+                EXPECT_EQ(a[k].iy, b[k].iy);
+                EXPECT_EQ(a[k].x, b[k].x);
+                EXPECT_EQ(a[k].y, b[k].y);
+                EXPECT_EQ(a[k].dx, b[k].dx);
+                EXPECT_EQ(a[k].dy, b[k].dy);
+                EXPECT_EQ(a[k].dz, b[k].dz);
+                EXPECT_EQ(a[k].corr, b[k].corr);
+                EXPECT_EQ(a[k].snr, b[k].snr);
+                EXPECT_EQ(a[k].flag, b[k].flag);
+                if (c.stats) {
+                    EXPECT_EQ(a[k].count, b[k].count);
+                }
+                if (c.peaks) {
+                    for (int p = 0; p < 3; p++) {
+                        EXPECT_EQ(a[k].peak[p].x, b[k].peak[p].x);
+                        EXPECT_EQ(a[k].peak[p].y, b[k].peak[p].y);
+                        EXPECT_EQ(a[k].peak[p].value, b[k].peak[p].value);
+                    }
+                }
+            }
+        }
+        // piv_flags present: validation is not asked for again.
+        EXPECT_TRUE(back.skipValidation());
+        f->release();
+    }
+}
+
+TEST(NetCDF, DifferentialsKeepTheirFormulas) {
+    TempDir dir;
+    PIV_Data2D* f = MakeField(1, false, false);
+    ASSERT_TRUE(f->allocDifferentials());
+    for (int k = 0; k < 12; k++) {
+        DIFFERENTIALS d;
+        d.dudx = 1.0f + k;
+        d.dudy = 2.0f;
+        d.dvdx = 3.0f;
+        d.dvdy = 0.5f * k;
+        f->setDifferentials(k, d);
+    }
+    OUTPUT_CFG o = Native();
+    o.StoreDifferentials = o.StoreLambda2 = o.StoreDiscriminant = o.StoreVorticity = true;
+    const std::string file = dir / "d.nc";
+    // A field without differentials takes the failure path: differentiation
+    // is not available, the switches are cleared, the vectors still saved.
+    PIV_Data2D* plain = MakeField(1, false, false);
+    EXPECT_TRUE(plain->save(file.c_str(), 0, o));
+    EXPECT_EQ(plain->error().getLastErrorCode(), PIVerror::OPERATION_FAILED);
+    EXPECT_FALSE(plain->outputCfg().StoreLambda2);
+    EXPECT_FALSE(plain->outputCfg().StoreDifferentials);
+    EXPECT_EQ(Shell("ncdump -h '" + file + "'").find("lambda2"), std::string::npos);
+    plain->release();
+
+    // A field with them stores them with the formulas the files have always held.
+    ASSERT_TRUE(f->save(file.c_str(), 0, o));
+    NcId nc(file);
+    const std::vector<float> dudx = nc.floats("dudx"), dvdx = nc.floats("dvdx");
+    const std::vector<float> l2 = nc.floats("lambda2"), disc = nc.floats("discriminant");
+    const std::vector<float> vort = nc.floats("vorticity");
+    ASSERT_EQ(dvdx.size(), 12u);
+    for (int r = 0; r < 3; r++)
+        for (int i = 0; i < 4; i++) {
+            const size_t n = size_t(r * 4 + i);
+            const DIFFERENTIALS d = f->getDifferentials2D(2 - r, i);
+            EXPECT_EQ(dvdx[n], dudx[n]);
+            EXPECT_EQ(dudx[n], d.dudx);
+            EXPECT_FLOAT_EQ(l2[n], d.dudx * d.dudy + d.dudy * d.dvdx);
+            const float p = d.dudx * d.dvdy;
+            EXPECT_FLOAT_EQ(disc[n], p * p - 4 * (d.dudx * d.dvdy - d.dudy * d.dvdx));
+            EXPECT_FLOAT_EQ(vort[n], d.dvdx - d.dudy);
+        }
+    f->release();
+}
+
+TEST(NetCDF, ParametersRoundTripAfterTheReadRules) {
+    TempDir dir;
+    PIV_Parameters p;
+    PIV_PARAMETERS r = p.pivParameters();
+    r.eval.Method = 2;
+    r.eval.SampleSize = {24, 40, 1};
+    r.eval.SampleOffset = {1, 3, 0};
+    r.eval.Type = 4;
+    r.eval.grid.step = {8, 12, 1};
+    r.eval.grid.roi = {50, 10, 40, 5, 0, 3};
+    r.convert.LengthConversion[0] = 10;
+    r.convert.LengthConversion[1] = 5;
+    r.convert.ImageOrigin = {3, 0, 0};
+    r.eval.grid.imageSize = {512, 1024, 1};
+    r.outlier.CheckMedian = true;
+    r.outlier.MedianThreshold = 2.5f;
+    p.setPivParameters(r);
+    const std::string file = dir / "p.nc";
+    ASSERT_TRUE(p.save(file.c_str()));
+    EXPECT_NE(Shell("ncdump -h '" + file + "'").find(":origin_in_image_row = 1023.f ;"),
+              std::string::npos);
+    EXPECT_EQ(PIV::IsParameterFile(file.c_str()), 1);
+
+    PIV_Parameters q;
+    ASSERT_TRUE(q.read(file.c_str()));
+    const PIV_PARAMETERS b = q.pivParameters();
+    EXPECT_EQ(b.eval.Method, 2);
+    EXPECT_EQ(b.eval.SampleSize.height, 40);
+    EXPECT_EQ(b.eval.SampleOffset.y, 3);
+    EXPECT_EQ(b.eval.Type, 4);
+    EXPECT_EQ(b.eval.grid.step.height, 12);
+    EXPECT_EQ(b.eval.grid.roi.left, 10);
+    EXPECT_EQ(b.eval.grid.roi.right, 50);
+    EXPECT_EQ(b.eval.grid.roi.front, 3);
+    EXPECT_EQ(b.convert.ImageOrigin.y, 0);
+    EXPECT_DOUBLE_EQ(b.convert.LengthConversion[1], 5.0);
+    EXPECT_TRUE(b.outlier.CheckMedian);
+    EXPECT_FLOAT_EQ(b.outlier.MedianThreshold, 2.5f);
+}
+
+TEST(NetCDF, MethodFromTheTextPrefersMultigrid) {
+    TempDir dir;
+    const std::string file = dir / "m.nc";
+    {
+        NcId nc(NC_CLOBBER, file);
+        const char* t = "multiple-pass and multigrid image-deformation";
+        nc_put_att_text(nc.id, NC_GLOBAL, "file_content", 23, "DPIV process parameters");
+        nc_put_att_text(nc.id, NC_GLOBAL, "ev_method", std::strlen(t), t);
+        nc_put_att_text(nc.id, NC_GLOBAL, "pd_peak_fit", 9, "centroid!");
+    }
+    PIV_PARAMETERS p;
+    ASSERT_EQ(PIV::ReadParameters(file.c_str(), &p), 1);
+    EXPECT_EQ(p.eval.Method, 2);
+    EXPECT_EQ(p.eval.ImageMapping2D.Mode, 1);
+    EXPECT_EQ(p.eval.Type, 3);
+}
+
+TEST(NetCDF, SaveParametersKeepsTheVectors) {
+    TempDir dir;
+    PIV_Data2D* f = MakeField(1, false, false);
+    const std::string file = dir / "keep.nc";
+    ASSERT_TRUE(f->saveNetCDF(file.c_str(), 0));
+    PIV_PARAMETERS p;
+    p.outlier.MinSNR = 7.5f;
+    ASSERT_EQ(PIV::SaveParameters(file.c_str(), &p), 1);
+    PIV_Data2D back(file.c_str());
+    ASSERT_FALSE(back.isNull());
+    EXPECT_EQ(back.data()[5].dx, f->data()[5].dx);
+    EXPECT_FLOAT_EQ(back.pivParameters().outlier.MinSNR, 7.5f);
+    EXPECT_EQ(dir.entries(), 1);
+    f->release();
+}
+
+TEST(NetCDF, ReadsPIVNET2WrittenByTheCAPI) {
+    TempDir dir;
+    const std::string file = dir / "pivnet2.nc";
+    {
+        NcId nc(NC_CLOBBER, file);
+        ASSERT_GE(nc.id, 0);
+        nc_put_att_text(nc.id, NC_GLOBAL, "Conventions", 7, "PIVNET2");
+        const int cols = 100, rows = 80;
+        nc_put_att_int(nc.id, NC_GLOBAL, "image_cols", NC_INT, 1, &cols);
+        nc_put_att_int(nc.id, NC_GLOBAL, "image_rows", NC_INT, 1, &rows);
+        int t, z, y, x;
+        nc_def_dim(nc.id, "data_dim_time", 1, &t);
+        nc_def_dim(nc.id, "data_dim_z", 1, &z);
+        nc_def_dim(nc.id, "data_dim_y", 2, &y);
+        nc_def_dim(nc.id, "data_dim_x", 3, &x);
+        int gx, gy, vx, vy, fl, dx;
+        nc_def_var(nc.id, "grid_x", NC_FLOAT, 1, &x, &gx);
+        nc_def_var(nc.id, "grid_y", NC_FLOAT, 1, &y, &gy);
+        const int dims[4] = {t, z, y, x};
+        nc_def_var(nc.id, "vx", NC_FLOAT, 4, dims, &vx);
+        nc_def_var(nc.id, "vy", NC_FLOAT, 4, dims, &vy);
+        nc_def_var(nc.id, "dx", NC_FLOAT, 4, dims, &dx);
+        nc_def_var(nc.id, "flag", NC_BYTE, 4, dims, &fl);
+        nc_enddef(nc.id);
+        const float gxv[3] = {10, 30, 50}, gyv[2] = {20, 40};
+        const float u[6] = {1, 2, 3, 4, 5, 6}, v[6] = {-1, -2, -3, -4, -5, -6};
+        const signed char flags[6] = {1, 1, 8, 1, 1, 1};
+        nc_put_var_float(nc.id, gx, gxv);
+        nc_put_var_float(nc.id, gy, gyv);
+        nc_put_var_float(nc.id, vx, u);
+        nc_put_var_float(nc.id, vy, v);
+        nc_put_var_float(nc.id, dx, u);
+        nc_put_var_schar(nc.id, fl, flags);
+    }
+    PIV_Data2D d(file.c_str());
+    ASSERT_FALSE(d.isNull()) << d.getLastError();
+    EXPECT_EQ(d.grid().nodes.width, 3);
+    EXPECT_EQ(d.grid().nodes.height, 2);
+    const PIV_VECTOR v = d.getVector2D(1, 2);
+    EXPECT_EQ(v.ix, 50);
+    EXPECT_EQ(v.iy, 40);
+    EXPECT_EQ(v.u, 6);
+    EXPECT_EQ(v.v, -6);
+    EXPECT_EQ(d.getVector2D(0, 2).flag, 8);
+    EXPECT_TRUE(d.dataType() & PIV::DATA_VELOCITY);
+}
+
+TEST(NetCDF, OwnPIVNET2VelocityIsNotReadBack) {
+    TempDir dir;
+    PIV_Data2D* f = MakeField(1, false, false);
+    for (int k = 0; k < 12; k++) f->data()[k].u = 3;
+    f->setDataType(f->dataType() | PIV::DATA_VELOCITY);
+    OUTPUT_CFG o;
+    o.OutputFormat = 4;
+    const std::string file = dir / "own.nc";
+    ASSERT_TRUE(f->save(file.c_str(), 0, o));
+    const std::string h = Shell("ncdump -h '" + file + "'");
+    EXPECT_NE(h.find(":Conventions = \"PIVNET2\" ;"), std::string::npos);
+    EXPECT_NE(h.find("float vel_x(data_dim_time, data_dim_z, data_dim_y, data_dim_x) ;"),
+              std::string::npos);
+    PIV_Data2D back(file.c_str());
+    ASSERT_FALSE(back.isNull()) << back.getLastError();
+    EXPECT_EQ(back.data()[4].dx, f->data()[4].dx);
+    EXPECT_EQ(back.data()[4].u, 0);
+    f->release();
+}
+
+TEST(NetCDF, EuropivInfinitiesBecomeOutliers) {
+    TempDir dir;
+    const std::string file = dir / "europiv.nc";
+    {
+        NcId nc(NC_CLOBBER, file);
+        nc_put_att_text(nc.id, NC_GLOBAL, "file_content", 12, "Kelvane Data");
+        int z, y, x, c, var;
+        nc_def_dim(nc.id, "data_array_depth", 1, &z);
+        nc_def_dim(nc.id, "data_array_height", 2, &y);
+        nc_def_dim(nc.id, "data_array_width", 2, &x);
+        nc_def_dim(nc.id, "vec_dims", 2, &c);
+        const int dims[4] = {z, y, x, c};
+        nc_def_var(nc.id, "piv_data", NC_FLOAT, 4, dims, &var);
+        const double lo[3] = {16, 16, 0}, hi[3] = {32, 32, 0};
+        nc_put_att_double(nc.id, var, "coord_min", NC_DOUBLE, 3, lo);
+        nc_put_att_double(nc.id, var, "coord_max", NC_DOUBLE, 3, hi);
+        nc_enddef(nc.id);
+        const float inf = std::numeric_limits<float>::infinity();
+        const float d[8] = {1, 2, inf, 4, 5, 6, 7, 8};
+        nc_put_var_float(nc.id, var, d);
+    }
+    PIV_Data2D f(file.c_str());
+    ASSERT_FALSE(f.isNull()) << f.getLastError();
+    // File row 0 (the bottom) is array row 1.
+    EXPECT_EQ(f.getVector2D(1, 1).flag, VECTOR_OUTLIER);
+    EXPECT_EQ(f.getVector2D(1, 1).dx, 0);
+    EXPECT_EQ(f.getVector2D(1, 0).dx, 1);
+    EXPECT_EQ(f.getVector2D(0, 1).dy, 8);
+    EXPECT_EQ(f.getVector2D(0, 0).ix, 16);
+    EXPECT_FALSE(f.skipValidation());  // no piv_flags: validation still pending
+}
+
+TEST(NetCDF, BadInputGivesTheErrors) {
+    TempDir dir;
+    // A parameter file is NetCDF of another kind.
+    PIV_Parameters p;
+    const std::string par = dir / "par.nc";
+    ASSERT_TRUE(p.save(par.c_str()));
+    PIV_Data2D a;
+    EXPECT_FALSE(a.load(par.c_str()));
+    EXPECT_EQ(a.error().getLastErrorCode(), PIVerror::INVALID_FILE_CONTENT);
+
+    // A truncated data file.
+    PIV_Data2D* f = MakeField(1, false, false);
+    const std::string good = dir / "good.nc";
+    ASSERT_TRUE(f->saveNetCDF(good.c_str(), 0));
+    const std::string bytes = Bytes(good);
+    const std::string cut = dir / "cut.nc";
+    std::ofstream(cut, std::ios::binary) << bytes.substr(0, bytes.size() / 3);
+    PIV_Data2D b;
+    EXPECT_FALSE(b.load(cut.c_str()));
+
+    // Too few values: vector_count on a smaller grid than piv_data.
+    const std::string few = dir / "few.nc";
+    {
+        NcId nc(NC_CLOBBER, few);
+        nc_put_att_text(nc.id, NC_GLOBAL, "file_content", 12, "Kelvane Data");
+        int z, y, x, c, small, var, cnt;
+        nc_def_dim(nc.id, "data_array_depth", 1, &z);
+        nc_def_dim(nc.id, "data_array_height", 2, &y);
+        nc_def_dim(nc.id, "data_array_width", 2, &x);
+        nc_def_dim(nc.id, "vec_dims", 2, &c);
+        nc_def_dim(nc.id, "short_axis", 1, &small);
+        const int dims[4] = {z, y, x, c};
+        nc_def_var(nc.id, "piv_data", NC_FLOAT, 4, dims, &var);
+        nc_def_var(nc.id, "vector_count", NC_INT, 1, &small, &cnt);
+    }
+    PIV_Data2D d;
+    EXPECT_FALSE(d.load(few.c_str()));
+    EXPECT_EQ(d.error().getLastErrorCode(), PIVerror::NETCDF_READ_VAR);
+
+    // Missing variables: a NetCDF file without piv_data.
+    const std::string none = dir / "none.nc";
+    { NcId nc(NC_CLOBBER, none); }
+    PIV_Data2D e;
+    EXPECT_FALSE(e.load(none.c_str()));
+    EXPECT_EQ(e.error().getLastErrorCode(), PIVerror::INVALID_FILE_CONTENT);
+    f->release();
+}
+
+TEST(NetCDF, FailedSavesLeaveTheEarlierFile) {
+    TempDir dir;
+    PIV_Data2D* f = MakeField(1, false, false);
+    const std::string file = dir / "earlier.nc";
+    ASSERT_TRUE(f->saveNetCDF(file.c_str(), 0));
+    const std::string before = Bytes(file);
+
+    // A file-size limit in a child process: the write fails half-way.
+    for (int k = 0; k < 12; k++) f->data()[k].dx = 99;
+    const pid_t pid = ::fork();
+    if (pid == 0) {
+        std::signal(SIGXFSZ, SIG_IGN);
+        rlimit lim{600, 600};
+        ::setrlimit(RLIMIT_FSIZE, &lim);
+        PIV_Data2D* big = MakeField(6, true, true);
+        const bool ok = big->saveNetCDF(file.c_str(), -1);
+        ::_exit(ok ? 1 : 0);
+    }
+    int status = 0;
+    ::waitpid(pid, &status, 0);
+    ASSERT_TRUE(WIFEXITED(status));
+    EXPECT_EQ(WEXITSTATUS(status), 0);
+    EXPECT_EQ(Bytes(file), before);
+    EXPECT_EQ(dir.entries(), 1);
+
+    // An unwritable folder.
+    if (::geteuid() != 0) {
+        ::chmod(dir.path.c_str(), 0500);
+        EXPECT_FALSE(f->saveNetCDF(file.c_str(), 0));
+        EXPECT_FALSE(PIV::SaveParameters(file.c_str(), &f->pivParameters()));
+        ::chmod(dir.path.c_str(), 0700);
+        EXPECT_EQ(Bytes(file), before);
+        EXPECT_EQ(dir.entries(), 1);
+    }
+    f->release();
+}
+
+TEST(NetCDF, FileInformation) {
+    TempDir dir;
+    PIV_Data2D* f = MakeField(1, false, true);
+    const std::string file = dir / "info.nc";
+    ASSERT_TRUE(f->saveNetCDF(file.c_str(), 0));
+    PIV::FILE_INFO info;
+    ASSERT_TRUE(PIV::GetFileInformation(file.c_str(), info));
+    EXPECT_EQ(info.format, 3);
+    EXPECT_EQ(info.nx, 4);
+    EXPECT_EQ(info.ny, 3);
+    EXPECT_EQ(info.peakComponents, 3);
+    EXPECT_TRUE(info.content & 0x100);
+    EXPECT_FALSE(PIV::GetFileInformation((dir / "missing").c_str(), info));
+    EXPECT_EQ(info.errorCode, 28);
+    EXPECT_FALSE(PIV::GetFileInformation(nullptr, info));
+    EXPECT_EQ(info.errorCode, 23);
+    f->release();
+}
