@@ -155,6 +155,25 @@ public:
     bool operator==(const Image2D& other) const;
     bool operator!=(const Image2D& other) const { return !(*this == other); }
 
+    // ---- resampling (image2d_interp.cpp) -------------------------------------
+    // Output pixel (i, j) samples the image at (i + dx, j + dy), so the
+    // content moves by (-dx, -dy). Whole-pixel shifts copy pixels; anything
+    // else interpolates with the image's interpolation method and parameter
+    // and leaves a float image unless retainType.
+    bool translate(double dx, double dy, bool retainType = false);
+    bool translateRotate(double angle, double tx, double ty, double ox, double oy,
+                         bool retainType = false);
+    // A transform of translation only runs translate(TranslateX, -TranslateY):
+    // the record counts y upwards.
+    bool transform(const IMAGE_TRANSFORMATION_CFG& cfg, bool retainType = false);
+    // Samples at (fx i, fy j); spline methods only.
+    bool distortLinear(double fx, double fy, bool retainType = false);
+    // Float images whose pixels are the plain sums of factor x factor cells.
+    bool binning(const Image2D& src, int factor);
+    // split 1 takes half of the source height, 2 a third, 3 a quarter, read
+    // from row `offset` on.
+    bool binnedFrom(const Image2D& src, int fx, int fy, int split, int offset);
+
     // ---- type change -------------------------------------------------------
     bool to8Bit(bool clip = true);
     bool to16Bit(bool clip = true);
