@@ -9,6 +9,7 @@
 #include <algorithm>
 #include <cmath>
 #include <cstring>
+#include <new>
 #include <vector>
 
 #include "image2d.h"
@@ -414,7 +415,12 @@ void _mapPixels(Image2D& img, F&& f) {
 
 template <typename T>
 std::vector<uint64_t> _integerHistogram(const Image2D& img, int64_t bins) {
-    std::vector<uint64_t> hist(static_cast<size_t>(bins), 0);
+    std::vector<uint64_t> hist;
+    try {
+        hist.assign(static_cast<size_t>(bins), 0);
+    } catch (const std::bad_alloc&) {
+        throw PIVerror::ALLOCATION_FAILED;
+    }
     for (uint64_t y = 0; y < img.height(); y++) {
         const T* r = img.scanLine<T>(y);
         for (uint64_t x = 0; x < img.width(); x++) {
@@ -515,7 +521,12 @@ bool Image2D::dynamicClipping(float lo, float hi) {
         } else {
             double scale = range > 0 ? 255.0 / static_cast<double>(range) : 0.0;
             if (!(scale > 0.0) || range >= 129) scale = 1.0;
-            std::vector<uint32_t> table(static_cast<size_t>(static_cast<int64_t>(maximum) + 1));
+            std::vector<uint32_t> table;
+            try {
+                table.resize(static_cast<size_t>(static_cast<int64_t>(maximum) + 1));
+            } catch (const std::bad_alloc&) {
+                throw PIVerror::ALLOCATION_FAILED;
+            }
             for (int64_t v = 0; v < static_cast<int64_t>(table.size()); v++) {
                 if (v <= low)
                     table[static_cast<size_t>(v)] = 0;

@@ -142,6 +142,8 @@ int Poles(int degree, double poles[4]) {
 }
 
 int Weights(double x, int degree, double* weights) {
+    // Far-off or NaN points (only reachable with mirroring) fold like 0.
+    if (!(std::fabs(x) < 1e9)) x = 0.0;
     // Odd degrees centre the support on floor(x), even ones on the nearest
     // sample; u is then the offset into the first unit interval.
     const double base = (degree & 1) ? std::floor(x) : std::floor(x + 0.5);
@@ -221,6 +223,8 @@ double InterpolatedSplineValue2D(const float* c, int width, int height, double x
         return 0.0;
     }
     if (degree <= 1) {
+        if (!(std::fabs(x) < 1e9)) x = 0.0;
+        if (!(std::fabs(y) < 1e9)) y = 0.0;
         x -= kShiftedLinearTau;
         y -= kShiftedLinearTau;
         const double fi = std::floor(x), fj = std::floor(y);

@@ -223,6 +223,10 @@ TEST(Interpolation, OutsidePointsAreBlackOrWhite) {
     EXPECT_EQ(interp.interpolatedPixel(img, 3.0f, 9.5f, true), 255.0f);
     interp.setFlagMirroring(true);
     EXPECT_NE(interp.interpolatedPixel(img, -0.5f, 3.0f, true), 255.0f);
+    // Mirroring hands any point to the kernel; wild ones must stay harmless.
+    EXPECT_TRUE(std::isfinite(interp.interpolatedPixel(img, NAN, 1e30f, false)));
+    interp.setInterpolationMethod(PIV::INTERPOLATE_SHIFTED_LINEAR, 1);
+    EXPECT_TRUE(std::isfinite(interp.interpolatedPixel(img, -1e30f, NAN, false)));
 }
 
 TEST(Interpolation, MethodFourRunsBilinear) {
