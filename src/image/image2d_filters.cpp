@@ -71,10 +71,33 @@ void _forEachLine(Image2D& img, bool alongRows, StoreRule rule, F&& fn) {
 
 // ---- median ------------------------------------------------------------------
 
+// The k-th smallest of v[0..n) by Wirth's partitioning, which on these few
+// values beats the general-purpose selection severalfold. Exact: the value
+// returned is an element of v.
+template <typename T>
+inline T _select(T* v, int n, int k) {
+    int l = 0, m = n - 1;
+    while (l < m) {
+        const T x = v[k];
+        int i = l, j = m;
+        do {
+            while (v[i] < x) i++;
+            while (x < v[j]) j--;
+            if (i <= j) {
+                std::swap(v[i], v[j]);
+                i++;
+                j--;
+            }
+        } while (i <= j);
+        if (j < k) l = i;
+        if (k < i) m = j;
+    }
+    return v[k];
+}
+
 template <typename T, int N>
 inline T _middle(T* v) {
-    std::nth_element(v, v + N / 2, v + N);
-    return v[N / 2];
+    return _select(v, N, N / 2);
 }
 
 template <typename T, int R>
@@ -114,8 +137,7 @@ void _medianMasked(Image2D& img, const Image2D& src, const Image2D& mask) {
                 for (int64_t dx = -R; dx <= R; dx++)
                     if (mr[x + dx] == 0) v[n++] = row[x + dx];
             }
-            std::nth_element(v, v + n / 2, v + n);
-            out[x] = v[n / 2];
+            out[x] = _select(v, n, n / 2);
         }
     }
 }

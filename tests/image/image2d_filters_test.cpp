@@ -1,6 +1,7 @@
 // The pre-processing filters of Image2D against small hand-computed images.
 #include <gtest/gtest.h>
 
+#include <algorithm>
 #include <cmath>
 #include <functional>
 #include <string>
@@ -584,4 +585,29 @@ TEST(Threads, OneAndAllGiveTheSameBytes) {
     const Image2D one = run(1);
     const Image2D all = run(0);
     EXPECT_TRUE(one == all);
+}
+
+TEST(Median, MatchesASortedWindowOnNoise) {
+    for (ImageType type : kAllTypes) {
+        SCOPED_TRACE(type);
+        std::vector<float> v(19 * 13);
+        uint32_t s = 99u;
+        for (float& x : v) {
+            s = s * 1664525u + 1013904223u;
+            x = static_cast<float>((s >> 20) % 37);  // many ties
+        }
+        const Image2D src = MakeImage(19, 13, type, v);
+        for (int r : {1, 2}) {
+            Image2D img(src);
+            ASSERT_TRUE(img.medianFilter(r == 2 ? 5 : 3));
+            for (int y = r; y < 13 - r; y++)
+                for (int x = r; x < 19 - r; x++) {
+                    std::vector<float> w;
+                    for (int j = -r; j <= r; j++)
+                        for (int i = -r; i <= r; i++) w.push_back(src.pixel(x + i, y + j));
+                    std::sort(w.begin(), w.end());
+                    EXPECT_EQ(img.pixel(x, y), w[w.size() / 2]) << x << "," << y;
+                }
+        }
+    }
 }
