@@ -611,3 +611,11 @@ TEST(Median, MatchesASortedWindowOnNoise) {
         }
     }
 }
+
+TEST(HistEqual, KeepTypeConvertsBackWithClipping) {
+    Image2D img = MakeImage(16, 16, IMAGE_UINT8, Ramp(256));
+    ASSERT_TRUE(img.histEqual(0, true));
+    EXPECT_EQ(img.type(), IMAGE_UINT8);
+    EXPECT_EQ(img.pixel(0, 0), 1.0f);
+    EXPECT_EQ(img.pixel(15, 15), 255.0f);  // 256 clipped
+}

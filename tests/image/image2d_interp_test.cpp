@@ -407,3 +407,35 @@ TEST(Interpolation, OneThreadAndAllThreadsAgreeBytewise) {
     ASSERT_TRUE(all.translate(0.3, -0.7));
     EXPECT_TRUE(one == all);
 }
+
+TEST(Transform, SkewGoesThroughTheGeneralMapping) {
+    const Fn f = [](double x, double y) { return 10 + x + 3 * y; };
+    Image2D img = AnalyticImage(24, 24, f);
+    img.setInterpolationMethod(PIV::INTERPOLATE_BILINEAR, 2);
+    IMAGE_TRANSFORMATION_CFG cfg;
+    cfg.Enable = true;
+    cfg.SkewX = 10.0;
+    ASSERT_TRUE(img.transform(cfg));
+    // (i, j) samples (i, sin(10 deg) i + j); bilinear is exact on a plane.
+    const double kx = std::sin(10.0 * M_PI / 180.0);
+    for (int j = 1; j < 18; j++)
+        for (int i = 1; i < 22; i++) EXPECT_NEAR(img.pixel(i, j), f(i, kx * i + j), 1e-3);
+}
+
+TEST(Transform, StretchOnlyNeedsASplineMethod) {
+    Messages quiet;
+    const Fn f = [](double x, double y) { return 10 + x + 3 * y; };
+    Image2D img = AnalyticImage(24, 24, f);
+    IMAGE_TRANSFORMATION_CFG cfg;
+    cfg.Enable = true;
+    cfg.StretchX = 0.5;
+    img.setInterpolationMethod(PIV::INTERPOLATE_BILINEAR, 2);
+    EXPECT_FALSE(img.transform(cfg));
+    EXPECT_NE(image_test::LastText(img).find("only spport B-spline"), std::string::npos);
+    img.setInterpolationMethod(PIV::INTERPOLATE_BSPLINE, 5);
+    ASSERT_TRUE(img.transform(cfg));
+    // (i, j) samples (i / 2, j): the spline of degree 5 is exact on a plane
+    // away from the mirrored border.
+    for (int j = 8; j < 16; j++)
+        for (int i = 16; i < 24; i++) EXPECT_NEAR(img.pixel(i, j), f(0.5 * i, j), 1e-3);
+}
