@@ -155,6 +155,81 @@ public:
     bool operator==(const Image2D& other) const;
     bool operator!=(const Image2D& other) const { return !(*this == other); }
 
+    // ---- resampling (image2d_interp.cpp) -------------------------------------
+    // Output pixel (i, j) samples the image at (i + dx, j + dy), so the
+    // content moves by (-dx, -dy). Whole-pixel shifts copy pixels; anything
+    // else interpolates with the image's interpolation method and parameter
+    // and leaves a float image unless retainType.
+    bool translate(double dx, double dy, bool retainType = false);
+    bool translateRotate(double angle, double tx, double ty, double ox, double oy,
+                         bool retainType = false);
+    // A transform of translation only runs translate(TranslateX, -TranslateY):
+    // the record counts y upwards.
+    bool transform(const IMAGE_TRANSFORMATION_CFG& cfg, bool retainType = false);
+    // Samples at (fx i, fy j); spline methods only.
+    bool distortLinear(double fx, double fy, bool retainType = false);
+    // Float images whose pixels are the plain sums of factor x factor cells.
+    bool binning(const Image2D& src, int factor);
+    // split 1 takes half of the source height, 2 a third, 3 a quarter, read
+    // from row `offset` on.
+    bool binnedFrom(const Image2D& src, int fx, int fy, int split, int offset);
+
+    // ---- filters (image2d_filters.cpp, image2d_morph.cpp) --------------------
+    // All work in place, report a null image as 37 and set the changed and
+    // need-stats flags on success. Masks and binary images are 8-bit, a
+    // non-zero pixel being masked (or set).
+    //
+    // Size above 3 is 5 x 5, anything else 3 x 3; the outer 1 or 2 rows and
+    // columns stay as they are.
+    bool medianFilter(int size);
+    // The same, for pixels the mask leaves free, over their free neighbours.
+    bool medianFilterWithMask(const Image2D& mask, int size, bool unused = false);
+    // Box mean over the pixels really inside the box; h 0 means w, sizes
+    // 1..63 (larger ones are capped), even sizes allowed. Integers truncate.
+    bool smooth(int w, int h = 0);
+    bool smooth2x2();
+    // The image minus its box mean; integer results stop at 0.
+    bool highPass(int w, int h = 0);
+    bool smoothGauss(float width, bool centered, float cutOff);
+    bool highPassGauss(float width, float cutOff);
+    enum KernelType { KERNEL_X = 0, KERNEL_Y = 1, KERNEL_XY = 2 };
+    bool convolve(float a, float b, float c, KernelType kind = KERNEL_XY);
+    bool convolveX(float a, float b, float c) { return convolve(a, b, c, KERNEL_X); }
+    bool convolveY(float a, float b, float c) { return convolve(a, b, c, KERNEL_Y); }
+    // Cuts the fractions lo and 1 - hi of the pixels at the ends of the
+    // histogram and stretches what remains.
+    bool dynamicClipping(float lo, float hi);
+    bool histEqual(int bins, bool keepType);
+    bool localMaximum(int w, int h, bool minimum);
+    bool minMaxFilter(int size, int sizeY);
+    bool subtractSlidingMinimum(int w, int h);
+    // Always leaves an 8-bit image: 255 where v >= level.
+    bool binarize(float level, bool normalised);
+    bool expand(const Image2D& src, unsigned long factor);
+    // Fills masked pixels with grey values of free pixels of the same window.
+    bool randomizeMaskedPixels(const Image2D& mask, const SIZE2D& window, const SIZE2D& step,
+                               bool unused = false);
+    bool swapMaskedPixels(Image2D& other, const Image2D& mask, bool invert);
+    bool dilateBinary();
+    bool erodeBinary();
+    bool despeckleBinary();
+    bool createBitMask(Image2D* bits) const;
+
+    // ---- orientation (image2d_morph.cpp) ---------------------------------------
+    // Brings the image from its stored rotation and flip to the given ones.
+    bool rotate(int rotation, int flip, bool fromScratch);
+    bool rotate90();
+    bool rotate180();
+    bool rotate270();
+    bool flipLR();
+    bool flipTB();
+
+    // ---- pre-processing drivers (image2d_preprocess.cpp) -----------------------
+    bool preProcess(const IMAGE_CFG& cfg, bool statusOn, bool noRotate, int page);
+    bool preProcessUsingMaskAndBackground(const IMAGE_CFG& cfg, Image2D* mask, Image2D* background,
+                                          bool statusOn, bool noRotate, int page);
+    bool applyImageFilters(const IMAGE_FILTER_CFG& filter, bool statusOn);
+
     // ---- type change -------------------------------------------------------
     bool to8Bit(bool clip = true);
     bool to16Bit(bool clip = true);

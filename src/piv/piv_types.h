@@ -153,7 +153,9 @@ struct DATA_GRID4D {
 
 struct IMAGEDEF_CFG {
     int32_t Mode;    // 0 Disabled, 1 FinalPass, 2 AllPasses
-    int32_t Method;  // 0 ShiftedLinear, 1 Gauss, 2 BSpline, 3 Bilinear, 4 Polynomial
+    // A PIV::InterpolationMethod, passed on unchanged: 0 ShiftedLinear, 1 Gauss,
+    // 2 BSpline, 3 Bilinear, 4 Sinc, 5 Polynomial.
+    int32_t Method;
     int32_t Order;
     int32_t Passes;
     float MinDeviation;
