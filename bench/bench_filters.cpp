@@ -5,6 +5,7 @@
 
 #include <cstdint>
 
+#include "bench_frames.h"
 #include "image2d.h"
 #include "piv_util.h"
 
@@ -14,24 +15,10 @@ constexpr int kWidth = 2560;
 constexpr int kHeight = 2160;
 const int64_t kPixels = int64_t(kWidth) * kHeight;
 
-// 12-bit noise from a fixed linear congruential sequence, like a camera frame.
-Image2D CameraFrame() {
-    Image2D img(kWidth, kHeight, IMAGE_UINT16);
-    uint32_t s = 12345u;
-    for (int y = 0; y < kHeight; y++) {
-        uint16_t* row = img.scanLine<uint16_t>(static_cast<uint64_t>(y));
-        for (int x = 0; x < kWidth; x++) {
-            s = s * 1664525u + 1013904223u;
-            row[x] = static_cast<uint16_t>(s >> 20);
-        }
-    }
-    return img;
-}
-
 // Every translate builds its own coefficients: the prefilter is in the figure.
 void BM_BSplineTranslate(benchmark::State& state) {
     PIV::SetMaxThreads(static_cast<int>(state.range(0)));
-    const Image2D frame = CameraFrame();
+    const Image2D frame = bench::CameraFrame(kWidth, kHeight);
     Image2D img;
     for (auto _ : state) {
         state.PauseTiming();
@@ -48,7 +35,7 @@ BENCHMARK(BM_BSplineTranslate)->Arg(1)->Arg(0)->Unit(benchmark::kMillisecond)->U
 
 void BM_Median5x5(benchmark::State& state) {
     PIV::SetMaxThreads(static_cast<int>(state.range(0)));
-    const Image2D frame = CameraFrame();
+    const Image2D frame = bench::CameraFrame(kWidth, kHeight);
     Image2D img;
     for (auto _ : state) {
         state.PauseTiming();
