@@ -6,6 +6,12 @@
 #include "piv_error.h"
 #include "piv_types.h"
 
+namespace PIV {
+// The evaluation method as parameter and data files name it, e.g.
+// "multigrid with image-deformation".
+const char* MethodDescription(const PIVEVAL_CFG& cfg);
+}  // namespace PIV
+
 class PIV_Parameters {
 public:
     PIV_Parameters();

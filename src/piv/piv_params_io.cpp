@@ -6,6 +6,7 @@
 #include <cstdio>
 
 #include "asciiparfile.h"
+#include "piv_params.h"
 #include "piv_record.h"
 
 namespace {
@@ -119,19 +120,6 @@ void _serializeImageCfg(ASCIIParFile& f, IMAGE_CFG& c, bool comments) {
     f.endGroup();
 }
 
-const char* _methodDescription(const PIVEVAL_CFG& c) {
-    const bool deform = c.ImageMapping2D.Mode != 0;
-    switch (c.Method) {
-        case 1:
-            return deform ? "multiple-pass with image-deformation"
-                          : "multiple-pass cross-correlation";
-        case 2:
-            return deform ? "multigrid with image-deformation" : "multigrid cross-correlation";
-        default:
-            return "single-pass cross-correlation";
-    }
-}
-
 // `name` is the group without its underscore, as the comments spell it.
 void _serializeImageDef(ASCIIParFile& f, const char* name, IMAGEDEF_CFG& d, bool comments) {
     char text[160];
@@ -181,7 +169,7 @@ void _serializeEvalCfg(ASCIIParFile& f, PIVEVAL_CFG& c, bool comments) {
     f.serialize("Method", &c.Method);
     // Derived from Method for a human reader; what a file says here is dropped.
     char description[64];
-    PIV::CopyText(description, _methodDescription(c));
+    PIV::CopyText(description, PIV::MethodDescription(c));
     _string(f, "MethodDescription", description);
     f.serialize("Passes", &c.Passes);
 
@@ -325,6 +313,19 @@ void _serializePostProcessCfg(ASCIIParFile& f, POSTPROCESS_CFG& c, bool comments
 }
 
 }  // namespace
+
+const char* PIV::MethodDescription(const PIVEVAL_CFG& c) {
+    const bool deform = c.ImageMapping2D.Mode != 0;
+    switch (c.Method) {
+        case 1:
+            return deform ? "multiple-pass with image-deformation"
+                          : "multiple-pass cross-correlation";
+        case 2:
+            return deform ? "multigrid with image-deformation" : "multigrid cross-correlation";
+        default:
+            return "single-pass cross-correlation";
+    }
+}
 
 int PIV::SerializePivParameters(ASCIIParFile* file, PIV_PARAMETERS* params, bool comments) {
     if (!file || !params) return 0;

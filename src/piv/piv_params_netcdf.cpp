@@ -11,7 +11,9 @@
 #include "piv_file.h"
 #include "piv_messages.h"
 #include "piv_ncfile.h"
+#include "piv_params.h"
 #include "piv_units.h"
+#include "piv_util.h"
 
 namespace {
 
@@ -24,24 +26,6 @@ bool _contains(const char* text, const char* what) {
     std::string s(text);
     for (char& c : s) c = char(std::tolower(static_cast<unsigned char>(c)));
     return s.find(what) != std::string::npos;
-}
-
-void _replaceBackslashes(char* text) {
-    for (; *text; text++)
-        if (*text == '\\') *text = '/';
-}
-
-const char* _methodDescription(const PIVEVAL_CFG& c) {
-    const bool deform = c.ImageMapping2D.Mode != 0;
-    switch (c.Method) {
-        case 1:
-            return deform ? "multiple-pass with image-deformation"
-                          : "multiple-pass cross-correlation";
-        case 2:
-            return deform ? "multigrid with image-deformation" : "multigrid cross-correlation";
-        default:
-            return "single-pass cross-correlation";
-    }
 }
 
 const char* _peakFitText(int type) {
@@ -130,7 +114,7 @@ void _serializeEvalCfg(MyNcFile& f, PIVEVAL_CFG& c) {
         if (r.front < r.back) std::swap(r.front, r.back);
     }
     f.serializeInt("ev_num_passes", &c.Passes);
-    if (_text(f, "ev_method", _methodDescription(c), text, sizeof(text)) && !f.isWriting()) {
+    if (_text(f, "ev_method", PIV::MethodDescription(c), text, sizeof(text)) && !f.isWriting()) {
         c.Method = _contains(text, "multigrid") ? 2 : _contains(text, "multiple-pass") ? 1 : 0;
         if (_contains(text, "image-def")) c.ImageMapping2D.Mode = 1;
     }
@@ -353,7 +337,7 @@ void _addContent(MyNcFile& f) {
 
 void _fileName(MyNcFile& f, const char* name, char* text, int size, bool* enable) {
     if (f.isWriting()) {
-        _replaceBackslashes(text);
+        PIV::ReplaceBackslashes(text);
         if (std::strlen(text) > 1) f.serializeString(name, text, size);
         return;
     }
@@ -361,7 +345,7 @@ void _fileName(MyNcFile& f, const char* name, char* text, int size, bool* enable
         text[0] = '\0';
         if (enable) *enable = false;
     } else {
-        _replaceBackslashes(text);
+        PIV::ReplaceBackslashes(text);
     }
 }
 
