@@ -59,6 +59,22 @@ public:
     // differentiation, mask, statistics.
     bool postProcess(const PIV_Parameters* parameters, const Image2D* mask, bool force);
 
+    // ---- between grids (piv_data2d_interp.cpp) -----------------------------
+    // The displacement at image point (x, y) of step t, bilinear between the
+    // four surrounding nodes by the grid's first node and step. Disabled
+    // nodes (without VECTOR_ENABLED) are left out and the weights of the
+    // others renormalised; false when none of the four is enabled, or for a
+    // null field. Outside the grid the point is moved onto the nearest edge
+    // of the node hull, so the outermost nodes extend as constants.
+    bool interpolateVector(double x, double y, int t, double* dx, double* dy) const;
+    // Takes the displacements of `source` at this field's nodes: node by
+    // node on the same grid, otherwise interpolated with `method` (a
+    // PIV::InterpolationMethod; 2 B-spline, others bilinear). With `add`
+    // they are added to what the nodes hold. Every peak takes the new
+    // displacement with snr as value. Error 14 when this field has more time
+    // steps than a multi-step source.
+    bool updateShift(const PIV_DataBase& source, bool add, int method);
+
     // ---- files ------------------------------------------------------------
     // By cfg.OutputFormat: 3 native NetCDF, 4 PIVNET2; 0 to 2 (Tecplot and
     // ASCII) are not available yet (error 11); anything else fails.
