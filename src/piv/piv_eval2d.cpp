@@ -284,24 +284,6 @@ bool PIV_Eval2D::evalSinglePass() {
     return true;
 }
 
-bool PIV_Eval2D::evalMultiPass(bool) {
-    m_error.setMessage("evalMultiPass() - multi-pass evaluation is not available");
-    m_error.handleError(PIVerror::FUNCTION_NOT_AVAILABLE, "evalMultiPass()");
-    return false;
-}
-
-bool PIV_Eval2D::evalMultiGrid() {
-    m_error.setMessage("evalMultiGrid() - multi-grid evaluation is not available");
-    m_error.handleError(PIVerror::FUNCTION_NOT_AVAILABLE, "evalMultiGrid()");
-    return false;
-}
-
-bool PIV_Eval2D::evalImageDef() {
-    m_error.setMessage("evalImageDef() - image deformation is not available");
-    m_error.handleError(PIVerror::FUNCTION_NOT_AVAILABLE, "evalImageDef()");
-    return false;
-}
-
 void PIV_Eval2D::adjustSamplingWindow(int x, int y, PIV_Corr2D* correlator) {
     size_t which = 0;
     while (which < m_corr.size() && m_corr[which] != correlator) which++;

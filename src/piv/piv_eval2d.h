@@ -5,10 +5,12 @@
 
 #include <vector>
 
+#include "image2d.h"
+#include "image2d_deformation.h"
 #include "piv_corr2d.h"
 #include "piv_eval2d_base.h"
 
-class Image2D;
+struct MULTIGRID_LEVEL;
 class PIV_ImagePair;
 
 class PIV_Eval2D : public PIV_Eval2D_Base {
@@ -61,12 +63,42 @@ public:
     // than half a window; restores the full window elsewhere.
     void adjustSamplingWindow(int x, int y, PIV_Corr2D* correlator);
 
+    // ---- image deformation (piv_eval2d_imagedef.cpp) -------------------------
+    // Warps the first image by +half and the second by -half of the field
+    // (speckle data: the first stays, the second takes all of it).
+    bool deformImagePair(PIV_Data2D* field, bool finalPass);
+    // Correlates the deformed images at the field's nodes and adds what
+    // they still show to the field.
+    bool processDeformedImages(PIV_Data2D* field);
+    bool copyImagesToDeformedImages();
+    const Image2D& deformedImageA() const { return m_defImgA; }
+    const Image2D& deformedImageB() const { return m_defImgB; }
+
+    // ---- outliers after a multi-grid run (piv_eval2d_multipass.cpp) ----------
+    // Correlates again, with windows of `size`, every node of `data` flagged
+    // outlier or interpolated; the new result plus `oldVectors` at the node
+    // (when `nodes` matches the field; null counts as zero) replaces it.
+    // Returns how many were re-evaluated.
+    int reevaluateDisabledVectors(const Image2D* a, const Image2D* b, PIV_Data2D* data,
+                                  const PIVEVAL_CFG& cfg, const SIZE2D& size,
+                                  const PIV_VECTOR* oldVectors, int nodes);
+
 protected:
     const Image2D* postProcessMask() const override { return m_useMask ? m_pMaskA : nullptr; }
     bool evalSinglePass();
     bool evalMultiPass(bool deformLastPass);
     bool evalMultiGrid();
     bool evalImageDef();
+    // One level of a multi-grid run; false ends the run.
+    bool multiGridLevel(const MULTIGRID_LEVEL& level, int index, int count, PIV_PARAMETERS& params,
+                        PIV_Data2D& coarse, std::vector<PIV_VECTOR>& predictor);
+    // The sample list of a grid in node order, offsets zero.
+    bool buildSampleList(const DATA_GRID4D& grid, std::vector<CORR_SAMPLE_POS>& samples,
+                         const char* where);
+    void setIntermediateProcessing(bool on);
+    // Stores the deformed pair as "<prefix>_<pass>_1.tif" and "_2.tif", in
+    // 8 or 16 bits as the largest value of the input needs.
+    void saveDeformedImagePair(const char* prefix, int pass, double maximum);
     // The masks as a sample list wants them: none unless in use, and the
     // second only when it is a mask of its own.
     const Image2D* listMaskA() const { return m_useMask ? m_pMaskA : nullptr; }
@@ -82,5 +114,14 @@ protected:
     const Image2D* m_pMaskB = nullptr;
     bool m_useSecondMask = false;
     bool m_crossPairCorrelation = false;
+
+    // Between passes of a multi-pass run: the last result and the offsets
+    // its windows were taken with, one per node.
+    std::vector<PIV_VECTOR> m_tmpData;
+    std::vector<POINT2D> m_tmpOffset;
+    // The warped pair and one deformer per frame, whose spline
+    // coefficients of the source stay between passes.
+    Image2D m_defImgA, m_defImgB;
+    Image2D_Deformation m_deformA, m_deformB;
 };
 

@@ -10,6 +10,7 @@
 #include "piv_types.h"
 
 class Image2D;
+class Image2D_Deformation;
 
 class PIV_Eval2D_Base {
 public:
@@ -63,6 +64,13 @@ public:
     const char* getLastError() const { return m_error.getLastError(); }
     int getLastErrorCode() const { return m_error.getLastErrorCode(); }
     PIVerror& error() { return m_error; }
+
+    // Warps `src` into `dst` by `factor` times the field (see
+    // Image2D_Deformation); with a mask on the final pass, masked pixels keep
+    // their value.
+    bool deformImage(const Image2D* src, Image2D* dst, const Image2D* mask,
+                     Image2D_Deformation* deformer, PIV_Data2D* field, double factor,
+                     bool finalPass);
 
 protected:
     // The mask whose nodes post-processing marks; none in the base.
