@@ -8,6 +8,12 @@
 
 #include "piv_database.h"
 
+namespace PIV {
+// The complementary error function of the Chauvenet test: a series below
+// 2.2, a continued fraction above, both to 1e-12.
+double erfc(double x);
+}  // namespace PIV
+
 class PIV_Data2D : public PIV_DataBase {
 public:
     PIV_Data2D();
@@ -59,6 +65,60 @@ public:
     // differentiation, mask, statistics.
     bool postProcess(const PIV_Parameters* parameters, const Image2D* mask, bool force);
 
+    // ---- validation and outlier replacement ----------------------------------
+    // Tags are one byte per node: 0 good or untested, 4 interpolated in this
+    // pass, above 7 rejected. Tests return the number of vectors they reject.
+
+    // Stores cfg as the field's record and validates; with `force` every
+    // vector not edited by hand starts over from its first peak. A field
+    // without raw data gives false.
+    bool validate(const OUTLIER_CFG& cfg, bool force);
+    // The pass loop: tests, lower peaks, interpolation, until nothing
+    // changes. Returns the number of vectors left outlier, interpolated or
+    // taken from a lower peak; -1 when out of memory.
+    int validatePivData(const OUTLIER_CFG& cfg);
+    // One round of every switched-on test; pass counts from 1.
+    int detectOutliers(unsigned char* tags, int pass);
+    int checkZeroLength(unsigned char* tags);
+    int checkMagnitude(unsigned char* tags);
+    int checkGradient(unsigned char* tags);
+    int doChauvenetTest(unsigned char* tags);
+    int doZScoreTest(unsigned char* tags);
+    int checkMedian(unsigned char* tags);
+    int checkNormalizedMedian(unsigned char* tags);
+    int checkDynMean(unsigned char* tags);
+    int checkGlobalHist(unsigned char* tags);
+    int checkSNR(unsigned char* tags);
+    int checkPeakRatio(unsigned char* tags, int pass);
+    int checkMinCorrelation(unsigned char* tags, int pass);
+    int check3CResiduals(unsigned char* tags, int pass);
+    // Replaces the rejected nodes (tagged, or outside a validation the ones
+    // flagged VECTOR_OUTLIER, with `editedOnly` also VECTOR_EDITED) by the
+    // mean of their good neighbours or a Gaussian-weighted mean of the nodes
+    // within four; returns how many, -1 when out of memory.
+    int interpolateOutliers(bool editedOnly);
+    int interpolateAllDisabled() { return interpolateOutliers(true); }
+    // Fills disabled zero vectors of the first plane, as a mask leaves them,
+    // from the enabled nodes of the 5 by 5 block around; returns how many.
+    int interpolateMaskedVectors();
+    // Disables enabled vectors farther than factor standard deviations from
+    // the mean of a series in x or y; returns how many, -1 on error.
+    int validateAgainstMean(const PIV_DataBase* mean, const PIV_DataBase* stdDev, float factor);
+    const OUTLIER_CFG& outlierCfg() const { return m_params.outlier; }
+
+    // ---- filters and differentials --------------------------------------------
+    // The nine gradients of u, v (sx, sy for speckle data) by line integrals
+    // around each interior node, in physical units; edges and outliers hold zeros.
+    bool differentiate();
+    // Median of the 3x3 (kernel below 4) or 5x5 neighbourhood of every
+    // enabled vector; once per field.
+    bool medianFilter(int kernel, bool flag = false);
+    // Box mean of half-size kernel / 2, clipped at the edges; once per field.
+    bool smooth(int kernel, bool flag = false);
+    // Gaussian of the given width in nodes, cut where the weight falls to
+    // cutOff (0 < cutOff <= 1); once per field, as is smooth.
+    bool smoothGauss(double width, double cutOff, bool flag = false);
+
     // ---- files ------------------------------------------------------------
     // By cfg.OutputFormat: 3 native NetCDF, 4 PIVNET2; 0 to 2 (Tecplot and
     // ASCII) are not available yet (error 11); anything else fails.
@@ -68,13 +128,13 @@ public:
     bool read(const char* fileName) { return load(fileName); }
     // The vector quantities of a native-layout file; -1 reads all steps.
     bool readVectorData(PIV_NcFile& file, int timeStep);
-    bool readEUROPIV(PIV_NcFile& file, PIV_PARAMETERS& params, SIZE3D& imageSize,
-                     bool sizeKnown);
-    bool readPIVNET2(PIV_NcFile& file, PIV_PARAMETERS& params, SIZE3D& imageSize,
-                     bool sizeKnown);
+    bool readEUROPIV(PIV_NcFile& file, PIV_PARAMETERS& params, SIZE3D& imageSize, bool sizeKnown);
+    bool readPIVNET2(PIV_NcFile& file, PIV_PARAMETERS& params, SIZE3D& imageSize, bool sizeKnown);
 
 private:
     bool inside(int row, int col, int t) const;
+    // The tags array of validation, sized to the nodes; false when out of memory.
+    bool allocTags();
 
     uint32_t m_refCount = 1;
 };
