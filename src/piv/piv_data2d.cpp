@@ -132,13 +132,7 @@ bool PIV_Data2D::postProcess(const PIV_Parameters* parameters, const Image2D* ma
     bool validationRan = false;
     if (m_allowPostProcess) {
         if (force || m_needsValidation || !m_validated) {
-            if (m_params.outlier.Enable) {
-                // Outlier detection is not in the library yet: a field that
-                // asks for it must not pass as validated.
-                m_error.setMessage("postProcess() - outlier validation is not available");
-                m_error.handleError(PIVerror::FUNCTION_NOT_AVAILABLE, "postProcess()");
-                return false;
-            }
+            if (!validate(m_params.outlier, true)) return false;
             validationRan = true;
             m_needsValidation = false;
             m_needsConversion = true;
@@ -152,11 +146,10 @@ bool PIV_Data2D::postProcess(const PIV_Parameters* parameters, const Image2D* ma
         m_needsConversion = false;
         m_needsValidation = false;
     }
-    const bool differentiate = m_allowPostProcess
+    const bool needsDifferentials = m_allowPostProcess
                                    ? (validationRan || conversionPending || differentiationPending)
                                    : (m_needsDifferentiation || force);
-    if (differentiate)
-        PrintWarning("postProcess() - differentials are not available; the field has none");
+    if (needsDifferentials && !differentiate()) return false;
     if (mask) maskOutVectors(*mask);
     doStatistics();
     m_dataType |= m_analysisMode == PIV::ANALYSIS_SPECKLE ? PIV::DATA_SPECKLE : PIV::DATA_VELOCITY;

@@ -111,13 +111,17 @@ public:
     // around each interior node, in physical units; edges and outliers hold zeros.
     bool differentiate();
     // Median of the 3x3 (kernel below 4) or 5x5 neighbourhood of every
-    // enabled vector; once per field.
-    bool medianFilter(int kernel, bool flag = false);
+    // enabled vector; disabled vectors feed the medians but keep their
+    // values. Once per field; the last argument has no effect.
+    bool medianFilter(int kernel, bool unused = false);
     // Box mean of half-size kernel / 2, clipped at the edges; once per field.
-    bool smooth(int kernel, bool flag = false);
+    // Disabled vectors take part in the sums only with `useDisabled`; only
+    // enabled vectors take the result.
+    bool smooth(int kernel, bool useDisabled = false);
     // Gaussian of the given width in nodes, cut where the weight falls to
-    // cutOff (0 < cutOff <= 1); once per field, as is smooth.
-    bool smoothGauss(double width, double cutOff, bool flag = false);
+    // cutOff (0 < cutOff <= 1); once per field, as is smooth, with the same
+    // rule for disabled vectors.
+    bool smoothGauss(double width, double cutOff, bool useDisabled = false);
     // ---- between grids (piv_data2d_interp.cpp) -----------------------------
     // The displacement at image point (x, y) of step t, bilinear between the
     // four surrounding nodes by the grid's first node and step. Disabled

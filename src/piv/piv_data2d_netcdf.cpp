@@ -77,7 +77,8 @@ public:
                 for (int r = 0; r < ny; r++) {
                     const int row = m_flip ? ny - 1 - r : r;
                     for (int i = 0; i < nx; i++) {
-                        const PIV_VECTOR& v = all[perStep * t + long(nx) * (row + long(ny) * k) + i];
+                        const PIV_VECTOR& v =
+                            all[perStep * t + long(nx) * (row + long(ny) * k) + i];
                         for (int c = 0; c < comps; c++, n++) {
                             const double x = value(v, c);
                             if (type == ncByte)
@@ -104,8 +105,7 @@ public:
         }
     }
 
-    NcVar* write(const char* name, NcType type, const NcDim* extra, int comps,
-                 const Value& value) {
+    NcVar* write(const char* name, NcType type, const NcDim* extra, int comps, const Value& value) {
         NcVar* var = create(name, type, extra);
         put(var, type, comps, value);
         return var;
@@ -257,9 +257,8 @@ void PIV_DataBase::writeNetCDF(PIV_NcFile& file, const char* longName, int timeS
     const double minZ = v[0].iz;
     double spX = 0, spY = 0, spZ = 0;
     const double maxX = corner(nx, minX, nx > 1 ? v[1].ix : minX, v[nx - 1].ix, g.step.width, spX);
-    const double maxY =
-        corner(ny, minY, ny > 1 ? image.height - v[long(ny - 2) * nx].iy : minY,
-               image.height - v[0].iy, g.step.height, spY);
+    const double maxY = corner(ny, minY, ny > 1 ? image.height - v[long(ny - 2) * nx].iy : minY,
+                               image.height - v[0].iy, g.step.height, spY);
     const double maxZ = corner(nz, minZ, nz > 1 ? v[long(nx) * ny].iz : minZ,
                                v[long(nx) * ny * (nz - 1)].iz, g.step.depth, spZ);
     file.add_att("ev_IS_grid_distance_x", int(std::lround(spX)));
@@ -293,30 +292,31 @@ void PIV_DataBase::writeNetCDF(PIV_NcFile& file, const char* longName, int timeS
     w.put(piv, ncFloat, comps, [](const PIV_VECTOR& x, int c) { return _component(x, 0, c); });
 
     if (coordsPixel)
-        w.write("piv_coords_pixel", ncFloat, coordsPixel, 2, [](const PIV_VECTOR& x, int c) {
-            return c == 0 ? double(x.ix) : double(x.iy);
-        });
-    w.write("piv_flags", ncByte, nullptr, 1, [](const PIV_VECTOR& x, int) { return x.flag; })
-        ->add_att("long_name", "validation flags");
+        w.write("piv_coords_pixel", ncFloat, coordsPixel, 2,
+                [](const PIV_VECTOR& x, int c) { return c == 0 ? double(x.ix) : double(x.iy); });
+    w.write("piv_flags", ncByte, nullptr, 1, [](const PIV_VECTOR& x, int) {
+         return x.flag;
+     })->add_att("long_name", "validation flags");
     if (haveMultiplePeaks() && m_numberOfPeaks > 1) {
         file.add_att("number_of_peaks", m_numberOfPeaks);
         for (int p = 0; p < std::min(m_numberOfPeaks, 3); p++) {
             char name[32];
             std::snprintf(name, sizeof(name), "piv_peak%d", p + 1);
-            w.write(name, ncFloat, peakComps, 3,
-                    [p](const PIV_VECTOR& x, int c) { return (&x.peak[p].x)[c]; })
-                ->add_att("long_name", "shift_x shift_y corr_coeff");
+            w.write(name, ncFloat, peakComps, 3, [p](const PIV_VECTOR& x, int c) {
+                 return (&x.peak[p].x)[c];
+             })->add_att("long_name", "shift_x shift_y corr_coeff");
         }
     }
-    w.write("piv_correlation_coeff", ncFloat, nullptr, 1,
-            [](const PIV_VECTOR& x, int) { return x.corr; })
-        ->add_att("long_name", "maximum correlation coefficient");
-    w.write("piv_snr_data", ncFloat, nullptr, 1, [](const PIV_VECTOR& x, int) { return x.snr; })
-        ->add_att("long_name", "signal-to-noise ratio of peak correlation");
+    w.write("piv_correlation_coeff", ncFloat, nullptr, 1, [](const PIV_VECTOR& x, int) {
+         return x.corr;
+     })->add_att("long_name", "maximum correlation coefficient");
+    w.write("piv_snr_data", ncFloat, nullptr, 1, [](const PIV_VECTOR& x, int) {
+         return x.snr;
+     })->add_att("long_name", "signal-to-noise ratio of peak correlation");
     if (m_3CResiduals)
-        w.write("piv_3c_residuals", ncFloat, nullptr, 1,
-                [](const PIV_VECTOR& x, int) { return x.residual; })
-            ->add_att("long_name", "residuals from 3-C stereo reconstruction");
+        w.write("piv_3c_residuals", ncFloat, nullptr, 1, [](const PIV_VECTOR& x, int) {
+             return x.residual;
+         })->add_att("long_name", "residuals from 3-C stereo reconstruction");
     if (m_statisticsData) {
         NcVar* count = w.write("vector_count", ncInt, nullptr, 1,
                                [](const PIV_VECTOR& x, int) { return x.count; });
@@ -359,14 +359,13 @@ void PIV_DataBase::writeNetCDF(PIV_NcFile& file, const char* longName, int timeS
         writeDifferentials(file, w.dims.data(), int(w.dims.size()), span.t0, span.t1);
 }
 
-void PIV_DataBase::writeDifferentials(PIV_NcFile& file, const NcDim* const* dims, int ndims,
-                                      int t0, int t1) {
+void PIV_DataBase::writeDifferentials(PIV_NcFile& file, const NcDim* const* dims, int ndims, int t0,
+                                      int t1) {
     const int nx = m_grid.nodes.width, ny = m_grid.nodes.height;
     const int nz = std::max(1, m_grid.nodes.depth);
     const int last = ndims - 1;
     if (dims[last]->size() != nx || dims[last - 1]->size() != ny || dims[last - 2]->size() != nz) {
-        file.error().setMessage(
-            "saveDifferentials() - mismatch between netCDF file and data grid");
+        file.error().setMessage("saveDifferentials() - mismatch between netCDF file and data grid");
         throw PIVerror::GRID_MISMATCH;
     }
     using DiffValue = std::function<double(const DIFFERENTIALS&)>;
@@ -425,8 +424,8 @@ void PIV_DataBase::writeDifferentials(PIV_NcFile& file, const NcDim* const* dims
             for (int k = 0; k < nz; k++)
                 for (int r = 0; r < ny; r++)
                     for (int i = 0; i < nx; i++)
-                        buffer[n++] = float(item.value(
-                            m_diff[size_t(perStep * t + long(nx) * (ny - 1 - r + long(ny) * k) + i)]));
+                        buffer[n++] = float(item.value(m_diff[size_t(
+                            perStep * t + long(nx) * (ny - 1 - r + long(ny) * k) + i)]));
         std::unique_ptr<long[]> edges(var->edges());
         if (!var->put(buffer, edges.get())) {
             file.error().setMessage("variable could not be written: '%s'", item.name);
@@ -534,8 +533,10 @@ void PIV_DataBase::writePIVNET2(PIV_NcFile& file, const char* longName, int time
         w.put(var, type, 1, value);
     };
     const char* d = "savePIVNET2_PIVdata()";
-    data(d, "dx", ncFloat, "pixel", "Displacement X", [](const PIV_VECTOR& x, int) { return x.dx; });
-    data(d, "dy", ncFloat, "pixel", "Displacement Y", [](const PIV_VECTOR& x, int) { return x.dy; });
+    data(d, "dx", ncFloat, "pixel", "Displacement X",
+         [](const PIV_VECTOR& x, int) { return x.dx; });
+    data(d, "dy", ncFloat, "pixel", "Displacement Y",
+         [](const PIV_VECTOR& x, int) { return x.dy; });
     if (is3C())
         data(d, "dz", ncFloat, "pixel", "Displacement Z",
              [](const PIV_VECTOR& x, int) { return x.dz; });

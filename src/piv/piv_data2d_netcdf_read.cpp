@@ -50,8 +50,7 @@ bool PIV_Data2D::save(const char* fileName, int timeStep, const OUTPUT_CFG& cfg)
     OUTPUT_CFG& o = m_outputCfg;
     if ((o.StoreDifferentials || o.StoreVorticity || o.StoreShear || o.StoreNStrain ||
          o.StoreLambda2 || o.StoreDiscriminant || o.StoreEnstrophy) &&
-        (m_diff.size() < m_nodeCount || m_diffCount < m_nodeCount)) {
-        // Differentiation is not in the library yet: this is its failure path.
+        (m_diff.size() < m_nodeCount || m_diffCount < m_nodeCount) && !differentiate()) {
         m_error.setMessage("save() - failed in calculation of differentials");
         m_error.handleError(PIVerror::OPERATION_FAILED, "save()");
         o.StoreDifferentials = o.StoreVorticity = o.StoreShear = o.StoreNStrain = false;
@@ -86,7 +85,8 @@ bool PIV_Data2D::load(const char* fileName) {
     PIV::ReadParameters(fileName, &params, 0);
     try {
         PIV_NcFile file(fileName);
-        if (!file.is_valid() || (!file.isPivData() && file.format() != PIV_NcFile::FORMAT_PIVNET2)) {
+        if (!file.is_valid() ||
+            (!file.isPivData() && file.format() != PIV_NcFile::FORMAT_PIVNET2)) {
             m_error.setMessage("load(%s)", fileName);
             throw PIVerror::INVALID_FILE_CONTENT;
         }
@@ -146,7 +146,8 @@ bool PIV_Data2D::load(const char* fileName) {
             for (int k = 0; k < nz; k++)
                 for (int j = 0; j < ny; j++)
                     for (int i = 0; i < nx; i++) {
-                        PIV_VECTOR& v = m_vectors[size_t(perStep * t + long(nx) * (j + long(ny) * k) + i)];
+                        PIV_VECTOR& v =
+                            m_vectors[size_t(perStep * t + long(nx) * (j + long(ny) * k) + i)];
                         v.iy = image.height - origin[1] - (ny - 1 - j) * step.height;
                         v.ix = origin[0] + i * step.width;
                         v.iz = origin[2] + k * g.step.depth;
@@ -154,9 +155,9 @@ bool PIV_Data2D::load(const char* fileName) {
                         v.y = float(image.height - v.iy);
                         v.z = float(v.iz);
                     }
-        DebugPrintExt(2, "  Grid info   x:[%d,%d]  y:[%d,%d]  z:[%d,%d]  step:[%d,%d]",
-                      origin[0], lastX, origin[1], lastY, origin[2],
-                      origin[2] + (nz - 1) * g.step.depth, step.width, step.height);
+        DebugPrintExt(2, "  Grid info   x:[%d,%d]  y:[%d,%d]  z:[%d,%d]  step:[%d,%d]", origin[0],
+                      lastX, origin[1], lastY, origin[2], origin[2] + (nz - 1) * g.step.depth,
+                      step.width, step.height);
         m_params = params;
         m_params.eval.grid = m_grid;
         const bool ok = file.format() == PIV_NcFile::FORMAT_PIVNET2
@@ -232,7 +233,8 @@ bool PIV_Data2D::readVectorData(PIV_NcFile& file, int timeStep) {
             for (int k = 0; k < nz; k++)
                 for (int j = 0; j < ny; j++)
                     for (int i = 0; i < nx; i++) {
-                        PIV_VECTOR& v = m_vectors[size_t(perStep * t + long(nx) * (j + long(ny) * k) + i)];
+                        PIV_VECTOR& v =
+                            m_vectors[size_t(perStep * t + long(nx) * (j + long(ny) * k) + i)];
                         v.ix = int(std::lround(lo[0] + i * sp[0]));
                         v.iy = int(std::lround(image.height - (lo[1] + (ny - 1 - j) * sp[1])));
                         v.iz = int(std::lround(lo[2] + k * sp[2]));
@@ -258,7 +260,8 @@ bool PIV_Data2D::readVectorData(PIV_NcFile& file, int timeStep) {
             restore(file.corrCoeff, 1, "piv_correlation_coeff",
                     [](PIV_VECTOR& v, int, float x) { v.corr = x; });
         if (file.snrData)
-            restore(file.snrData, 1, "piv_snr_data", [](PIV_VECTOR& v, int, float x) { v.snr = x; });
+            restore(file.snrData, 1, "piv_snr_data",
+                    [](PIV_VECTOR& v, int, float x) { v.snr = x; });
         if (file.pivFlags) {
             restore(file.pivFlags, 1, "piv_flags",
                     [](PIV_VECTOR& v, int, float x) { v.flag = uint8_t(int(x)); });
@@ -403,7 +406,8 @@ bool PIV_Data2D::readPIVNET2(PIV_NcFile& file, PIV_PARAMETERS& params, SIZE3D& i
         const int nt = m_grid.timeSteps;
         const auto each = [&](const auto& fn) {
             for (int t = 0; t < nt; t++)
-                for (long k = 0; k < perStep; k++) fn(m_vectors[size_t(perStep * t + k)], perStep * t + k);
+                for (long k = 0; k < perStep; k++)
+                    fn(m_vectors[size_t(perStep * t + k)], perStep * t + k);
         };
         const int n[3] = {nx, ny, nz};
         const char* gridNames[3] = {"grid_x", "grid_y", "grid_z"};
@@ -414,7 +418,8 @@ bool PIV_Data2D::readPIVNET2(PIV_NcFile& file, PIV_PARAMETERS& params, SIZE3D& i
             if (a < 2 && n[a] > 1) {
                 const float st = g[1] - g[0];
                 bool regular = true;
-                for (int i = 2; i < n[a]; i++) regular = regular && g[size_t(i)] - g[size_t(i - 1)] == st;
+                for (int i = 2; i < n[a]; i++)
+                    regular = regular && g[size_t(i)] - g[size_t(i - 1)] == st;
                 if (regular) DebugPrintExt(2, "Grid %c is regular: step %d", "XY"[a], int(st));
             }
             each([&](PIV_VECTOR& v, long k) {
@@ -458,7 +463,8 @@ bool PIV_Data2D::readPIVNET2(PIV_NcFile& file, PIV_PARAMETERS& params, SIZE3D& i
             m_dataType |= PIV::DATA_VELOCITY;
         field("vy", "read velocity Y: %d values", [](PIV_VECTOR& v, float x) { v.v = x; });
         field("vz", "read velocity Z: %d values", [](PIV_VECTOR& v, float x) { v.w = x; });
-        field("corr", "read correlation data: %d values", [](PIV_VECTOR& v, float x) { v.corr = x; });
+        field("corr", "read correlation data: %d values",
+              [](PIV_VECTOR& v, float x) { v.corr = x; });
         field("corr_rms", "read correlation RMS data: %d values",
               [](PIV_VECTOR& v, float x) { v.meanSquaredCorr = x * x; });
         field("corr_avg", "read correlation avg data: %d values",

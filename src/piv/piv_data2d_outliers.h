@@ -1,0 +1,21 @@
+// Shared pieces of the validation sources: the tag values and the one way a
+// vector is rejected.
+#pragma once
+
+#include "piv_types.h"
+
+namespace PIV {
+namespace Outliers {
+
+// Tags of the validation work array: 0 good or untested, 4 interpolated in
+// this pass, above 7 rejected.
+constexpr unsigned char kInterpolated = 4;
+constexpr unsigned char kRejected = 8;
+
+// A rejected vector keeps its displacement; only its status changes.
+inline void Reject(PIV_VECTOR& v) {
+    v.flag = static_cast<uint8_t>((v.flag & ~(VECTOR_ENABLED | VECTOR_OUTLIER)) | VECTOR_OUTLIER);
+}
+
+}  // namespace Outliers
+}  // namespace PIV
