@@ -8,6 +8,28 @@
 #include "piv_database.h"
 #include "piv_messages.h"
 
+namespace {
+
+// Rows, then columns, through the prefilter of the interpolating cubic
+// B-spline (pole sqrt(3) - 2).
+void NodePlaneToCubicCoefficients(float* plane, int nx, int ny) {
+    const double pole = std::sqrt(3.0) - 2.0;
+    std::vector<double> line(size_t(std::max(nx, ny)));
+    for (int j = 0; j < ny; j++) {
+        float* row = plane + size_t(j) * size_t(nx);
+        for (int i = 0; i < nx; i++) line[size_t(i)] = row[i];
+        ConvertToInterpolationCoefficients(line.data(), nx, &pole, 1, 1e-9);
+        for (int i = 0; i < nx; i++) row[i] = float(line[size_t(i)]);
+    }
+    for (int i = 0; i < nx; i++) {
+        for (int j = 0; j < ny; j++) line[size_t(j)] = plane[size_t(j) * size_t(nx) + size_t(i)];
+        ConvertToInterpolationCoefficients(line.data(), ny, &pole, 1, 1e-9);
+        for (int j = 0; j < ny; j++) plane[size_t(j) * size_t(nx) + size_t(i)] = float(line[size_t(j)]);
+    }
+}
+
+}  // namespace
+
 PIV_Data2D_Deformation::PIV_Data2D_Deformation() { m_error.setName("PIV_Data2D_Deformation"); }
 
 PIV_Data2D_Deformation::PIV_Data2D_Deformation(const PIV_DataBase* field, int timeStep)
@@ -74,8 +96,14 @@ bool PIV_Data2D_Deformation::prepareSplineCoefficients() {
     m_coefX = m_dx;
     m_coefY = m_dy;
     const int degree = std::min(m_order, 9);
-    if (Image2DToSplineCoefficients(m_coefX.data(), m_nx, m_ny, degree) != 0 ||
-        Image2DToSplineCoefficients(m_coefY.data(), m_nx, m_ny, degree) != 0) {
+    if (degree == 3) {
+        // The field must come back exactly at its nodes, or every pass would
+        // warp by a little more than the field it was given: the cubic takes
+        // the pole of the interpolating cubic B-spline.
+        NodePlaneToCubicCoefficients(m_coefX.data(), m_nx, m_ny);
+        NodePlaneToCubicCoefficients(m_coefY.data(), m_nx, m_ny);
+    } else if (Image2DToSplineCoefficients(m_coefX.data(), m_nx, m_ny, degree) != 0 ||
+               Image2DToSplineCoefficients(m_coefY.data(), m_nx, m_ny, degree) != 0) {
         m_error.handleError(PIVerror::OPERATION_FAILED, "prepareSplineCoefficients()");
         return false;
     }

@@ -219,7 +219,7 @@ bool PIV_Eval2D::multiGridLevel(const MULTIGRID_LEVEL& L, int n, int count,
         if (L.binning > 1) field->scaleGridAndData(float(L.binning));
         field->setFlagMedianFiltered(false);
         field->setFlagSmoothed(false);
-        field->medianFilter(L.medianSize, false);
+        if (L.medianSize > 0) field->medianFilter(L.medianSize, false);
         field->smoothGauss(L.smoothWidth, 0.05, false);
         for (int k = 0; k < nodes; k++) v[k].peak[0] = PIV_PEAK{v[k].dx, v[k].dy, v[k].peak[0].value};
         field->doStatistics();

@@ -54,7 +54,10 @@ PIVerror::ErrorType BuildMultiGridLevels(const PIVEVAL_CFG& cfg,
         L.step.height = std::max(L.step.height, 1);
         const double overlap = std::max(1.0 - double(L.step.width) / L.sample.width,
                                         1.0 - double(L.step.height) / L.sample.height);
-        L.medianSize = 3;
+        // No median filter between levels: the validation before it has
+        // already replaced the outliers, and a median flattens the crests of
+        // a curved flow, an error the next level cannot see.
+        L.medianSize = 0;
         L.smoothWidth = float(0.5 + std::max(overlap, 0.0));
     };
 

@@ -21,8 +21,8 @@ struct MULTIGRID_LEVEL {
     SIZE2D search;      // peak search region, +/- pixels
     int32_t binning;
     int32_t fitType;
-    int32_t medianSize;
-    float smoothWidth;
+    int32_t medianSize;  // 0: none
+    float smoothWidth;   // Gaussian width in nodes: 0.5 plus the window overlap
     bool deform;
     bool final;
 

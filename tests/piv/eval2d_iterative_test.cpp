@@ -1,0 +1,310 @@
+// Multi-pass, multi-grid and image deformation against synthetic pairs with
+// a known flow: 512 x 512, 2.5 px particles, 0.02 per pixel, 8 bit. Errors
+// are taken over interior nodes, 32 px or more from every edge.
+#include <gtest/gtest.h>
+
+#include <cmath>
+#include <cstdio>
+#include <memory>
+#include <vector>
+
+#include "eval_test_support.h"
+#include "piv_enums.h"
+#include "synthetic_flows.h"
+
+using eval_test::CompareWithFlow;
+using eval_test::Evaluation;
+using eval_test::FieldErrors;
+using eval_test::StandardParams;
+using kelvane_test::Flow;
+using kelvane_test::RenderPair;
+
+namespace {
+
+constexpr int kSize = 512;
+constexpr int kMargin = 32;
+
+// Multi-grid from 64 px to the final 32 px windows at step 16.
+PIVEVAL_CFG MultiGrid(bool fastPyramid, int deformMode) {
+    PIVEVAL_CFG cfg = eval_test::SinglePass(32, 16, 1);
+    cfg.Method = PIV::METHOD_MULTI_GRID;
+    cfg.MultiGrid_SampleSize = SIZE3D{64, 64, 1};
+    cfg.MultiGrid_SampleStep = SIZE3D{16, 16, 1};
+    cfg.MultiGrid_Desample = 1;
+    cfg.MultiGrid_FastPyramid = fastPyramid;
+    cfg.MultiGrid_ReevaluateBaddata = false;
+    cfg.DesampleEnable = false;
+    cfg.ImageMapping2D.Mode = deformMode;
+    cfg.ImageMapping2D.Method = PIV::INTERPOLATE_BSPLINE;
+    cfg.ImageMapping2D.Order = 3;
+    return cfg;
+}
+
+// Multi-pass at 32 px, step 16; `deformMode` 0 none, 1 the last pass,
+// 2 every pass (the deformation iteration).
+PIVEVAL_CFG MultiPass(int passes, int deformMode) {
+    PIVEVAL_CFG cfg = eval_test::SinglePass(32, 16, 1);
+    cfg.Method = PIV::METHOD_MULTI_PASS;
+    cfg.Passes = passes;
+    cfg.ImageMapping2D.Mode = deformMode;
+    cfg.ImageMapping2D.Method = PIV::INTERPOLATE_BSPLINE;
+    cfg.ImageMapping2D.Order = 3;
+    return cfg;
+}
+
+FieldErrors Evaluate(const Flow& flow, const PIVEVAL_CFG& cfg, unsigned seed = 11) {
+    const auto pair = RenderPair(StandardParams(kSize, seed), flow);
+    Evaluation e(pair, cfg);
+    EXPECT_TRUE(e.run()) << e.eval->getLastError();
+    return CompareWithFlow(e.field(), flow, kMargin);
+}
+
+// RMS over both components of every interior node.
+double Rms(const FieldErrors& f) { return std::sqrt(0.5 * (f.x.rms * f.x.rms + f.y.rms * f.y.rms)); }
+
+void Report(const char* what, const FieldErrors& f) {
+    std::printf("[ figures  ] %-44s rms %.4f px (x %.4f, y %.4f)  bias x %+.4f y %+.4f  "
+                "failed %d of %d\n",
+                what, Rms(f), f.x.rms, f.y.rms, f.x.mean, f.y.mean, f.failed, f.nodes);
+}
+
+// Share of interior vectors within `tolerance` px of the truth in both axes.
+double ShareWithin(const PIV_Data2D& field, const Flow& flow, double tolerance) {
+    int inside = 0, all = 0;
+    const DATA_GRID4D& g = field.grid();
+    for (int k = 0; k < field.nodeCount(); k++) {
+        const PIV_VECTOR& v = field.data()[k];
+        if (v.ix < kMargin || v.iy < kMargin || v.ix > g.imageSize.width - kMargin ||
+            v.iy > g.imageSize.height - kMargin)
+            continue;
+        double dx, dy;
+        kelvane_test::ExactDisplacement(flow, v.ix, v.iy, dx, dy);
+        all++;
+        if ((v.flag & VECTOR_ENABLED) && std::fabs(v.dx - dx) <= tolerance &&
+            std::fabs(v.dy + dy) <= tolerance)
+            inside++;
+    }
+    return all ? double(inside) / all : 0.0;
+}
+
+// Lamb-Oseen circulation for a given peak displacement: the peak lies at
+// r = 1.12091 rc, where 1 - exp(-r^2/rc^2) = 0.71533.
+double VortexGamma(double peak, double core) {
+    const double r = 1.12091 * core;
+    return peak * 2.0 * M_PI * r / (1.0 - std::exp(-(r * r) / (core * core)));
+}
+
+}  // namespace
+
+// A 20 px shift is beyond what a 32 px window can follow alone (the
+// particles leave it), but the 64 px level finds it and hands the offset on.
+TEST(MultiGridAccuracy, TwentyPixelShiftNeedsTheCoarseLevel) {
+    const kelvane_test::UniformFlow flow(20.0, 0.0);
+    const auto pair = RenderPair(StandardParams(kSize, 5), flow);
+    for (bool fast : {true, false}) {
+        Evaluation mg(pair, MultiGrid(fast, PIV::DEFORM_DISABLED));
+        ASSERT_TRUE(mg.run()) << mg.eval->getLastError();
+        const double share = ShareWithin(mg.field(), flow, 0.1);
+        std::printf("[ figures  ] 20 px shift, multi-grid %s: %.1f%% within 0.1 px\n",
+                    fast ? "Fast64 (64, 32)" : "full (64, 48, 32)", 100.0 * share);
+        EXPECT_GE(share, 0.98) << (fast ? "fast pyramid" : "full ladder");
+    }
+    Evaluation single(pair, eval_test::SinglePass(32, 16, 1));
+    ASSERT_TRUE(single.run());
+    const double share = ShareWithin(single.field(), flow, 0.1);
+    std::printf("[ figures  ] 20 px shift, single pass 32 px: %.1f%% within 0.1 px\n",
+                100.0 * share);
+    EXPECT_LT(share, 0.5);
+}
+
+// A uniform shift of fractional half-displacements: what remains is the
+// bias of the image interpolation, which reads frame A at a fraction f and
+// frame B at 1 - f of a pixel (3.65 px each way here). The cubic B-spline
+// leaves about -0.018 px in x and -0.021 px in y (0.0204 px RMS); the
+// quintic shows that the iteration itself converges to the truth.
+TEST(DeformationAccuracy, UniformShiftEveryRoute) {
+    const kelvane_test::UniformFlow flow(7.3, -5.6);
+    struct Case {
+        const char* name;
+        PIVEVAL_CFG cfg;
+        double bound;
+    } cases[] = {
+        {"uniform (7.3,-5.6) multi-grid Fast64 + deform", MultiGrid(true, PIV::DEFORM_ALL_PASSES),
+         0.021},
+        {"uniform (7.3,-5.6) multi-grid full + deform", MultiGrid(false, PIV::DEFORM_ALL_PASSES),
+         0.021},
+        {"uniform (7.3,-5.6) evalImageDef, 3 passes", MultiPass(3, PIV::DEFORM_ALL_PASSES), 0.021},
+        {"uniform (7.3,-5.6) multi-pass + deformed last", MultiPass(3, PIV::DEFORM_FINAL_PASS),
+         0.023},
+        {"uniform (7.3,-5.6) evalImageDef, quintic", MultiPass(3, PIV::DEFORM_ALL_PASSES), 0.006},
+    };
+    cases[4].cfg.ImageMapping2D.Order = 5;
+    for (const Case& c : cases) {
+        const FieldErrors f = Evaluate(flow, c.cfg);
+        Report(c.name, f);
+        EXPECT_LE(Rms(f), c.bound) << c.name;
+        EXPECT_EQ(f.failed, 0) << c.name;
+    }
+}
+
+// dx = 2 sin(2 pi y / 256): a 32 px window spans an eighth of the wave, so
+// without deformation the window averages the curvature away.
+TEST(DeformationAccuracy, SineWave) {
+    const kelvane_test::SinusoidalFlow flow(2.0, 256.0);
+    const FieldErrors fast = Evaluate(flow, MultiGrid(true, PIV::DEFORM_ALL_PASSES));
+    Report("sine, multi-grid Fast64 + deform", fast);
+    EXPECT_LE(Rms(fast), 0.02);
+    const FieldErrors full = Evaluate(flow, MultiGrid(false, PIV::DEFORM_ALL_PASSES));
+    Report("sine, multi-grid full + deform", full);
+    EXPECT_LE(Rms(full), 0.02);
+    const FieldErrors plain = Evaluate(flow, MultiGrid(true, PIV::DEFORM_DISABLED));
+    Report("sine, multi-grid Fast64 without deformation", plain);
+    EXPECT_GT(Rms(plain), 2.0 * Rms(fast));
+}
+
+TEST(DeformationAccuracy, LambOseenVortex) {
+    const kelvane_test::LambOseenVortex flow(256.0, 256.0, VortexGamma(6.0, 96.0), 96.0);
+    const FieldErrors f = Evaluate(flow, MultiGrid(true, PIV::DEFORM_ALL_PASSES));
+    Report("Lamb-Oseen rc 96, 6 px, multi-grid + deform", f);
+    EXPECT_LE(Rms(f), 0.05);
+}
+
+// Captures the field each time the evaluator shows intermediate data.
+class CapturingEval : public PIV_Eval2D {
+public:
+    std::vector<std::vector<PIV_VECTOR>> shown;
+    void showNewPivData() override {
+        if (data() && !data()->isNull())
+            shown.emplace_back(data()->data(), data()->data() + data()->nodeCount());
+    }
+};
+
+// Between passes the field is validated with outliers replaced, whatever
+// the user's validation says: with every check off, the normalized median
+// stands in. A window of frame B filled with unrelated particles gives a
+// wild vector in pass 1; the field shown before pass 2 holds it replaced.
+TEST(MultiPassOverrides, WildVectorIsReplacedBetweenPasses) {
+    const kelvane_test::UniformFlow flow(5.2, -3.1);
+    const auto pair = RenderPair(StandardParams(kSize, 21), flow);
+    const auto other = RenderPair(StandardParams(kSize, 99), kelvane_test::UniformFlow(0, 0));
+    Image2D a = eval_test::ToImage(pair.a, kSize, kSize);
+    std::vector<float> b = pair.b;
+    for (int y = 240; y < 272; y++)
+        for (int x = 240; x < 272; x++) b[size_t(y) * kSize + x] = other.b[size_t(y) * kSize + x];
+    Image2D imgB = eval_test::ToImage(b, kSize, kSize);
+    CapturingEval eval;
+    eval.setPivEvalCfg(MultiPass(3, PIV::DEFORM_DISABLED));
+    OUTLIER_CFG off;
+    off.TryOtherPeaks = false;
+    eval.setOutlierCfg(off);
+    ASSERT_TRUE(eval.setPivImages(&a, &imgB));
+    ASSERT_TRUE(eval.interrogateImage(true));
+    // The first capture is the empty field before pass 1; the second comes
+    // after pass 1 and its validation.
+    ASSERT_GE(eval.shown.size(), 2u);
+    const std::vector<PIV_VECTOR>& afterPass1 = eval.shown[1];
+    const DATA_GRID4D& g = eval.data()->grid();
+    const int col = (256 - g.first.x) / g.step.width, row = (256 - g.first.y) / g.step.height;
+    const PIV_VECTOR& v = afterPass1[size_t(row * g.nodes.width + col)];
+    ASSERT_EQ(v.ix, 256);
+    ASSERT_EQ(v.iy, 256);
+    EXPECT_TRUE(v.flag & VECTOR_INTERPOLATED) << "flag " << v.flag;
+    EXPECT_NEAR(v.dx, 5.2, 0.5);
+    EXPECT_NEAR(v.dy, 3.1, 0.5);
+}
+
+// Passes 1 is the single pass itself, without validation inside.
+TEST(MultiPassEdges, OnePassIsTheSinglePass) {
+    const kelvane_test::UniformFlow flow(2.3, 1.4);
+    const auto pair = RenderPair(StandardParams(256, 3), flow);
+    Evaluation multi(pair, MultiPass(1, PIV::DEFORM_DISABLED));
+    Evaluation single(pair, eval_test::SinglePass(32, 16, 1));
+    ASSERT_TRUE(multi.run());
+    ASSERT_TRUE(single.run());
+    ASSERT_EQ(multi.field().nodeCount(), single.field().nodeCount());
+    for (int k = 0; k < multi.field().nodeCount(); k++) {
+        EXPECT_EQ(multi.field().data()[k].dx, single.field().data()[k].dx) << k;
+        EXPECT_EQ(multi.field().data()[k].dy, single.field().data()[k].dy) << k;
+    }
+}
+
+// An integer shift: pass 2 moves every window by it, pass 3 finds the same
+// offsets, correlates nothing and leaves pass 2's field as it stands.
+TEST(MultiPassEdges, PassWithMatchingOffsetsKeepsTheField) {
+    const kelvane_test::UniformFlow flow(6.0, -4.0);
+    const auto pair = RenderPair(StandardParams(256, 4), flow);
+    Evaluation two(pair, MultiPass(2, PIV::DEFORM_DISABLED));
+    Evaluation three(pair, MultiPass(3, PIV::DEFORM_DISABLED));
+    ASSERT_TRUE(two.run());
+    ASSERT_TRUE(three.run());
+    for (int k = 0; k < two.field().nodeCount(); k++) {
+        EXPECT_EQ(two.field().data()[k].dx, three.field().data()[k].dx) << k;
+        EXPECT_EQ(two.field().data()[k].dy, three.field().data()[k].dy) << k;
+    }
+    const FieldErrors f = CompareWithFlow(three.field(), flow, kMargin);
+    EXPECT_LT(Rms(f), 0.01);
+}
+
+// Passes 2 with the deformed last pass: one shifted pass, then the
+// deformation; the result is as good as the full iteration.
+TEST(MultiPassEdges, TwoPassesWithDeformedLastPass) {
+    const kelvane_test::UniformFlow flow(7.3, -5.6);
+    const FieldErrors f = Evaluate(flow, MultiPass(2, PIV::DEFORM_FINAL_PASS));
+    Report("uniform, multi-pass 2 + deformed last", f);
+    EXPECT_LE(Rms(f), 0.025);
+    EXPECT_EQ(f.failed, 0);
+}
+
+// With no sample offset, pass 1 deforms by a zero field: the deformed
+// images are the frames themselves.
+TEST(DeformationEdges, ZeroOffsetCopiesTheImages) {
+    const auto pair = RenderPair(StandardParams(256, 5), kelvane_test::UniformFlow(1.5, 0.5));
+    Evaluation e(pair, MultiPass(1, PIV::DEFORM_ALL_PASSES));
+    ASSERT_TRUE(e.run()) << e.eval->getLastError();
+    for (int y = 0; y < 256; y += 5)
+        for (int x = 0; x < 256; x += 3) {
+            ASSERT_EQ(e.eval->deformedImageA().pixel(x, y), e.a.pixel(x, y));
+            ASSERT_EQ(e.eval->deformedImageB().pixel(x, y), e.b.pixel(x, y));
+        }
+    // Speckle images keep their reference frame.
+    PIV_Data2D& f = e.field();
+    f.initShift(2.0f, 0.0f, 0.0f);
+    e.eval->setAnalysisMode(PIV::ANALYSIS_SPECKLE);
+    ASSERT_TRUE(e.eval->deformImagePair(&f, true));
+    for (int x = 0; x < 256; x += 3) ASSERT_EQ(e.eval->deformedImageA().pixel(x, 100), e.a.pixel(x, 100));
+}
+
+TEST(IterativeBadInput, RefusedWithTheirErrors) {
+    const auto pair = RenderPair(StandardParams(256, 6), kelvane_test::UniformFlow(1.0, 1.0));
+    {
+        Evaluation e(pair, MultiGrid(true, PIV::DEFORM_ALL_PASSES));
+        e.eval->setAnalysisMode(PIV::ANALYSIS_AUTO_CORRELATION);
+        EXPECT_FALSE(e.run());
+        EXPECT_EQ(e.eval->getLastErrorCode(), PIVerror::OPERATION_NOT_POSSIBLE);
+        EXPECT_NE(std::string(e.eval->getLastError()).find("double-exposed"), std::string::npos);
+    }
+    {
+        PIVEVAL_CFG cfg = MultiGrid(true, PIV::DEFORM_ALL_PASSES);
+        cfg.MultiGrid_SampleSize = SIZE3D{32, 32, 1};
+        Evaluation e(pair, cfg);
+        EXPECT_FALSE(e.run());
+        EXPECT_EQ(e.eval->getLastErrorCode(), PIVerror::BAD_SAMPLE_SIZE);
+    }
+    {
+        // A mask of nothing but zeros cannot stand behind a deformation.
+        Evaluation e(pair, MultiPass(2, PIV::DEFORM_ALL_PASSES));
+        Image2D mask;
+        mask.alloc(256, 256, IMAGE_UINT8);
+        mask.fill(0.0f);
+        ASSERT_EQ(e.eval->setMaskImages(&mask, nullptr, true), 1);
+        EXPECT_FALSE(e.run());
+        EXPECT_EQ(e.eval->getLastErrorCode(), PIVerror::IMAGE_IS_NULL);
+    }
+    {
+        Evaluation e(pair, MultiGrid(true, PIV::DEFORM_ALL_PASSES));
+        Image2D small;
+        small.alloc(128, 256, IMAGE_UINT8);
+        EXPECT_FALSE(e.eval->setPivImages(&e.a, &small));
+        EXPECT_EQ(e.eval->getLastErrorCode(), PIVerror::IMAGE_SIZE_MISMATCH);
+    }
+}
