@@ -128,6 +128,7 @@ bool Image2D_Deformation::warp(const Image2D& src, Image2D& dst, const Image2D* 
         m_error.handleError(PIVerror::OPERATION_FAILED, where);
         return false;
     }
+    shift.prepareColumns(width);
     const bool spline = m_method == PIV::INTERPOLATE_BSPLINE ||
                         m_method == PIV::INTERPOLATE_SHIFTED_LINEAR;
     if (spline && (!m_coeffsReady || m_source != &src || m_coeffWidth != width ||

@@ -38,13 +38,14 @@ PIV_Data2D_Deformation::PIV_Data2D_Deformation(const PIV_DataBase* field, int ti
 }
 
 void PIV_Data2D_Deformation::setMethod(int method, int order) {
-    if (method != m_method || order != m_order) m_ready = false;
+    if (method != m_method || order != m_order) m_ready = false, m_colWidth = 0;
     m_method = method;
     m_order = order;
 }
 
 bool PIV_Data2D_Deformation::setData(const PIV_DataBase* field, int timeStep) {
     m_ready = false;
+    m_colWidth = 0;
     m_nx = m_ny = 0;
     if (!field || field->isNull()) {
         m_error.handleError(PIVerror::DATA_IS_NULL, "setData()");
@@ -183,6 +184,21 @@ bool PIV_Data2D_Deformation::mapData(int row, int width, float* dx, float* dy) c
             lineY[size_t(i)] += wy[l] * m_coefY[base + size_t(i)];
         }
     }
+    const int taps = degree + 1;
+    if (m_colWidth == width) {
+        for (int i = 0; i < width; i++) {
+            const int* k = m_colIndex.data() + size_t(i) * size_t(taps);
+            const double* w = m_colWeight.data() + size_t(i) * size_t(taps);
+            double sx = 0.0, sy = 0.0;
+            for (int m = 0; m < taps; m++) {
+                sx += w[m] * lineX[size_t(k[m])];
+                sy += w[m] * lineY[size_t(k[m])];
+            }
+            dx[i] = float(sx);
+            dy[i] = float(sy);
+        }
+        return true;
+    }
     for (int i = 0; i < width; i++) {
         const int64_t i0 = PIV::Spline::Weights(gridX(i), degree, wx);
         double sx = 0.0, sy = 0.0;
@@ -194,5 +210,24 @@ bool PIV_Data2D_Deformation::mapData(int row, int width, float* dx, float* dy) c
         dx[i] = float(sx);
         dy[i] = float(sy);
     }
+    return true;
+}
+
+bool PIV_Data2D_Deformation::prepareColumns(int width) {
+    m_colWidth = 0;
+    if (isNull() || width < 1 || m_method != PIV::INTERPOLATE_BSPLINE || m_order < 2) return false;
+    const int degree = std::min(m_order, 9), taps = degree + 1;
+    try {
+        m_colIndex.resize(size_t(width) * size_t(taps));
+        m_colWeight.resize(size_t(width) * size_t(taps));
+    } catch (...) {
+        return false;
+    }
+    for (int i = 0; i < width; i++) {
+        const int64_t i0 = PIV::Spline::Weights(gridX(i), degree, &m_colWeight[size_t(i) * taps]);
+        for (int m = 0; m < taps; m++)
+            m_colIndex[size_t(i) * taps + size_t(m)] = int(PIV::Spline::Mirror(i0 + m, m_nx));
+    }
+    m_colWidth = width;
     return true;
 }

@@ -38,6 +38,9 @@ public:
     // pixel. Safe to call from several threads once the coefficients are
     // prepared (prepareSplineCoefficients, or setData for other methods).
     bool mapData(int row, int width, float* dx, float* dy) const;
+    // Tabulates the x weights of image columns 0 .. width-1 once, so that
+    // mapData of every row of that width reuses them.
+    bool prepareColumns(int width);
 
     bool isNull() const { return m_nx < 1 || m_ny < 1; }
     // True when every node holds a zero displacement.
@@ -53,6 +56,10 @@ private:
     std::vector<float> m_coefX, m_coefY;    // their spline coefficients
     int m_nx = 0, m_ny = 0;
     double m_firstX = 0.0, m_firstY = 0.0, m_stepX = 1.0, m_stepY = 1.0;
+    // Per column: the folded node indices and the spline weights along x.
+    std::vector<int> m_colIndex;
+    std::vector<double> m_colWeight;
+    int m_colWidth = 0;
     int m_method = 2;
     int m_order = 3;
     bool m_ready = false;

@@ -1,0 +1,148 @@
+// Multi-grid with image deformation on a 1024 x 1024 8-bit pair: 64 px down
+// to 32 px windows at step 16, cubic B-spline warps on every level after the
+// first. The whole evaluation on 1 and on all threads (final vectors per
+// second), and its stages apart: the spline prefilter of a frame, the warp
+// of the pair, the interrogation of the deformed pair (sampling, FFT and
+// fit), and validation with the filters between levels.
+#include <benchmark/benchmark.h>
+
+#include <vector>
+
+#include "image2d.h"
+#include "image2d_deformation.h"
+#include "piv_enums.h"
+#include "piv_eval2d.h"
+#include "piv_messages.h"
+#include "piv_util.h"
+#include "synthetic_images.h"
+
+namespace {
+
+constexpr int kSize = 1024;
+
+struct Pair {
+    Image2D a, b;
+    Pair() {
+        kelvane_test::SynthParams p;
+        p.width = p.height = kSize;
+        p.particleDiameter = 2.5;
+        p.particleDensity = 0.02;
+        p.seed = 3;
+        const auto pair =
+            kelvane_test::RenderPair(p, kelvane_test::SinusoidalFlow(2.0, 256.0, 0.0, -1.5));
+        for (Image2D* img : {&a, &b}) img->alloc(kSize, kSize, IMAGE_UINT8);
+        for (int y = 0; y < kSize; y++) {
+            a.putRow(pair.a.data() + size_t(y) * kSize, y);
+            b.putRow(pair.b.data() + size_t(y) * kSize, y);
+        }
+    }
+};
+
+const Pair& TestPair() {
+    static const Pair pair;
+    return pair;
+}
+
+PIVEVAL_CFG Settings() {
+    PIVEVAL_CFG cfg;
+    cfg.Method = PIV::METHOD_MULTI_GRID;
+    cfg.SampleSize = SIZE3D{32, 32, 1};
+    cfg.FFTSize = cfg.SampleSize;
+    cfg.grid.step = SIZE3D{16, 16, 1};
+    cfg.MultiGrid_SampleSize = SIZE3D{64, 64, 1};
+    cfg.MultiGrid_SampleStep = SIZE3D{16, 16, 1};
+    cfg.MultiGrid_Desample = 1;
+    cfg.MultiGrid_FastPyramid = true;
+    cfg.MultiGrid_ReevaluateBaddata = false;
+    cfg.DesampleEnable = false;
+    cfg.ImageMapping2D.Mode = PIV::DEFORM_ALL_PASSES;
+    cfg.ImageMapping2D.Method = PIV::INTERPOLATE_BSPLINE;
+    cfg.ImageMapping2D.Order = 3;
+    return cfg;
+}
+
+int Threads(const benchmark::State& state) {
+    return state.range(0) > 0 ? int(state.range(0)) : PIV::MaxThreadsPossible();
+}
+
+// An evaluator with the pair set and one finished run, so that its field
+// holds a displacement to warp with.
+struct Ready {
+    PIV_Eval2D eval;
+    explicit Ready(int threads) {
+        EnableWarnings(false);
+        PIV::SetMaxThreads(threads);
+        eval.setPivEvalCfg(Settings());
+        eval.setPivImages(&TestPair().a, &TestPair().b);
+        eval.interrogateImage(false);
+    }
+    ~Ready() { PIV::SetMaxThreads(0); }
+};
+
+void BM_MultiGridDeform(benchmark::State& state) {
+    const int threads = Threads(state);
+    Ready r(threads);
+    const int nodes = r.eval.data()->nodeCount();
+    for (auto _ : state) benchmark::DoNotOptimize(r.eval.interrogateImage(false));
+    state.counters["threads"] = threads;
+    state.counters["vectors/s"] =
+        benchmark::Counter(double(nodes), benchmark::Counter::kIsIterationInvariantRate);
+}
+BENCHMARK(BM_MultiGridDeform)->Arg(1)->Arg(0)->Unit(benchmark::kMillisecond)->UseRealTime();
+
+// The B-spline coefficients of one frame (made once per run and frame).
+void BM_StagePrefilter(benchmark::State& state) {
+    PIV::SetMaxThreads(Threads(state));
+    Image2D_Interpolation interp;
+    for (auto _ : state)
+        benchmark::DoNotOptimize(
+            interp.prepareSplineCoefficients(TestPair().a, PIV::INTERPOLATE_BSPLINE, 3));
+    PIV::SetMaxThreads(0);
+}
+BENCHMARK(BM_StagePrefilter)->Arg(1)->Arg(0)->Unit(benchmark::kMillisecond)->UseRealTime();
+
+// Both frames warped by the field, coefficients already made.
+void BM_StageWarpPair(benchmark::State& state) {
+    Ready r(Threads(state));
+    for (auto _ : state) benchmark::DoNotOptimize(r.eval.deformImagePair(r.eval.data(), true));
+}
+BENCHMARK(BM_StageWarpPair)->Arg(1)->Arg(0)->Unit(benchmark::kMillisecond)->UseRealTime();
+
+// One interrogation of the deformed pair at every node (sampling, FFT
+// correlation, peak search and fit), added to a copy of the field.
+void BM_StageInterrogateDeformed(benchmark::State& state) {
+    Ready r(Threads(state));
+    r.eval.deformImagePair(r.eval.data(), true);
+    PIV_Data2D copy;
+    for (auto _ : state) {
+        state.PauseTiming();
+        copy = *r.eval.data();
+        state.ResumeTiming();
+        benchmark::DoNotOptimize(r.eval.processDeformedImages(&copy));
+    }
+    state.counters["vectors/s"] = benchmark::Counter(double(copy.nodeCount()),
+                                                     benchmark::Counter::kIsIterationInvariantRate);
+}
+BENCHMARK(BM_StageInterrogateDeformed)->Arg(1)->Arg(0)->Unit(benchmark::kMillisecond)->UseRealTime();
+
+// What runs between levels: validation with replacement, then the smoothing.
+void BM_StageValidateAndFilter(benchmark::State& state) {
+    Ready r(Threads(state));
+    OUTLIER_CFG o;
+    o.Enable = true;
+    o.CheckNormalizedMedian = true;
+    o.InterpolateOutliers = true;
+    o.TryOtherPeaks = false;
+    PIV_Data2D copy;
+    for (auto _ : state) {
+        state.PauseTiming();
+        copy = *r.eval.data();
+        copy.setFlagRawData(true);
+        state.ResumeTiming();
+        copy.validate(o, true);
+        copy.smoothGauss(1.0, 0.05, false);
+    }
+}
+BENCHMARK(BM_StageValidateAndFilter)->Arg(1)->Arg(0)->Unit(benchmark::kMillisecond)->UseRealTime();
+
+}  // namespace
