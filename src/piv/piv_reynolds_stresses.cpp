@@ -280,7 +280,8 @@ bool ReynoldsStresses::saveCurrentDifference(const char* fileName, const OUTPUT_
     PIV_Data2D difference;
     if (!difference.copy(*m_current) || !difference.subtractData(*m_mean) ||
         !difference.save(fileName, -1, output)) {
-        m_error.setMessage("saveCurrentDifference() - %s", difference.getLastError());
+        m_error.setMessage("saveCurrentDifference() - saving '%s' failed %s",
+                           fileName ? fileName : "", difference.getLastError());
         return m_error.handleError(PIVerror::FILE_WRITE_FAILED, "saveCurrentDifference()"), false;
     }
     return true;
