@@ -7,6 +7,7 @@
 #include <cstdio>
 #include <random>
 #include <set>
+#include <string>
 #include <vector>
 
 #include "message_capture.h"
@@ -449,4 +450,53 @@ TEST(Validation, RecoversASmoothFlowFromPlantedOutliers) {
     EXPECT_GE(caughtShare, 0.95);
     EXPECT_LE(falseShare, 0.01);
     EXPECT_LT(rms, 0.05);
+}
+
+TEST(Validation, ABorderNodeWithTooFewNeighboursPassesTheMedianTest) {
+    MessageCapture quiet;
+    PIV_Data2D f(gridOf(5, 5));
+    uniform(f);
+    f.data()[2].dx = 9.0f;  // top row; its neighbours are 1, 3, 6, 7, 8
+    for (int k : {1, 3, 6, 7}) f.data()[k].flag = VECTOR_OUTLIER;
+    OUTLIER_CFG c = onlyEnable();
+    c.CheckNormalizedMedian = true;
+    EXPECT_EQ(f.validatePivData(c), 4) << "only the four disabled before";
+    EXPECT_EQ(f.data()[2].flag, VECTOR_ENABLED);
+}
+
+TEST(Validation, WithoutReplacementTheLoopRunsEveryPass) {
+    MessageCapture capture;
+    DebugLevelScope level(1);
+    PIV_Data2D f(gridOf(5, 5));
+    uniform(f);
+    f.data()[12].dx = 9.0f;
+    OUTLIER_CFG c = onlyEnable();
+    c.CheckNormalizedMedian = true;
+    c.NumberOfPasses = 4;
+    EXPECT_EQ(f.validatePivData(c), 1);
+    EXPECT_EQ(f.data()[12].dx, 9.0f);
+    EXPECT_TRUE(isOutlier(f.data()[12]));
+    int passes = 0, deactivated = 0;
+    for (const std::string& l : capture.lines()) {
+        passes += l.find("of 4 : validatePivData()") != std::string::npos;
+        deactivated += l.find("---> 1 deactivated (4.0%)") != std::string::npos;
+    }
+    EXPECT_EQ(passes, 4);
+    EXPECT_EQ(deactivated, 4);
+}
+
+TEST(Interpolation, OnlyTheUsersOwnDisabledVectorsWhenAsked) {
+    MessageCapture quiet;
+    PIV_Data2D f(gridOf(5, 5));
+    uniform(f);
+    f.data()[12].flag = VECTOR_OUTLIER | VECTOR_EDITED;
+    f.data()[12].dx = 7.0f;
+    f.data()[6].flag = VECTOR_OUTLIER;
+    f.data()[6].dx = 7.0f;
+    EXPECT_EQ(f.interpolateAllDisabled(), 1);
+    EXPECT_EQ(f.data()[12].flag, VECTOR_ENABLED | VECTOR_INTERPOLATED);
+    // Node 6 is not marked for replacement, so it counts as a source with
+    // its 7: (7 * 1 + 7) / 8.
+    EXPECT_FLOAT_EQ(f.data()[12].dx, 1.75f);
+    EXPECT_EQ(f.data()[6].flag, VECTOR_OUTLIER);
 }
