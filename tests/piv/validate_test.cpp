@@ -500,3 +500,58 @@ TEST(Interpolation, OnlyTheUsersOwnDisabledVectorsWhenAsked) {
     EXPECT_FLOAT_EQ(f.data()[12].dx, 1.75f);
     EXPECT_EQ(f.data()[6].flag, VECTOR_OUTLIER);
 }
+
+TEST(Validation, ResidualsOfThreeComponentFieldsOnly) {
+    MessageCapture quiet;
+    PIV_Data2D f(gridOf(4, 4));
+    uniform(f);
+    f.data()[5].residual = 0.8f;  // above the 0.5 allowed
+    OUTLIER_CFG c = onlyEnable();
+    c.CheckResiduals = true;
+    EXPECT_EQ(f.validatePivData(c), 0) << "a planar two-component field has no residuals";
+    f.setFlag3C(true);
+    EXPECT_EQ(f.validatePivData(c), 1);
+    EXPECT_TRUE(isOutlier(f.data()[5]));
+}
+
+// The chain after an evaluation validates with the field's own settings
+// and replaces what it rejects before converting and differentiating.
+TEST(Validation, PostProcessingValidatesAndReplaces) {
+    MessageCapture quiet;
+    PIV_Data2D f(gridOf(6, 6));
+    uniform(f);
+    f.data()[14].dx = f.data()[14].peak[0].x = 8.0f;
+    PIV_PARAMETERS p = f.pivParameters();
+    p.outlier = onlyEnable();
+    p.outlier.CheckNormalizedMedian = true;
+    p.outlier.InterpolateOutliers = true;
+    f.setPivParameters(p);
+    f.setFlagAllowPostProcess(true);
+    ASSERT_TRUE(f.postProcess(nullptr, nullptr, false));
+    EXPECT_TRUE(f.isValidated());
+    EXPECT_TRUE(f.isConverted());
+    EXPECT_TRUE(f.isDifferentiated());
+    EXPECT_EQ(f.data()[14].flag, VECTOR_ENABLED | VECTOR_INTERPOLATED);
+    EXPECT_FLOAT_EQ(f.data()[14].dx, 1.0f);
+    EXPECT_EQ(f.vectorsInterpolated(), 1u);
+}
+
+// An evaluation that validated between its own passes asks the next
+// validation to be skipped once; a forced one runs anyway.
+TEST(Validation, SkipValidationIsOneShot) {
+    MessageCapture quiet;
+    PIV_Data2D f(gridOf(5, 5));
+    uniform(f);
+    f.data()[12].dx = f.data()[12].peak[0].x = 9.0f;
+    OUTLIER_CFG c = onlyEnable();
+    c.CheckNormalizedMedian = true;
+    f.setFlagSkipValidation(true);
+    ASSERT_TRUE(f.validate(c, false));
+    EXPECT_TRUE(f.isValidated());
+    EXPECT_FALSE(f.skipValidation());
+    EXPECT_EQ(f.data()[12].flag, VECTOR_ENABLED);
+    f.setFlagSkipValidation(true);
+    ASSERT_TRUE(f.validate(c, true));
+    EXPECT_FALSE(f.skipValidation());
+    EXPECT_TRUE(isOutlier(f.data()[12]));
+}
