@@ -146,9 +146,9 @@ bool PIV_Data2D::postProcess(const PIV_Parameters* parameters, const Image2D* ma
         m_needsConversion = false;
         m_needsValidation = false;
     }
-    const bool needsDifferentials = m_allowPostProcess
-                                   ? (validationRan || conversionPending || differentiationPending)
-                                   : (m_needsDifferentiation || force);
+    const bool needsDifferentials =
+        m_allowPostProcess ? (validationRan || conversionPending || differentiationPending)
+                           : (m_needsDifferentiation || force);
     if (needsDifferentials && !differentiate()) return false;
     if (mask) maskOutVectors(*mask);
     doStatistics();

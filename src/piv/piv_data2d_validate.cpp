@@ -176,7 +176,7 @@ int PIV_Data2D::validatePivData(const OUTLIER_CFG& cfg) {
                 DebugPrintExt(1, "  ---> %d interpolated (%.1f%%)", interpolated,
                               interpolated * percent);
             }
-            if (!otherPeaks && !cfg.InterpolateOutliers)
+            if (!cfg.TryOtherPeaks && !cfg.InterpolateOutliers)
                 DebugPrintExt(1, "  ---> %d deactivated (%.1f%%)", n, n * percent);
         }
         if (n == 0) break;

@@ -27,6 +27,9 @@ void AddProducts(double* p, double a, double b, double d) {
     p[5] += b * d;
 }
 
+// Data type bit of a field that serves as the mean of a series.
+constexpr int kSeriesMean = 0x80000;
+
 // Which of the three quantities a table shows.
 enum class Quantity { Velocity, Displacement, Shift };
 
@@ -52,7 +55,7 @@ bool ReynoldsStresses::allocPivData(const PIV_Data2D* field) {
     if (!m_mean) m_mean = new (std::nothrow) PIV_Data2D();
     if (!m_mean || !m_mean->copy(*field)) return false;
     m_mean->setFlagRawData(true);
-    m_mean->setDataType(field->dataType() | 0x80000);
+    m_mean->setDataType(field->dataType() | kSeriesMean);
     try {
         m_sums.assign(size_t(field->nodeCount()), Sums());
         m_result.assign(size_t(field->nodeCount()), REYNOLDS_STRESS());
@@ -280,7 +283,8 @@ bool ReynoldsStresses::saveCurrentDifference(const char* fileName, const OUTPUT_
     PIV_Data2D difference;
     if (!difference.copy(*m_current) || !difference.subtractData(*m_mean) ||
         !difference.save(fileName, -1, output)) {
-        m_error.setMessage("saveCurrentDifference() - %s", difference.getLastError());
+        m_error.setMessage("saveCurrentDifference() - saving '%s' failed %s",
+                           fileName ? fileName : "", difference.getLastError());
         return m_error.handleError(PIVerror::FILE_WRITE_FAILED, "saveCurrentDifference()"), false;
     }
     return true;

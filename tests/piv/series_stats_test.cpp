@@ -1,0 +1,369 @@
+// Statistics over a series of fields and Reynolds stresses, against a
+// two-pass reference computed here in double precision from the same values.
+#include <gtest/gtest.h>
+#include <netcdf.h>
+
+#include <cmath>
+#include <cstdio>
+#include <fstream>
+#include <random>
+#include <sstream>
+#include <string>
+#include <vector>
+
+#include "message_capture.h"
+#include "piv_data2d_stats.h"
+#include "scratch_files.h"
+
+namespace {
+
+constexpr int kNx = 6, kNy = 5, kNodes = kNx * kNy, kFields = 20;
+constexpr int kNeverValid = 7;  // no sample in any field
+constexpr int kOnce = 11;       // one sample, in field 3
+
+DATA_GRID4D gridOf(int nx, int ny) {
+    DATA_GRID4D g;
+    g.nodes = SIZE3D{nx, ny, 1};
+    g.timeSteps = 1;
+    g.first = POINT3D{16, 16, 0};
+    g.step = SIZE3D{16, 16, 1};
+    g.imageSize = SIZE3D{(nx + 1) * 16, (ny + 1) * 16, 1};
+    return g;
+}
+
+// A series of random fields: skewed values (exponential on top of a node
+// mean), some nodes invalid in some fields, some vectors interpolated.
+std::vector<PIV_Data2D*> makeSeries() {
+    std::mt19937 rng(42);
+    std::exponential_distribution<double> tail(1.5);
+    std::normal_distribution<double> noise(0.0, 0.3);
+    std::uniform_real_distribution<double> chance(0.0, 1.0);
+    std::vector<PIV_Data2D*> series;
+    for (int s = 0; s < kFields; s++) {
+        PIV_Data2D* f = new PIV_Data2D(gridOf(kNx, kNy));
+        for (int k = 0; k < kNodes; k++) {
+            PIV_VECTOR& v = f->data()[k];
+            v.dx = float(0.2 * k + tail(rng));
+            v.dy = float(-1.0 + noise(rng));
+            v.u = float(3.0 * v.dx + noise(rng));
+            v.v = float(-2.0 * v.dy + tail(rng));
+            v.sx = float(0.5 * v.dx);
+            v.sy = float(0.5 * v.dy);
+            v.corr = float(0.5 + 0.4 * chance(rng));
+            v.setSuccess();
+            const double c = chance(rng);
+            if (c < 0.15) v.flag = VECTOR_OUTLIER;
+            if (c > 0.92) v.flag = VECTOR_ENABLED | VECTOR_INTERPOLATED;
+            if (k == kNeverValid || (k == kOnce && s != 3)) v.flag = VECTOR_OUTLIER;
+            if (k == kOnce && s == 3) v.flag = VECTOR_ENABLED;
+        }
+        f->setFlagRawData(true);
+        series.push_back(f);
+    }
+    return series;
+}
+
+void releaseAll(std::vector<PIV_Data2D*>& series) {
+    for (PIV_Data2D* f : series) f->release();
+    series.clear();
+}
+
+// Population moments of a sample, two passes in double precision.
+struct Reference {
+    double n = 0, mean = 0, dev = 0, skew = 0, kurt = 0;
+};
+
+Reference referenceOf(const std::vector<double>& x) {
+    Reference r;
+    r.n = double(x.size());
+    if (x.empty()) return r;
+    for (double v : x) r.mean += v;
+    r.mean /= r.n;
+    double m2 = 0, m3 = 0, m4 = 0;
+    for (double v : x) {
+        const double d = v - r.mean;
+        m2 += d * d;
+        m3 += d * d * d;
+        m4 += d * d * d * d;
+    }
+    r.dev = std::sqrt(m2 / r.n);
+    if (r.dev > 0) {
+        r.skew = std::sqrt(r.n) * m3 / std::pow(m2, 1.5);
+        r.kurt = r.n * m4 / (m2 * m2) - 3.0;
+    }
+    return r;
+}
+
+// Samples of one member at one node over the series, by the series' rule:
+// enabled and none of the mask's bits set.
+std::vector<double> samples(const std::vector<PIV_Data2D*>& series, int k, float PIV_VECTOR::*m,
+                            unsigned mask = 0) {
+    std::vector<double> x;
+    for (const PIV_Data2D* f : series) {
+        const PIV_VECTOR& v = f->data()[k];
+        if ((v.flag & VECTOR_ENABLED) && !(v.flag & mask)) x.push_back(v.*m);
+    }
+    return x;
+}
+
+void expectClose(double actual, double expected, const std::string& what) {
+    const double tolerance = std::max(1e-5 * std::fabs(expected), 1e-6);
+    EXPECT_NEAR(actual, expected, tolerance) << what;
+}
+
+std::vector<std::string> linesOf(const std::string& path) {
+    std::ifstream in(path);
+    std::vector<std::string> lines;
+    for (std::string l; std::getline(in, l);) lines.push_back(l);
+    return lines;
+}
+
+}  // namespace
+
+TEST(SeriesStatistics, MatchATwoPassReference) {
+    MessageCapture quiet;
+    std::vector<PIV_Data2D*> series = makeSeries();
+    PIV_Data2D_Stats* stats = new PIV_Data2D_Stats();
+    for (int s = 0; s < kFields; s++) {
+        ASSERT_TRUE(stats->increment(series[size_t(s)], 0, 0));
+        if (s == 9) {
+            // A field on another grid is refused; what was summed stays.
+            PIV_Data2D other(gridOf(kNx - 1, kNy));
+            other.setFlagRawData(true);
+            EXPECT_FALSE(stats->increment(&other, 0, 0));
+            EXPECT_EQ(stats->error().getLastErrorCode(), PIVerror::GRID_MISMATCH);
+            EXPECT_EQ(stats->dataSetCount(), 10);
+        }
+    }
+    ASSERT_TRUE(stats->update());
+    EXPECT_TRUE(stats->statsAvailable());
+    const PIV_Data2D* avg = stats->avgData();
+    const PIV_Data2D* rms = stats->rmsData();
+    float PIV_VECTOR::*const members[] = {&PIV_VECTOR::dx, &PIV_VECTOR::dy, &PIV_VECTOR::u,
+                                          &PIV_VECTOR::v,  &PIV_VECTOR::sx, &PIV_VECTOR::corr};
+    for (int k = 0; k < kNodes; k++) {
+        for (float PIV_VECTOR::*m : members) {
+            const Reference r = referenceOf(samples(series, k, m));
+            expectClose(avg->data()[k].*m, r.mean, "mean at node " + std::to_string(k));
+            expectClose(rms->data()[k].*m, r.dev, "rms at node " + std::to_string(k));
+        }
+        const int n = int(samples(series, k, &PIV_VECTOR::dx).size());
+        EXPECT_EQ(avg->data()[k].count, n);
+        EXPECT_EQ(avg->data()[k].flag, n > 0 ? VECTOR_ENABLED : VECTOR_OUTLIER);
+    }
+    // No sample at all: flag 8 and a mean of 0, not a division by zero.
+    EXPECT_EQ(avg->data()[kNeverValid].dx, 0.0f);
+    EXPECT_EQ(rms->data()[kNeverValid].dx, 0.0f);
+    // One sample has no spread.
+    EXPECT_EQ(rms->data()[kOnce].dx, 0.0f);
+    EXPECT_NE(avg->dataType() & PIV::DATA_COUNTS, 0);
+    EXPECT_EQ(rms->dataType(), avg->dataType());
+    EXPECT_TRUE(avg->isStatisticsData());
+
+    test_support::ScratchDir dir;
+    const std::string file = dir.file("dx_stats.dat");
+    ASSERT_TRUE(stats->dumpVariableToFile(file.c_str(), PIV::VAR_DX));
+    const std::vector<std::string> lines = linesOf(file);
+    ASSERT_EQ(lines.size(), 9u + kNodes);
+    EXPECT_EQ(lines[1], "# Statistics output for variable: dx");
+    EXPECT_EQ(lines[4], "# Grid size: 6 horiz.nodes, 5 vert.nodes, 1 depth.nodes");
+    EXPECT_EQ(lines[5], "# Data based on 20 data sets (files)");
+    EXPECT_EQ(lines[7],
+              "VARIABLES = \"ix\", \"iy\", \"iz\", \"x\", \"y\", \"z\", \"mean\", \"stddev\", "
+              "\"skew\", \"kurt\", \"valid\"");
+    EXPECT_EQ(lines[8].rfind("ZONE I=6, J=5, K=1, F=POINT", 0), 0u);
+    for (int k = 0; k < kNodes; k++) {
+        int ix, iy, iz;
+        double x, y, z, mean, dev, skew, kurt, valid;
+        ASSERT_EQ(
+            std::sscanf(lines[size_t(9 + k)].c_str(), "%d %d %d %lf %lf %lf %lf %lf %lf %lf %lf",
+                        &ix, &iy, &iz, &x, &y, &z, &mean, &dev, &skew, &kurt, &valid),
+            11);
+        const Reference r = referenceOf(samples(series, k, &PIV_VECTOR::dx));
+        EXPECT_EQ(ix, 16 + 16 * (k % kNx));
+        EXPECT_NEAR(mean, r.mean, 1e-5 * std::fabs(r.mean) + 1e-6);
+        EXPECT_NEAR(skew, r.skew, 1e-4) << k;
+        EXPECT_NEAR(kurt, r.kurt, 1e-4) << k;
+        EXPECT_NEAR(valid, r.n / kFields, 1e-6);
+        for (double value : {mean, dev, skew, kurt, valid}) EXPECT_TRUE(std::isfinite(value));
+    }
+    stats->release();
+    releaseAll(series);
+}
+
+TEST(SeriesStatistics, AConstantSeriesHasNoSpreadSkewOrKurtosis) {
+    MessageCapture quiet;
+    PIV_Data2D_Stats stats;
+    PIV_Data2D f(gridOf(3, 3));
+    for (int k = 0; k < 9; k++) {
+        f.data()[k].dx = 2.5f;
+        f.data()[k].setSuccess();
+    }
+    f.setFlagRawData(true);
+    for (int s = 0; s < 3; s++) ASSERT_TRUE(stats.increment(&f, -1, 0));
+    ASSERT_TRUE(stats.update());
+    EXPECT_EQ(stats.rmsData()->data()[4].dx, 0.0f);
+    EXPECT_EQ(stats.avgData()->data()[4].dx, 2.5f);
+    const PIV_STATS_ACCUMULATOR& a = stats.nodeStats()[4].q[PIV_Data2D_Stats::Q_DX];
+    EXPECT_EQ(a.skew(), 0.0);
+    EXPECT_EQ(a.kurt(), 0.0);
+    EXPECT_EQ(a.count, 3u);
+}
+
+TEST(SeriesStatistics, UpdateWithoutDataIsRefused) {
+    MessageCapture quiet;
+    PIV_Data2D_Stats stats;
+    EXPECT_FALSE(stats.update());
+    EXPECT_EQ(stats.error().getLastErrorCode(), PIVerror::OPERATION_FAILED);
+    EXPECT_FALSE(stats.increment(nullptr, 0, 0));
+    EXPECT_EQ(stats.error().getLastErrorCode(), PIVerror::INVALID_POINTER);
+    EXPECT_FALSE(stats.statsAvailable());
+}
+
+TEST(FieldStatistics, NoValidVectorIsError9) {
+    MessageCapture quiet;
+    PIV_Data2D f(gridOf(3, 3));
+    f.setFlagRawData(true);  // every node disabled by initializeGrid
+    EXPECT_FALSE(f.doStatistics());
+    EXPECT_EQ(f.error().getLastErrorCode(), PIVerror::OPERATION_FAILED);
+    EXPECT_EQ(f.vectorMean().dx, 0.0f);
+    EXPECT_TRUE(std::isfinite(f.vectorStdDev().dx));
+}
+
+// The fluctuations are taken against a given mean that is not the series'
+// own, and interpolated vectors are left out by the mask.
+TEST(ReynoldsStressesTest, MatchTheReferenceAgainstAGivenMean) {
+    MessageCapture quiet;
+    std::vector<PIV_Data2D*> series = makeSeries();
+    PIV_Data2D mean(gridOf(kNx, kNy));
+    for (int k = 0; k < kNodes; k++) {
+        PIV_VECTOR& m = mean.data()[k];
+        m.dx = 0.2f * k + 0.9f;  // the series' mean is near 0.2 k + 0.67
+        m.dy = -0.8f;
+        m.u = 3.0f * m.dx;
+        m.v = 2.5f;
+        m.setSuccess();
+    }
+    mean.setFlagRawData(true);
+    ReynoldsStresses rs;
+    ASSERT_TRUE(rs.setMeanData(&mean));
+    EXPECT_FALSE(rs.update());
+    EXPECT_EQ(rs.error().getLastErrorCode(), PIVerror::OPERATION_NOT_POSSIBLE);
+    for (PIV_Data2D* f : series) ASSERT_TRUE(rs.incrementPivData(f, -1, VECTOR_INTERPOLATED));
+    PIV_Data2D other(gridOf(kNx, kNy + 1));
+    other.setFlagRawData(true);
+    EXPECT_FALSE(rs.incrementPivData(&other, -1, 0));
+    EXPECT_EQ(rs.error().getLastErrorCode(), PIVerror::GRID_MISMATCH);
+    EXPECT_EQ(rs.dataSetCount(), kFields);
+    ASSERT_TRUE(rs.update());
+
+    const REYNOLDS_STRESS* r = rs.data();
+    for (int k = 0; k < kNodes; k++) {
+        const PIV_VECTOR& m = mean.data()[k];
+        double dxdx = 0, dydy = 0, dxdy = 0, uu = 0, vv = 0, uv = 0;
+        int n = 0;
+        for (const PIV_Data2D* f : series) {
+            const PIV_VECTOR& c = f->data()[k];
+            if (!(c.flag & VECTOR_ENABLED) || (c.flag & VECTOR_INTERPOLATED)) continue;
+            const double a = double(c.dx) - m.dx, b = double(c.dy) - m.dy;
+            const double p = double(c.u) - m.u, q = double(c.v) - m.v;
+            dxdx += a * a, dydy += b * b, dxdy += a * b;
+            uu += p * p, vv += q * q, uv += p * q;
+            n++;
+        }
+        const std::string at = "node " + std::to_string(k);
+        if (n < 2) {
+            // One sample or none: the node stays zero.
+            EXPECT_EQ(r[k].dxdx, 0.0f) << at;
+            EXPECT_EQ(r[k].uv, 0.0f) << at;
+            EXPECT_EQ(r[k].count, 0u) << at;
+            continue;
+        }
+        EXPECT_EQ(r[k].count, uint64_t(n)) << at;
+        expectClose(r[k].dxdx, dxdx / n, at);
+        expectClose(r[k].dydy, dydy / n, at);
+        expectClose(r[k].dxdy, dxdy / n, at);
+        expectClose(r[k].uu, uu / n, at);
+        expectClose(r[k].vv, vv / n, at);
+        expectClose(r[k].uv, uv / n, at);
+    }
+    EXPECT_EQ(r[kNeverValid].count, 0u);
+    EXPECT_EQ(r[kOnce].uu, 0.0f);
+
+    // The table: raw displacements, as the mean holds no velocity data type.
+    test_support::ScratchDir dir;
+    const std::string table = dir.file("reyn.dat");
+    ASSERT_TRUE(rs.save(table.c_str(), OUTPUT_CFG()));
+    const std::vector<std::string> lines = linesOf(table);
+    std::string all;
+    for (const std::string& l : lines) all += l + "\n";
+    EXPECT_EQ(lines[0], "# Comments = \"Reynolds stresses (without density!)\"");
+    EXPECT_NE(all.find("# Data Unit: [pixel]\n# based on raw displacements using 20 files\n"),
+              std::string::npos);
+    EXPECT_NE(all.find("TITLE = \"Reynolds Stresses\"\nVARIABLES = \"x\", \"y\", \"U_bar\", "
+                       "\"V_bar\", \"uu\", \"vv\", \"uv\", \"count\", \"valid\"\nZONE I=6, J=5"),
+              std::string::npos);
+    ASSERT_GE(lines.size(), size_t(kNodes));
+    const std::string& last = lines.back();  // node 29: column 5, row 4
+    double x, y, U, V, uu, vv, uv, valid;
+    unsigned long long count;
+    ASSERT_EQ(std::sscanf(last.c_str(), "%lf %lf %lf %lf %lf %lf %lf %llu %lf", &x, &y, &U, &V, &uu,
+                          &vv, &uv, &count, &valid),
+              9);
+    EXPECT_EQ(x, 96.0);
+    EXPECT_EQ(y, 96.0 - 80.0);
+    EXPECT_NEAR(uu, r[29].dxdx, 1e-5 * r[29].dxdx);
+    EXPECT_NEAR(valid, double(r[29].count) / kFields, 1e-6);
+    releaseAll(series);
+}
+
+TEST(ReynoldsStressesTest, BadInputIsRefused) {
+    MessageCapture quiet;
+    ReynoldsStresses rs;
+    EXPECT_FALSE(rs.setMeanData(static_cast<const PIV_Data2D*>(nullptr)));
+    EXPECT_EQ(rs.error().getLastErrorCode(), PIVerror::INVALID_POINTER);
+    PIV_Data2D empty;
+    EXPECT_FALSE(rs.setMeanData(&empty));
+    EXPECT_EQ(rs.error().getLastErrorCode(), PIVerror::ALLOCATION_FAILED);
+    EXPECT_FALSE(rs.update());
+    EXPECT_EQ(rs.error().getLastErrorCode(), PIVerror::OPERATION_NOT_POSSIBLE);
+    EXPECT_FALSE(rs.save("/nonexistent/x.dat", OUTPUT_CFG()));
+}
+
+// The fluctuation of the last field goes to a NetCDF file; read back through
+// the netCDF library itself, rows flipped as the files store them.
+TEST(ReynoldsStressesTest, CurrentDifferenceIsSavedAsNetCDF) {
+    MessageCapture quiet;
+    PIV_Data2D mean(gridOf(4, 3)), current(gridOf(4, 3));
+    for (int k = 0; k < 12; k++) {
+        mean.data()[k].dx = 1.0f + k;
+        mean.data()[k].dy = -0.5f;
+        mean.data()[k].setSuccess();
+        current.data()[k].dx = 1.25f + k;
+        current.data()[k].dy = 0.5f * k;
+        current.data()[k].setSuccess();
+    }
+    mean.setFlagRawData(true);
+    current.setFlagRawData(true);
+    current.setDataType(PIV::DATA_DISPLACEMENT | PIV::DATA_FLAGS);
+    ReynoldsStresses rs;
+    ASSERT_TRUE(rs.setMeanData(&mean));
+    ASSERT_TRUE(rs.incrementPivData(&current, 0, 0));
+    test_support::ScratchDir dir;
+    const std::string file = dir.file("diff.nc");
+    OUTPUT_CFG out;
+    out.OutputFormat = 3;
+    ASSERT_TRUE(rs.saveCurrentDifference(file.c_str(), out)) << rs.getLastError();
+    int id = -1, var = -1;
+    ASSERT_EQ(nc_open(file.c_str(), NC_NOWRITE, &id), NC_NOERR);
+    ASSERT_EQ(nc_inq_varid(id, "piv_data", &var), NC_NOERR);
+    std::vector<float> d(24);
+    ASSERT_EQ(nc_get_var_float(id, var, d.data()), NC_NOERR);
+    nc_close(id);
+    for (int r = 0; r < 3; r++)
+        for (int i = 0; i < 4; i++) {
+            const int k = (2 - r) * 4 + i;
+            EXPECT_FLOAT_EQ(d[size_t(2 * (r * 4 + i))], 0.25f) << k;
+            EXPECT_FLOAT_EQ(d[size_t(2 * (r * 4 + i) + 1)], 0.5f * k + 0.5f) << k;
+        }
+}
