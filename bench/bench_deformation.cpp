@@ -8,6 +8,7 @@
 
 #include <vector>
 
+#include "bench_frames.h"
 #include "image2d.h"
 #include "image2d_deformation.h"
 #include "piv_enums.h"
@@ -20,26 +21,10 @@ namespace {
 
 constexpr int kSize = 1024;
 
-struct Pair {
-    Image2D a, b;
-    Pair() {
-        kelvane_test::SynthParams p;
-        p.width = p.height = kSize;
-        p.particleDiameter = 2.5;
-        p.particleDensity = 0.02;
-        p.seed = 3;
-        const auto pair =
-            kelvane_test::RenderPair(p, kelvane_test::SinusoidalFlow(2.0, 256.0, 0.0, -1.5));
-        for (Image2D* img : {&a, &b}) img->alloc(kSize, kSize, IMAGE_UINT8);
-        for (int y = 0; y < kSize; y++) {
-            a.putRow(pair.a.data() + size_t(y) * kSize, y);
-            b.putRow(pair.b.data() + size_t(y) * kSize, y);
-        }
-    }
-};
+using Pair = bench::ParticlePair;
 
 const Pair& TestPair() {
-    static const Pair pair;
+    static const Pair pair(kSize, kelvane_test::SinusoidalFlow(2.0, 256.0, 0.0, -1.5));
     return pair;
 }
 

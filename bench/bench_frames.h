@@ -4,6 +4,7 @@
 #include <cstdint>
 
 #include "image2d.h"
+#include "synthetic_images.h"
 
 namespace bench {
 
@@ -21,5 +22,24 @@ inline Image2D CameraFrame(int width = 2560, int height = 2160) {
     }
     return img;
 }
+
+// A square 8-bit particle pair for the flow: 2.5 px particles, 0.02 per
+// pixel, no noise, fixed seed.
+struct ParticlePair {
+    Image2D a, b;
+    ParticlePair(int size, const kelvane_test::Flow& flow, unsigned seed = 3) {
+        kelvane_test::SynthParams p;
+        p.width = p.height = size;
+        p.particleDiameter = 2.5;
+        p.particleDensity = 0.02;
+        p.seed = seed;
+        const auto pair = kelvane_test::RenderPair(p, flow);
+        for (Image2D* img : {&a, &b}) img->alloc(size, size, IMAGE_UINT8);
+        for (int y = 0; y < size; y++) {
+            a.putRow(pair.a.data() + size_t(y) * size, y);
+            b.putRow(pair.b.data() + size_t(y) * size, y);
+        }
+    }
+};
 
 }  // namespace bench

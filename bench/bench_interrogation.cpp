@@ -6,6 +6,7 @@
 #include <memory>
 #include <vector>
 
+#include "bench_frames.h"
 #include "image2d.h"
 #include "piv_eval2d.h"
 #include "piv_messages.h"
@@ -16,25 +17,10 @@ namespace {
 
 constexpr int kSize = 1024;
 
-struct Pair {
-    Image2D a, b;
-    Pair() {
-        kelvane_test::SynthParams p;
-        p.width = p.height = kSize;
-        p.particleDiameter = 2.5;
-        p.particleDensity = 0.02;
-        p.seed = 3;
-        const auto pair = kelvane_test::RenderPair(p, kelvane_test::UniformFlow(3.3, -2.2));
-        for (Image2D* img : {&a, &b}) img->alloc(kSize, kSize, IMAGE_UINT8);
-        for (int y = 0; y < kSize; y++) {
-            a.putRow(pair.a.data() + size_t(y) * kSize, y);
-            b.putRow(pair.b.data() + size_t(y) * kSize, y);
-        }
-    }
-};
+using Pair = bench::ParticlePair;
 
 const Pair& TestPair() {
-    static const Pair pair;
+    static const Pair pair(kSize, kelvane_test::UniformFlow(3.3, -2.2));
     return pair;
 }
 
