@@ -24,7 +24,7 @@ constexpr int kSize = 1024;
 using Pair = bench::ParticlePair;
 
 const Pair& TestPair() {
-    static const Pair pair(kSize, kelvane_test::SinusoidalFlow(2.0, 256.0, 0.0, -1.5));
+    static const Pair pair(kSize, synth::SinusoidalFlow(2.0, 256.0, 0.0, -1.5));
     return pair;
 }
 

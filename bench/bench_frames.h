@@ -27,13 +27,13 @@ inline Image2D CameraFrame(int width = 2560, int height = 2160) {
 // pixel, no noise, fixed seed.
 struct ParticlePair {
     Image2D a, b;
-    ParticlePair(int size, const kelvane_test::Flow& flow, unsigned seed = 3) {
-        kelvane_test::SynthParams p;
+    ParticlePair(int size, const synth::Flow& flow, unsigned seed = 3) {
+        synth::SynthParams p;
         p.width = p.height = size;
         p.particleDiameter = 2.5;
         p.particleDensity = 0.02;
         p.seed = seed;
-        const auto pair = kelvane_test::RenderPair(p, flow);
+        const auto pair = synth::RenderPair(p, flow);
         for (Image2D* img : {&a, &b}) img->alloc(size, size, IMAGE_UINT8);
         for (int y = 0; y < size; y++) {
             a.putRow(pair.a.data() + size_t(y) * size, y);

@@ -20,7 +20,7 @@ constexpr int kSize = 1024;
 using Pair = bench::ParticlePair;
 
 const Pair& TestPair() {
-    static const Pair pair(kSize, kelvane_test::UniformFlow(3.3, -2.2));
+    static const Pair pair(kSize, synth::UniformFlow(3.3, -2.2));
     return pair;
 }
 

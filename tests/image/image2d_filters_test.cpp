@@ -558,12 +558,12 @@ TEST(Drivers, FailedClippingEndsTheChain) {
 }
 
 TEST(Threads, OneAndAllGiveTheSameBytes) {
-    kelvane_test::SynthParams params;
+    synth::SynthParams params;
     params.width = 131;
     params.height = 97;
     params.bitDepth = 16;
-    const kelvane_test::SyntheticPair pair =
-        kelvane_test::RenderPair(params, kelvane_test::UniformFlow(1.5, -0.5));
+    const synth::SyntheticPair pair =
+        synth::RenderPair(params, synth::UniformFlow(1.5, -0.5));
     Image2D src(params.width, params.height, IMAGE_UINT16);
     for (int y = 0; y < params.height; y++)
         for (int x = 0; x < params.width; x++) src.setPixel(x, y, pair.pixelA(x, y));

@@ -243,9 +243,9 @@ TEST(Interpolation, MethodFourRunsBilinear) {
 
 namespace {
 
-using kelvane_test::Particle;
-using kelvane_test::RenderParticles;
-using kelvane_test::SynthParams;
+using synth::Particle;
+using synth::RenderParticles;
+using synth::SynthParams;
 
 std::vector<Particle> SomeParticles(int w, int h, unsigned seed) {
     std::vector<Particle> p;

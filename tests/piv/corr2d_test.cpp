@@ -28,9 +28,9 @@ PIVEVAL_CFG WindowCfg(int window, int fit = PIV::PEAKFIT_GAUSS_3X3) {
 }
 
 // Particle images whose content moves by (dx, dy), y down the rows.
-kelvane_test::SyntheticPair ParticlePair(int size, double dx, double dy) {
-    return kelvane_test::RenderPair(eval_test::StandardParams(size, 11),
-                                    kelvane_test::UniformFlow(dx, dy));
+synth::SyntheticPair ParticlePair(int size, double dx, double dy) {
+    return synth::RenderPair(eval_test::StandardParams(size, 11),
+                                    synth::UniformFlow(dx, dy));
 }
 
 std::vector<float> RandomValues(size_t n, unsigned seed) {

@@ -10,8 +10,8 @@
 #include "message_capture.h"
 
 using namespace eval_test;
-using kelvane_test::RenderPair;
-using kelvane_test::UniformFlow;
+using synth::RenderPair;
+using synth::UniformFlow;
 
 namespace {
 

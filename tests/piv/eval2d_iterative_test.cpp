@@ -19,8 +19,8 @@ using eval_test::CompareWithFlow;
 using eval_test::Evaluation;
 using eval_test::FieldErrors;
 using eval_test::StandardParams;
-using kelvane_test::Flow;
-using kelvane_test::RenderPair;
+using synth::Flow;
+using synth::RenderPair;
 
 namespace {
 
@@ -81,7 +81,7 @@ double ShareWithin(const PIV_Data2D& field, const Flow& flow, double tolerance) 
             v.iy > g.imageSize.height - kMargin)
             continue;
         double dx, dy;
-        kelvane_test::ExactDisplacement(flow, v.ix, v.iy, dx, dy);
+        synth::ExactDisplacement(flow, v.ix, v.iy, dx, dy);
         all++;
         if ((v.flag & VECTOR_ENABLED) && std::fabs(v.dx - dx) <= tolerance &&
             std::fabs(v.dy + dy) <= tolerance)
@@ -102,7 +102,7 @@ double VortexGamma(double peak, double core) {
 // A 20 px shift is beyond what a 32 px window can follow alone (the
 // particles leave it), but the 64 px level finds it and hands the offset on.
 TEST(MultiGridAccuracy, TwentyPixelShiftNeedsTheCoarseLevel) {
-    const kelvane_test::UniformFlow flow(20.0, 0.0);
+    const synth::UniformFlow flow(20.0, 0.0);
     const auto pair = RenderPair(StandardParams(kSize, 5), flow);
     for (bool fast : {true, false}) {
         Evaluation mg(pair, MultiGrid(fast, PIV::DEFORM_DISABLED));
@@ -126,7 +126,7 @@ TEST(MultiGridAccuracy, TwentyPixelShiftNeedsTheCoarseLevel) {
 // leaves about -0.018 px in x and -0.021 px in y (0.0204 px RMS); the
 // quintic shows that the iteration itself converges to the truth.
 TEST(DeformationAccuracy, UniformShiftEveryRoute) {
-    const kelvane_test::UniformFlow flow(7.3, -5.6);
+    const synth::UniformFlow flow(7.3, -5.6);
     struct Case {
         const char* name;
         PIVEVAL_CFG cfg;
@@ -153,7 +153,7 @@ TEST(DeformationAccuracy, UniformShiftEveryRoute) {
 // dx = 2 sin(2 pi y / 256): a 32 px window spans an eighth of the wave, so
 // without deformation the window averages the curvature away.
 TEST(DeformationAccuracy, SineWave) {
-    const kelvane_test::SinusoidalFlow flow(2.0, 256.0);
+    const synth::SinusoidalFlow flow(2.0, 256.0);
     const FieldErrors fast = Evaluate(flow, MultiGrid(true, PIV::DEFORM_ALL_PASSES));
     Report("sine, multi-grid Fast64 + deform", fast);
     EXPECT_LE(Rms(fast), 0.02);
@@ -166,7 +166,7 @@ TEST(DeformationAccuracy, SineWave) {
 }
 
 TEST(DeformationAccuracy, LambOseenVortex) {
-    const kelvane_test::LambOseenVortex flow(256.0, 256.0, VortexGamma(6.0, 96.0), 96.0);
+    const synth::LambOseenVortex flow(256.0, 256.0, VortexGamma(6.0, 96.0), 96.0);
     const FieldErrors f = Evaluate(flow, MultiGrid(true, PIV::DEFORM_ALL_PASSES));
     Report("Lamb-Oseen rc 96, 6 px, multi-grid + deform", f);
     EXPECT_LE(Rms(f), 0.05);
@@ -187,9 +187,9 @@ public:
 // stands in. A window of frame B filled with unrelated particles gives a
 // wild vector in pass 1; the field shown before pass 2 holds it replaced.
 TEST(MultiPassOverrides, WildVectorIsReplacedBetweenPasses) {
-    const kelvane_test::UniformFlow flow(5.2, -3.1);
+    const synth::UniformFlow flow(5.2, -3.1);
     const auto pair = RenderPair(StandardParams(kSize, 21), flow);
-    const auto other = RenderPair(StandardParams(kSize, 99), kelvane_test::UniformFlow(0, 0));
+    const auto other = RenderPair(StandardParams(kSize, 99), synth::UniformFlow(0, 0));
     Image2D a = eval_test::ToImage(pair.a, kSize, kSize);
     std::vector<float> b = pair.b;
     for (int y = 240; y < 272; y++)
@@ -218,7 +218,7 @@ TEST(MultiPassOverrides, WildVectorIsReplacedBetweenPasses) {
 
 // Passes 1 is the single pass itself, without validation inside.
 TEST(MultiPassEdges, OnePassIsTheSinglePass) {
-    const kelvane_test::UniformFlow flow(2.3, 1.4);
+    const synth::UniformFlow flow(2.3, 1.4);
     const auto pair = RenderPair(StandardParams(256, 3), flow);
     Evaluation multi(pair, MultiPass(1, PIV::DEFORM_DISABLED));
     Evaluation single(pair, eval_test::SinglePass(32, 16, 1));
@@ -234,7 +234,7 @@ TEST(MultiPassEdges, OnePassIsTheSinglePass) {
 // An integer shift: pass 2 moves every window by it, pass 3 finds the same
 // offsets, correlates nothing and leaves pass 2's field as it stands.
 TEST(MultiPassEdges, PassWithMatchingOffsetsKeepsTheField) {
-    const kelvane_test::UniformFlow flow(6.0, -4.0);
+    const synth::UniformFlow flow(6.0, -4.0);
     const auto pair = RenderPair(StandardParams(256, 4), flow);
     Evaluation two(pair, MultiPass(2, PIV::DEFORM_DISABLED));
     Evaluation three(pair, MultiPass(3, PIV::DEFORM_DISABLED));
@@ -251,7 +251,7 @@ TEST(MultiPassEdges, PassWithMatchingOffsetsKeepsTheField) {
 // Passes 2 with the deformed last pass: one shifted pass, then the
 // deformation; the result is as good as the full iteration.
 TEST(MultiPassEdges, TwoPassesWithDeformedLastPass) {
-    const kelvane_test::UniformFlow flow(7.3, -5.6);
+    const synth::UniformFlow flow(7.3, -5.6);
     const FieldErrors f = Evaluate(flow, MultiPass(2, PIV::DEFORM_FINAL_PASS));
     Report("uniform, multi-pass 2 + deformed last", f);
     EXPECT_LE(Rms(f), 0.025);
@@ -261,7 +261,7 @@ TEST(MultiPassEdges, TwoPassesWithDeformedLastPass) {
 // With no sample offset, pass 1 deforms by a zero field: the deformed
 // images are the frames themselves.
 TEST(DeformationEdges, ZeroOffsetCopiesTheImages) {
-    const auto pair = RenderPair(StandardParams(256, 5), kelvane_test::UniformFlow(1.5, 0.5));
+    const auto pair = RenderPair(StandardParams(256, 5), synth::UniformFlow(1.5, 0.5));
     Evaluation e(pair, MultiPass(1, PIV::DEFORM_ALL_PASSES));
     ASSERT_TRUE(e.run()) << e.eval->getLastError();
     for (int y = 0; y < 256; y += 5)
@@ -278,7 +278,7 @@ TEST(DeformationEdges, ZeroOffsetCopiesTheImages) {
 }
 
 TEST(IterativeBadInput, RefusedWithTheirErrors) {
-    const auto pair = RenderPair(StandardParams(256, 6), kelvane_test::UniformFlow(1.0, 1.0));
+    const auto pair = RenderPair(StandardParams(256, 6), synth::UniformFlow(1.0, 1.0));
     {
         Evaluation e(pair, MultiGrid(true, PIV::DEFORM_ALL_PASSES));
         e.eval->setAnalysisMode(PIV::ANALYSIS_AUTO_CORRELATION);
@@ -316,9 +316,9 @@ TEST(IterativeBadInput, RefusedWithTheirErrors) {
 // again with the next larger window (48 px for 32 px), which reaches past a
 // small damaged patch of frame B and finds the flow again.
 TEST(MultiGridCleanUp, ReplacedVectorsAreReevaluatedWithLargerWindows) {
-    const kelvane_test::UniformFlow flow(4.4, -2.7);
+    const synth::UniformFlow flow(4.4, -2.7);
     const auto pair = RenderPair(StandardParams(256, 31), flow);
-    const auto other = RenderPair(StandardParams(256, 77), kelvane_test::UniformFlow(0, 0));
+    const auto other = RenderPair(StandardParams(256, 77), synth::UniformFlow(0, 0));
     std::vector<float> b = pair.b;
     for (int y = 113; y < 143; y++)
         for (int x = 113; x < 143; x++) b[size_t(y) * 256 + x] = other.b[size_t(y) * 256 + x];

@@ -11,8 +11,8 @@
 #include "piv_util.h"
 
 using namespace eval_test;
-using kelvane_test::RenderPair;
-using kelvane_test::UniformFlow;
+using synth::RenderPair;
+using synth::UniformFlow;
 
 namespace {
 
@@ -218,7 +218,7 @@ TEST(Eval2D, OneProgressStepPerEntryBelowAHundred) {
 
 TEST(Eval2D, OneAndTwoThreadsGiveTheSameField) {
     MessageCapture quiet;
-    const auto pair = RenderPair(StandardParams(256), kelvane_test::LambOseenVortex(128, 128, 400, 40));
+    const auto pair = RenderPair(StandardParams(256), synth::LambOseenVortex(128, 128, 400, 40));
     auto run = [&](int threads, int fit) {
         ThreadScope scope(threads);
         PIVEVAL_CFG cfg = SinglePass(32, 16, fit);

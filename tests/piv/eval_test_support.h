@@ -25,8 +25,8 @@ inline Image2D ToImage(const std::vector<float>& pixels, int w, int h,
 
 // The pair of the accuracy cases: 2.5 px particles, 0.02 per pixel,
 // 8 bit, no noise, fixed seed.
-inline kelvane_test::SynthParams StandardParams(int size = 256, unsigned seed = 7) {
-    kelvane_test::SynthParams p;
+inline synth::SynthParams StandardParams(int size = 256, unsigned seed = 7) {
+    synth::SynthParams p;
     p.width = p.height = size;
     p.particleDiameter = 2.5;
     p.particleDensity = 0.02;
@@ -52,7 +52,7 @@ struct Evaluation {
     Image2D a, b;
     std::unique_ptr<PIV_Eval2D> eval;
 
-    Evaluation(const kelvane_test::SyntheticPair& pair, const PIVEVAL_CFG& cfg)
+    Evaluation(const synth::SyntheticPair& pair, const PIVEVAL_CFG& cfg)
         : a(ToImage(pair.a, pair.width, pair.height)), b(ToImage(pair.b, pair.width, pair.height)),
           eval(new PIV_Eval2D()) {
         eval->setPivEvalCfg(cfg);
@@ -93,7 +93,7 @@ inline ComponentErrors Summarise(std::vector<double>& e) {
 // Measured minus true displacement at every node whose window lies `margin`
 // pixels or more inside the image (interior nodes). The field counts dy
 // upwards, the flow downwards.
-inline FieldErrors CompareWithFlow(const PIV_Data2D& field, const kelvane_test::Flow& flow,
+inline FieldErrors CompareWithFlow(const PIV_Data2D& field, const synth::Flow& flow,
                                    int margin) {
     std::vector<double> ex, ey;
     FieldErrors f;
@@ -109,7 +109,7 @@ inline FieldErrors CompareWithFlow(const PIV_Data2D& field, const kelvane_test::
             continue;
         }
         double dx = 0.0, dy = 0.0;
-        kelvane_test::ExactDisplacement(flow, v.ix, v.iy, dx, dy);
+        synth::ExactDisplacement(flow, v.ix, v.iy, dx, dy);
         ex.push_back(v.dx - dx);
         ey.push_back(v.dy + dy);
     }

@@ -8,7 +8,7 @@
 
 #include <gtest/gtest.h>
 
-namespace kelvane_test {
+namespace synth {
 namespace {
 
 constexpr double kPi = 3.14159265358979323846;
@@ -295,4 +295,4 @@ TEST(SyntheticPairs, RejectsParametersItCannotHonour) {
 }
 
 }  // namespace
-}  // namespace kelvane_test
+}  // namespace synth

@@ -2,7 +2,7 @@
 
 #include <cmath>
 
-namespace kelvane_test {
+namespace synth {
 
 namespace {
 constexpr double kPi = 3.14159265358979323846;
@@ -36,4 +36,4 @@ void LambOseenVortex::displacement(double x, double y, double& dx, double& dy) c
     dy = perRadius * rx;
 }
 
-}  // namespace kelvane_test
+}  // namespace synth

@@ -5,7 +5,7 @@
 // so a vector it measures has dy == -flow dy.
 #pragma once
 
-namespace kelvane_test {
+namespace synth {
 
 // A displacement field in pixels, between image A and image B.
 class Flow {
@@ -60,4 +60,4 @@ private:
     double xc_, yc_, gamma_, rc_;
 };
 
-}  // namespace kelvane_test
+}  // namespace synth

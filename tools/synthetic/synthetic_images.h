@@ -1,5 +1,6 @@
 // Synthetic particle image pairs with a known displacement field, so that
-// tests and benchmarks can hold correlation results against exact truth.
+// tests, benchmarks and the test-pair tool can hold correlation results
+// against exact truth.
 //
 // Coordinates are image pixel coordinates: x runs to the right along a row,
 // y runs DOWN through the rows (it is the row index), and pixel (i, j) is the
@@ -11,7 +12,7 @@
 
 #include "synthetic_flows.h"
 
-namespace kelvane_test {
+namespace synth {
 
 struct SynthParams {
     int width = 256, height = 256;
@@ -67,4 +68,4 @@ void ExactDisplacement(const Flow& flow, double x, double y, double& dx, double&
 std::vector<float> RenderParticles(const std::vector<Particle>& particles, int width, int height,
                                    const SynthParams& params);
 
-}  // namespace kelvane_test
+}  // namespace synth

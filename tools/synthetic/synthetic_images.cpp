@@ -6,7 +6,7 @@
 #include <random>
 #include <stdexcept>
 
-namespace kelvane_test {
+namespace synth {
 
 namespace {
 
@@ -188,4 +188,4 @@ SyntheticPair RenderPair(const SynthParams& params, const Flow& flow) {
     return pair;
 }
 
-}  // namespace kelvane_test
+}  // namespace synth
