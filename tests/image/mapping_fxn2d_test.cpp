@@ -433,3 +433,98 @@ TEST(MappingFiles, CoefficientFileKeysByType) {
         EXPECT_EQ(t.find("px00"), std::string::npos) << c.type;
     }
 }
+
+namespace {
+
+// An affine camera: object (X, Y) seen at (20 + 2X, 30 + 2Y), for X, Y on a
+// 6 x 6 grid 0..100.
+std::vector<POINT_PAIR> AffinePoints(int imageHeight = 0) {
+    std::vector<POINT_PAIR> pts;
+    for (int j = 0; j <= 5; j++)
+        for (int i = 0; i <= 5; i++) {
+            const double X = 20.0 * i, Y = 20.0 * j;
+            double y = 30 + 2 * Y;
+            // Stored from the bottom when a height is given.
+            if (imageHeight > 0) y = imageHeight - 1 - y;
+            pts.emplace_back(20 + 2 * X, y, X, Y);
+        }
+    return pts;
+}
+
+}  // namespace
+
+TEST(MappingFit, OriginAtTheBottomTurnsImageRowsRound) {
+    const std::vector<POINT_PAIR> top = AffinePoints(), bottom = AffinePoints(260);
+    MappingFunction2D a, b;
+    a.setCalibrationPoints(top.data(), static_cast<int>(top.size()));
+    b.setCalibrationPoints(bottom.data(), static_cast<int>(bottom.size()));
+    b.setOriginMode(1);
+    b.setSourceImageSize(SIZE2D{240, 260});
+    ASSERT_TRUE(a.calculateMapping(0, 1, 1, true));
+    ASSERT_TRUE(b.calculateMapping(0, 1, 1, true));
+    EXPECT_NEAR(b.mappedY(37.0, 81.0), a.mappedY(37.0, 81.0), 1e-9);
+    EXPECT_NEAR(a.mappedY(37.0, 81.0), 30 + 2 * 81.0, 1e-9);
+    // Without the size the fit still runs, with a warning.
+    MappingFunction2D c;
+    c.setCalibrationPoints(bottom.data(), static_cast<int>(bottom.size()));
+    c.setOriginMode(1);
+    Messages messages;
+    EXPECT_TRUE(c.calculateMapping(0, 1, 1, true));
+    EXPECT_NE(messages.all().find("Source image size not specified"), std::string::npos);
+}
+
+TEST(MappingFit, WithoutTheInverseFlagTheFitGoesFromImageToObject) {
+    const std::vector<POINT_PAIR> pts = AffinePoints();
+    MappingFunction2D fit;
+    MAPPING_PARAMS params;
+    params.scale = 4.0;  // dewarped pixels per object unit
+    params.offset[0] = 5.0;
+    fit.setMappingParams(params);
+    EXPECT_TRUE(fit.needsNewFit());
+    fit.setCalibrationPoints(pts.data(), static_cast<int>(pts.size()));
+    ASSERT_TRUE(fit.calculateMapping(1, 1, 1, false));
+    EXPECT_FALSE(fit.needsNewFit());
+    // Image (60, 70) shows object (20, 20): dewarped pixel ((20 + 5) 4, 20 * 4).
+    const FPOINT2D p = fit.mappedPoint2D(60.0, 70.0);
+    EXPECT_NEAR(p.x, 100.0f, 1e-3);
+    EXPECT_NEAR(p.y, 80.0f, 1e-3);
+    // Setting the same parameters again is no change.
+    fit.setMappingParams(params);
+    EXPECT_FALSE(fit.needsNewFit());
+}
+
+TEST(MappingFit, BestFitToImageFillsTheDestination) {
+    const std::vector<POINT_PAIR> pts = AffinePoints();
+    MappingFunction2D fit;
+    fit.setCalibrationPoints(pts.data(), static_cast<int>(pts.size()));
+    Messages quiet;
+    // Image corners (0, 0) and (239, 259) show objects (-10, -15) and
+    // (109.5, 114.5): 129.5 units high, the tighter axis of 511 pixels.
+    ASSERT_TRUE(fit.bestFitToImage(SIZE2D{240, 260}));
+    EXPECT_NEAR(fit.mappingParams().scale, 511.0 / 129.5, 1e-9);
+    EXPECT_NEAR(fit.mappingParams().offset[0], 10.0, 1e-9);
+    EXPECT_NEAR(fit.mappingParams().offset[1], 15.0, 1e-9);
+    EXPECT_TRUE(fit.needsNewFit());
+    ASSERT_TRUE(fit.calculateMapping(0, 1, 1, true));
+    EXPECT_NEAR(fit.mappedX(0.0, 0.0), 0.0, 1e-6);
+    EXPECT_NEAR(fit.mappedY(0.0, 511.0), 259.0, 1e-6);
+    EXPECT_FALSE(fit.bestFitToImage(SIZE2D{1, 1}));
+}
+
+TEST(MappingFiles, PrintedCoefficientsWithImageOffsets) {
+    MAPPING_FXN_2D map;
+    map.setOrder(0);
+    map.px[0] = 1.5;
+    map.magnification = 2.0;
+    map.obj_x_offset = 3.0;
+    std::FILE* f = std::tmpfile();
+    ASSERT_NE(f, nullptr);
+    PIV::PrintProjectionMatrix(&map, f, "V0_");
+    std::rewind(f);
+    char text[2048] = {};
+    const size_t n = std::fread(text, 1, sizeof(text) - 1, f);
+    std::fclose(f);
+    const std::string s(text, n);
+    EXPECT_NE(s.find("\tV0_px00 = 1.5\n"), std::string::npos);
+    EXPECT_NE(s.find("\tV0_im_x_offset = 6\n"), std::string::npos);
+}

@@ -4,6 +4,7 @@
 
 #include <string>
 
+#include "image_types.h"
 #include "message_capture.h"
 #include "piv_filelist.h"
 #include "piv_filename.h"
@@ -245,6 +246,8 @@ TEST(FileList, SequencesInARealFolder) {
         {"u8.tif", "u11.tif", 1, true, {"u8.tif", "u9.tif", "u10.tif", "u11.tif"}},
         // Text behind the number stays with each name.
         {"cam0001_a.tif", "cam0002_a.tif", 1, true, {"cam0001_a.tif", "cam0002_a.tif"}},
+        // A range with no file on disk: an empty list.
+        {"q0001.tif", "q0003.tif", 1, true, {}},
         // First beyond last: an empty list, still a success.
         {"p0006.tif", "p0001.tif", 1, true, {}},
     };
@@ -312,6 +315,14 @@ TEST(FileList, BuildFileListAndAppend) {
     EXPECT_STREQ(list.fileStub(), "/else/t");
     EXPECT_EQ(list.sigFigs(), 3);
     EXPECT_EQ(list.fileIndex(1), 7);
+}
+
+TEST(PathFunctions, FileContentOfAnImage) {
+    ScratchDir dir;
+    // A little-endian TIFF header is enough for the format test.
+    test_support::WriteBytes(dir.file("t.tif"), std::string("II*\0\x08\0\0\0", 8));
+    EXPECT_EQ(PIV::FileContent(dir.file("t.tif").c_str()), PIV::FORMAT_TIFF);
+    EXPECT_EQ(PIV::FileContent(dir.file("none.tif").c_str()), PIV::FORMAT_NOT_FOUND);
 }
 
 TEST(StringFileList, BuildsWithoutLookingAtTheDisk) {
