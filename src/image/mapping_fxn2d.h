@@ -4,10 +4,10 @@
 //
 // Direction: a mapping used for dewarping takes a pixel (X, Y) of the
 // dewarped image, that is the object position (object + offset) *
-// magnification, to the position (x, y) in the recorded image. The fits
-// produce that direction when asked for the "inverse" mapping, the inverse of
-// the camera's image-to-object view; without the flag they fit the
-// image-to-object direction with the same forms.
+// magnification, to the position (x, y) in the recorded image. The fits give
+// that direction with their `inverse` flag set, as CalculateProjectionMatrix
+// asks; without it they fit the other way round, from image position to
+// dewarped pixel, with the same forms.
 #pragma once
 
 #include <cstdint>

@@ -4,13 +4,11 @@
 #include <unistd.h>
 
 #include <algorithm>
-#include <cctype>
 #include <climits>
 #include <cstdio>
 #include <cstring>
 
 #include "image_format.h"
-#include "piv_enums.h"
 #include "piv_messages.h"
 #include "piv_ncfile.h"
 #include "piv_record.h"
