@@ -49,7 +49,7 @@ TEST(Image2D_Map2D, DotsLandOnTheirNodes) {
         EXPECT_EQ(dewarped.width(), static_cast<uint64_t>(kDest));
         EXPECT_EQ(dewarped.type(), IMAGE_FLOAT);
         const double worst = WorstCentroidError(dewarped, nodes);
-        RecordProperty(c.name, std::to_string(worst));
+        RecordProperty(c.name, ::testing::PrintToString(worst));
         // Bilinear interpolation blurs a little but keeps the dot symmetric.
         EXPECT_LT(worst, 0.05) << c.name;
     }

@@ -150,8 +150,8 @@ TEST(MappingFit, EveryTypeThatCanExpressTheTruthReproducesIt) {
         EXPECT_TRUE(PIV::IsValidMapping(&map));
         EXPECT_EQ(map.maptype, c.type);
     }
-    RecordProperty("worst_at_points", std::to_string(worstAtPoints));
-    RecordProperty("worst_between", std::to_string(worstBetween));
+    RecordProperty("worst_at_points", ::testing::PrintToString(worstAtPoints));
+    RecordProperty("worst_between", ::testing::PrintToString(worstBetween));
 }
 
 TEST(MappingFit, NoiseOfATenthPixelLeavesAtMostATenthPixelRms) {
@@ -178,7 +178,7 @@ TEST(MappingFit, NoiseOfATenthPixelLeavesAtMostATenthPixelRms) {
         // rms is of the distance (two coordinates): per coordinate / sqrt 2.
         const double perCoordinate = rms / std::sqrt(2.0);
         RecordProperty(std::string(c.truthName) + "_type" + std::to_string(c.type) + "_rms",
-                       std::to_string(perCoordinate));
+                       ::testing::PrintToString(perCoordinate));
         EXPECT_LE(perCoordinate, 0.1) << c.truthName << " type " << c.type;
         EXPECT_GT(perCoordinate, 0.05) << c.truthName << " noise went missing";
         // Between the points, and out to the corners, the fit stays within

@@ -9,6 +9,7 @@
 #include "image_test_support.h"
 #include "piv3c_params.h"
 #include "piv_image2d.h"
+#include "piv_imagepair.h"
 
 using namespace image_test;
 
@@ -23,7 +24,23 @@ PIV3C_Parameters TwoViews() {
     PIV3C_Parameters p;
     p.setViewCount(2);
     p.setMagnification(2.0, 2.0, 2.0);
-    MAPPING_FXN_2D v0 = dot_grid::Perspective(kDest, kDest);
+    // View 0 as a calibration would give it: fitted to points of the known
+    // perspective, so that its coefficients have all their digits.
+    const MAPPING_FXN_2D known = dot_grid::Perspective(kDest, kDest);
+    std::vector<POINT_PAIR> points;
+    for (int j = 0; j <= 8; j++)
+        for (int i = 0; i <= 8; i++) {
+            const double X = 40.0 * i, Y = 40.0 * j;
+            double x, y;
+            known.mappedPoint(X, Y, x, y);
+            points.emplace_back(x, y, X / 2.0 - 10.0, Y / 2.0 - 20.0);
+        }
+    MAPPING_FXN_2D v0 = known;
+    v0.magnification = 2.0;
+    v0.obj_x_offset = 10.0;
+    v0.obj_y_offset = 20.0;
+    EXPECT_TRUE(PIV::CalculateProjectionMatrix(points.data(), static_cast<int>(points.size()), &v0,
+                                               PIV::MAPPING_NONLINEAR1, 1, 1));
     MAPPING_FXN_2D v1 = dot_grid::Barrel(kDest, kDest);
     for (MAPPING_FXN_2D* m : {&v0, &v1}) {
         m->magnification = 2.0;
@@ -79,7 +96,8 @@ TEST(PIV3C_Parameters, TwoViewsReadBack) {
         EXPECT_EQ(read.mapping(v).dest_img_width, kDest);
         // Six significant digits per coefficient: positions within 1e-3 px.
         const double worst = WorstPositionDifference(read.mapping(v), written.mapping(v));
-        RecordProperty("view" + std::to_string(v) + "_readback_px", std::to_string(worst));
+        RecordProperty("view" + std::to_string(v) + "_readback_px",
+                       ::testing::PrintToString(worst));
         EXPECT_LT(worst, 1e-3) << "view " << v;
     }
     // The object origin lies at (10, 20) mm * 2 px/mm in the dewarped image.
@@ -121,7 +139,8 @@ TEST(PIV_Image2D, DewarpOnLoadPutsTheDotsOnTheirNodes) {
         EXPECT_EQ(img.type(), IMAGE_FLOAT);
         EXPECT_STREQ(img.fileName(), frame.c_str());
         const double worst = WorstCentroidError(img, nodes);
-        RecordProperty("view" + std::to_string(view) + "_centroid_px", std::to_string(worst));
+        RecordProperty("view" + std::to_string(view) + "_centroid_px",
+                       ::testing::PrintToString(worst));
         EXPECT_LT(worst, 0.05) << "view " << view;
 
         // The conversion comes from the calibration; the unit is cut to 15.
@@ -178,4 +197,78 @@ TEST(PIV_Image2D, StereoModeDewarpsByItsViewAndMasksTheUnseen) {
     Image2D other(raw);
     EXPECT_FALSE(img.dewarpImage(other, shift, false));
     EXPECT_EQ(other.width(), 360u);
+}
+
+namespace {
+
+// A frame of 360 x 100 grey 80, its mask covering columns below 250, and a
+// view calibration that shifts by 200 px onto a 300 x 100 dewarped frame: its
+// columns 0..49 see masked pixels, 50..159 free ones, 160 on nothing.
+struct ShiftedScene {
+    ScratchDir dir;
+    PIV3C_Parameters views;
+    IMAGE_CFG cfg;
+
+    ShiftedScene() {
+        Image2D raw(360, 100, IMAGE_UINT8);
+        raw.fill(80.0f);
+        EXPECT_TRUE(raw.saveTIFF(dir.file("s.tif").c_str()));
+        Image2D mask(360, 100, IMAGE_UINT8);
+        for (int y = 0; y < 100; y++)
+            for (int x = 0; x < 360; x++) mask.setPixel(x, y, x < 250 ? 255.0f : 0.0f);
+        EXPECT_TRUE(mask.saveTIFF(dir.file("mask.tif").c_str()));
+        MAPPING_FXN_2D shift;
+        shift.setOrder(0);
+        shift.px[0] = 200.0;
+        shift.magnification = 1.0;
+        shift.dest_img_width = 300;
+        shift.dest_img_height = 100;
+        views.setViewCount(2);
+        views.setMapping(0, shift);
+        views.setMapping(1, shift);
+        EXPECT_TRUE(views.save(dir.file("shift.cal").c_str()));
+        cfg.MaskEnable = true;
+        cfg.MaskRandomize = false;
+        PIV::CopyText(cfg.Mask, dir.file("mask.tif").c_str());
+    }
+};
+
+}  // namespace
+
+TEST(PIV_Image2D, MaskIsDewarpedWithItsFrame) {
+    for (bool stereo : {false, true}) {
+        ShiftedScene scene;
+        PIV_Image2D img;
+        if (stereo) {
+            img.setStereoMode(true);
+            img.setStereoCfg(&scene.views, 0);
+        } else {
+            scene.cfg.Dewarp = true;
+            scene.cfg.DewarpView = 0;
+            PIV::CopyText(scene.cfg.DewarpFile, scene.dir.file("shift.cal").c_str());
+        }
+        img.setImageCfg(scene.cfg);
+        Messages quiet;
+        ASSERT_TRUE(img.load(scene.dir.file("s.tif").c_str(), false)) << stereo;
+        ASSERT_TRUE(img.isMaskAvailable()) << stereo;
+        const Image2D& mask = *img.imageMask();
+        EXPECT_EQ(mask.type(), IMAGE_UINT8) << stereo;
+        EXPECT_EQ(mask.width(), 300u) << stereo;
+        EXPECT_EQ(mask.pixel(40, 50), 255.0f) << stereo;
+        EXPECT_EQ(mask.pixel(100, 50), 0.0f) << stereo;
+        EXPECT_EQ(mask.pixel(200, 50), 255.0f) << stereo;
+        EXPECT_EQ(img.pixel(40, 50), 0.0f) << stereo;
+        EXPECT_NEAR(img.pixel(100, 50), 80.0f, 1e-3) << stereo;
+    }
+}
+
+TEST(PIV_ImagePair, MaskLoadedForBothFrames) {
+    ShiftedScene scene;
+    PIV_ImagePair pair;
+    Messages quiet;
+    ASSERT_TRUE(pair.load(scene.dir.file("s.tif").c_str(), 1, false, false));
+    EXPECT_FALSE(pair.isMaskAvailable());
+    EXPECT_TRUE(pair.loadMask(scene.dir.file("mask.tif").c_str()));
+    EXPECT_EQ(pair.imgB()->imageMask()->pixel(10, 10), 255.0f);
+    EXPECT_FALSE(pair.loadMask(scene.dir.file("none.tif").c_str()));
 }
