@@ -123,8 +123,18 @@ bool PIV_Image2D::load(const char* path, bool pcoMode) {
     if (!m_stereo && m_cfg.Dewarp) {
         const std::string mapFile = lookForFile(m_cfg.DewarpFile);
         PIV3C_Parameters calibration;
-        if (!mapFile.empty() && calibration.load(mapFile.c_str())) {
-            const int view = m_cfg.DewarpView;
+        const int view = m_cfg.DewarpView;
+        bool usable = false;
+        if (mapFile.empty()) {
+            DebugPrintExt(1, "Dewarp file not found: '%s'", m_cfg.DewarpFile);
+        } else if (calibration.load(mapFile.c_str())) {
+            usable = PIV::IsValidMapping(&calibration.mapping(view));
+            // The default view is 1: a file of one view has nothing there.
+            if (!usable)
+                PrintWarning("'%s' holds no mapping for view %d: image not dewarped",
+                             mapFile.c_str(), view);
+        }
+        if (usable) {
             DebugPrint("  about to dewarp images with view %d", view);
             const MAPPING_FXN_2D& map = calibration.mapping(view);
             if (m_maskLoaded) {
@@ -140,8 +150,6 @@ bool PIV_Image2D::load(const char* path, bool pcoMode) {
                 m_convert.LengthConversion[2] = calibration.magZ();
                 PIV::CopyText(m_convert.LengthConversionUnits, calibration.gridUnit(view));
             }
-        } else {
-            DebugPrintExt(1, "Dewarp file not found: '%s'", m_cfg.DewarpFile);
         }
     }
 

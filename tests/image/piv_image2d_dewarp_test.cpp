@@ -159,13 +159,21 @@ TEST(PIV_Image2D, DewarpWithoutItsFileLoadsTheFrameAsItIs) {
     ASSERT_TRUE(raw.saveTIFF(dir.file("f.tif").c_str()));
     IMAGE_CFG cfg;
     cfg.Dewarp = true;
-    PIV::CopyText(cfg.DewarpFile, dir.file("gone.cal").c_str());
-    PIV_Image2D img;
-    img.setImageCfg(cfg);
-    Messages quiet;
-    ASSERT_TRUE(img.load(dir.file("f.tif").c_str(), false));
-    EXPECT_EQ(img.width(), 40u);
-    EXPECT_EQ(Pixels(img), Pixels(raw));
+    // A file of one view, asked for the default view 1; a file of other keys.
+    PIV3C_Parameters oneView;
+    oneView.setMapping(0, dot_grid::Barrel(kDest, kDest));
+    ASSERT_TRUE(oneView.save(dir.file("one.cal").c_str()));
+    WriteBytes(dir.file("other.par"), "Something = 1\n");
+    Messages messages;
+    for (const char* file : {"gone.cal", "one.cal", "other.par"}) {
+        PIV::CopyText(cfg.DewarpFile, dir.file(file).c_str());
+        PIV_Image2D img;
+        img.setImageCfg(cfg);
+        ASSERT_TRUE(img.load(dir.file("f.tif").c_str(), false)) << file;
+        EXPECT_EQ(img.width(), 40u) << file;
+        EXPECT_EQ(Pixels(img), Pixels(raw)) << file;
+    }
+    EXPECT_NE(messages.all().find("holds no mapping for view 1"), std::string::npos);
 }
 
 TEST(PIV_Image2D, StereoModeDewarpsByItsViewAndMasksTheUnseen) {
