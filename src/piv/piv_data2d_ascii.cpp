@@ -84,7 +84,6 @@ struct NodeValues {
     const OUTPUT_CFG& cfg;
     int dataSets;
     double time;
-    bool haveDiff;
 };
 
 double _value(int type, const PIV_VECTOR& p, const DIFFERENTIALS& d, const NodeValues& nv) {
@@ -250,7 +249,7 @@ bool PIV_DataBase::saveASCII_new(const char* fileName, int timeStep) {
         std::fprintf(f, "ZONE I=%d, J=%d, K=%d, F=POINT, T=\"%s\"\n", w.visitedX(), w.visitedY(),
                      w.visitedZ(), zoneTitle);
 
-    const NodeValues nv{*this, cfg, m_dataSets, timeAt(step), haveDiff};
+    const NodeValues nv{*this, cfg, m_dataSets, timeAt(step)};
     int lines = 0;
     for (int z = 0; z < w.nz; z += w.sz)
         for (int row : rows)
