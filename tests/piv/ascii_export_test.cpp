@@ -239,3 +239,39 @@ TEST(TextExports, FailedSaveKeepsTheEarlierFile) {
     EXPECT_FALSE(empty.saveASCII(target.c_str(), 0, true));
     EXPECT_EQ(test_support::ReadBytes(target), "earlier\n");
 }
+
+TEST(TecplotLayout, NamesFollowTheKindOfData) {
+    struct Case {
+        Kind kind;
+        std::vector<std::string> expected;
+    };
+    // Means over the four nodes with a result (0, 2, 4, 5): dx 3 / 4 = 0.75.
+    const Case cases[] = {
+        {Kind::Raw,
+         {"$!VarSet |VARLIST| = '\"c\" \"r\" \"dx\" \"dy\"'\n", "$!VarSet |DXmean|  = 0.75\n",
+          "$!FRAMENAME='PIV-Data'\n", "TEXT='Column [px]'\n", "TEXT='Row [px]'\n"}},
+        {Kind::Speckle,
+         {"$!VarSet |VARLIST| = '\"x\" \"y\" \"dx\" \"dy\"'\n", "$!VarSet |DXmean|  = 0.75\n",
+          "$!FRAMENAME='Speckle-Data'\n", "TEXT='X [mm]'\n"}},
+        {Kind::Velocity,
+         {"$!VarSet |VARLIST| = '\"x\" \"y\" \"u\" \"v\"'\n", "$!VarSet |Umean|  = 0.375\n",
+          "$!FRAMENAME='PIV-Data'\n", "TEXT='Y [mm]'\n"}},
+    };
+    for (const Case& c : cases) {
+        PIV_Data2D field;
+        MakeField(field, c.kind);
+        test_support::ScratchDir dir;
+        const std::string layout = dir.file("kind.lay");
+        ASSERT_TRUE(field.saveTecPlotLayout(layout.c_str(), "kind.plt", "kind", OUTPUT_CFG()));
+        const std::string text = test_support::ReadBytes(layout);
+        for (const std::string& e : c.expected) EXPECT_NE(text.find(e), std::string::npos) << e;
+    }
+    // A third component adds its name.
+    PIV_Data2D field;
+    MakeField(field, Kind::Velocity);
+    field.setFlag3C(true);
+    test_support::ScratchDir dir;
+    ASSERT_TRUE(field.saveTecPlotLayout(dir.file("w.lay").c_str(), "w.plt", "w", OUTPUT_CFG()));
+    EXPECT_NE(test_support::ReadBytes(dir.file("w.lay")).find("'\"x\" \"y\" \"u\" \"v\" \"w\"'"),
+              std::string::npos);
+}

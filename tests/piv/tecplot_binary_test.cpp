@@ -44,6 +44,8 @@ enum Quirk {
     kBlockThreeShearRuns,
     // Block form: "corr" is a fraction, in point form it is in percent.
     kBlockCorrUnscaled,
+    // Block form: the "resid3c" run holds the velocity magnitude.
+    kBlockResidualIsSpeed,
     kQuirkCount
 };
 
@@ -60,6 +62,7 @@ const QuirkRow kQuirks[] = {
     {kBlockCountEightBytes, "block form: count run of 8 bytes a node"},
     {kBlockThreeShearRuns, "block form, 3-D: three runs under 'shear'"},
     {kBlockCorrUnscaled, "block form: corr not in percent"},
+    {kBlockResidualIsSpeed, "block form: resid3c holds |(u, v, w)|"},
 };
 static_assert(sizeof(kQuirks) / sizeof(kQuirks[0]) == kQuirkCount, "one row per quirk");
 
@@ -154,6 +157,11 @@ private:
                 QuirksMet().insert(kBlockCountEightBytes);
                 for (int n = 0; n < nodes; n++)
                     EXPECT_EQ(i32(), 0) << "second half of the count run";
+            }
+            if (name == "resid3c") {
+                QuirksMet().insert(kBlockResidualIsSpeed);
+                z.values["speed"] = z.values[name];
+                z.values.erase(name);
             }
             if (name == "corr") {
                 QuirksMet().insert(kBlockCorrUnscaled);
@@ -448,6 +456,34 @@ void CaseRawPointsIn3DWithShiftedPositionsAndCounts() {
     EXPECT_EQ(z.values.count("d"), 0u);
 }
 
+void CaseThreeComponentBlockWithResiduals() {
+    // A third component w = 2 at every node: the residual's run is the
+    // speed, at node 0 |(0.75, -0.25, 2)| = 2.1506.
+    PIV_Data2D field;
+    MakeField(field, Kind::Velocity);
+    field.setFlag3C(true);
+    for (int n = 0; n < 6; n++) {
+        field.data()[n].w = 2.0f;
+        field.data()[n].residual = 0.125f;
+    }
+    SetGradients(field);
+    OUTPUT_CFG cfg;
+    cfg.OutputFormat = 2;
+    cfg.StoreResiduals = true;
+    test_support::ScratchDir dir;
+    const std::string path = dir.file("vel3c.plt");
+    ASSERT_TRUE(field.save(path.c_str(), 0, cfg)) << field.getLastError();
+
+    const TecplotFile f = ReadTecplot(path);
+    EXPECT_EQ(f.names, Names({"x", "y", "u", "v", "w", "flag", "resid3c"}));
+    ASSERT_EQ(f.zones.size(), 1u);
+    EXPECT_TRUE(f.atEnd);
+    const Zone& z = f.zones[0];
+    EXPECT_EQ(z.values.at("w"), std::vector<double>(6, 2.0));
+    EXPECT_NEAR(z.values.at("speed")[0], 2.15058, 1e-5);
+    EXPECT_NEAR(z.values.at("speed")[1], std::sqrt(4.5 * 4.5 * 2 + 4), 1e-5);
+}
+
 TEST(TecplotBinary, RawBlockWithCounts) {
     CaseRawBlockWithCounts();
 }
@@ -464,12 +500,16 @@ TEST(TecplotBinary, RawPointsIn3DWithShiftedPositionsAndCounts) {
     CaseRawPointsIn3DWithShiftedPositionsAndCounts();
 }
 
+TEST(TecplotBinary, ThreeComponentBlockWithResiduals) {
+    CaseThreeComponentBlockWithResiduals();
+}
+
 TEST(TecplotBinary, EveryQuirkIsMetByACase) {
     QuirksMet().clear();
     for (void (*run)() :
          {CaseRawBlockWithCounts, CaseVelocityPointsSkippingOneOutlierOnADesampledGrid,
           CaseVelocityBlockIn3DWithShearAndCorrelation,
-          CaseRawPointsIn3DWithShiftedPositionsAndCounts})
+          CaseRawPointsIn3DWithShiftedPositionsAndCounts, CaseThreeComponentBlockWithResiduals})
         run();
     for (const QuirkRow& q : kQuirks)
         EXPECT_EQ(QuirksMet().count(q.quirk), 1u) << "no case for: " << q.text;
