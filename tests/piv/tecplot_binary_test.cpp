@@ -604,6 +604,21 @@ TEST(TecplotBinary, SequenceHasOneZonePerStep) {
                   .find("saveSequenceTecplotBinary() - invalid range of sequence requested!"),
               std::string::npos);
     EXPECT_FALSE(std::filesystem::exists(dir.file("bad.plt")));
+
+    const std::string missing = dir.file("missing/seq.plt");
+    EXPECT_FALSE(field.saveSequenceTecplotBinary(missing.c_str(), 0, 2));
+    EXPECT_EQ(field.error().getLastErrorCode(), PIVerror::FILE_CREATE_FAILED);
+    EXPECT_NE(std::string(field.getLastError())
+                  .find("saveSequenceTecplotBinary() - failed opening output file: " + missing),
+              std::string::npos);
+    PIV_Data2D empty;
+    EXPECT_FALSE(empty.saveSequenceTecplotBinary(dir.file("empty.plt").c_str(), 0, 0));
+    EXPECT_NE(std::string(empty.getLastError())
+                  .find("saveSequenceTecplotBinary() - no valid data available!"),
+              std::string::npos);
+    EXPECT_EQ(std::distance(std::filesystem::directory_iterator(dir.path()),
+                            std::filesystem::directory_iterator()),
+              1);  // seq.plt alone
 }
 
 TEST(TecplotBinary, SaveRefusesUnknownFormats) {
