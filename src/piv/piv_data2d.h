@@ -139,9 +139,17 @@ public:
     bool updateShift(const PIV_DataBase& source, bool add, int method);
 
     // ---- files ------------------------------------------------------------
-    // By cfg.OutputFormat: 3 native NetCDF, 4 PIVNET2; 0 to 2 (Tecplot and
-    // ASCII) are not available yet (error 11); anything else fails.
+    // By cfg.OutputFormat: 0 and 1 Tecplot text, 2 Tecplot binary (point
+    // form when skipping outliers or asked for), 3 native NetCDF, 4 PIVNET2;
+    // anything else fails (error 24).
     bool save(const char* fileName, int timeStep, const OUTPUT_CFG& cfg);
+    // The steps first to last (inclusive) as zones of one Tecplot binary
+    // file in block form.
+    bool saveSequenceTecplotBinary(const char* fileName, int first, int last);
+    // A Tecplot macro that loads `dataFile` and shows it as vectors over
+    // contours; `name` only labels the debug output.
+    bool saveTecPlotLayout(const char* layoutFile, const char* dataFile, const char* name,
+                           const OUTPUT_CFG& cfg);
     // A NetCDF data file of either layout, with the parameters it holds.
     bool load(const char* fileName);
     bool read(const char* fileName) { return load(fileName); }

@@ -59,10 +59,10 @@ bool PIV_Data2D::save(const char* fileName, int timeStep, const OUTPUT_CFG& cfg)
     switch (o.OutputFormat) {
         case 0:
         case 1:
+            return saveASCII(fileName, timeStep, true);
         case 2:
-            m_error.setMessage("save() - Tecplot and ASCII output are not available");
-            m_error.handleError(PIVerror::FUNCTION_NOT_AVAILABLE, "save()");
-            return false;
+            return saveTecplotBinary(fileName, timeStep,
+                                     !o.OutputSkipOutliers && !o.OutputPointFormat);
         case 3:
             return saveNetCDF(fileName, timeStep);
         case 4:

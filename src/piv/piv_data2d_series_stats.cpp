@@ -204,6 +204,7 @@ bool PIV_Data2D_Stats::update() {
         PIV_PARAMETERS p = f->pivParameters();
         p.eval.MultiCorr_Count = m_dataSets;
         f->setPivParameters(p);
+        f->setDataSetCount(m_dataSets);
     }
     m_avg->setDataType(m_avg->dataType() | PIV::DATA_COUNTS);
     m_rms->setDataType(m_avg->dataType());

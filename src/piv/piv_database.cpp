@@ -40,6 +40,7 @@ void PIV_DataBase::init() {
     for (DIFFERENTIALS& s : m_diffStats) s = DIFFERENTIALS();
     m_active = m_interpolated = m_replaced = m_disabled = m_masked = 0;
     m_desamplingFactor = 1;
+    m_dataSets = 1;
     std::memset(m_formattedStats, 0, sizeof(m_formattedStats));
 }
 
@@ -212,6 +213,7 @@ void PIV_DataBase::takeFlags(const PIV_DataBase& source) {
     m_needsDifferentiation = source.m_needsDifferentiation;
     m_3CResiduals = source.m_3CResiduals;
     m_statisticsData = source.m_statisticsData;
+    m_dataSets = source.m_dataSets;
     m_smoothed = source.m_smoothed;
     m_medianFiltered = source.m_medianFiltered;
     m_intermediateData = source.m_intermediateData;

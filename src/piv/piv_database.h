@@ -239,6 +239,22 @@ public:
     bool saveNetCDF(const char* fileName, int timeStep = -1);
     bool saveNetCDF_PIVNET2(const char* fileName, int timeStep = -1);
 
+    // ---- Tecplot and text exports -------------------------------------------
+    // The step is clamped into the time axis. Each file is written beside
+    // its target and renamed over it when complete.
+    // Tecplot text; the flag is kept for callers and has no effect.
+    bool saveASCII(const char* fileName, int timeStep, bool unused);
+    bool saveASCII_new(const char* fileName, int timeStep);
+    // Tecplot binary (7.5) in block or point form; false (error 31) for
+    // velocity or speckle data without differentials.
+    bool saveTecplotBinary(const char* fileName, int timeStep, bool block);
+    // One line a node: position, displacement or velocity, status.
+    bool savePivChallengeData(const char* fileName, int timeStep);
+    // Fields that average several data sets (statistics) say so in their
+    // text exports; the "valid" column is count divided by it.
+    int dataSetCount() const { return m_dataSets; }
+    void setDataSetCount(int count) { m_dataSets = count < 1 ? 1 : count; }
+
     // Standard output when `stream` is null.
     void printGridInfo(const char* title, FILE* stream = nullptr) const;
     void printDataInfo(const char* title, FILE* stream = nullptr) const;
@@ -299,6 +315,7 @@ protected:
     unsigned long m_active = 0, m_interpolated = 0, m_replaced = 0, m_disabled = 0, m_masked = 0;
     std::vector<unsigned char> m_validationTags;
     int m_desamplingFactor = 1;
+    int m_dataSets = 1;
     PIVerror m_error;
     char m_formattedStats[4096];
 };

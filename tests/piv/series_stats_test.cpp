@@ -138,6 +138,8 @@ TEST(SeriesStatistics, MatchATwoPassReference) {
     ASSERT_TRUE(stats->update());
     EXPECT_TRUE(stats->statsAvailable());
     const PIV_Data2D* avg = stats->avgData();
+    // The exports print `valid` against the count the mean field carries.
+    EXPECT_EQ(avg->dataSetCount(), kFields);
     const PIV_Data2D* rms = stats->rmsData();
     float PIV_VECTOR::*const members[] = {&PIV_VECTOR::dx, &PIV_VECTOR::dy, &PIV_VECTOR::u,
                                           &PIV_VECTOR::v,  &PIV_VECTOR::sx, &PIV_VECTOR::corr};

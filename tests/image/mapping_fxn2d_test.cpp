@@ -1,0 +1,530 @@
+// Mapping functions fitted to calibration points made from known mappings:
+// the fitted mapping must put every point, and points between them, where
+// the known mapping does. Positions are compared, never coefficients, since
+// several coefficient sets can describe one mapping.
+#include <gtest/gtest.h>
+
+#include <cmath>
+#include <functional>
+#include <random>
+#include <string>
+
+#include "image_test_support.h"
+#include "mapping_fxn2d.h"
+
+using namespace image_test;
+
+namespace {
+
+// A known mapping from a dewarped pixel (X, Y) to its image position.
+using Truth = std::function<void(double X, double Y, double& x, double& y)>;
+
+// Magnification and offsets of the dewarped image in these tests: object
+// units of 0.5 px, object origin at pixel (20, 30).
+constexpr double kMag = 2.0, kOffX = 10.0, kOffY = 15.0;
+
+Truth Polynomial(int degree) {
+    return [degree](double X, double Y, double& x, double& y) {
+        x = 12.0 + 0.95 * X + 0.04 * Y;
+        y = -7.0 - 0.03 * X + 1.02 * Y;
+        if (degree >= 2) {
+            x += 2e-4 * X * X - 1e-4 * X * Y + 5e-5 * Y * Y;
+            y += -1e-4 * X * X + 2e-4 * X * Y + 1e-4 * Y * Y;
+        }
+        if (degree >= 3) {
+            x += 3e-7 * X * X * X - 2e-7 * X * Y * Y;
+            y += 2e-7 * X * X * Y + 1e-7 * Y * Y * Y;
+        }
+    };
+}
+
+// A camera looking at the plane at an angle: a homography.
+Truth Perspective() {
+    return [](double X, double Y, double& x, double& y) {
+        const double d = 1.0 + 2e-4 * X - 1e-4 * Y;
+        x = (1.1 * X + 0.05 * Y + 8.0) / d;
+        y = (-0.02 * X + 0.9 * Y + 20.0) / d;
+    };
+}
+
+// Points on a 9 x 9 grid of dewarped pixels 0..480, in object units. With
+// noise, Gaussian offsets scaled so that their RMS per coordinate is exactly
+// `noise` px: what a fit can reach then does not depend on the draw.
+std::vector<POINT_PAIR> GridPoints(const Truth& truth, double noise = 0.0, unsigned seed = 1) {
+    std::mt19937 rng(seed);
+    std::normal_distribution<double> gauss(0.0, 1.0);
+    std::vector<double> offsets(2 * 81);
+    double sum = 0.0;
+    for (double& o : offsets) {
+        o = gauss(rng);
+        sum += o * o;
+    }
+    const double scale = noise / std::sqrt(sum / offsets.size());
+    std::vector<POINT_PAIR> pts;
+    for (int j = 0; j < 9; j++)
+        for (int i = 0; i < 9; i++) {
+            const double X = 60.0 * i, Y = 60.0 * j;
+            double x, y;
+            truth(X, Y, x, y);
+            const size_t k = 2 * pts.size();
+            x += offsets[k] * scale;
+            y += offsets[k + 1] * scale;
+            pts.emplace_back(x, y, X / kMag - kOffX, Y / kMag - kOffY, 0.0);
+        }
+    return pts;
+}
+
+MAPPING_FXN_2D Fit(const std::vector<POINT_PAIR>& pts, int type, int order, bool* ok) {
+    MAPPING_FXN_2D map;
+    map.magnification = kMag;
+    map.obj_x_offset = kOffX;
+    map.obj_y_offset = kOffY;
+    map.dest_img_width = 481;
+    map.dest_img_height = 481;
+    MessageCapture quiet;
+    *ok = PIV::CalculateProjectionMatrix(pts.data(), static_cast<int>(pts.size()), &map,
+                                         static_cast<PIV::MappingType>(type), order, order);
+    return map;
+}
+
+// Largest distance between the fit and the truth at the grid points and at
+// the centres of the grid cells (30 px away from any point).
+void WorstErrors(const MAPPING_FXN_2D& map, const Truth& truth, double& atPoints, double& between) {
+    atPoints = between = 0.0;
+    for (int j = 0; j < 17; j++)
+        for (int i = 0; i < 17; i++) {
+            const double X = 30.0 * i, Y = 30.0 * j;
+            double x, y, tx, ty;
+            map.mappedPoint(X, Y, x, y);
+            truth(X, Y, tx, ty);
+            const double e = std::hypot(x - tx, y - ty);
+            double& worst = (i % 2 == 0 && j % 2 == 0) ? atPoints : between;
+            worst = std::max(worst, e);
+        }
+}
+
+struct FitCase {
+    const char* truthName;
+    Truth truth;
+    int type;
+    int order;
+};
+
+}  // namespace
+
+TEST(MappingFit, EveryTypeThatCanExpressTheTruthReproducesIt) {
+    const FitCase cases[] = {
+        // An affine mapping: every form contains it.
+        {"degree 1", Polynomial(1), 0, 1},
+        {"degree 1", Polynomial(1), 0, 2},
+        {"degree 1", Polynomial(1), 0, 3},
+        {"degree 1", Polynomial(1), 1, 1},
+        {"degree 1", Polynomial(1), 2, 1},
+        {"degree 1", Polynomial(1), 3, 1},
+        {"degree 1", Polynomial(1), 4, 1},
+        // Quadratic: polynomials of degree 2 and up, the forms with
+        // quadratic numerators.
+        {"degree 2", Polynomial(2), 0, 2},
+        {"degree 2", Polynomial(2), 0, 3},
+        {"degree 2", Polynomial(2), 3, 1},
+        {"degree 2", Polynomial(2), 4, 1},
+        {"degree 3", Polynomial(3), 0, 3},
+        {"degree 3", Polynomial(3), 0, 5},
+        // A perspective view: all rational forms.
+        {"perspective", Perspective(), 1, 1},
+        {"perspective", Perspective(), 2, 1},
+        {"perspective", Perspective(), 3, 1},
+        {"perspective", Perspective(), 4, 1},
+    };
+    double worstAtPoints = 0.0, worstBetween = 0.0;
+    for (const FitCase& c : cases) {
+        bool ok = false;
+        const MAPPING_FXN_2D map = Fit(GridPoints(c.truth), c.type, c.order, &ok);
+        ASSERT_TRUE(ok) << c.truthName << " type " << c.type << " order " << c.order;
+        double atPoints, between;
+        WorstErrors(map, c.truth, atPoints, between);
+        worstAtPoints = std::max(worstAtPoints, atPoints);
+        worstBetween = std::max(worstBetween, between);
+        EXPECT_LT(atPoints, 1e-3) << c.truthName << " type " << c.type << " order " << c.order;
+        EXPECT_LT(between, 1e-3) << c.truthName << " type " << c.type << " order " << c.order;
+        EXPECT_TRUE(PIV::IsValidMapping(&map));
+        EXPECT_EQ(map.maptype, c.type);
+    }
+    RecordProperty("worst_at_points", ::testing::PrintToString(worstAtPoints));
+    RecordProperty("worst_between", ::testing::PrintToString(worstBetween));
+}
+
+TEST(MappingFit, NoiseOfATenthPixelLeavesAtMostATenthPixelRms) {
+    // Noise of 0.1 px RMS per coordinate on 81 points: a least-squares fit
+    // of p parameters absorbs part of it, leaving about 0.1 sqrt(1 - p / 162).
+    const FitCase cases[] = {
+        {"degree 3", Polynomial(3), 0, 3},
+        {"perspective", Perspective(), 1, 1},
+        {"perspective", Perspective(), 4, 1},
+    };
+    for (const FitCase& c : cases) {
+        const std::vector<POINT_PAIR> pts = GridPoints(c.truth, 0.1, 7);
+        MappingFunction2D fit;
+        MAPPING_PARAMS params;
+        params.scale = kMag;
+        params.offset[0] = kOffX;
+        params.offset[1] = kOffY;
+        fit.setMappingParams(params);
+        fit.setCalibrationPoints(pts.data(), static_cast<int>(pts.size()));
+        MessageCapture quiet;
+        ASSERT_TRUE(fit.calculateMapping(c.type, c.order, c.order, true)) << c.truthName;
+        double rms, worst;
+        ASSERT_TRUE(fit.calculateResiduals(rms, worst));
+        // rms is of the distance (two coordinates): per coordinate / sqrt 2.
+        const double perCoordinate = rms / std::sqrt(2.0);
+        RecordProperty(std::string(c.truthName) + "_type" + std::to_string(c.type) + "_rms",
+                       ::testing::PrintToString(perCoordinate));
+        EXPECT_LE(perCoordinate, 0.1) << c.truthName << " type " << c.type;
+        EXPECT_GT(perCoordinate, 0.05) << c.truthName << " noise went missing";
+        // Between the points, and out to the corners, the fit stays within
+        // twice the noise of the truth.
+        double atPoints, between;
+        WorstErrors(fit.mapping(), c.truth, atPoints, between);
+        EXPECT_LT(std::max(atPoints, between), 0.2) << c.truthName << " type " << c.type;
+    }
+}
+
+TEST(MappingFit, SevenPointsAreRefusedByEveryType) {
+    std::vector<POINT_PAIR> pts = GridPoints(Polynomial(1));
+    pts.resize(7);
+    for (int type = 0; type <= 4; type++) {
+        MappingFunction2D fit;
+        fit.setCalibrationPoints(pts.data(), 7);
+        Messages messages;
+        EXPECT_FALSE(fit.calculateMapping(type, 1, 1, true)) << "type " << type;
+        EXPECT_FALSE(fit.isValid());
+        EXPECT_NE(messages.all().find("too few points for 2-D calibration"), std::string::npos);
+    }
+}
+
+TEST(MappingFit, DegenerateCalibrationData) {
+    std::vector<POINT_PAIR> pts = GridPoints(Polynomial(1));
+    MappingFunction2D fit;
+    Messages messages;
+    DebugLevelScope level(1);
+    // All points on one object column.
+    std::vector<POINT_PAIR> column = pts;
+    for (POINT_PAIR& p : column) p.X = 3.0;
+    fit.setCalibrationPoints(column.data(), static_cast<int>(column.size()));
+    EXPECT_FALSE(fit.calculateMapping(0, 1, 1, true));
+    EXPECT_NE(messages.all().find("calibration data constant along X"), std::string::npos);
+    // Points on two planes of Z.
+    std::vector<POINT_PAIR> twoPlanes = pts;
+    twoPlanes[3].Z = 1.0;
+    fit.setCalibrationPoints(twoPlanes.data(), static_cast<int>(twoPlanes.size()));
+    EXPECT_FALSE(fit.calculateMapping(0, 1, 1, true));
+    EXPECT_NE(messages.all().find("data is not co-planar, use 3-D calibration"), std::string::npos);
+    // An unknown form.
+    fit.setCalibrationPoints(pts.data(), static_cast<int>(pts.size()));
+    EXPECT_FALSE(fit.calculateMapping(6, 1, 1, true));
+    EXPECT_NE(messages.all().find("invalid mapping type(6) requested"), std::string::npos);
+    // A polynomial of degree 5 needs 21 points.
+    std::vector<POINT_PAIR> few(pts.begin(), pts.begin() + 12);
+    fit.setCalibrationPoints(few.data(), 12);
+    EXPECT_FALSE(fit.calculateMapping(0, 5, 5, true));
+    EXPECT_NE(messages.all().find("not enough points (12) for fit of degree 5"), std::string::npos);
+}
+
+TEST(MappingFit, ZerothOrderIsAShift) {
+    // Every image point lies 3.5 px right of and 2 px above its dewarped pixel.
+    const Truth shift = [](double X, double Y, double& x, double& y) {
+        x = X + 3.5;
+        y = Y - 2.0;
+    };
+    bool ok = false;
+    const MAPPING_FXN_2D map = Fit(GridPoints(shift), 0, -1, &ok);
+    ASSERT_TRUE(ok);
+    EXPECT_EQ(map.px_count, 1);
+    EXPECT_NEAR(map.px[0], 3.5, 1e-9);
+    EXPECT_NEAR(map.py[0], -2.0, 1e-9);
+    double x, y;
+    map.mappedPoint(100.0, 50.0, x, y);
+    EXPECT_NEAR(x, 103.5, 1e-9);
+    EXPECT_NEAR(y, 48.0, 1e-9);
+}
+
+TEST(MappingRecord, OrdersAreClipped) {
+    MAPPING_FXN_2D map;
+    map.setOrder(9);
+    EXPECT_EQ(map.maporder, 5);
+    EXPECT_EQ(map.px_count, 21);
+    map.setOrder(-1);
+    EXPECT_EQ(map.maporder, 0);
+    EXPECT_EQ(map.py_count, 1);
+    EXPECT_EQ(PIV::MappingCoeffCount(3), 10);
+}
+
+TEST(MappingRecord, PolynomialTermsInOrder) {
+    // Coefficients of 1, X, Y, X^2, XY, Y^2: x = 1 + 2X + 3Y + 4X^2 + 5XY + 6Y^2.
+    const double c[6] = {1, 2, 3, 4, 5, 6};
+    EXPECT_DOUBLE_EQ(PIV::EvaluatePolynomial2D(c, 6, 2.0, 3.0), 1 + 4 + 9 + 16 + 30 + 54);
+    EXPECT_DOUBLE_EQ(PIV::EvaluatePolynomial2D(c, 6, 0.0, 3.0), 1 + 9 + 54);
+    EXPECT_DOUBLE_EQ(PIV::EvaluatePolynomial2D(c, 6, 2.0, 0.0), 1 + 4 + 16);
+    EXPECT_DOUBLE_EQ(PIV::EvaluatePolynomial2D(c, 3, 2.0, 3.0), 1 + 4 + 9);
+}
+
+TEST(MappingRecord, ZeroDenominatorGivesPositionZero) {
+    MAPPING_FXN_2D map;
+    map.maptype = PIV::MAPPING_NONLINEAR1;
+    map.a00 = map.a11 = 1.0;
+    map.a03 = 5.0;
+    map.a30 = 1.0;  // D = X - 10 + ... : zero at X = 10
+    map.a33 = -10.0;
+    const FPOINT2D p = map.mappedPoint(FPOINT2D{10.0f, 4.0f});
+    EXPECT_EQ(p.x, 0.0f);
+    EXPECT_EQ(p.y, 0.0f);
+    const FPOINT2D q = map.mappedPoint(FPOINT2D{12.0f, 4.0f});
+    EXPECT_FLOAT_EQ(q.x, 17.0f / 2.0f);
+}
+
+TEST(MappingRecord, ValidityIgnoresTheDenominator) {
+    struct Case {
+        const char* what;
+        std::function<void(MAPPING_FXN_2D&)> set;
+        bool valid;
+    };
+    const Case cases[] = {
+        {"empty polynomial", [](MAPPING_FXN_2D&) {}, false},
+        {"polynomial of zeros", [](MAPPING_FXN_2D& m) { m.setOrder(2); }, false},
+        {"polynomial shift",
+         [](MAPPING_FXN_2D& m) {
+             m.setOrder(0);
+             m.py[0] = 0.5;
+         },
+         true},
+        {"rational identity, odd denominator",
+         [](MAPPING_FXN_2D& m) {
+             m.maptype = 1;
+             m.a00 = m.a11 = 1.0;
+             m.a30 = 7.0;
+             m.a36 = 3.0;
+         },
+         false},
+        {"rational with an offset",
+         [](MAPPING_FXN_2D& m) {
+             m.maptype = 4;
+             m.a00 = m.a11 = 1.0;
+             m.a13 = 2.0;
+         },
+         true},
+        {"rational with NaN",
+         [](MAPPING_FXN_2D& m) {
+             m.maptype = 2;
+             m.a00 = NAN;
+             m.a11 = 1.0;
+         },
+         true},
+    };
+    for (const Case& c : cases) {
+        MAPPING_FXN_2D map;
+        c.set(map);
+        EXPECT_EQ(PIV::IsValidMapping(&map), c.valid) << c.what;
+    }
+}
+
+TEST(MappingRecord, InverseOfAPerspectiveUndoesIt) {
+    bool ok = false;
+    const MAPPING_FXN_2D map = Fit(GridPoints(Perspective()), 1, 1, &ok);
+    ASSERT_TRUE(ok);
+    MAPPING_FXN_2D inv;
+    ASSERT_TRUE(PIV::ComputeInverseProjectionMatrix(&map, &inv));
+    for (double X : {0.0, 123.0, 480.0})
+        for (double Y : {0.0, 77.0, 480.0}) {
+            double x, y, X2, Y2;
+            map.mappedPoint(X, Y, x, y);
+            inv.mappedPoint(x, y, X2, Y2);
+            EXPECT_NEAR(X2, X, 1e-6);
+            EXPECT_NEAR(Y2, Y, 1e-6);
+        }
+    // Halfway between a mapping and itself is the mapping.
+    MAPPING_FXN_2D mid;
+    ASSERT_TRUE(PIV::CombineProjectionMatrices(&map, &map, &mid, 0.5));
+    EXPECT_TRUE(PIV::SameRecord(mid, map));
+    // Mappings of different forms do not mix.
+    MAPPING_FXN_2D poly;
+    poly.setOrder(1);
+    EXPECT_FALSE(PIV::CombineProjectionMatrices(&map, &poly, &mid, 0.5));
+}
+
+TEST(MappingFiles, CalibrationPointsRoundTrip) {
+    ScratchDir dir;
+    const std::string path = dir.file("points.txt");
+    WriteBytes(path,
+               "# x y X Y Z\n"
+               "% a second kind of comment\n"
+               "10.5 20.25 -1 2 0\n"
+               "11 21 0 2 0\n"
+               "not a point\n"
+               "12 22 1 2 0.5\n");
+    POINT_PAIR* pts = nullptr;
+    int n = 0;
+    ASSERT_TRUE(PIV::LoadCalibrationPoints(path.c_str(), &pts, &n));
+    ASSERT_EQ(n, 3);
+    EXPECT_DOUBLE_EQ(pts[0].x, 10.5);
+    EXPECT_DOUBLE_EQ(pts[0].y, 20.25);
+    EXPECT_DOUBLE_EQ(pts[0].X, -1.0);
+    EXPECT_DOUBLE_EQ(pts[2].Z, 0.5);
+
+    const std::string copy = dir.file("copy.txt");
+    ASSERT_TRUE(PIV::SaveCalibrationPoints(copy.c_str(), pts, n, true));
+    POINT_PAIR* again = nullptr;
+    int m = 0;
+    ASSERT_TRUE(PIV::LoadCalibrationPoints(copy.c_str(), &again, &m));
+    ASSERT_EQ(m, 3);
+    for (int i = 0; i < 3; i++) EXPECT_TRUE(PIV::SameRecord(pts[i], again[i]));
+    delete[] pts;
+    delete[] again;
+
+    Messages quiet;
+    EXPECT_FALSE(PIV::LoadCalibrationPoints(dir.file("none.txt").c_str(), &pts, &n));
+    EXPECT_EQ(pts, nullptr);
+}
+
+TEST(MappingFiles, CoefficientFileKeysByType) {
+    ScratchDir dir;
+    bool ok = false;
+    const MAPPING_FXN_2D poly = Fit(GridPoints(Polynomial(2)), 0, 2, &ok);
+    ASSERT_TRUE(ok);
+    const std::string path = dir.file("poly.par");
+    ASSERT_TRUE(PIV::SaveProjectionMatrix(&poly, path.c_str(), "View0_"));
+    const std::string text = ReadBytes(path);
+    EXPECT_NE(text.find("# using linear (polynominal) mapping of degree 2"), std::string::npos);
+    EXPECT_NE(text.find("View0_px05"), std::string::npos);
+    EXPECT_EQ(text.find("View0_px06"), std::string::npos);
+    EXPECT_NE(text.find("View0_dest_img_height"), std::string::npos);
+
+    MAPPING_FXN_2D back;
+    ASSERT_TRUE(PIV::ReadProjectionMatrix(&back, path.c_str(), "View0_"));
+    EXPECT_EQ(back.maporder, 2);
+    EXPECT_EQ(back.px_count, 6);
+    EXPECT_DOUBLE_EQ(back.magnification, kMag);
+    // Six significant digits in the file: positions agree to far below a pixel.
+    double worst = 0.0;
+    for (double X = 0; X <= 480; X += 60)
+        for (double Y = 0; Y <= 480; Y += 60) {
+            double x1, y1, x2, y2;
+            poly.mappedPoint(X, Y, x1, y1);
+            back.mappedPoint(X, Y, x2, y2);
+            worst = std::max(worst, std::hypot(x1 - x2, y1 - y2));
+        }
+    EXPECT_LT(worst, 1e-3);
+
+    // Type 1 writes only the linear groups, type 2 adds the quadratic
+    // denominator, type 3 the quadratic numerators.
+    struct Case {
+        int type;
+        bool hasA04, hasA34;
+    };
+    for (const Case& c :
+         {Case{1, false, false}, Case{2, false, true}, Case{3, true, false}, Case{4, true, true}}) {
+        MAPPING_FXN_2D m = Fit(GridPoints(Perspective()), c.type, 1, &ok);
+        ASSERT_TRUE(ok);
+        const std::string p = dir.file("nl" + std::to_string(c.type) + ".par");
+        ASSERT_TRUE(PIV::SaveProjectionMatrix(&m, p.c_str()));
+        const std::string t = ReadBytes(p);
+        EXPECT_NE(t.find("a33"), std::string::npos) << c.type;
+        EXPECT_EQ(t.find("a04") != std::string::npos, c.hasA04) << c.type;
+        EXPECT_EQ(t.find("a34") != std::string::npos, c.hasA34) << c.type;
+        EXPECT_EQ(t.find("px00"), std::string::npos) << c.type;
+    }
+}
+
+namespace {
+
+// An affine camera: object (X, Y) seen at (20 + 2X, 30 + 2Y), for X, Y on a
+// 6 x 6 grid 0..100.
+std::vector<POINT_PAIR> AffinePoints(int imageHeight = 0) {
+    std::vector<POINT_PAIR> pts;
+    for (int j = 0; j <= 5; j++)
+        for (int i = 0; i <= 5; i++) {
+            const double X = 20.0 * i, Y = 20.0 * j;
+            double y = 30 + 2 * Y;
+            // Stored from the bottom when a height is given.
+            if (imageHeight > 0) y = imageHeight - 1 - y;
+            pts.emplace_back(20 + 2 * X, y, X, Y);
+        }
+    return pts;
+}
+
+}  // namespace
+
+TEST(MappingFit, OriginAtTheBottomTurnsImageRowsRound) {
+    const std::vector<POINT_PAIR> top = AffinePoints(), bottom = AffinePoints(260);
+    MappingFunction2D a, b;
+    a.setCalibrationPoints(top.data(), static_cast<int>(top.size()));
+    b.setCalibrationPoints(bottom.data(), static_cast<int>(bottom.size()));
+    b.setOriginMode(1);
+    b.setSourceImageSize(SIZE2D{240, 260});
+    ASSERT_TRUE(a.calculateMapping(0, 1, 1, true));
+    ASSERT_TRUE(b.calculateMapping(0, 1, 1, true));
+    EXPECT_NEAR(b.mappedY(37.0, 81.0), a.mappedY(37.0, 81.0), 1e-9);
+    EXPECT_NEAR(a.mappedY(37.0, 81.0), 30 + 2 * 81.0, 1e-9);
+    // Without the size the fit still runs, with a warning.
+    MappingFunction2D c;
+    c.setCalibrationPoints(bottom.data(), static_cast<int>(bottom.size()));
+    c.setOriginMode(1);
+    Messages messages;
+    EXPECT_TRUE(c.calculateMapping(0, 1, 1, true));
+    EXPECT_NE(messages.all().find("Source image size not specified"), std::string::npos);
+}
+
+TEST(MappingFit, WithoutTheInverseFlagTheFitGoesFromImageToObject) {
+    const std::vector<POINT_PAIR> pts = AffinePoints();
+    MappingFunction2D fit;
+    MAPPING_PARAMS params;
+    params.scale = 4.0;  // dewarped pixels per object unit
+    params.offset[0] = 5.0;
+    fit.setMappingParams(params);
+    EXPECT_TRUE(fit.needsNewFit());
+    fit.setCalibrationPoints(pts.data(), static_cast<int>(pts.size()));
+    ASSERT_TRUE(fit.calculateMapping(1, 1, 1, false));
+    EXPECT_FALSE(fit.needsNewFit());
+    // Image (60, 70) shows object (20, 20): dewarped pixel ((20 + 5) 4, 20 * 4).
+    const FPOINT2D p = fit.mappedPoint2D(60.0, 70.0);
+    EXPECT_NEAR(p.x, 100.0f, 1e-3);
+    EXPECT_NEAR(p.y, 80.0f, 1e-3);
+    // Setting the same parameters again is no change.
+    fit.setMappingParams(params);
+    EXPECT_FALSE(fit.needsNewFit());
+}
+
+TEST(MappingFit, BestFitToImageFillsTheDestination) {
+    const std::vector<POINT_PAIR> pts = AffinePoints();
+    MappingFunction2D fit;
+    fit.setCalibrationPoints(pts.data(), static_cast<int>(pts.size()));
+    Messages quiet;
+    // Image corners (0, 0) and (239, 259) show objects (-10, -15) and
+    // (109.5, 114.5): 129.5 units high, the tighter axis of 511 pixels.
+    ASSERT_TRUE(fit.bestFitToImage(SIZE2D{240, 260}));
+    EXPECT_NEAR(fit.mappingParams().scale, 511.0 / 129.5, 1e-9);
+    EXPECT_NEAR(fit.mappingParams().offset[0], 10.0, 1e-9);
+    EXPECT_NEAR(fit.mappingParams().offset[1], 15.0, 1e-9);
+    EXPECT_TRUE(fit.needsNewFit());
+    ASSERT_TRUE(fit.calculateMapping(0, 1, 1, true));
+    EXPECT_NEAR(fit.mappedX(0.0, 0.0), 0.0, 1e-6);
+    EXPECT_NEAR(fit.mappedY(0.0, 511.0), 259.0, 1e-6);
+    EXPECT_FALSE(fit.bestFitToImage(SIZE2D{1, 1}));
+}
+
+TEST(MappingFiles, PrintedCoefficientsWithImageOffsets) {
+    MAPPING_FXN_2D map;
+    map.setOrder(0);
+    map.px[0] = 1.5;
+    map.magnification = 2.0;
+    map.obj_x_offset = 3.0;
+    std::FILE* f = std::tmpfile();
+    ASSERT_NE(f, nullptr);
+    PIV::PrintProjectionMatrix(&map, f, "V0_");
+    std::rewind(f);
+    char text[2048] = {};
+    const size_t n = std::fread(text, 1, sizeof(text) - 1, f);
+    std::fclose(f);
+    const std::string s(text, n);
+    EXPECT_NE(s.find("\tV0_px00 = 1.5\n"), std::string::npos);
+    EXPECT_NE(s.find("\tV0_im_x_offset = 6\n"), std::string::npos);
+}

@@ -1,0 +1,320 @@
+// Frames and pairs loaded from real files in a scratch folder: companions
+// found by name, the load steps against the same steps run by hand in
+// memory, double-frame files, the analysis modes and bad input.
+#include <gtest/gtest.h>
+#include <unistd.h>
+
+#include <cstring>
+#include <filesystem>
+
+#include "image2d_pair.h"
+#include "image_test_support.h"
+#include "piv_enums.h"
+#include "piv_imagepair.h"
+
+using namespace image_test;
+
+namespace {
+
+// A frame whose pixels tell where they are: 10 x + 3 y + base.
+Image2D Ramp(int w, int h, ImageType type, float base) {
+    Image2D img(w, h, type);
+    for (int y = 0; y < h; y++)
+        for (int x = 0; x < w; x++) img.setPixel(x, y, base + 10.0f * x + 3.0f * y);
+    return img;
+}
+
+Image2D Flat(int w, int h, ImageType type, float value) {
+    Image2D img(w, h, type);
+    img.fill(value);
+    return img;
+}
+
+void Save(const Image2D& img, const std::string& path) {
+    ASSERT_TRUE(img.saveTIFF(path.c_str())) << path;
+}
+
+// Same geometry, type and bytes of every row.
+bool SameBytes(const Image2D& a, const Image2D& b) {
+    if (!a.isSameSize(b, true)) return false;
+    const size_t rowBytes = a.width() * static_cast<size_t>(a.bytesPerPixel());
+    for (uint64_t y = 0; y < a.height(); y++)
+        if (std::memcmp(a.scanLine<uint8_t>(y), b.scanLine<uint8_t>(y), rowBytes) != 0)
+            return false;
+    return true;
+}
+
+// Runs a test body in another current directory and comes back.
+class InDirectory {
+public:
+    explicit InDirectory(const std::string& dir) : m_old(std::filesystem::current_path()) {
+        std::filesystem::current_path(dir);
+    }
+    ~InDirectory() { std::filesystem::current_path(m_old); }
+
+private:
+    std::filesystem::path m_old;
+};
+
+}  // namespace
+
+TEST(PIV_Image2D, LookForFileTriesPathAltDirAndBareName) {
+    ScratchDir dir;
+    std::filesystem::create_directory(dir.file("alt"));
+    std::filesystem::create_directory(dir.file("work"));
+    WriteBytes(dir.file("frame.tif"), "x");
+    WriteBytes(dir.file("alt/mask_a.tif"), "x");
+    WriteBytes(dir.file("alt/my mask.v2_a.tif"), "x");
+    WriteBytes(dir.file("work/bkgd.tif"), "x");
+    PIV_Image2D img;
+    img.setAltDir(dir.file("alt").c_str());
+    InDirectory inWork(dir.file("work"));
+    struct Case {
+        std::string path, expected;
+    };
+    const Case cases[] = {
+        {dir.file("frame.tif"), dir.file("frame.tif")},
+        // Moved since the configuration was written: found in the alternate
+        // directory, then under the bare name in the current one.
+        {"/old/mask_a.tif", dir.file("alt") + "/mask_a.tif"},
+        {"c:\\old dir\\my mask.v2_a.tif", dir.file("alt") + "/my mask.v2_a.tif"},
+        {"/old/bkgd.tif", "bkgd.tif"},
+        {"/old/none.tif", ""},
+        {"", ""},
+    };
+    for (const Case& c : cases) EXPECT_EQ(img.lookForFile(c.path.c_str()), c.expected) << c.path;
+    EXPECT_EQ(img.lookForFile(nullptr), "");
+}
+
+TEST(PIV_ImagePair, LoadedPairEqualsTheStepsRunByHand) {
+    ScratchDir dir;
+    Save(Ramp(16, 12, IMAGE_UINT8, 20.0f), dir.file("img0001.tif"));
+    Save(Ramp(16, 12, IMAGE_UINT8, 25.0f), dir.file("img0002.tif"));
+    Image2D mask = Flat(16, 12, IMAGE_UINT8, 0.0f);
+    for (int y = 2; y < 6; y++)
+        for (int x = 3; x < 9; x++) mask.setPixel(x, y, 255.0f);
+    Save(mask, dir.file("mask.tif"));
+    Save(Flat(16, 12, IMAGE_UINT8, 7.0f), dir.file("bkgd.tif"));
+
+    IMAGE_CFG cfg;
+    cfg.MaskEnable = true;
+    cfg.MaskRandomize = false;  // masked pixels go dark rather than random
+    PIV::CopyText(cfg.Mask, dir.file("mask.tif").c_str());
+    cfg.BkgdSubtract = true;
+    PIV::CopyText(cfg.Bkgd, dir.file("bkgd.tif").c_str());
+    cfg.filters.Median = true;
+    cfg.filters.MedianSize = 3;
+    cfg.filters.Lowpass = true;
+
+    PIV_ImagePair pair;
+    pair.setImageCfg(cfg);
+    Messages quiet;
+    ASSERT_TRUE(pair.load(dir.file("img0001.tif").c_str(), 1, false, true));
+    ASSERT_TRUE(pair.isImagePair());
+    EXPECT_TRUE(pair.isMaskAvailable());
+    EXPECT_STREQ(pair.lastImageFileB(), dir.file("img0002.tif").c_str());
+
+    for (const char* name : {"img0001.tif", "img0002.tif"}) {
+        Image2D expected(dir.file(name));
+        Image2D m(dir.file("mask.tif")), b(dir.file("bkgd.tif"));
+        ASSERT_TRUE(expected.preProcessUsingMaskAndBackground(cfg, &m, &b, false, false, 0));
+        ASSERT_TRUE(expected.applyMask(m, false));
+        const Image2D& got = std::string(name) == "img0001.tif" ? *pair.imgA() : *pair.imgB();
+        EXPECT_TRUE(SameBytes(got, expected)) << name;
+        // The masked corner is dark, the rest is not.
+        EXPECT_EQ(got.pixel(5, 3), 0.0f);
+        EXPECT_GT(got.pixel(12, 9), 0.0f);
+    }
+}
+
+TEST(PIV_ImagePair, DoubleHeightBackgroundGivesTheFramesHalf) {
+    ScratchDir dir;
+    Save(Flat(8, 6, IMAGE_UINT16, 100.0f), dir.file("run_a.tif"));
+    Save(Flat(8, 6, IMAGE_UINT16, 100.0f), dir.file("run_b.tif"));
+    Image2D bkgd(8, 12, IMAGE_UINT16);
+    for (int y = 0; y < 12; y++)
+        for (int x = 0; x < 8; x++) bkgd.setPixel(x, y, y < 6 ? 10.0f : 20.0f);
+    Save(bkgd, dir.file("bkgd.tif"));
+    IMAGE_CFG cfg;
+    cfg.BkgdSubtract = true;
+    PIV::CopyText(cfg.Bkgd, dir.file("bkgd.tif").c_str());
+    PIV_ImagePair pair;
+    pair.setImageCfg(cfg);
+    Messages quiet;
+    // run_a -> run_b by the rule of the letter before the dot.
+    ASSERT_TRUE(pair.load(dir.file("run_a.tif").c_str(), 1, false, true));
+    ASSERT_TRUE(pair.isImagePair());
+    EXPECT_EQ(Pixels(*pair.imgA()->background()), std::vector<float>(48, 10.0f));
+    EXPECT_EQ(Pixels(*pair.imgB()->background()), std::vector<float>(48, 20.0f));
+    EXPECT_LT(pair.imgA()->pixel(3, 3), 100.0f);
+}
+
+TEST(PIV_ImagePair, DoubleFramePcoFileGivesBothFrames) {
+    ScratchDir dir;
+    Image2D a = Ramp(8, 6, IMAGE_UINT16, 1000.0f), b = Ramp(8, 6, IMAGE_UINT16, 3000.0f);
+    Image2DPair both(&a, &b);
+    const std::string path = dir.file("double.b16");
+    ASSERT_TRUE(both.save(path.c_str(), PIV::FORMAT_PCO));
+
+    PIV_ImagePair pair;
+    pair.setPCOMode(true);
+    EXPECT_TRUE(pair.imageCfg().SplitPCO);
+    Messages quiet;
+    ASSERT_TRUE(pair.loadPair(path.c_str(), ""));
+    ASSERT_TRUE(pair.isImagePair());
+    EXPECT_EQ(Pixels(*pair.imgA()), Pixels(a));
+    EXPECT_EQ(Pixels(*pair.imgB()), Pixels(b));
+    EXPECT_TRUE(pair.imgA()->isSplitPCO());
+    EXPECT_TRUE(pair.imgB()->isSplitPCO());
+    EXPECT_STREQ(pair.imgB()->name(), pair.imgA()->name());
+
+    // Saved again, the frames get a and b behind their common name.
+    const std::string out = dir.file("out");
+    std::filesystem::create_directory(out);
+    ASSERT_TRUE(pair.save(out.c_str(), ""));
+    EXPECT_TRUE(std::filesystem::exists(out + "/doublea.img"));  // float after pre-processing
+    EXPECT_TRUE(std::filesystem::exists(out + "/doubleb.img"));
+    EXPECT_NE(pair.savedFilesText().find("\nImage2: " + out + "/doubleb.img"), std::string::npos);
+}
+
+TEST(PIV_ImagePair, AnalysisModes) {
+    ScratchDir dir;
+    Save(Ramp(8, 6, IMAGE_UINT8, 1.0f), dir.file("ref.tif"));
+    Save(Ramp(8, 6, IMAGE_UINT8, 50.0f), dir.file("shot0001.tif"));
+    Save(Ramp(8, 6, IMAGE_UINT8, 90.0f), dir.file("shot0002.tif"));
+    Messages quiet;
+    {
+        // Speckle: frame A is the fixed reference, B the image given.
+        PIV_ImagePair pair;
+        pair.setAnalysisMode(PIV::ANALYSIS_SPECKLE);
+        EXPECT_FALSE(pair.loadPair(dir.file("shot0002.tif").c_str(), "x"));  // no reference
+        pair.setReferenceImage(dir.file("ref.tif").c_str());
+        ASSERT_TRUE(pair.loadPair(dir.file("shot0002.tif").c_str(), "x"));
+        EXPECT_STREQ(pair.imgA()->name(), dir.file("ref.tif").c_str());
+        EXPECT_STREQ(pair.imgB()->name(), dir.file("shot0002.tif").c_str());
+        // In speckle mode the "first" file is frame B.
+        EXPECT_STREQ(pair.filePath(false), dir.file("shot0002.tif").c_str());
+        EXPECT_STREQ(pair.fileName(true), "ref.tif");
+        // load() passes no second name, and speckle wants both.
+        EXPECT_FALSE(pair.load(dir.file("shot0002.tif").c_str(), 1, false, true));
+    }
+    {
+        // Autocorrelation: one double-exposed frame.
+        PIV_ImagePair pair;
+        pair.setAnalysisMode(PIV::ANALYSIS_AUTO_CORRELATION);
+        ASSERT_TRUE(pair.load(dir.file("shot0001.tif").c_str(), 1, false, true));
+        EXPECT_TRUE(pair.isPairLoaded());
+        EXPECT_TRUE(pair.imgB()->isNull());
+    }
+    {
+        // Cross-correlation with a separation of 1 and without a second frame.
+        PIV_ImagePair pair;
+        ASSERT_TRUE(pair.load(dir.file("shot0001.tif").c_str(), 1, false, false));
+        EXPECT_TRUE(pair.imgB()->isNull());
+        EXPECT_FALSE(pair.isImagePair());
+        ASSERT_TRUE(pair.load(dir.file("shot0001.tif").c_str(), 1, false, true));
+        EXPECT_STREQ(pair.baseName(true), "shot0002");
+        EXPECT_STREQ(pair.extension(true), ".tif");
+        EXPECT_EQ(pair.imgB()->pixel(0, 0), 90.0f);
+        ASSERT_TRUE(pair.reloadImages());
+        EXPECT_STREQ(pair.lastImageFileB(), dir.file("shot0002.tif").c_str());
+    }
+}
+
+TEST(PIV_ImagePair, BadInputLoadsWhatItCan) {
+    ScratchDir dir;
+    Save(Ramp(8, 6, IMAGE_UINT8, 1.0f), dir.file("lone0007.tif"));
+    Save(Ramp(8, 6, IMAGE_UINT8, 1.0f), dir.file("plain.tif"));
+    Save(Flat(4, 4, IMAGE_UINT8, 255.0f), dir.file("small_mask.tif"));
+    Messages quiet;
+    PIV_ImagePair pair;
+    // No frame 0008: A loaded, B empty, no pair.
+    EXPECT_FALSE(pair.load(dir.file("lone0007.tif").c_str(), 1, false, true));
+    EXPECT_FALSE(pair.imgA()->isNull());
+    EXPECT_TRUE(pair.imgB()->isNull());
+    EXPECT_FALSE(pair.isImagePair());
+    // No digits: no second name, so the second load fails.
+    EXPECT_FALSE(pair.load(dir.file("plain.tif").c_str(), 1, false, true));
+    EXPECT_FALSE(pair.isImagePair());
+    // No file at all, or no name.
+    EXPECT_FALSE(pair.load(dir.file("missing0001.tif").c_str(), 1, false, true));
+    EXPECT_TRUE(pair.isNull());
+    EXPECT_FALSE(pair.loadPair("", ""));
+    EXPECT_FALSE(pair.loadPair(nullptr, nullptr));
+    EXPECT_FALSE(pair.reloadImages());
+    // A mask of another size is left out: the frame loads unmasked.
+    IMAGE_CFG cfg;
+    cfg.MaskEnable = true;
+    cfg.MaskRandomize = false;
+    PIV::CopyText(cfg.Mask, dir.file("small_mask.tif").c_str());
+    PIV_Image2D frame;
+    frame.setImageCfg(cfg);
+    ASSERT_TRUE(frame.load(dir.file("plain.tif").c_str(), false));
+    EXPECT_FALSE(frame.isMaskAvailable());
+    EXPECT_EQ(frame.pixel(1, 1), 1.0f + 10.0f + 3.0f);
+    // A missing mask file is no failure either.
+    PIV::CopyText(cfg.Mask, dir.file("gone.tif").c_str());
+    frame.setImageCfg(cfg);
+    EXPECT_TRUE(frame.load(dir.file("plain.tif").c_str(), false));
+    EXPECT_FALSE(frame.isMaskAvailable());
+}
+
+TEST(PIV_ImagePair, CameraBuffers) {
+    std::vector<uint16_t> a(8 * 4), b(8 * 4);
+    for (size_t i = 0; i < a.size(); i++) {
+        a[i] = static_cast<uint16_t>(i);
+        b[i] = static_cast<uint16_t>(100 + i);
+    }
+    PIV_ImagePair pair;
+    ASSERT_TRUE(pair.loadFromBuffer(a.data(), b.data(), 8, 4, 16, 16, 1));
+    EXPECT_TRUE(pair.isImagePair());
+    EXPECT_STREQ(pair.imgA()->name(), "Camera buffer A");
+    EXPECT_EQ(pair.imgB()->pixel(7, 3), 131.0f);
+}
+
+TEST(PIV_Image2D, PreProcessingIsNeededWhenAnyStepIsOn) {
+    struct Case {
+        const char* what;
+        void (*set)(IMAGE_CFG&);
+        bool expected;
+    };
+    const Case cases[] = {
+        {"nothing", [](IMAGE_CFG&) {}, false},
+        {"mask", [](IMAGE_CFG& c) { c.MaskEnable = true; }, true},
+        {"background", [](IMAGE_CFG& c) { c.BkgdSubtract = true; }, true},
+        {"rotation", [](IMAGE_CFG& c) { c.Rotation = 90; }, true},
+        {"flip", [](IMAGE_CFG& c) { c.Flip = 1; }, true},
+        {"dewarp", [](IMAGE_CFG& c) { c.Dewarp = true; }, true},
+        {"crop", [](IMAGE_CFG& c) { c.Crop = true; }, true},
+        {"median", [](IMAGE_CFG& c) { c.filters.Median = true; }, true},
+        {"minmax", [](IMAGE_CFG& c) { c.filters.MinMax = true; }, true},
+        {"transform", [](IMAGE_CFG& c) { c.transformation.Enable = true; }, true},
+    };
+    for (const Case& c : cases) {
+        IMAGE_CFG cfg;
+        c.set(cfg);
+        PIV_Image2D img;
+        img.setImageCfg(cfg);
+        EXPECT_EQ(img.requiresImagePreProcessing(), c.expected) << c.what;
+        img.setFlagImagePreProcess(false);
+        EXPECT_FALSE(img.requiresImagePreProcessing()) << c.what;
+    }
+    PIV_Image2D stereo;
+    stereo.setStereoMode(true);
+    EXPECT_TRUE(stereo.requiresImagePreProcessing());
+}
+
+TEST(PIV_Image2D, CropAfterLoad) {
+    ScratchDir dir;
+    Save(Ramp(16, 12, IMAGE_UINT8, 0.0f), dir.file("c.tif"));
+    IMAGE_CFG cfg;
+    cfg.Crop = true;
+    cfg.CropRect = RECT3D{4, 12, 2, 8, 0, 0};
+    PIV_Image2D img;
+    img.setImageCfg(cfg);
+    Messages quiet;
+    ASSERT_TRUE(img.load(dir.file("c.tif").c_str(), false));
+    EXPECT_EQ(img.width(), 8u);
+    EXPECT_EQ(img.height(), 6u);
+    EXPECT_EQ(img.pixel(0, 0), 40.0f + 6.0f);
+}

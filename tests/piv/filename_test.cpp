@@ -1,0 +1,355 @@
+// The naming rules of image pairs and numbered sequences, as worked examples.
+#include <gtest/gtest.h>
+#include <unistd.h>
+
+#include <string>
+
+#include "image_types.h"
+#include "message_capture.h"
+#include "piv_filelist.h"
+#include "piv_filename.h"
+#include "scratch_files.h"
+
+using test_support::ScratchDir;
+
+namespace {
+
+struct NameCase {
+    const char* path;
+    int step;
+    const char* expected;
+};
+
+// Files of the names given, each holding one byte, in a scratch folder.
+void Touch(const ScratchDir& dir, std::initializer_list<const char*> names) {
+    for (const char* n : names) test_support::WriteBytes(dir.file(n), "x");
+}
+
+}  // namespace
+
+TEST(SecondImageName, EachRuleByExample) {
+    const NameCase cases[] = {
+        // Rules 1 to 4: the LaVision-style extensions move one letter on.
+        {"run1.ima", 1, "run1.imb"},
+        {"RUN1.IMA", 1, "RUN1.IMB"},
+        {"run1.imb", 1, "run1.imc"},
+        {"RUN1.IMB", 1, "RUN1.IMC"},
+        // Rules 5 and 6: a letter before the dot.
+        {"run1a.tif", 1, "run1b.tif"},
+        {"run1A.tif", 1, "run1B.tif"},
+        {"x_a.tif", 1, "x_b.tif"},
+        // Both rules look at the whole path but change the letter before the
+        // extension: a directory "data.a.set" turns img7 into imgb.
+        {"/data.a.set/img7.tif", 1, "/data.a.set/imgb.tif"},
+        {"/DATA.A.SET/img7.tif", 1, "/DATA.A.SET/imgB.tif"},
+        // Rule 7: the sequence, by the separation, 0 counting as 1.
+        {"img0007.tif", 1, "img0008.tif"},
+        {"img5.b16", 3, "img8.b16"},
+        {"img0007.tif", 0, "img0008.tif"},
+        {"c:\\data\\img0007.tif", 2, "c:/data/img0009.tif"},
+        // No dot in the name, or no digits: no second name.
+        {"data", 1, ""},
+        {"/dir.d/data", 1, ""},
+        {"img.tif", 1, ""},
+    };
+    MessageCapture quiet;
+    for (const NameCase& c : cases)
+        EXPECT_STREQ(PIV::GetSecondImageName(c.path, c.step), c.expected) << c.path;
+    EXPECT_STREQ(PIV::GetSecondImageName(nullptr, 1), "");
+}
+
+TEST(NextFileInSequence, NumbersGrowAndLeadingDigitsStay) {
+    const NameCase cases[] = {
+        {"img0009.tif", 1, "img0010.tif"},
+        {"img99.tif", 1, "img100.tif"},
+        // The sum "99" overwrites the last two digits; the leading 1 stays.
+        {"img100.tif", -1, "img199.tif"},
+        // Likewise "9" replaces only the last digit of 0010.
+        {"img0010.tif", -1, "img0019.tif"},
+        {"img0001.tif", 10, "img0011.tif"},
+        {"dir/7.tif", 5, "dir/12.tif"},
+        {"img.tif", 1, ""},
+        {"img7_a.tif", 1, ""},
+        {".tif", 1, ""},
+        {"dir.3/img", 1, ""},
+    };
+    MessageCapture quiet;
+    for (const NameCase& c : cases)
+        EXPECT_STREQ(PIV::GetNextFileInSequence(c.path, c.step), c.expected) << c.path;
+    EXPECT_STREQ(PIV::GetNextFileInSequence(nullptr, 1), "");
+}
+
+TEST(PIVFileName, AnalyseSplitsEveryPart) {
+    struct Case {
+        const char* path;
+        const char* directory;
+        const char* stub;
+        const char* base;
+        const char* number;
+        int value;
+        bool hasNumber;
+        const char* suffix;
+        const char* partner;
+        const char* extension;
+    };
+    const Case cases[] = {
+        {"img_0012_b.tif", "", "img_", "img_0012", "0012", 12, true, "_b", "_a", ".tif"},
+        {"/d/run7a.b16", "/d/", "run", "run7", "7", 7, true, "a", "b", ".b16"},
+        {"c:\\x\\run7_2.tif", "c:/x/", "run", "run7", "7", 7, true, "_2", "_1", ".tif"},
+        {"/d/vol_3C.tif", "/d/", "vol", "vol", "", 0, false, "_3C", "", ".tif"},
+        {"/d/slice12_3c.tif", "/d/", "slice", "slice12", "12", 12, true, "_3c", "", ".tif"},
+        // A purely numeric base name has no number.
+        {"1234.tif", "", "1234", "1234", "", 0, false, "", "", ".tif"},
+        // Names of fewer than 3 characters keep their letters.
+        {"ab.tif", "", "ab", "ab", "", 0, false, "", "", ".tif"},
+        {"noext", "", "noext", "noext", "", 0, false, "", "", ""},
+        {"my scan.v2.A.tif", "", "my scan.v2.", "my scan.v2.", "", 0, false, "A", "B", ".tif"},
+    };
+    for (const Case& c : cases) {
+        PIVFileName f(c.path);
+        EXPECT_EQ(f.directory(), c.directory) << c.path;
+        EXPECT_EQ(f.stub(), c.stub) << c.path;
+        EXPECT_EQ(f.baseName(), c.base) << c.path;
+        EXPECT_EQ(f.numberText(), c.number) << c.path;
+        EXPECT_EQ(f.number(), c.value) << c.path;
+        EXPECT_EQ(f.digits(), static_cast<int>(std::string(c.number).size())) << c.path;
+        EXPECT_EQ(f.hasNumber(), c.hasNumber) << c.path;
+        EXPECT_EQ(f.suffix(), c.suffix) << c.path;
+        EXPECT_EQ(f.partnerSuffix(), c.partner) << c.path;
+        EXPECT_EQ(f.extension(), c.extension) << c.path;
+    }
+}
+
+TEST(PathFunctions, PartsOfAPath) {
+    EXPECT_STREQ(PIV::GetFileNameFromPath("/a/b/img_a.tif"), "img_a.tif");
+    EXPECT_STREQ(PIV::GetFileNameFromPath("c:\\a\\img.tif"), "img.tif");
+    EXPECT_STREQ(PIV::GetFileNameFromPath(nullptr), "");
+    EXPECT_STREQ(PIV::GetFileNameFromPath(std::string(2048, 'x').c_str()), "");
+    EXPECT_STREQ(PIV::GetBaseNameFromPath("/a/b/img_a.v1.tif"), "img_a.v1");
+    EXPECT_STREQ(PIV::GetCleanBaseNameFromPath("/a/b/img_0012_a.tif"), "img_0012");
+    EXPECT_STREQ(PIV::GetCleanBaseNameFromPath("/a/b/ab.tif"), "ab");
+    EXPECT_STREQ(PIV::GetExtensionFromPath("/a.b/img.tif"), "tif");
+    EXPECT_STREQ(PIV::GetExtensionFromPath("/a.b/img"), "");
+    EXPECT_STREQ(PIV::GetDirectoryFromPath("/a/b/img.tif"), "/a/b/");
+
+    // A root-level file or a bare name gives the current directory.
+    char cwd[4096];
+    ASSERT_NE(::getcwd(cwd, sizeof(cwd)), nullptr);
+    const std::string here = std::string(cwd) + "/";
+    EXPECT_EQ(PIV::GetCurrentDir(), here);
+    EXPECT_EQ(PIV::GetDirectoryFromPath("img.tif"), here);
+    EXPECT_EQ(PIV::GetDirectoryFromPath("/img.tif"), here);
+}
+
+TEST(PathFunctions, CreateFileNameReplacesOnlyTheFileExtension) {
+    EXPECT_STREQ(PIV::CreateFileName("/d/run.tif", "nc"), "/d/run.nc");
+    EXPECT_STREQ(PIV::CreateFileName("/d/run.tif", ".nc"), "/d/run.nc");
+    EXPECT_STREQ(PIV::CreateFileName("/d.x/run", "nc"), "/d.x/run.nc");
+    EXPECT_STREQ(PIV::CreateFileName("run", "nc"), "run.nc");
+}
+
+TEST(PathFunctions, CreateCleanFileNameKeepsToItsFirstPath) {
+    // The first call fixes the name; later ones work on the last result.
+    EXPECT_STREQ(PIV::CreateCleanFileName("/d/run_0001_a.tif", "nc"), "/d/run_0001.nc");
+    EXPECT_STREQ(PIV::CreateCleanFileName("/other/x_b.tif", "dat"), "/d/run_0001.dat");
+    EXPECT_STREQ(PIV::CreateCleanFileName(nullptr, "dat"), "");
+}
+
+TEST(PathFunctions, ExistenceAndDirectories) {
+    ScratchDir dir;
+    Touch(dir, {"there.tif"});
+    EXPECT_TRUE(PIV::CheckFileExistence(dir.file("there.tif").c_str()));
+    EXPECT_FALSE(PIV::CheckFileExistence(dir.file("missing.tif").c_str()));
+    EXPECT_FALSE(PIV::CheckFileExistence(""));
+    EXPECT_FALSE(PIV::CheckFileExistence(nullptr));
+
+    const std::string sub = dir.file("sub");
+    MessageCapture quiet;
+    EXPECT_FALSE(PIV::CheckDirectoryExistence(sub.c_str()));
+    EXPECT_TRUE(PIV::MakeDirectory(sub.c_str()));
+    EXPECT_TRUE(PIV::CheckDirectoryExistence(sub.c_str()));
+    EXPECT_TRUE(PIV::MakeDirectory(sub.c_str()));  // exists already: fine
+}
+
+TEST(PathFunctions, DefaultParameterFile) {
+    PIV::SetDefaultParFile("/etc/piv.par");
+    EXPECT_TRUE(PIV::UseDefaultParFile());
+    EXPECT_STREQ(PIV::GetDefaultParFile(), "/etc/piv.par");
+    PIV::SetDefaultParFile(std::string(3000, 'p').c_str());
+    EXPECT_EQ(std::string(PIV::GetDefaultParFile()).size(), 2047u);
+    PIV::SetDefaultParFile(nullptr);
+    EXPECT_FALSE(PIV::UseDefaultParFile());
+}
+
+TEST(SplitFilename, LastRunOfDigits) {
+    struct Case {
+        const char* path;
+        const char* left;
+        int number;
+        const char* right;
+        const char* ext;
+        int digits;
+    };
+    const Case cases[] = {
+        {"/d/run_0012_b.tif", "/d/run_", 12, "_b", ".tif", 4},
+        {"/d/run.tif", "", 0, "/d/run", ".tif", 0},
+        {"/d7/run.tif", "/d", 7, "/run", ".tif", 1},
+        {"/d/run5.", "/d/run", 5, "", "", 1},
+    };
+    for (const Case& c : cases) {
+        std::string left, right, ext;
+        int number = -1, digits = -1;
+        _splitFilename(c.path, left, number, right, ext, digits);
+        EXPECT_EQ(left, c.left) << c.path;
+        EXPECT_EQ(number, c.number) << c.path;
+        EXPECT_EQ(right, c.right) << c.path;
+        EXPECT_EQ(ext, c.ext) << c.path;
+        EXPECT_EQ(digits, c.digits) << c.path;
+    }
+    EXPECT_STREQ(_getNumString(7, 4), "0007");
+    EXPECT_STREQ(_getNumString(7, 1), "7");
+    EXPECT_STREQ(_getNumString(12345, 2), "12345");
+    EXPECT_STREQ(_getNumString(7, 15), "7");
+}
+
+TEST(FileList, SequencesInARealFolder) {
+    ScratchDir dir;
+    // Padded frames with a gap at 0004, unpadded ones across a power of ten.
+    Touch(dir, {"p0001.tif", "p0002.tif", "p0003.tif", "p0005.tif", "p0006.tif", "u8.tif", "u9.tif",
+                "u10.tif", "u11.tif", "cam0001_a.tif", "cam0002_a.tif"});
+    struct Case {
+        const char* first;
+        const char* last;
+        int stride;
+        bool check;
+        std::vector<const char*> names;
+    };
+    const Case cases[] = {
+        // The missing 0004 is skipped when existence is checked ...
+        {"p0001.tif",
+         "p0006.tif",
+         1,
+         true,
+         {"p0001.tif", "p0002.tif", "p0003.tif", "p0005.tif", "p0006.tif"}},
+        // ... and listed when not.
+        {"p0001.tif",
+         "p0006.tif",
+         1,
+         false,
+         {"p0001.tif", "p0002.tif", "p0003.tif", "p0004.tif", "p0005.tif", "p0006.tif"}},
+        {"p0001.tif", "p0006.tif", 2, true, {"p0001.tif", "p0003.tif", "p0005.tif"}},
+        {"p0001.tif",
+         "p0006.tif",
+         0,
+         true,
+         {"p0001.tif", "p0002.tif", "p0003.tif", "p0005.tif", "p0006.tif"}},
+        {"u8.tif", "u11.tif", 1, true, {"u8.tif", "u9.tif", "u10.tif", "u11.tif"}},
+        // Text behind the number stays with each name.
+        {"cam0001_a.tif", "cam0002_a.tif", 1, true, {"cam0001_a.tif", "cam0002_a.tif"}},
+        // A range with no file on disk: an empty list.
+        {"q0001.tif", "q0003.tif", 1, true, {}},
+        // First beyond last: an empty list, still a success.
+        {"p0006.tif", "p0001.tif", 1, true, {}},
+    };
+    ::testing::internal::CaptureStderr();
+    for (const Case& c : cases) {
+        FileList list;
+        EXPECT_TRUE(
+            list.buildList(dir.file(c.first).c_str(), dir.file(c.last).c_str(), c.stride, c.check))
+            << c.first;
+        ASSERT_EQ(list.count(), static_cast<int>(c.names.size())) << c.first;
+        for (size_t i = 0; i < c.names.size(); i++)
+            EXPECT_EQ(list.file(static_cast<int>(i)), dir.file(c.names[i])) << c.first;
+    }
+    const std::string errors = ::testing::internal::GetCapturedStderr();
+    EXPECT_NE(errors.find("File not found: " + dir.file("p0004.tif")), std::string::npos);
+
+    FileList list(dir.file("p0001.tif").c_str(), dir.file("p0006.tif").c_str(), 1, false);
+    EXPECT_EQ(list.sigFigs(), 4);
+    EXPECT_EQ(list.fileStub(), dir.file("p"));
+    EXPECT_STREQ(list.fileExtension(), ".tif");
+    EXPECT_EQ(list.fileIndex(3), 4);
+    EXPECT_STREQ(list.fileIndexString(3), "0004");
+    EXPECT_EQ(list.firstFile(), dir.file("p0001.tif"));
+    EXPECT_EQ(list.lastFile(), dir.file("p0006.tif"));
+    EXPECT_STREQ(list.file(6), "");
+    EXPECT_EQ(list.fileIndex(-1), -1);
+}
+
+TEST(FileList, BadNamesAreRefused) {
+    MessageCapture messages;
+    DebugLevelScope level(1);
+    FileList list;
+    EXPECT_FALSE(list.buildList("", "p0002.tif", 1, false));
+    EXPECT_FALSE(list.buildList("p0001.tif", "p0002.b16", 1, false));
+    EXPECT_EQ(list.count(), 0);
+    EXPECT_NE(messages.all().find("Mismatch in file extensions"), std::string::npos);
+
+    StringArray names;
+    EXPECT_FALSE(PIV::BuildFileList(names, nullptr, "p0002.tif", 1, false));
+    EXPECT_FALSE(PIV::BuildFileList(names, "p0001.tif", "p0002.b16", 1, false));
+    EXPECT_NE(messages.all().find("BuildFileList() - Mismatch in file extensions"),
+              std::string::npos);
+}
+
+TEST(FileList, BuildFileListAndAppend) {
+    ScratchDir dir;
+    Touch(dir, {"s01.b16", "s03.b16"});
+    StringArray names;
+    char stub[16];
+    MessageCapture messages;
+    EXPECT_TRUE(PIV::BuildFileList(names, dir.file("s01.b16").c_str(), dir.file("s03.b16").c_str(),
+                                   1, true, stub, sizeof(stub)));
+    ASSERT_EQ(names.size(), 2u);
+    EXPECT_EQ(names[1], dir.file("s03.b16"));
+    // The stub is cut to the buffer given.
+    EXPECT_EQ(std::string(stub), dir.file("s").substr(0, 15));
+    EXPECT_FALSE(PIV::BuildFileList(names, dir.file("s04.b16").c_str(), dir.file("s05.b16").c_str(),
+                                    1, true));
+
+    FileList list;
+    EXPECT_TRUE(list.append(dir.file("s01.b16").c_str(), true));
+    EXPECT_FALSE(list.append(dir.file("s02.b16").c_str(), true));
+    EXPECT_TRUE(list.append("/else/t007.tif", false));
+    EXPECT_EQ(list.count(), 2);
+    EXPECT_STREQ(list.fileStub(), "/else/t");
+    EXPECT_EQ(list.sigFigs(), 3);
+    EXPECT_EQ(list.fileIndex(1), 7);
+}
+
+TEST(PathFunctions, FileContentOfAnImage) {
+    ScratchDir dir;
+    // A little-endian TIFF header is enough for the format test.
+    test_support::WriteBytes(dir.file("t.tif"), std::string("II*\0\x08\0\0\0", 8));
+    EXPECT_EQ(PIV::FileContent(dir.file("t.tif").c_str()), PIV::FORMAT_TIFF);
+    EXPECT_EQ(PIV::FileContent(dir.file("none.tif").c_str()), PIV::FORMAT_NOT_FOUND);
+}
+
+TEST(StringFileList, BuildsWithoutLookingAtTheDisk) {
+    StringFileList* list = new StringFileList("/nowhere/a08.tif", "/nowhere/a12.tif", 2);
+    ASSERT_EQ(list->count(), 3);
+    EXPECT_EQ(list->fileString(1), "/nowhere/a10.tif");
+    EXPECT_EQ(list->lastFileString(), "/nowhere/a12.tif");
+    EXPECT_EQ(list->fileStubString(), "/nowhere/a");
+    EXPECT_EQ(list->fileIndexStdString(2), "12");
+    list->addRef();
+    EXPECT_EQ(list->release(), 1u);
+    EXPECT_EQ(list->release(), 0u);
+}
+
+TEST(FilePairList, GrowsAndGuardsItsIndex) {
+    FilePairList pairs;
+    for (int i = 0; i < 300; i++) {
+        const std::string a = "a" + std::to_string(i), b = "b" + std::to_string(i);
+        ASSERT_TRUE(pairs.append(FILE_PAIR(a.c_str(), b.c_str())));
+    }
+    EXPECT_EQ(pairs.count(), 300);
+    EXPECT_EQ(pairs.capacity() % FilePairList::GrowthStep, 0);
+    EXPECT_STREQ(pairs[299].fileB, "b299");
+    EXPECT_TRUE(pairs[0].valid);
+    EXPECT_FALSE(pairs[300].valid);
+    EXPECT_STREQ(pairs.filePair(-1).fileA, "");
+    FilePairList copy;
+    copy = pairs;
+    EXPECT_STREQ(copy[7].fileA, "a7");
+}

@@ -1,0 +1,672 @@
+// Tecplot binary files read back by a reader written from the public
+// description of the version 7.5 format (header, zones, data sections); it
+// shares nothing with the writer. Where these files deliberately depart
+// from that description, the reader knows it from one table, kQuirks, and
+// every entry is met by at least one case below.
+#include <gtest/gtest.h>
+
+#include <cmath>
+#include <cstdint>
+#include <cstring>
+#include <filesystem>
+#include <map>
+#include <set>
+#include <string>
+#include <vector>
+
+#include "export_test_field.h"
+#include "image_format.h"
+#include "image_types.h"
+#include "message_capture.h"
+#include "piv_data2d.h"
+#include "scratch_files.h"
+
+using export_test::Kind;
+using export_test::MakeField;
+
+namespace {
+
+// ---- the exceptions to the published layout ------------------------------
+enum Quirk {
+    // Point form: a third raw coordinate is named ("d") but never written.
+    kPointNoThirdRawCoordinate,
+    // Point form, velocity or speckle data: vorticity, shear and normal
+    // strain always follow flag, count and magnitude, whatever the names say.
+    kPointFixedDerivedGroup,
+    // Point form: "count" is declared a 32-bit integer but written in 16 bits.
+    kPointCountTwoBytes,
+    // Point form with skipped nodes: the header counts the nodes of the
+    // desampled grid, the data holds every kept node of the full grid.
+    kPointCountIgnoresDesampling,
+    // Block form: the "count" run is 8 bytes a node, the counts in the first half.
+    kBlockCountEightBytes,
+    // Block form in 3-D: "shear" stands for three runs, x, y and z.
+    kBlockThreeShearRuns,
+    // Block form: "corr" is a fraction, in point form it is in percent.
+    kBlockCorrUnscaled,
+    // Block form: the "resid3c" run holds the velocity magnitude.
+    kBlockResidualIsSpeed,
+    kQuirkCount
+};
+
+struct QuirkRow {
+    Quirk quirk;
+    const char* text;
+};
+
+const QuirkRow kQuirks[] = {
+    {kPointNoThirdRawCoordinate, "point form: 'd' named, not written"},
+    {kPointFixedDerivedGroup, "point form: vorticity, shear, nstrain always written"},
+    {kPointCountTwoBytes, "point form: count in 16 bits"},
+    {kPointCountIgnoresDesampling, "point form: more records than the header's count"},
+    {kBlockCountEightBytes, "block form: count run of 8 bytes a node"},
+    {kBlockThreeShearRuns, "block form, 3-D: three runs under 'shear'"},
+    {kBlockCorrUnscaled, "block form: corr not in percent"},
+    {kBlockResidualIsSpeed, "block form: resid3c holds |(u, v, w)|"},
+};
+static_assert(sizeof(kQuirks) / sizeof(kQuirks[0]) == kQuirkCount, "one row per quirk");
+
+std::set<int>& QuirksMet() {
+    static std::set<int> met;
+    return met;
+}
+
+// ---- the reader ------------------------------------------------------------
+struct Zone {
+    std::string name;
+    int format = -1;  // 0 block, 1 point
+    int color = 0;
+    int i = 0, j = 0, k = 0;
+    std::vector<int> types;
+    // Values by variable name, node by node in file order; corr in percent.
+    std::map<std::string, std::vector<double>> values;
+    int records = 0;
+};
+
+struct TecplotFile {
+    std::string magic;
+    int byteOrder = 0;
+    std::string title;
+    std::vector<std::string> names;
+    std::vector<Zone> zones;
+    bool atEnd = false;
+};
+
+class Reader {
+public:
+    explicit Reader(const std::string& bytes) : m_b(bytes) {}
+
+    TecplotFile read() {
+        TecplotFile f;
+        f.magic = m_b.substr(0, 8);
+        m_at = 8;
+        f.byteOrder = i32();
+        f.title = text();
+        const int n = i32();
+        for (int v = 0; v < n; v++) f.names.push_back(text());
+        float marker = f32();
+        while (marker == 299.0f) {
+            Zone z;
+            z.name = text();
+            z.format = i32();
+            z.color = i32();
+            z.i = i32();
+            z.j = i32();
+            z.k = i32();
+            f.zones.push_back(z);
+            marker = f32();
+        }
+        EXPECT_EQ(marker, 357.0f) << "end of header";
+        for (Zone& z : f.zones) {
+            EXPECT_EQ(f32(), 299.0f) << "zone data marker";
+            EXPECT_EQ(i32(), 0) << "no repeated variables";
+            for (size_t v = 0; v < f.names.size(); v++) z.types.push_back(i32());
+            if (z.format == 0)
+                readBlock(f.names, z);
+            else
+                readPoints(f.names, z);
+        }
+        f.atEnd = m_at == m_b.size();
+        return f;
+    }
+
+private:
+    static bool is3D(const std::vector<std::string>& names) {
+        for (const std::string& n : names)
+            if (n == "z" || n == "d") return true;
+        return false;
+    }
+    static bool isRawOrRms(const std::vector<std::string>& names) {
+        for (const std::string& n : names)
+            if (n == "c" || n.find("_rms") != std::string::npos) return true;
+        return false;
+    }
+
+    void readBlock(const std::vector<std::string>& names, Zone& z) {
+        const int nodes = z.i * z.j * z.k;
+        for (size_t v = 0; v < names.size(); v++) {
+            const std::string& name = names[v];
+            if (name == "shear" && is3D(names)) {
+                QuirksMet().insert(kBlockThreeShearRuns);
+                for (const char* s : {"shear_x", "shear_y", "shear_z"})
+                    for (int n = 0; n < nodes; n++) z.values[s].push_back(value(z.types[v]));
+                continue;
+            }
+            for (int n = 0; n < nodes; n++) z.values[name].push_back(value(z.types[v]));
+            if (name == "count") {
+                QuirksMet().insert(kBlockCountEightBytes);
+                for (int n = 0; n < nodes; n++)
+                    EXPECT_EQ(i32(), 0) << "second half of the count run";
+            }
+            if (name == "resid3c") {
+                QuirksMet().insert(kBlockResidualIsSpeed);
+                z.values["speed"] = z.values[name];
+                z.values.erase(name);
+            }
+            if (name == "corr") {
+                QuirksMet().insert(kBlockCorrUnscaled);
+                for (double& c : z.values[name]) c *= 100.0;
+            }
+        }
+        z.records = nodes;
+    }
+
+    void readPoints(const std::vector<std::string>& names, Zone& z) {
+        // The record as the header describes it, then the exceptions.
+        std::vector<std::pair<std::string, int>> record;
+        for (size_t v = 0; v < names.size(); v++) record.emplace_back(names[v], z.types[v]);
+        const bool fixedGroup = !isRawOrRms(names);
+        if (fixedGroup) {
+            std::vector<std::pair<std::string, int>> kept;
+            size_t after = 0;
+            for (const auto& r : record) {
+                if (r.first.rfind("vort_", 0) == 0 || r.first == "shear" || r.first == "nstrain")
+                    continue;
+                kept.push_back(r);
+                if (r.first == "flag" || r.first == "count" || r.first == "mag")
+                    after = kept.size();
+            }
+            std::vector<std::pair<std::string, int>> group;
+            if (is3D(names))
+                for (const char* g :
+                     {"vort_x", "vort_y", "vort_z", "shear_x", "shear_y", "shear_z"})
+                    group.emplace_back(g, 1);
+            else
+                group = {{"vort_z", 1}, {"shear", 1}};
+            group.emplace_back("nstrain", 1);
+            kept.insert(kept.begin() + long(after), group.begin(), group.end());
+            if (kept != record) QuirksMet().insert(kPointFixedDerivedGroup);
+            record = kept;
+        }
+        std::vector<std::pair<std::string, int>> plan;
+        for (const auto& r : record) {
+            if (r.first == "d") {
+                QuirksMet().insert(kPointNoThirdRawCoordinate);
+                continue;
+            }
+            if (r.first == "count") {
+                QuirksMet().insert(kPointCountTwoBytes);
+                plan.emplace_back(r.first, 4);  // 16-bit integer
+                continue;
+            }
+            plan.push_back(r);
+        }
+        int size = 0;
+        for (const auto& p : plan) size += bytesOf(p.second);
+        z.records = 0;
+        while (m_at + size_t(size) <= m_b.size()) {
+            for (const auto& p : plan) z.values[p.first].push_back(value(p.second));
+            z.records++;
+        }
+        if (z.records != z.i * z.j * z.k) QuirksMet().insert(kPointCountIgnoresDesampling);
+    }
+
+    static int bytesOf(int type) {
+        switch (type) {
+            case 1:
+                return 4;  // float
+            case 2:
+                return 8;  // double
+            case 3:
+                return 4;  // long integer
+            case 4:
+                return 2;  // short integer
+            default:
+                return 1;  // byte, bit
+        }
+    }
+
+    double value(int type) {
+        switch (type) {
+            case 1:
+                return f32();
+            case 2:
+                return get<double>();
+            case 3:
+                return i32();
+            case 4:
+                return get<int16_t>();
+            default:
+                return get<uint8_t>();
+        }
+    }
+
+    template <class T>
+    T get() {
+        T v{};
+        if (m_at + sizeof(T) > m_b.size()) {
+            ADD_FAILURE() << "read past the end at " << m_at;
+            return v;
+        }
+        std::memcpy(&v, m_b.data() + m_at, sizeof(T));
+        m_at += sizeof(T);
+        return v;
+    }
+    int32_t i32() { return get<int32_t>(); }
+    float f32() { return get<float>(); }
+    std::string text() {
+        std::string s;
+        for (int32_t c = i32(); c != 0 && m_at < m_b.size(); c = i32()) s += char(c);
+        return s;
+    }
+
+    const std::string& m_b;
+    size_t m_at = 0;
+};
+
+TecplotFile ReadTecplot(const std::string& path) {
+    const std::string bytes = test_support::ReadBytes(path);
+    return Reader(bytes).read();
+}
+
+std::vector<std::string> Names(std::initializer_list<const char*> list) {
+    return std::vector<std::string>(list.begin(), list.end());
+}
+
+// Node indices of the small field in the order a point file walks them:
+// bottom row first.
+const int kPointOrder[6] = {3, 4, 5, 0, 1, 2};
+
+}  // namespace
+
+void CaseRawBlockWithCounts() {
+    // Block runs follow the stored node order, top row first; image rows
+    // count from the bottom (32 - iy); the interpolated node keeps 5.
+    PIV_Data2D field;
+    MakeField(field, Kind::Raw);
+    field.setDataType(field.dataType() | PIV::DATA_COUNTS);
+    test_support::ScratchDir dir;
+    const std::string path = dir.file("raw_block.plt");
+    ASSERT_TRUE(field.saveTecplotBinary(path.c_str(), 0, true)) << field.getLastError();
+
+    const TecplotFile f = ReadTecplot(path);
+    EXPECT_EQ(f.magic, "#!TDV75 ");
+    EXPECT_EQ(f.byteOrder, 1);
+    EXPECT_EQ(f.title, "PIV Displacement Data : raw_block");
+    EXPECT_EQ(f.names, Names({"c", "r", "dx", "dy", "flag", "count"}));
+    ASSERT_EQ(f.zones.size(), 1u);
+    const Zone& z = f.zones[0];
+    EXPECT_EQ(z.name, "raw_block");
+    EXPECT_EQ(z.format, 0);
+    EXPECT_EQ(z.color, -1);
+    EXPECT_EQ(z.i * 100 + z.j * 10 + z.k, 321);
+    EXPECT_EQ(z.types, std::vector<int>({1, 1, 1, 1, 5, 3}));
+    EXPECT_TRUE(f.atEnd);
+    EXPECT_EQ(z.values.at("c"), std::vector<double>({8, 24, 40, 8, 24, 40}));
+    EXPECT_EQ(z.values.at("r"), std::vector<double>({24, 24, 24, 8, 8, 8}));
+    EXPECT_EQ(z.values.at("dx"), std::vector<double>({1.5, 9, 2, 0, -1, 0.5}));
+    EXPECT_EQ(z.values.at("dy"), std::vector<double>({-0.5, 9, 0.25, 0, 2, 1}));
+    EXPECT_EQ(z.values.at("flag"), std::vector<double>({3, 2, 5, 0, 3, 3}));
+    EXPECT_EQ(z.values.at("count"), std::vector<double>({1, 0, 1, 0, 1, 1}));
+    EXPECT_EQ(PIV::GetFileFormat(path.c_str()), PIV::FORMAT_TECPLOT);
+}
+
+namespace {
+
+// Gradients chosen so that every derived value differs from node to node.
+DIFFERENTIALS Gradients(int n) {
+    DIFFERENTIALS d;
+    d.dudx = 0.5f * float(n + 1);
+    d.dudy = 0.25f;
+    d.dudz = 0.125f * float(n);
+    d.dvdx = 1.0f + float(n);
+    d.dvdy = -0.5f;
+    d.dvdz = 2.0f;
+    d.dwdx = 0.75f;
+    d.dwdy = -1.0f * float(n);
+    d.dwdz = 0.25f;
+    return d;
+}
+
+void SetGradients(PIV_Data2D& field) {
+    ASSERT_TRUE(field.allocDifferentials());
+    for (int n = 0; n < 6; n++) field.setDifferentials(n, Gradients(n));
+}
+
+}  // namespace
+
+void CaseVelocityPointsSkippingOneOutlierOnADesampledGrid() {
+    // Node 3 is made valid so that the outlier (node 1) is the one node
+    // skipped. With every second row (row 0: nodes 0, 1, 2) the header
+    // counts 3 - 1 = 2 nodes; the data holds all 5 kept nodes.
+    PIV_Data2D field;
+    MakeField(field, Kind::Velocity);
+    PIV_VECTOR* v = field.data();
+    v[3].flag = VECTOR_ENABLED;
+    v[3].dx = v[3].dy = 0.5f;
+    v[3].u = v[3].v = 0.25f;
+    SetGradients(field);
+    OUTPUT_CFG cfg;
+    cfg.OutputFormat = 2;
+    cfg.OutputSkipOutliers = true;
+    cfg.DesampleY = 2;
+    cfg.StoreVorticity = true;  // shear and normal strain come all the same
+    cfg.StoreDifferentials = cfg.StoreCorrCoeff = true;
+    test_support::ScratchDir dir;
+    const std::string path = dir.file("vel_points.plt");
+    ASSERT_TRUE(field.save(path.c_str(), 0, cfg)) << field.getLastError();
+
+    const TecplotFile f = ReadTecplot(path);
+    EXPECT_EQ(f.title, "PIV Velocity Data : vel_points");
+    EXPECT_EQ(f.names, Names({"x", "y", "u", "v", "flag", "vort_z", "dudx", "dudy", "dvdx", "dvdy",
+                              "corr"}));
+    ASSERT_EQ(f.zones.size(), 1u);
+    const Zone& z = f.zones[0];
+    EXPECT_EQ(z.format, 1);
+    EXPECT_EQ(z.i * 100 + z.j * 10 + z.k, 211);
+    EXPECT_TRUE(f.atEnd);
+    ASSERT_EQ(z.records, 5);
+    const int order[5] = {3, 4, 5, 0, 2};
+    for (int r = 0; r < 5; r++) {
+        const int n = order[r];
+        SCOPED_TRACE(n);
+        const DIFFERENTIALS d = Gradients(n);
+        EXPECT_FLOAT_EQ(z.values.at("x")[r], v[n].x);
+        EXPECT_FLOAT_EQ(z.values.at("y")[r], v[n].y);
+        EXPECT_FLOAT_EQ(z.values.at("u")[r], v[n].u);
+        EXPECT_FLOAT_EQ(z.values.at("v")[r], v[n].v);
+        EXPECT_EQ(z.values.at("flag")[r], n == 2 ? 5 : 3);
+        EXPECT_FLOAT_EQ(z.values.at("vort_z")[r], d.dvdx - d.dudy);
+        EXPECT_FLOAT_EQ(z.values.at("shear")[r], d.dudy + d.dvdx);
+        EXPECT_FLOAT_EQ(z.values.at("nstrain")[r], d.dudx + d.dvdy + d.dwdz);
+        EXPECT_FLOAT_EQ(z.values.at("dudx")[r], d.dudx);
+        EXPECT_FLOAT_EQ(z.values.at("dvdy")[r], d.dvdy);
+        EXPECT_FLOAT_EQ(z.values.at("corr")[r], v[n].corr * 100.0f);
+    }
+}
+
+void CaseVelocityBlockIn3DWithShearAndCorrelation() {
+    PIV_Data2D field;
+    MakeField(field, Kind::Velocity);
+    SetGradients(field);
+    OUTPUT_CFG cfg;
+    cfg.OutputFormat = 2;
+    cfg.StoreZCoords = cfg.StoreShear = cfg.StoreCorrCoeff = true;
+    test_support::ScratchDir dir;
+    const std::string path = dir.file("vel_block.plt");
+    ASSERT_TRUE(field.save(path.c_str(), 0, cfg)) << field.getLastError();
+
+    const TecplotFile f = ReadTecplot(path);
+    EXPECT_EQ(f.names, Names({"x", "y", "z", "u", "v", "flag", "shear", "corr"}));
+    ASSERT_EQ(f.zones.size(), 1u);
+    const Zone& z = f.zones[0];
+    EXPECT_EQ(z.format, 0);
+    EXPECT_TRUE(f.atEnd);
+    const PIV_VECTOR* v = field.data();
+    for (int n = 0; n < 6; n++) {
+        SCOPED_TRACE(n);
+        const DIFFERENTIALS d = Gradients(n);
+        EXPECT_FLOAT_EQ(z.values.at("x")[n], v[n].x);
+        EXPECT_FLOAT_EQ(z.values.at("z")[n], 0.0f);
+        EXPECT_FLOAT_EQ(z.values.at("u")[n], v[n].u);
+        EXPECT_FLOAT_EQ(z.values.at("shear_x")[n], d.dvdz + d.dwdy);
+        EXPECT_FLOAT_EQ(z.values.at("shear_y")[n], d.dudz + d.dwdx);
+        EXPECT_FLOAT_EQ(z.values.at("shear_z")[n], d.dudy + d.dvdx);
+        EXPECT_FLOAT_EQ(z.values.at("corr")[n], v[n].corr * 100.0f);
+    }
+}
+
+void CaseRawPointsIn3DWithShiftedPositionsAndCounts() {
+    // Positions move by half the displacement: column 8 + 0.5 * 1.5.
+    PIV_Data2D field;
+    MakeField(field, Kind::Raw);
+    field.setDataType(field.dataType() | PIV::DATA_COUNTS);
+    field.data()[4].count = 70000;  // the point form keeps the low 16 bits
+    OUTPUT_CFG cfg;
+    cfg.OutputFormat = 2;
+    cfg.OutputPointFormat = true;
+    cfg.StoreZCoords = true;
+    cfg.CoordinateShift = 0.5;
+    test_support::ScratchDir dir;
+    const std::string path = dir.file("raw_points.plt");
+    ASSERT_TRUE(field.save(path.c_str(), 0, cfg)) << field.getLastError();
+
+    const TecplotFile f = ReadTecplot(path);
+    EXPECT_EQ(f.names, Names({"c", "r", "d", "dx", "dy", "flag", "count"}));
+    ASSERT_EQ(f.zones.size(), 1u);
+    const Zone& z = f.zones[0];
+    EXPECT_EQ(z.format, 1);
+    EXPECT_EQ(z.i * 100 + z.j * 10 + z.k, 321);
+    EXPECT_TRUE(f.atEnd);
+    ASSERT_EQ(z.records, 6);
+    EXPECT_EQ(z.values.at("c"), std::vector<double>({8, 23.5, 40.25, 8.75, 28.5, 41}));
+    EXPECT_EQ(z.values.at("r"), std::vector<double>({8, 9, 8.5, 23.75, 28.5, 24.125}));
+    EXPECT_EQ(z.values.at("flag"), std::vector<double>({0, 3, 3, 3, 2, 5}));
+    EXPECT_EQ(z.values.at("count"), std::vector<double>({0, 70000 - 65536, 1, 1, 0, 1}));
+    EXPECT_EQ(z.values.count("d"), 0u);
+}
+
+void CaseThreeComponentBlockWithResiduals() {
+    // A third component w = 2 at every node: the residual's run is the
+    // speed, at node 0 |(0.75, -0.25, 2)| = 2.1506.
+    PIV_Data2D field;
+    MakeField(field, Kind::Velocity);
+    field.setFlag3C(true);
+    for (int n = 0; n < 6; n++) {
+        field.data()[n].w = 2.0f;
+        field.data()[n].residual = 0.125f;
+    }
+    SetGradients(field);
+    OUTPUT_CFG cfg;
+    cfg.OutputFormat = 2;
+    cfg.StoreResiduals = true;
+    test_support::ScratchDir dir;
+    const std::string path = dir.file("vel3c.plt");
+    ASSERT_TRUE(field.save(path.c_str(), 0, cfg)) << field.getLastError();
+
+    const TecplotFile f = ReadTecplot(path);
+    EXPECT_EQ(f.names, Names({"x", "y", "u", "v", "w", "flag", "resid3c"}));
+    ASSERT_EQ(f.zones.size(), 1u);
+    EXPECT_TRUE(f.atEnd);
+    const Zone& z = f.zones[0];
+    EXPECT_EQ(z.values.at("w"), std::vector<double>(6, 2.0));
+    EXPECT_NEAR(z.values.at("speed")[0], 2.15058, 1e-5);
+    EXPECT_NEAR(z.values.at("speed")[1], std::sqrt(4.5 * 4.5 * 2 + 4), 1e-5);
+}
+
+TEST(TecplotBinary, RawBlockWithCounts) {
+    CaseRawBlockWithCounts();
+}
+
+TEST(TecplotBinary, VelocityPointsSkippingOneOutlierOnADesampledGrid) {
+    CaseVelocityPointsSkippingOneOutlierOnADesampledGrid();
+}
+
+TEST(TecplotBinary, VelocityBlockIn3DWithShearAndCorrelation) {
+    CaseVelocityBlockIn3DWithShearAndCorrelation();
+}
+
+TEST(TecplotBinary, RawPointsIn3DWithShiftedPositionsAndCounts) {
+    CaseRawPointsIn3DWithShiftedPositionsAndCounts();
+}
+
+TEST(TecplotBinary, ThreeComponentBlockWithResiduals) {
+    CaseThreeComponentBlockWithResiduals();
+}
+
+TEST(TecplotBinary, EveryQuirkIsMetByACase) {
+    QuirksMet().clear();
+    for (void (*run)() :
+         {CaseRawBlockWithCounts, CaseVelocityPointsSkippingOneOutlierOnADesampledGrid,
+          CaseVelocityBlockIn3DWithShearAndCorrelation,
+          CaseRawPointsIn3DWithShiftedPositionsAndCounts, CaseThreeComponentBlockWithResiduals})
+        run();
+    for (const QuirkRow& q : kQuirks)
+        EXPECT_EQ(QuirksMet().count(q.quirk), 1u) << "no case for: " << q.text;
+}
+
+// ---- edge cases ------------------------------------------------------------
+
+TEST(TecplotBinary, StepsOutsideTheAxisAreClamped) {
+    // Step 1 has dx raised by 100; step 7 writes it, step -3 writes step 0.
+    PIV_Data2D field;
+    MakeField(field, Kind::Raw, 2);
+    test_support::ScratchDir dir;
+    struct Case {
+        int step;
+        double firstDx;
+    };
+    for (const Case c : {Case{7, 101.5}, Case{-3, 1.5}, Case{1, 101.5}}) {
+        const std::string path = dir.file("step.plt");
+        ASSERT_TRUE(field.saveTecplotBinary(path.c_str(), c.step, true));
+        EXPECT_EQ(ReadTecplot(path).zones.at(0).values.at("dx").at(0), c.firstDx) << c.step;
+    }
+}
+
+TEST(TecplotBinary, OneCharacterTitleGivesTheComposedOne) {
+    PIV_Data2D field;
+    MakeField(field, Kind::Speckle);
+    SetGradients(field);
+    OUTPUT_CFG cfg;
+    std::snprintf(cfg.Title, sizeof(cfg.Title), "T");
+    field.setOutputCfg(cfg);
+    test_support::ScratchDir dir;
+    const std::string path = dir.file("shift.plt");
+    ASSERT_TRUE(field.saveTecplotBinary(path.c_str(), 0, true));
+    EXPECT_EQ(ReadTecplot(path).title, "Speckle Displacement Data : shift");
+
+    std::snprintf(cfg.Title, sizeof(cfg.Title), "Jet");
+    field.setOutputCfg(cfg);
+    ASSERT_TRUE(field.saveTecplotBinary(path.c_str(), 0, true));
+    EXPECT_EQ(ReadTecplot(path).title, "Jet");
+}
+
+TEST(TecplotBinary, FormatSixMakesInterpolatedAnOutlierInPointFormOnly) {
+    PIV_Data2D field;
+    MakeField(field, Kind::Raw);
+    OUTPUT_CFG cfg;
+    cfg.OutputFormat = 6;
+    field.setOutputCfg(cfg);
+    test_support::ScratchDir dir;
+    const std::string path = dir.file("six.plt");
+    ASSERT_TRUE(field.saveTecplotBinary(path.c_str(), 0, false));
+    // Point order: nodes 3, 4, 5, 0, 1, 2; node 2 is the interpolated one.
+    EXPECT_EQ(ReadTecplot(path).zones.at(0).values.at("flag"),
+              std::vector<double>({0, 3, 3, 3, 2, 2}));
+    ASSERT_TRUE(field.saveTecplotBinary(path.c_str(), 0, true));
+    EXPECT_EQ(ReadTecplot(path).zones.at(0).values.at("flag").at(2), 5);
+}
+
+TEST(TecplotBinary, SkippingWithNothingToSkipKeepsTheGrid) {
+    PIV_Data2D field;
+    MakeField(field, Kind::Raw);
+    for (int n = 0; n < 6; n++) {
+        field.data()[n].flag = VECTOR_ENABLED;
+        field.data()[n].dx = 1.0f;
+    }
+    OUTPUT_CFG cfg;
+    cfg.OutputFormat = 2;
+    cfg.OutputSkipOutliers = true;
+    test_support::ScratchDir dir;
+    const std::string path = dir.file("all.plt");
+    ASSERT_TRUE(field.save(path.c_str(), 0, cfg));
+    const Zone z = ReadTecplot(path).zones.at(0);
+    EXPECT_EQ(z.format, 1);
+    EXPECT_EQ(z.i * 100 + z.j * 10 + z.k, 321);
+    EXPECT_EQ(z.records, 6);
+}
+
+TEST(TecplotBinary, SequenceHasOneZonePerStep) {
+    PIV_Data2D field;
+    MakeField(field, Kind::Raw, 3);
+    test_support::ScratchDir dir;
+    const std::string path = dir.file("seq.plt");
+    ASSERT_TRUE(field.saveSequenceTecplotBinary(path.c_str(), 1, 2));
+    const TecplotFile f = ReadTecplot(path);
+    ASSERT_EQ(f.zones.size(), 2u);
+    EXPECT_TRUE(f.atEnd);
+    EXPECT_EQ(f.zones[0].values.at("dx").at(0), 101.5);
+    EXPECT_EQ(f.zones[1].values.at("dx").at(0), 201.5);
+
+    MessageCapture capture;
+    EXPECT_FALSE(field.saveSequenceTecplotBinary(dir.file("bad.plt").c_str(), 2, 3));
+    EXPECT_NE(std::string(field.getLastError())
+                  .find("saveSequenceTecplotBinary() - invalid range of sequence requested!"),
+              std::string::npos);
+    EXPECT_FALSE(std::filesystem::exists(dir.file("bad.plt")));
+
+    const std::string missing = dir.file("missing/seq.plt");
+    EXPECT_FALSE(field.saveSequenceTecplotBinary(missing.c_str(), 0, 2));
+    EXPECT_EQ(field.error().getLastErrorCode(), PIVerror::FILE_CREATE_FAILED);
+    EXPECT_NE(std::string(field.getLastError())
+                  .find("saveSequenceTecplotBinary() - failed opening output file: " + missing),
+              std::string::npos);
+    PIV_Data2D empty;
+    EXPECT_FALSE(empty.saveSequenceTecplotBinary(dir.file("empty.plt").c_str(), 0, 0));
+    EXPECT_NE(std::string(empty.getLastError())
+                  .find("saveSequenceTecplotBinary() - no valid data available!"),
+              std::string::npos);
+    EXPECT_EQ(std::distance(std::filesystem::directory_iterator(dir.path()),
+                            std::filesystem::directory_iterator()),
+              1);  // seq.plt alone
+}
+
+TEST(TecplotBinary, SaveRefusesUnknownFormats) {
+    PIV_Data2D field;
+    MakeField(field, Kind::Raw);
+    OUTPUT_CFG cfg;
+    test_support::ScratchDir dir;
+    MessageCapture capture;
+    for (int format : {5, 6, 7, -1}) {
+        cfg.OutputFormat = format;
+        EXPECT_FALSE(field.save(dir.file("x.plt").c_str(), 0, cfg)) << format;
+        EXPECT_EQ(field.error().getLastErrorCode(), PIVerror::FILE_FORMAT_UNSUPPORTED);
+    }
+    EXPECT_TRUE(std::filesystem::is_empty(dir.path()));
+}
+
+// ---- bad input -------------------------------------------------------------
+
+TEST(TecplotBinary, BadInputLeavesNothingBehind) {
+    test_support::ScratchDir dir;
+    MessageCapture capture;
+    struct Case {
+        const char* what;
+        Kind kind;
+        bool empty;
+        std::string path;
+        int code;
+        std::string text;
+    };
+    const std::string missing = dir.file("missing/out.plt");
+    const Case cases[] = {
+        {"unwritable path", Kind::Raw, false, missing, PIVerror::FILE_CREATE_FAILED,
+         "saveTecplotBinary() - failed opening output file: " + missing},
+        {"empty field", Kind::Raw, true, dir.file("empty.plt"), PIVerror::DATA_IS_NULL,
+         "saveTecplotBinary() - no valid data available!"},
+        {"velocity without differentials", Kind::Velocity, false, dir.file("vel.plt"),
+         PIVerror::FILE_WRITE_FAILED, "saveTecplotBinary() - missing differentials"},
+    };
+    for (const Case& c : cases) {
+        SCOPED_TRACE(c.what);
+        PIV_Data2D field;
+        if (!c.empty) MakeField(field, c.kind);
+        for (bool block : {true, false}) {
+            EXPECT_FALSE(field.saveTecplotBinary(c.path.c_str(), 0, block));
+            EXPECT_EQ(field.error().getLastErrorCode(), c.code);
+            EXPECT_NE(std::string(field.getLastError()).find(c.text), std::string::npos)
+                << field.getLastError();
+        }
+    }
+    EXPECT_TRUE(std::filesystem::is_empty(dir.path()));
+}
