@@ -154,7 +154,8 @@ bool PIV_DataBase::saveNetCDF(const char* fileName, int timeStep) {
         return false;
     }
     if (!(m_dataType & PIV::DATA_DISPLACEMENT)) {
-        DebugPrintExt(2, "ERROR: data doesn't contain displacement data");
+        m_error.setMessage("saveNetCDF(%s) - the field holds no displacement data", fileName);
+        m_error.handleError(PIVerror::DATA_TYPE_UNSUPPORTED, "saveNetCDF()");
         return false;
     }
     return _saveAtomic(m_error, fileName, "saveNetCDF()", [&](const char* tmp) {

@@ -223,7 +223,11 @@ bool PIV_Eval2D::multiGridLevel(const MULTIGRID_LEVEL& L, int n, int count,
         field->smoothGauss(L.smoothWidth, 0.05, false);
         for (int k = 0; k < nodes; k++) v[k].peak[0] = PIV_PEAK{v[k].dx, v[k].dy, v[k].peak[0].value};
         field->doStatistics();
-        m_data->updateShift(*field, L.deform, PIV::INTERPOLATE_BILINEAR);
+        // A coarse level lies on a coarser grid than the main field. Bilinear
+        // transfer between its nodes cuts the crests of a curved flow, and
+        // no later level sees an error on the scale of the coarse step; the
+        // cubic spline through the nodes carries the field across intact.
+        m_data->updateShift(*field, L.deform, PIV::INTERPOLATE_BSPLINE);
         m_data->setFlagRawData(true);
         return true;
     }

@@ -1,5 +1,6 @@
 #include "piv_fft_plans.h"
 
+#include <atomic>
 #include <map>
 #include <tuple>
 
@@ -14,8 +15,15 @@ PIV::FFTPlans2D::~FFTPlans2D() {
     if (reverse) fftwf_destroy_plan(reverse);
 }
 
+namespace {
+std::atomic<bool> g_measuredPlans{true};
+}  // namespace
+
+void PIV::SetMeasuredFFTPlans(bool allowed) { g_measuredPlans = allowed; }
+
 std::shared_ptr<const PIV::FFTPlans2D> PIV::GetFFTPlans2D(int width, int height, bool optimized) {
     if (width < 1 || height < 1) return nullptr;
+    optimized = optimized && g_measuredPlans;
     using Key = std::tuple<int, int, bool>;
     static std::mutex cacheMutex;
     static std::map<Key, std::weak_ptr<const FFTPlans2D>> cache;

@@ -35,6 +35,11 @@ struct FFTPlans2D {
 // estimated ones. Call it outside parallel regions.
 std::shared_ptr<const FFTPlans2D> GetFFTPlans2D(int width, int height, bool optimized);
 
+// Measured plans may differ from one process to the next, and with them the
+// last bits of a result. Switched off, every plan is estimated: two runs of
+// a program give identical fields. On by default.
+void SetMeasuredFFTPlans(bool allowed);
+
 // Owns one block from fftwf_malloc.
 struct FFTWFree {
     void operator()(void* p) const { fftwf_free(p); }
