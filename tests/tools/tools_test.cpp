@@ -1,0 +1,377 @@
+// The command-line tools as a user runs them: separate processes on pairs
+// that kelvane-synth renders, results read back from the files.
+#include <gtest/gtest.h>
+#include <sys/wait.h>
+
+#include <cmath>
+#include <cstdio>
+#include <cstdlib>
+#include <fstream>
+#include <map>
+#include <sstream>
+#include <string>
+#include <utility>
+#include <vector>
+
+#include "eval_options.h"
+#include "eval_run.h"
+#include "image_format.h"
+#include "piv_data2d.h"
+#include "piv_fft_plans.h"
+#include "piv_messages.h"
+#include "piv_params.h"
+#include "scratch_files.h"
+
+using test_support::ScratchDir;
+
+namespace {
+
+struct Outcome {
+    int exit = -1;
+    std::string out, err;
+};
+
+// Runs a tool with its arguments (each one quoted) and returns its exit
+// status with what it printed.
+Outcome Run(const char* tool, const std::vector<std::string>& args, const ScratchDir& dir) {
+    std::string cmd = std::string("'") + tool + "'";
+    for (const std::string& a : args) cmd += " '" + a + "'";
+    const std::string out = dir.file("stdout.txt"), err = dir.file("stderr.txt");
+    cmd += " > '" + out + "' 2> '" + err + "'";
+    const int status = std::system(cmd.c_str());
+    Outcome o;
+    o.exit = WIFEXITED(status) ? WEXITSTATUS(status) : -1;
+    o.out = test_support::ReadBytes(out);
+    o.err = test_support::ReadBytes(err);
+    return o;
+}
+
+Outcome Synth(const ScratchDir& dir, const std::vector<std::string>& args) {
+    return Run(KELVANE_SYNTH_TOOL, args, dir);
+}
+Outcome Eval(const ScratchDir& dir, const std::vector<std::string>& args) {
+    return Run(KELVANE_EVAL_TOOL, args, dir);
+}
+Outcome Compare(const ScratchDir& dir, const std::vector<std::string>& args) {
+    return Run(KELVANE_COMPARE_TOOL, args, dir);
+}
+
+// The same evaluation in this process, through the tool's own evaluator.
+PIV_Data2D* InMemory(const std::vector<std::string>& argv, std::string* error) {
+    std::vector<char*> raw;
+    static std::vector<std::string> keep;
+    keep = argv;
+    keep.insert(keep.begin(), "kelvane-eval");
+    for (std::string& a : keep) raw.push_back(&a[0]);
+    static eval_tool::Options o;
+    o = eval_tool::Options();
+    if (eval_tool::ParseOptions(int(raw.size()), raw.data(), o, *error) != 0) return nullptr;
+    static PIV_Parameters params;
+    params.setPivParameters(PIV_PARAMETERS());
+    params.setPostProcessCfg(POSTPROCESS_CFG());
+    params.setImageCfg(IMAGE_CFG());
+    if (!eval_tool::ApplyParameters(o, params, *error)) return nullptr;
+    PIV::SetMeasuredFFTPlans(false);
+    static std::unique_ptr<eval_tool::Evaluator> evaluator;
+    evaluator.reset(new eval_tool::Evaluator(o, params));
+    if (!evaluator->prepare(*error)) return nullptr;
+    const eval_tool::PairResult r = evaluator->evaluate(o.first, o.second);
+    if (r.exit != 0) return *error = r.message, nullptr;
+    return &evaluator->result();
+}
+
+// Rows of numbers of a text export, keyed by node position (ix, iy as
+// written), with the columns named in its VARIABLES line.
+struct TextTable {
+    std::vector<std::string> names;
+    std::map<std::pair<long, long>, std::vector<double>> rows;
+    int column(const std::string& name) const {
+        for (size_t i = 0; i < names.size(); i++)
+            if (names[i] == name) return int(i);
+        return -1;
+    }
+};
+
+TextTable ReadTecplotText(const std::string& path) {
+    TextTable t;
+    std::ifstream in(path);
+    std::string line;
+    while (std::getline(in, line)) {
+        if (line.empty() || line[0] == '#' || line.rfind("TITLE", 0) == 0 ||
+            line.rfind("ZONE", 0) == 0)
+            continue;
+        if (line.rfind("VARIABLES", 0) == 0) {
+            size_t q = 0;
+            while ((q = line.find('"', q)) != std::string::npos) {
+                const size_t e = line.find('"', q + 1);
+                t.names.push_back(line.substr(q + 1, e - q - 1));
+                q = e + 1;
+            }
+            continue;
+        }
+        std::istringstream s(line);
+        std::vector<double> v;
+        double x;
+        while (s >> x) v.push_back(x);
+        if (v.size() >= 2) t.rows[{std::lround(v[0]), std::lround(v[1])}] = v;
+    }
+    return t;
+}
+
+// Equal to what "%g" keeps of the value: six significant digits.
+bool AsPrinted(double file, double memory) {
+    return std::fabs(file - memory) <= 1e-5 * std::max(1.0, std::fabs(memory));
+}
+
+struct Pair {
+    std::string a, b, truth;
+};
+
+Pair MakePair(const ScratchDir& dir, const std::vector<std::string>& flow, int size = 256,
+              const std::string& stem = "pair") {
+    Pair p{dir.file(stem + "_a.tif"), dir.file(stem + "_b.tif"), dir.file(stem + "_truth.nc")};
+    std::vector<std::string> args = flow;
+    args.insert(args.end(), {"--size", std::to_string(size), p.a, p.b, p.truth});
+    const Outcome o = Synth(dir, args);
+    EXPECT_EQ(o.exit, 0) << o.err;
+    return p;
+}
+
+}  // namespace
+
+// Every node of every format, border nodes with their shrunk windows
+// included, carries the field the evaluation made in memory.
+TEST(KelvaneEval, EachFormatHoldsTheEvaluatedField) {
+    EnableWarnings(false);
+    ScratchDir dir;
+    const Pair p = MakePair(dir, {"--flow", "vortex", "--peak", "4", "--core", "48"});
+    const std::vector<std::string> settings = {"--method", "multipass", "--window", "32", "--step",
+                                               "16"};
+    std::string error;
+    std::vector<std::string> memArgs = settings;
+    memArgs.insert(memArgs.end(), {p.a, p.b, "-o", dir.file("unused.nc")});
+    const PIV_Data2D* memory = InMemory(memArgs, &error);
+    ASSERT_NE(memory, nullptr) << error;
+    const int height = memory->grid().imageSize.height;
+    for (const char* ext : {".nc", ".dat", ".txt", ".plt"}) {
+        const std::string out = dir.file(std::string("result") + ext);
+        std::vector<std::string> args = settings;
+        args.insert(args.end(), {p.a, p.b, "-o", out});
+        const Outcome o = Eval(dir, args);
+        ASSERT_EQ(o.exit, 0) << ext << ": " << o.err;
+        if (std::string(ext) == ".nc") {
+            PIV_Data2D back;
+            ASSERT_TRUE(back.load(out.c_str()));
+            ASSERT_EQ(back.nodeCount(), memory->nodeCount());
+            for (int k = 0; k < back.nodeCount(); k++) {
+                EXPECT_EQ(back.data()[k].dx, memory->data()[k].dx) << k;
+                EXPECT_EQ(back.data()[k].dy, memory->data()[k].dy) << k;
+            }
+        } else if (std::string(ext) == ".plt") {
+            EXPECT_EQ(PIV::GetFileFormat(out.c_str()), PIV::FORMAT_TECPLOT);
+        } else {
+            const TextTable t = ReadTecplotText(out);
+            const bool challenge = std::string(ext) == ".txt";
+            const int cx = challenge ? 2 : t.column("dx"), cy = challenge ? 3 : t.column("dy");
+            ASSERT_GE(cx, 0);
+            ASSERT_EQ(int(t.rows.size()), memory->nodeCount()) << ext;
+            for (int k = 0; k < memory->nodeCount(); k++) {
+                const PIV_VECTOR& v = memory->data()[k];
+                const auto row = t.rows.find({v.ix, height - v.iy});
+                ASSERT_NE(row, t.rows.end()) << ext << " node " << v.ix << "," << v.iy;
+                EXPECT_TRUE(AsPrinted(row->second[size_t(cx)], v.dx))
+                    << ext << " " << row->second[size_t(cx)] << " vs " << v.dx;
+                EXPECT_TRUE(AsPrinted(row->second[size_t(cy)], v.dy))
+                    << ext << " " << row->second[size_t(cy)] << " vs " << v.dy;
+            }
+        }
+    }
+}
+
+// A parameter file that asks for the median filter and smoothing: the
+// written field is the one after that chain, not the raw one.
+TEST(KelvaneEval, ParameterFileDrivesThePostProcessing) {
+    EnableWarnings(false);
+    ScratchDir dir;
+    const Pair p = MakePair(dir, {"--flow", "sine", "--amplitude", "3", "--wavelength", "64"});
+    PIV_Parameters params;
+    POSTPROCESS_CFG post;
+    post.MedianApply = true;
+    post.MedianSize = 3;
+    post.SmoothApply = true;
+    post.SmoothKernel = 1.5f;
+    params.setPostProcessCfg(post);
+    PIVEVAL_CFG cfg = params.pivEvalCfg();
+    cfg.Method = 0;
+    params.setPivEvalCfg(cfg, false);
+    const std::string par = dir.file("filtered.par");
+    ASSERT_TRUE(params.saveASCII(par.c_str()));
+    const Outcome plain = Eval(dir, {"--method", "single", p.a, p.b, "-o", dir.file("plain.nc")});
+    const Outcome filtered = Eval(dir, {"-p", par, p.a, p.b, "-o", dir.file("filtered.nc")});
+    ASSERT_EQ(plain.exit, 0) << plain.err;
+    ASSERT_EQ(filtered.exit, 0) << filtered.err;
+    PIV_Data2D a, b;
+    ASSERT_TRUE(a.load(dir.file("plain.nc").c_str()));
+    ASSERT_TRUE(b.load(dir.file("filtered.nc").c_str()));
+    // The same raw field, filtered in memory by the library, is the file.
+    ASSERT_EQ(a.nodeCount(), b.nodeCount());
+    PIV_Data2D expected;
+    expected = a;
+    expected.setFlagMedianFiltered(false);
+    expected.setFlagSmoothed(false);
+    ASSERT_TRUE(expected.medianFilter(3));
+    ASSERT_TRUE(expected.smoothGauss(1.5, 0.05f));
+    int differ = 0;
+    for (int k = 0; k < a.nodeCount(); k++) {
+        EXPECT_NEAR(b.data()[k].dx, expected.data()[k].dx, 1e-5) << k;
+        differ += a.data()[k].dx != b.data()[k].dx;
+    }
+    EXPECT_GT(differ, a.nodeCount() / 2);
+}
+
+// The acceptance run: multi-grid with deformation on a 2 px sine of 256 px
+// wavelength, interior nodes only.
+TEST(KelvaneEval, SineWithMultiGridAndDeformation) {
+    EnableWarnings(false);
+    ScratchDir dir;
+    const Pair p = MakePair(dir, {"--flow", "sine", "--amplitude", "2", "--wavelength", "256"}, 512);
+    const Outcome e = Eval(dir, {"--method", "multigrid", "--deform", "--window", "32", "--step",
+                                 "16", p.a, p.b, "-o", dir.file("sine.nc")});
+    ASSERT_EQ(e.exit, 0) << e.err;
+    const Outcome c =
+        Compare(dir, {dir.file("sine.nc"), p.truth, "--margin", "32", "--max-rms", "0.02"});
+    std::printf("[ figures  ] %s", c.out.c_str());
+    EXPECT_EQ(c.exit, 0) << c.out << c.err;
+}
+
+TEST(KelvaneEval, OneAndTwoThreadsGiveTheSameField) {
+    EnableWarnings(false);
+    ScratchDir dir;
+    const Pair p = MakePair(dir, {"--flow", "vortex", "--peak", "5", "--core", "60"});
+    for (const char* t : {"1", "2"})
+        ASSERT_EQ(Eval(dir, {"--threads", t, "--method", "multigrid", "--deform", p.a, p.b, "-o",
+                             dir.file(std::string("t") + t + ".nc")})
+                      .exit,
+                  0);
+    PIV_Data2D one, two;
+    ASSERT_TRUE(one.load(dir.file("t1.nc").c_str()));
+    ASSERT_TRUE(two.load(dir.file("t2.nc").c_str()));
+    ASSERT_EQ(one.nodeCount(), two.nodeCount());
+    for (int k = 0; k < one.nodeCount(); k++) {
+        ASSERT_EQ(one.data()[k].dx, two.data()[k].dx) << k;
+        ASSERT_EQ(one.data()[k].dy, two.data()[k].dy) << k;
+    }
+}
+
+// Pairs named run0001a/run0001b..., and a plain sequence in which frame
+// n+1 is the partner of frame n: each pair gets a different shift, so a
+// wrong partner would show in the result.
+TEST(KelvaneEval, SeriesPairUpByName) {
+    EnableWarnings(false);
+    ScratchDir dir;
+    for (int i = 1; i <= 3; i++) {
+        char a[64], b[64];
+        std::snprintf(a, sizeof(a), "run%04da.tif", i);
+        std::snprintf(b, sizeof(b), "run%04db.tif", i);
+        ASSERT_EQ(Synth(dir, {"--dx", std::to_string(i), "--dy", "0", "--size", "128",
+                              "--seed", std::to_string(i), dir.file(a), dir.file(b),
+                              dir.file("t.nc")})
+                      .exit,
+                  0);
+    }
+    const Outcome ab = Eval(dir, {"--method", "single", "--series", dir.file("run0001a.tif"),
+                                  dir.file("run0003a.tif"), "--output-dir", dir.file("ab"),
+                                  "--format", "nc,dat", "--stats"});
+    ASSERT_EQ(ab.exit, 0) << ab.err;
+    for (int i = 1; i <= 3; i++) {
+        char base[64];
+        std::snprintf(base, sizeof(base), "ab/run%04da", i);
+        PIV_Data2D f;
+        ASSERT_TRUE(f.load(dir.file(std::string(base) + ".nc").c_str())) << base;
+        f.doStatistics();
+        double mean = 0.0;
+        for (int k = 0; k < f.nodeCount(); k++) mean += f.data()[k].dx;
+        EXPECT_NEAR(mean / f.nodeCount(), i, 0.1) << base;
+        std::ifstream dat(dir.file(std::string(base) + "_piv.dat"));
+        EXPECT_TRUE(dat.good()) << base << "_piv.dat";
+    }
+    EXPECT_TRUE(std::ifstream(dir.file("ab/series_avg.nc")).good());
+    EXPECT_TRUE(std::ifstream(dir.file("ab/series_rms.nc")).good());
+
+    // img0001 + img0002 move by 1 px, img0003 + img0004 by 2 px, ...
+    for (int i = 1; i <= 3; i++) {
+        char a[64], b[64];
+        std::snprintf(a, sizeof(a), "img%04d.tif", 2 * i - 1);
+        std::snprintf(b, sizeof(b), "img%04d.tif", 2 * i);
+        ASSERT_EQ(Synth(dir, {"--dx", std::to_string(i), "--size", "128", "--seed",
+                              std::to_string(10 + i), dir.file(a), dir.file(b), dir.file("t.nc")})
+                      .exit,
+                  0);
+    }
+    const Outcome seq = Eval(dir, {"--method", "single", "--series", dir.file("img0001.tif"),
+                                   dir.file("img0005.tif"), "--increment", "2", "--separation",
+                                   "1", "--output-dir", dir.file("seq")});
+    ASSERT_EQ(seq.exit, 0) << seq.err;
+    for (int i = 1; i <= 3; i++) {
+        char name[64];
+        std::snprintf(name, sizeof(name), "seq/img%04d.nc", 2 * i - 1);
+        PIV_Data2D f;
+        ASSERT_TRUE(f.load(dir.file(name).c_str())) << name;
+        double mean = 0.0;
+        for (int k = 0; k < f.nodeCount(); k++) mean += f.data()[k].dx;
+        EXPECT_NEAR(mean / f.nodeCount(), i, 0.1) << name;
+    }
+}
+
+// One damaged frame in a series: it is named with its reason, every other
+// pair is written, and the run ends with status 1.
+TEST(KelvaneEval, DamagedFrameInASeries) {
+    EnableWarnings(false);
+    ScratchDir dir;
+    for (int i = 1; i <= 4; i++) {
+        char a[64], b[64];
+        std::snprintf(a, sizeof(a), "cam%04da.tif", i);
+        std::snprintf(b, sizeof(b), "cam%04db.tif", i);
+        ASSERT_EQ(Synth(dir, {"--size", "128", "--seed", std::to_string(i), dir.file(a),
+                              dir.file(b), dir.file("t.nc")})
+                      .exit,
+                  0);
+    }
+    test_support::WriteBytes(dir.file("cam0002b.tif"), "II*\0 this is not an image");
+    const Outcome o = Eval(dir, {"--method", "single", "--series", dir.file("cam0001a.tif"),
+                                 dir.file("cam0004a.tif"), "--output-dir", dir.file("out")});
+    EXPECT_EQ(o.exit, 1) << o.err;
+    EXPECT_NE(o.err.find("cam0002"), std::string::npos) << o.err;
+    for (int i : {1, 3, 4}) {
+        char name[64];
+        std::snprintf(name, sizeof(name), "out/cam%04da.nc", i);
+        EXPECT_TRUE(std::ifstream(dir.file(name)).good()) << name;
+    }
+    EXPECT_FALSE(std::ifstream(dir.file("out/cam0002a.nc")).good());
+}
+
+TEST(KelvaneEval, BadUsageAndUnreadableInput) {
+    ScratchDir dir;
+    const Pair p = MakePair(dir, {"--dx", "1"}, 64);
+    struct Case {
+        std::vector<std::string> args;
+        const char* said;
+    } cases[] = {
+        {{"--frobnicate", p.a}, "unknown option --frobnicate"},
+        {{"--window", "abc", p.a, p.b, "-o", dir.file("x.nc")}, "bad value for --window"},
+        {{p.a, p.b, "-o", dir.file("x.png")}, "extension"},
+        {{p.a, p.b}, "-o FILE"},
+        {{dir.file("missing_a.tif"), p.b, "-o", dir.file("x.nc")}, "missing_a.tif"},
+        {{"-p", dir.file("nothing.par"), p.a, p.b, "-o", dir.file("x.nc")}, "nothing.par"},
+        {{"--mask", dir.file("nomask.tif"), p.a, p.b, "-o", dir.file("x.nc")}, "nomask.tif"},
+        {{"--series", p.a}, "needs a value"},
+    };
+    for (const Case& c : cases) {
+        const Outcome o = Eval(dir, c.args);
+        EXPECT_EQ(o.exit, 2) << c.said << ": " << o.err;
+        EXPECT_NE(o.err.find(c.said), std::string::npos) << o.err;
+    }
+    EXPECT_EQ(Synth(dir, {"--flow", "tornado", "a.tif", "b.tif", "t.nc"}).exit, 2);
+    EXPECT_EQ(Compare(dir, {p.truth, dir.file("missing.nc")}).exit, 2);
+    EXPECT_EQ(Eval(dir, {"--help"}).exit, 0);
+}
