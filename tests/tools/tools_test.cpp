@@ -21,6 +21,7 @@
 #include "piv_messages.h"
 #include "piv_params.h"
 #include "scratch_files.h"
+#include "tecplot_reader.h"
 
 using test_support::ScratchDir;
 
@@ -169,6 +170,25 @@ TEST(KelvaneEval, EachFormatHoldsTheEvaluatedField) {
             }
         } else if (std::string(ext) == ".plt") {
             EXPECT_EQ(PIV::GetFileFormat(out.c_str()), PIV::FORMAT_TECPLOT);
+            const tecplot_reader::TecplotFile f = tecplot_reader::ReadTecplot(out);
+            ASSERT_EQ(f.zones.size(), 1u);
+            ASSERT_GE(f.names.size(), 4u);
+            const tecplot_reader::Zone& z = f.zones[0];
+            const std::vector<double>& px = z.values.at(f.names[0]);
+            const std::vector<double>& py = z.values.at(f.names[1]);
+            const std::vector<double>& dx = z.values.at("dx");
+            const std::vector<double>& dy = z.values.at("dy");
+            ASSERT_EQ(int(dx.size()), memory->nodeCount());
+            std::map<std::pair<long, long>, std::pair<double, double>> byNode;
+            for (size_t n = 0; n < dx.size(); n++)
+                byNode[{std::lround(px[n]), std::lround(py[n])}] = {dx[n], dy[n]};
+            for (int k = 0; k < memory->nodeCount(); k++) {
+                const PIV_VECTOR& v = memory->data()[k];
+                const auto at = byNode.find({v.ix, height - v.iy});
+                ASSERT_NE(at, byNode.end()) << "plt node " << v.ix << "," << v.iy;
+                EXPECT_EQ(float(at->second.first), v.dx) << k;
+                EXPECT_EQ(float(at->second.second), v.dy) << k;
+            }
         } else {
             const TextTable t = ReadTecplotText(out);
             const bool challenge = std::string(ext) == ".txt";

@@ -1,0 +1,275 @@
+// Tecplot binary files read by a reader written from the public description
+// of the version 7.5 format (header, zones, data sections); it shares
+// nothing with the program's writer. Where the program's files
+// deliberately depart from that description, the reader knows it from one
+// table, kQuirks, and records each departure it meets in QuirksMet().
+#pragma once
+
+#include <gtest/gtest.h>
+
+#include <cstdint>
+#include <cstring>
+#include <map>
+#include <set>
+#include <string>
+#include <utility>
+#include <vector>
+
+#include "scratch_files.h"
+
+namespace tecplot_reader {
+
+// ---- the exceptions to the published layout ------------------------------
+enum Quirk {
+    // Point form: a third raw coordinate is named ("d") but never written.
+    kPointNoThirdRawCoordinate,
+    // Point form, velocity or speckle data: vorticity, shear and normal
+    // strain always follow flag, count and magnitude, whatever the names say.
+    kPointFixedDerivedGroup,
+    // Point form: "count" is declared a 32-bit integer but written in 16 bits.
+    kPointCountTwoBytes,
+    // Point form with skipped nodes: the header counts the nodes of the
+    // desampled grid, the data holds every kept node of the full grid.
+    kPointCountIgnoresDesampling,
+    // Block form: the "count" run is 8 bytes a node, the counts in the first half.
+    kBlockCountEightBytes,
+    // Block form in 3-D: "shear" stands for three runs, x, y and z.
+    kBlockThreeShearRuns,
+    // Block form: "corr" is a fraction, in point form it is in percent.
+    kBlockCorrUnscaled,
+    // Block form: the "resid3c" run holds the velocity magnitude.
+    kBlockResidualIsSpeed,
+    kQuirkCount
+};
+
+struct QuirkRow {
+    Quirk quirk;
+    const char* text;
+};
+
+inline const QuirkRow kQuirks[] = {
+    {kPointNoThirdRawCoordinate, "point form: 'd' named, not written"},
+    {kPointFixedDerivedGroup, "point form: vorticity, shear, nstrain always written"},
+    {kPointCountTwoBytes, "point form: count in 16 bits"},
+    {kPointCountIgnoresDesampling, "point form: more records than the header's count"},
+    {kBlockCountEightBytes, "block form: count run of 8 bytes a node"},
+    {kBlockThreeShearRuns, "block form, 3-D: three runs under 'shear'"},
+    {kBlockCorrUnscaled, "block form: corr not in percent"},
+    {kBlockResidualIsSpeed, "block form: resid3c holds |(u, v, w)|"},
+};
+static_assert(sizeof(kQuirks) / sizeof(kQuirks[0]) == kQuirkCount, "one row per quirk");
+
+inline std::set<int>& QuirksMet() {
+    static std::set<int> met;
+    return met;
+}
+
+// ---- the reader ------------------------------------------------------------
+struct Zone {
+    std::string name;
+    int format = -1;  // 0 block, 1 point
+    int color = 0;
+    int i = 0, j = 0, k = 0;
+    std::vector<int> types;
+    // Values by variable name, node by node in file order; corr in percent.
+    std::map<std::string, std::vector<double>> values;
+    int records = 0;
+};
+
+struct TecplotFile {
+    std::string magic;
+    int byteOrder = 0;
+    std::string title;
+    std::vector<std::string> names;
+    std::vector<Zone> zones;
+    bool atEnd = false;
+};
+
+class Reader {
+public:
+    explicit Reader(const std::string& bytes) : m_b(bytes) {}
+
+    TecplotFile read() {
+        TecplotFile f;
+        f.magic = m_b.substr(0, 8);
+        m_at = 8;
+        f.byteOrder = i32();
+        f.title = text();
+        const int n = i32();
+        for (int v = 0; v < n; v++) f.names.push_back(text());
+        float marker = f32();
+        while (marker == 299.0f) {
+            Zone z;
+            z.name = text();
+            z.format = i32();
+            z.color = i32();
+            z.i = i32();
+            z.j = i32();
+            z.k = i32();
+            f.zones.push_back(z);
+            marker = f32();
+        }
+        EXPECT_EQ(marker, 357.0f) << "end of header";
+        for (Zone& z : f.zones) {
+            EXPECT_EQ(f32(), 299.0f) << "zone data marker";
+            EXPECT_EQ(i32(), 0) << "no repeated variables";
+            for (size_t v = 0; v < f.names.size(); v++) z.types.push_back(i32());
+            if (z.format == 0)
+                readBlock(f.names, z);
+            else
+                readPoints(f.names, z);
+        }
+        f.atEnd = m_at == m_b.size();
+        return f;
+    }
+
+private:
+    static bool is3D(const std::vector<std::string>& names) {
+        for (const std::string& n : names)
+            if (n == "z" || n == "d") return true;
+        return false;
+    }
+    static bool isRawOrRms(const std::vector<std::string>& names) {
+        for (const std::string& n : names)
+            if (n == "c" || n.find("_rms") != std::string::npos) return true;
+        return false;
+    }
+
+    void readBlock(const std::vector<std::string>& names, Zone& z) {
+        const int nodes = z.i * z.j * z.k;
+        for (size_t v = 0; v < names.size(); v++) {
+            const std::string& name = names[v];
+            if (name == "shear" && is3D(names)) {
+                QuirksMet().insert(kBlockThreeShearRuns);
+                for (const char* s : {"shear_x", "shear_y", "shear_z"})
+                    for (int n = 0; n < nodes; n++) z.values[s].push_back(value(z.types[v]));
+                continue;
+            }
+            for (int n = 0; n < nodes; n++) z.values[name].push_back(value(z.types[v]));
+            if (name == "count") {
+                QuirksMet().insert(kBlockCountEightBytes);
+                for (int n = 0; n < nodes; n++)
+                    EXPECT_EQ(i32(), 0) << "second half of the count run";
+            }
+            if (name == "resid3c") {
+                QuirksMet().insert(kBlockResidualIsSpeed);
+                z.values["speed"] = z.values[name];
+                z.values.erase(name);
+            }
+            if (name == "corr") {
+                QuirksMet().insert(kBlockCorrUnscaled);
+                for (double& c : z.values[name]) c *= 100.0;
+            }
+        }
+        z.records = nodes;
+    }
+
+    void readPoints(const std::vector<std::string>& names, Zone& z) {
+        // The record as the header describes it, then the exceptions.
+        std::vector<std::pair<std::string, int>> record;
+        for (size_t v = 0; v < names.size(); v++) record.emplace_back(names[v], z.types[v]);
+        const bool fixedGroup = !isRawOrRms(names);
+        if (fixedGroup) {
+            std::vector<std::pair<std::string, int>> kept;
+            size_t after = 0;
+            for (const auto& r : record) {
+                if (r.first.rfind("vort_", 0) == 0 || r.first == "shear" || r.first == "nstrain")
+                    continue;
+                kept.push_back(r);
+                if (r.first == "flag" || r.first == "count" || r.first == "mag")
+                    after = kept.size();
+            }
+            std::vector<std::pair<std::string, int>> group;
+            if (is3D(names))
+                for (const char* g :
+                     {"vort_x", "vort_y", "vort_z", "shear_x", "shear_y", "shear_z"})
+                    group.emplace_back(g, 1);
+            else
+                group = {{"vort_z", 1}, {"shear", 1}};
+            group.emplace_back("nstrain", 1);
+            kept.insert(kept.begin() + long(after), group.begin(), group.end());
+            if (kept != record) QuirksMet().insert(kPointFixedDerivedGroup);
+            record = kept;
+        }
+        std::vector<std::pair<std::string, int>> plan;
+        for (const auto& r : record) {
+            if (r.first == "d") {
+                QuirksMet().insert(kPointNoThirdRawCoordinate);
+                continue;
+            }
+            if (r.first == "count") {
+                QuirksMet().insert(kPointCountTwoBytes);
+                plan.emplace_back(r.first, 4);  // 16-bit integer
+                continue;
+            }
+            plan.push_back(r);
+        }
+        int size = 0;
+        for (const auto& p : plan) size += bytesOf(p.second);
+        z.records = 0;
+        while (m_at + size_t(size) <= m_b.size()) {
+            for (const auto& p : plan) z.values[p.first].push_back(value(p.second));
+            z.records++;
+        }
+        if (z.records != z.i * z.j * z.k) QuirksMet().insert(kPointCountIgnoresDesampling);
+    }
+
+    static int bytesOf(int type) {
+        switch (type) {
+            case 1:
+                return 4;  // float
+            case 2:
+                return 8;  // double
+            case 3:
+                return 4;  // long integer
+            case 4:
+                return 2;  // short integer
+            default:
+                return 1;  // byte, bit
+        }
+    }
+
+    double value(int type) {
+        switch (type) {
+            case 1:
+                return f32();
+            case 2:
+                return get<double>();
+            case 3:
+                return i32();
+            case 4:
+                return get<int16_t>();
+            default:
+                return get<uint8_t>();
+        }
+    }
+
+    template <class T>
+    T get() {
+        T v{};
+        if (m_at + sizeof(T) > m_b.size()) {
+            ADD_FAILURE() << "read past the end at " << m_at;
+            return v;
+        }
+        std::memcpy(&v, m_b.data() + m_at, sizeof(T));
+        m_at += sizeof(T);
+        return v;
+    }
+    int32_t i32() { return get<int32_t>(); }
+    float f32() { return get<float>(); }
+    std::string text() {
+        std::string s;
+        for (int32_t c = i32(); c != 0 && m_at < m_b.size(); c = i32()) s += char(c);
+        return s;
+    }
+
+    const std::string& m_b;
+    size_t m_at = 0;
+};
+
+inline TecplotFile ReadTecplot(const std::string& path) {
+    const std::string bytes = test_support::ReadBytes(path);
+    return Reader(bytes).read();
+}
+
+}  // namespace tecplot_reader
