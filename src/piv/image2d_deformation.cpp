@@ -136,6 +136,7 @@ bool Image2D_Deformation::warp(const Image2D& src, Image2D& dst, const Image2D* 
         if (!prepareSplineCoefficients(src, m_method, m_degree)) return false;
         m_source = &src;
     }
+    const float lowF = float(low), highF = float(high);
     const double scale = -1.0 / factor;
     const float inv = float(1.0 / scale);
     const int threads = PIV::MaxThreads();
@@ -158,7 +159,9 @@ bool Image2D_Deformation::warp(const Image2D& src, Image2D& dst, const Image2D* 
                 }
                 const float x = float(col) + dxRow[size_t(col)] * inv;
                 const float y = float(row) - dyRow[size_t(col)] * inv;
-                out[col] = sourceValue(src, x, y);
+                // Kernel overshoot must not invent intensities beyond the
+                // source's range.
+                out[col] = std::min(std::max(sourceValue(src, x, y), lowF), highF);
             }
         }
     }
@@ -166,7 +169,7 @@ bool Image2D_Deformation::warp(const Image2D& src, Image2D& dst, const Image2D* 
         m_error.handleError(PIVerror::OPERATION_FAILED, where);
         return false;
     }
-    dst.clipRange(low, high);
-    dst.doStatistics(true);
+    dst.setFlagNeedStatistics(true);
+    dst.setFlagChanged(true);
     return true;
 }

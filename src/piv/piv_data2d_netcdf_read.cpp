@@ -44,7 +44,11 @@ PIV_Data2D::PIV_Data2D(const char* fileName) {
 }
 
 bool PIV_Data2D::save(const char* fileName, int timeStep, const OUTPUT_CFG& cfg) {
-    if (!haveRawData()) return false;
+    if (!haveRawData()) {
+        m_error.setMessage("save(%s) - the field holds no evaluated data", fileName ? fileName : "");
+        m_error.handleError(PIVerror::DATA_IS_NULL, "save()");
+        return false;
+    }
     if (m_sampledOffGrid) m_dataType |= PIV::DATA_PIXEL_COORDINATES;
     m_outputCfg = cfg;
     OUTPUT_CFG& o = m_outputCfg;
