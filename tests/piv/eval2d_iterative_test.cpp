@@ -12,6 +12,7 @@
 
 #include "eval_test_support.h"
 #include "message_capture.h"
+#include "scratch_files.h"
 #include "piv_enums.h"
 #include "synthetic_flows.h"
 
@@ -348,4 +349,27 @@ TEST(MultiGridCleanUp, ReplacedVectorsAreReevaluatedWithLargerWindows) {
     EXPECT_LE(f.x.p99, 0.5);
     EXPECT_LE(f.y.p99, 0.5);
     EXPECT_LE(Rms(f), 0.05);
+}
+
+// Deformed pairs stored on every pass: "<prefix>_<pass>_1.tif" and "_2.tif",
+// in the depth the input needs, readable again at the frames' size.
+TEST(DeformationEdges, StoredDeformedImages) {
+    test_support::ScratchDir dir;
+    const auto pair = RenderPair(StandardParams(128, 8), synth::UniformFlow(2.5, 1.0));
+    PIVEVAL_CFG cfg = MultiPass(2, PIV::DEFORM_ALL_PASSES);
+    cfg.ImageMapping2D.StoreAll = true;
+    const std::string prefix = dir.file("warped");
+    std::snprintf(cfg.ImageMapping2D.FilePrefix, sizeof(cfg.ImageMapping2D.FilePrefix), "%s",
+                  prefix.c_str());
+    Evaluation e(pair, cfg);
+    ASSERT_TRUE(e.run()) << e.eval->getLastError();
+    for (int pass = 1; pass <= 2; pass++)
+        for (int frame = 1; frame <= 2; frame++) {
+            const std::string name =
+                prefix + "_" + std::to_string(pass) + "_" + std::to_string(frame) + ".tif";
+            Image2D img;
+            ASSERT_TRUE(img.load(name.c_str())) << name;
+            EXPECT_EQ(img.width(), 128u);
+            EXPECT_EQ(img.type(), IMAGE_UINT8);
+        }
 }
