@@ -1,5 +1,6 @@
 #include "eval_run.h"
 
+#include <atomic>
 #include <chrono>
 #include <cstdio>
 
@@ -11,8 +12,25 @@
 
 namespace eval_tool {
 
+namespace {
+
+std::atomic<bool> g_stop{false};
+static_assert(std::atomic<bool>::is_always_lock_free, "set from a signal handler");
+
+// The evaluator, stoppable between its windows' lists and passes.
+class StoppableEval : public PIV_Eval2D {
+public:
+    explicit StoppableEval(PIV_Parameters* params) : PIV_Eval2D(nullptr, params) {}
+    bool wasCancelled() override { return g_stop; }
+};
+
+}  // namespace
+
+void RequestStop() { g_stop = true; }
+bool StopRequested() { return g_stop; }
+
 Evaluator::Evaluator(const Options& options, PIV_Parameters& params)
-    : m_options(options), m_params(params), m_eval(new PIV_Eval2D(nullptr, &params)) {
+    : m_options(options), m_params(params), m_eval(new StoppableEval(&params)) {
     m_eval->error().setErrorHandling(PIVerror::ERROR_QUIET);
 }
 

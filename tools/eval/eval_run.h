@@ -14,6 +14,11 @@
 
 namespace eval_tool {
 
+// Asks the running evaluation to stop at its next check and the series not
+// to start another pair; safe to call from a signal handler.
+void RequestStop();
+bool StopRequested();
+
 struct PairResult {
     int exit = 0;         // tool::Exit
     std::string message;  // what went wrong, naming the file

@@ -1,7 +1,6 @@
 // kelvane-eval: evaluates image pairs without the window. One pair goes to
 // the file named by -o; a series goes to a folder, a result per pair, and
 // the statistics of the series at the end.
-#include <atomic>
 #include <csignal>
 #include <cstdio>
 #include <string>
@@ -19,9 +18,7 @@
 
 namespace {
 
-std::atomic<bool> g_stop{false};
-
-extern "C" void OnInterrupt(int) { g_stop = true; }
+extern "C" void OnInterrupt(int) { eval_tool::RequestStop(); }
 
 int Usage(const std::string& why) {
     std::fprintf(stderr, "kelvane-eval: %s\n(kelvane-eval --help tells more)\n", why.c_str());
@@ -72,7 +69,7 @@ int Series(const eval_tool::Options& o, eval_tool::Evaluator& evaluator) {
         return Usage("no numbered files from " + o.first + " to " + o.last);
     PIV_Data2D_Stats stats;
     int failed = 0, done = 0;
-    for (int i = 0; i < list.count() && !g_stop; i++) {
+    for (int i = 0; i < list.count() && !eval_tool::StopRequested(); i++) {
         const std::string first = list.file(i);
         const char* found = PIV::GetSecondImageName(first.c_str(), o.separation);
         if (!found || !*found) {
@@ -105,7 +102,7 @@ int Series(const eval_tool::Options& o, eval_tool::Evaluator& evaluator) {
             std::fprintf(stderr, "kelvane-eval: %s left out of the statistics: %s\n",
                          first.c_str(), stats.error().getLastError());
     }
-    if (g_stop) {
+    if (eval_tool::StopRequested()) {
         std::fprintf(stderr, "kelvane-eval: interrupted after %d of %d pairs\n", done,
                      list.count());
         return tool::kFailed;
