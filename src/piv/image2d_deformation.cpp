@@ -39,15 +39,20 @@ bool Image2D_Deformation::deformWithMaskedPivData(const Image2D& src, Image2D& d
 
 namespace {
 
-// Cubic B-spline weights for the samples floor(x)-1 .. floor(x)+2.
-inline int CubicWeights(float x, float w[4]) {
-    const float f = std::floor(x);
-    const float t = x - f, t2 = t * t, t3 = t2 * t;
+// Cubic B-spline weights at fraction t for the samples -1 .. +2 around it.
+inline void CubicWeightsAt(float t, float w[4]) {
+    const float t2 = t * t, t3 = t2 * t;
     const float u = 1.0f - t;
     w[0] = u * u * u * (1.0f / 6.0f);
     w[1] = 2.0f / 3.0f - t2 + 0.5f * t3;
     w[2] = 1.0f / 6.0f + 0.5f * (t + t2 - t3);
     w[3] = t3 * (1.0f / 6.0f);
+}
+
+// The same for the samples floor(x)-1 .. floor(x)+2; returns the first.
+inline int CubicWeights(float x, float w[4]) {
+    const float f = std::floor(x);
+    CubicWeightsAt(x - f, w);
     return int(f) - 1;
 }
 
@@ -137,6 +142,9 @@ bool Image2D_Deformation::warp(const Image2D& src, Image2D& dst, const Image2D* 
         m_source = &src;
     }
     const float lowF = float(low), highF = float(high);
+    const bool cubic = m_method == PIV::INTERPOLATE_BSPLINE && m_degree == 3 &&
+                       m_coeffWidth == width && m_coeffHeight == height;
+    const float xLimit = float(width) - 0.5f, yLimit = float(height) - 0.5f;
     const double scale = -1.0 / factor;
     const float inv = float(1.0 / scale);
     const int threads = PIV::MaxThreads();
@@ -150,6 +158,34 @@ bool Image2D_Deformation::warp(const Image2D& src, Image2D& dst, const Image2D* 
             if (!shift.mapData(row, width, dxRow.data(), dyRow.data())) {
 #pragma omp atomic write
                 ok = false;
+                continue;
+            }
+            if (cubic && !mask) {
+                // The common case in one tight loop: interior points read
+                // the 4 x 4 coefficients directly, the border goes the long way.
+                const float* c = m_coeffs.data();
+                for (int col = 0; col < width; col++) {
+                    const float x = float(col) + dxRow[size_t(col)] * inv;
+                    const float y = float(row) - dyRow[size_t(col)] * inv;
+                    const float fx = std::floor(x), fy = std::floor(y);
+                    const int i0 = int(fx) - 1, j0 = int(fy) - 1;
+                    float v;
+                    if (x > -0.5f && y > -0.5f && x < xLimit && y < yLimit && i0 >= 0 &&
+                        j0 >= 0 && i0 + 3 < width && j0 + 3 < height) {
+                        const float tx = x - fx, ty = y - fy;
+                        float wx[4], wy[4];
+                        CubicWeightsAt(tx, wx);
+                        CubicWeightsAt(ty, wy);
+                        const float* r = c + size_t(j0) * size_t(width) + size_t(i0);
+                        float sum = 0.0f;
+                        for (int l = 0; l < 4; l++, r += width)
+                            sum += wy[l] * (wx[0] * r[0] + wx[1] * r[1] + wx[2] * r[2] + wx[3] * r[3]);
+                        v = sum;
+                    } else {
+                        v = sourceValue(src, x, y);
+                    }
+                    out[col] = std::min(std::max(v, lowF), highF);
+                }
                 continue;
             }
             for (int col = 0; col < width; col++) {
