@@ -51,34 +51,49 @@ double _initialCausal(const double* c, int n, double z, double tolerance) {
 }
 
 // Filters every line (rows when alongRows, else columns) through a line
-// buffer of its thread.
+// buffer of its thread. Columns go in blocks of kBlock, gathered row by row,
+// so that each cache line of the image is read once per block rather than
+// once per column; every line is still filtered on its own.
 template <typename F>
 bool _filterLines(float* data, int width, int height, bool alongRows, F&& filterLine) {
+    constexpr int kBlock = 16;
     const int threads = PIV::MaxThreads();
     const int longest = width > height ? width : height;
     std::vector<double> buffers;
     try {
-        buffers.resize(static_cast<size_t>(threads) * static_cast<size_t>(longest));
+        buffers.resize(static_cast<size_t>(threads) * static_cast<size_t>(longest) * kBlock);
     } catch (...) {
         DebugPrint("Line allocation failed");
         return false;
     }
-    const int lines = alongRows ? height : width;
-    const int length = alongRows ? width : height;
+    const size_t perThread = static_cast<size_t>(longest) * kBlock;
+    if (alongRows) {
 #pragma omp parallel for num_threads(threads) schedule(static)
-    for (int l = 0; l < lines; l++) {
-        double* buf = buffers.data() + static_cast<size_t>(omp_get_thread_num()) * longest;
-        if (alongRows) {
+        for (int l = 0; l < height; l++) {
+            double* buf = buffers.data() + static_cast<size_t>(omp_get_thread_num()) * perThread;
             float* row = data + static_cast<size_t>(l) * width;
-            for (int k = 0; k < length; k++) buf[k] = row[k];
-            filterLine(buf, length);
-            for (int k = 0; k < length; k++) row[k] = static_cast<float>(buf[k]);
-        } else {
-            float* col = data + l;
-            for (int k = 0; k < length; k++) buf[k] = col[static_cast<size_t>(k) * width];
-            filterLine(buf, length);
-            for (int k = 0; k < length; k++)
-                col[static_cast<size_t>(k) * width] = static_cast<float>(buf[k]);
+            for (int k = 0; k < width; k++) buf[k] = row[k];
+            filterLine(buf, width);
+            for (int k = 0; k < width; k++) row[k] = static_cast<float>(buf[k]);
+        }
+        return true;
+    }
+    const int blocks = (width + kBlock - 1) / kBlock;
+#pragma omp parallel for num_threads(threads) schedule(static)
+    for (int b = 0; b < blocks; b++) {
+        double* buf = buffers.data() + static_cast<size_t>(omp_get_thread_num()) * perThread;
+        const int first = b * kBlock;
+        const int count = width - first < kBlock ? width - first : kBlock;
+        // buf holds the block's columns one after another, each `height` long.
+        for (int k = 0; k < height; k++) {
+            const float* in = data + static_cast<size_t>(k) * width + first;
+            for (int c = 0; c < count; c++) buf[static_cast<size_t>(c) * height + k] = in[c];
+        }
+        for (int c = 0; c < count; c++) filterLine(buf + static_cast<size_t>(c) * height, height);
+        for (int k = 0; k < height; k++) {
+            float* out = data + static_cast<size_t>(k) * width + first;
+            for (int c = 0; c < count; c++)
+                out[c] = static_cast<float>(buf[static_cast<size_t>(c) * height + k]);
         }
     }
     return true;
