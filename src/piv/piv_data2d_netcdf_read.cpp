@@ -9,25 +9,52 @@
 #include <vector>
 
 #include "piv_data2d.h"
+#include "piv_file_bounds.h"
 #include "piv_messages.h"
 #include "piv_ncfile.h"
 
 namespace {
 
+// Saturates instead of overflowing on dimensions no file can hold.
 long _valueCount(NcVar* var) {
     std::unique_ptr<long[]> edges(var->edges());
     long n = 1;
-    for (int i = 0; i < var->num_dims(); i++) n *= edges[size_t(i)];
+    for (int i = 0; i < var->num_dims(); i++)
+        if (edges[size_t(i)] < 0 || __builtin_mul_overflow(n, edges[size_t(i)], &n))
+            return std::numeric_limits<long>::max() / 8;
     return n;
 }
 
+// Bytes of one value of the type in the file.
+uint64_t _externalBytes(NcType type) {
+    switch (type) {
+        case ncByte:
+        case ncChar:
+            return 1;
+        case ncShort:
+            return 2;
+        case ncDouble:
+            return 8;
+        default:
+            return 4;
+    }
+}
+
 // All values of a variable as floats; at least `needed` of them or error 55.
-std::vector<float> _readFloats(NcVar* var, long needed, const char* what) {
+// Dimensions cost nothing in a classic file, so the values a variable
+// claims are held against the file's size before they are read.
+std::vector<float> _readFloats(NcVar* var, long needed, const char* what, PIVerror& error,
+                               const char* path) {
     const long n = _valueCount(var);
     if (n < needed) {
         DebugPrint("too few data points in %s", what);
         throw PIVerror::NETCDF_READ_VAR;
     }
+    const int64_t size = PIV::FileBounds::SizeOf(path);
+    if (size >= 0)
+        PIV::FileBounds::RequireOrThrow(error, "load()", path, what,
+                                        static_cast<uint64_t>(n) * _externalBytes(var->type()),
+                                        static_cast<uint64_t>(size), true);
     std::vector<float> values(size_t(std::max(n, 1L)));
     std::unique_ptr<long[]> edges(var->edges());
     if (!var->get(values.data(), edges.get())) throw PIVerror::FILE_READ_FAILED;
@@ -140,6 +167,16 @@ bool PIV_Data2D::load(const char* fileName) {
         g.nodes = {nx, ny, nz};
         g.timeSteps = nt;
         g.imageSize = image;
+        // Every node of every step has at least one float in the file; a
+        // grid its dimensions claim beyond that is not allocated.
+        uint64_t nodes = 1;
+        for (int d : {nx, ny, nz, nt})
+            if (__builtin_mul_overflow(nodes, static_cast<uint64_t>(d), &nodes))
+                nodes = UINT64_MAX / 4;
+        const int64_t fileBytes = PIV::FileBounds::SizeOf(fileName);
+        if (fileBytes >= 0)
+            PIV::FileBounds::RequireOrThrow(m_error, "load()", fileName, "vector data", nodes * 4,
+                                            static_cast<uint64_t>(fileBytes), true);
         if (!initializeGrid(g)) throw PIVerror::ALLOCATION_FAILED;
         const long perStep = long(nx) * ny * nz;
         for (int t = 0; t < nt; t++)
@@ -192,7 +229,7 @@ bool PIV_Data2D::readVectorData(PIV_NcFile& file, int timeStep) {
         // Copies one quantity into the vectors, rows flipped back.
         const auto restore = [&](NcVar* var, int comps, const char* what, const Assign& assign) {
             const std::vector<float> values =
-                _readFloats(var, perStep * (t0 + steps) * comps, what);
+                _readFloats(var, perStep * (t0 + steps) * comps, what, m_error, file.fileName());
             long n = perStep * t0 * comps;
             for (int t = 0; t < steps; t++)
                 for (int k = 0; k < nz; k++)
@@ -323,7 +360,8 @@ bool PIV_Data2D::readVectorData(PIV_NcFile& file, int timeStep) {
         }
         NcVar* time = file.get_var("time");
         if (time && timeStep < 0) {
-            const std::vector<float> t = _readFloats(time, steps, "time");
+            const std::vector<float> t =
+                _readFloats(time, steps, "time", m_error, file.fileName());
             for (int s = 0; s < steps; s++) m_time[size_t(s)] = t[size_t(s)];
         }
     } catch (PIVerror::ErrorType code) {
@@ -410,7 +448,8 @@ bool PIV_Data2D::readPIVNET2(PIV_NcFile& file, PIV_PARAMETERS& params, SIZE3D& i
         for (int a = 0; a < 3; a++) {
             NcVar* var = file.get_var(gridNames[a]);
             if (!var) continue;
-            const std::vector<float> g = _readFloats(var, n[a], gridNames[a]);
+            const std::vector<float> g =
+                _readFloats(var, n[a], gridNames[a], m_error, file.fileName());
             if (a < 2 && n[a] > 1) {
                 const float st = g[1] - g[0];
                 bool regular = true;
@@ -441,7 +480,8 @@ bool PIV_Data2D::readPIVNET2(PIV_NcFile& file, PIV_PARAMETERS& params, SIZE3D& i
                                const std::function<void(PIV_VECTOR&, float)>& assign) {
             NcVar* var = file.get_var(name);
             if (!var) return false;
-            const std::vector<float> values = _readFloats(var, all, name);
+            const std::vector<float> values =
+                _readFloats(var, all, name, m_error, file.fileName());
             DebugPrintExt(2, message, int(all));
             each([&](PIV_VECTOR& v, long k) { assign(v, values[size_t(k)]); });
             return true;
