@@ -6,11 +6,13 @@
 #include <functional>
 #include <limits>
 #include <memory>
+#include <string>
 #include <vector>
 
 #include "piv_data2d.h"
 #include "piv_file_bounds.h"
 #include "piv_messages.h"
+#include "piv_nc_header.h"
 #include "piv_ncfile.h"
 
 namespace {
@@ -112,6 +114,11 @@ bool PIV_Data2D::load(const char* fileName) {
     PIV_PARAMETERS params = m_params;
     PIV::ReadParameters(fileName, &params, 0);
     try {
+        std::string why;
+        if (!PIV::NcHeaderIsSound(fileName, &why)) {
+            m_error.setMessage("%s", why.c_str());
+            throw PIVerror::FILE_READ_FAILED;
+        }
         PIV_NcFile file(fileName);
         if (!file.is_valid() || (!file.isPivData() && file.format() != PIV_NcFile::FORMAT_PIVNET2)) {
             m_error.setMessage("load(%s)", fileName);

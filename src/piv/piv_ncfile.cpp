@@ -11,14 +11,30 @@
 
 #include "image_format.h"
 #include "piv_messages.h"
+#include "piv_nc_header.h"
 #include "piv_params_io.h"
 
 NcQuietOptions::NcQuietOptions() {
     ncopts = 0;
 }
 
+namespace {
+
+// An existing file is only handed to the libraries once its header has been
+// looked at; an empty name makes the open fail like that of a missing file.
+const char* _openable(const char* fileName, NcFile::FileMode mode) {
+    if (!fileName) return "";
+    if (mode != NcFile::ReadOnly && mode != NcFile::Write) return fileName;
+    std::string why;
+    if (PIV::NcHeaderIsSound(fileName, &why)) return fileName;
+    PrintWarning("%s", why.c_str());
+    return "";
+}
+
+}  // namespace
+
 MyNcFile::MyNcFile(const char* fileName, int accessMode, NcFile::FileMode fileMode)
-    : NcQuietOptions(), NcFile(fileName ? fileName : "", fileMode), m_accessMode(accessMode) {
+    : NcQuietOptions(), NcFile(_openable(fileName, fileMode), fileMode), m_accessMode(accessMode) {
     PIV::CopyText(m_fileName, fileName ? fileName : "");
 }
 
