@@ -168,9 +168,10 @@ bool Image2D::loadBMP(const char* path, int page) {
         // short; the other depths need all their bytes.
         const uint64_t uw = static_cast<uint64_t>(w), uh = static_cast<uint64_t>(ht);
         // 1-bit rows take the size the header gives, but never less than
-        // the whole bytes of the pixels.
+        // one byte for each started group of eight pixels: the image is
+        // allocated at a byte per pixel whatever the data.
         const uint64_t declared =
-            bits == 1   ? std::max<uint64_t>(uw / 8 * uh,
+            bits == 1   ? std::max<uint64_t>((uw + 7) / 8 * uh,
                                            static_cast<uint64_t>(std::max<int64_t>(sizeImage, 0)))
             : bits == 4 ? (uw + 7) / 8 * 4 * uh
             : bits == 8 ? uw * uh

@@ -483,9 +483,10 @@ int ReadIM7(const char* path, IMX_BUFFER_TYPE* b, AttributeList* attributes, std
     if (format >= 1 && format <= 5) rows *= kPlanes[format - 1];
     if (rows > INT32_MAX) return IMREAD_ERR_FORMAT;
     const int ny = static_cast<int>(rows);
-    // A header that asks for more than the file can hold is refused before
-    // the buffer is made.
-    if (pack >= 0 && pack <= 3) {
+    // An unknown pack type and a header that asks for more than the file
+    // can hold are refused before the buffer is made.
+    if (pack < 0 || pack > 3) return IMREAD_ERR_FORMAT;
+    {
         const uint64_t values = _count(GetLE32s(h + 8), ny, GetLE32s(h + 16), GetLE32s(h + 20));
         const uint64_t bytes = values * (format == BUFFER_FORMAT_WORD ? 2 : 4);
         const Packing packing = pack == 1   ? Packing::OLD_PACKED

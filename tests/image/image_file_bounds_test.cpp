@@ -126,6 +126,11 @@ TEST(FileBounds, InflatedHeadersOfEveryFormatAreRefused) {
     std::string bmp = ReadBytes(DataFile("rgb8x4.bmp"));
     Put32(bmp, 18, 30000);  // width and height of the info header
     Put32(bmp, 22, 30000);
+    // Found by fuzzing: a 1-bit file whose header gives no image size took
+    // its size from width and height alone; 32 pixels a row are 4 bytes.
+    std::string bits = ReadBytes(DataFile("bits32x3.bmp"));
+    Put32(bits, 22, 956302343);
+    Put32(bits, 34, 0);
     std::string pco = Pco(8, 8);             // the reader wants 128 header bytes
     Put32(pco, 4, 24 + 2 * 30000 * 30000u);  // a consistent file size field
     Put32(pco, 12, 30000);
@@ -143,6 +148,7 @@ TEST(FileBounds, InflatedHeadersOfEveryFormatAreRefused) {
         const char* text;
     } cases[] = {
         {"bmp 24-bit", bmp, "declares 2700000000 bytes of pixel data but holds 96"},
+        {"bmp 1-bit", bits, "declares 3825209372 bytes of pixel data"},
         {"pco", pco, "declares 1800000000 bytes of pixel data but holds 128"},
         {"tiff plain", tif, "declares 1600000000 bytes of pixel data"},
         {"tiff lzw", lzw, "declares 3200000000 bytes of pixel data"},
@@ -162,12 +168,14 @@ TEST(FileBounds, InflatedHeadersOfEveryFormatAreRefused) {
     for (const Case& c : cases) {
         SCOPED_TRACE(c.what);
         const std::string path = dir.file("inflated");
+        const long before = PeakRssMb();
         WriteBytes(path, c.bytes);
         Image2D img;
         EXPECT_FALSE(img.load(path.c_str()));
         EXPECT_EQ(LastCode(img), PIVerror::FILE_READ_FAILED);
         EXPECT_NE(LastText(img).find(c.text), std::string::npos) << LastText(img);
         EXPECT_TRUE(img.isNull());
+        EXPECT_LT(PeakRssMb() - before, 64);
     }
 }
 
