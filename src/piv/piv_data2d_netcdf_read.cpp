@@ -464,7 +464,8 @@ bool PIV_Data2D::readPIVNET2(PIV_NcFile& file, PIV_PARAMETERS& params, SIZE3D& i
                 if (regular) DebugPrintExt(2, "Grid %c is regular: step %d", "XY"[a], int(st));
             }
             each([&](PIV_VECTOR& v, long k) {
-                const long i = k % nx, j = (k / nx) % ny, z = k / (long(nx) * ny);
+                // k counts over all time steps; the grid is that of one.
+                const long i = k % nx, j = (k / nx) % ny, z = (k / (long(nx) * ny)) % nz;
                 const float value = g[size_t(a == 0 ? i : a == 1 ? j : z)];
                 int& target = a == 0 ? v.ix : a == 1 ? v.iy : v.iz;
                 target = int(std::lround(value));

@@ -146,3 +146,34 @@ TEST(NetCdfBounds, OverlongNamesNeverReachTheLibraries) {
     PIV_Parameters params;
     EXPECT_FALSE(params.read(path.c_str(), 0));
 }
+
+// Found by fuzzing, on the seed itself: a PIVNET2 file of two time steps read
+// its z grid at the index of the whole series, past the end of the grid
+// (the sanitizer build reports it). Every step lies on the same grid.
+TEST(NetCdfBounds, Pivnet2StepsShareOneGrid) {
+    ScratchDir dir;
+    MessageCapture messages;
+    DATA_GRID4D g;
+    g.nodes = {4, 3, 1};
+    g.timeSteps = 2;
+    g.step = {16, 16, 1};
+    g.imageSize = {64, 48, 1};
+    g.first = {8, 8, 0};
+    PIV_Data2D field(g);
+    for (int k = 0; k < field.nodeCount(); k++) {
+        field.data()[k].dx = 0.5f + k;
+        field.data()[k].flag = VECTOR_ENABLED;
+    }
+    field.setFlagRawData(true);
+    field.setDataType(PIV::DATA_DISPLACEMENT | PIV::DATA_FLAGS);
+    const std::string path = dir.file("steps.nc");
+    OUTPUT_CFG out;
+    out.OutputFormat = 4;
+    ASSERT_TRUE(field.save(path.c_str(), -1, out)) << field.getLastError();
+    PIV_Data2D back(path.c_str());
+    ASSERT_FALSE(back.isNull()) << back.getLastError();
+    ASSERT_EQ(back.nodeCount(), 24);
+    // Node 13 is node 1 of the second step: x = 8 + 16, z = 0.
+    EXPECT_EQ(back.data()[13].ix, back.data()[1].ix);
+    EXPECT_EQ(back.data()[13].iz, 0);
+}
