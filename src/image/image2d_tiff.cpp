@@ -140,13 +140,11 @@ void _unpackRow(const uint8_t* in, uint64_t inBytes, int bits, uint64_t width, T
     std::memcpy(out, in, std::min<uint64_t>(inBytes, width * sizeof(T)));
 }
 
-}  // namespace
-
 // libtiff trusts the directory for the image size; the file has to be
 // able to hold the page before it is allocated. A page cut short fails in
 // the strip reads anyway, so uncompressed pages need all their bytes and
 // compressed ones may not claim more than the largest ratio expands to.
-static void _checkTiffSize(TIFF* tif, const TIFF_INFO& info, PIVerror& error) {
+void _checkTiffSize(TIFF* tif, const TIFF_INFO& info, PIVerror& error) {
     const int64_t size = PIV::FileBounds::SizeOf(TIFFFileName(tif));
     if (size < 0 || info.width == 0 || info.height == 0) return;
     uint16_t compression = COMPRESSION_NONE;
@@ -162,6 +160,8 @@ static void _checkTiffSize(TIFF* tif, const TIFF_INFO& info, PIVerror& error) {
         PIV::FileBounds::RequireCompressedOrThrow(error, "loadTIFF()", path, "pixel data", declared,
                                                   static_cast<uint64_t>(size));
 }
+
+}  // namespace
 
 bool Image2D::getTIFFfromFile(TIFF* tif, const TIFF_INFO& info, int page) {
     return Guarded(m_error, "getTIFFfromFile()", [&] {
