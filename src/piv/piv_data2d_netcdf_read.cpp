@@ -27,6 +27,14 @@ long _valueCount(NcVar* var) {
     return n;
 }
 
+// Attribute values are doubles of any size; a converted one stays inside
+// int, and NaN counts as 0.
+int _toInt(double v) {
+    if (!(v == v)) return 0;
+    return int(std::clamp(v, double(std::numeric_limits<int>::min()),
+                          double(std::numeric_limits<int>::max())));
+}
+
 // Bytes of one value of the type in the file.
 uint64_t _externalBytes(NcType type) {
     switch (type) {
@@ -132,9 +140,9 @@ bool PIV_Data2D::load(const char* fileName) {
         const std::vector<double> depth = file.attValues("image_depth");
         bool sizeKnown = false;
         if (!cols.empty() && !rows.empty() && cols[0] > 0 && rows[0] > 0) {
-            image.width = int(cols[0]);
-            image.height = int(rows[0]);
-            if (!depth.empty() && depth[0] > 0) image.depth = int(depth[0]);
+            image.width = _toInt(cols[0]);
+            image.height = _toInt(rows[0]);
+            if (!depth.empty() && depth[0] > 0) image.depth = _toInt(depth[0]);
             sizeKnown = true;
             DebugPrintExt(2, "PIV_Data2D::read(%s) - got image size: %d x %d", fileName,
                           image.width, image.height);
@@ -143,13 +151,13 @@ bool PIV_Data2D::load(const char* fileName) {
         int origin[3] = {0, 0, 0};
         std::vector<double> o = file.attValues("ev_origin_of_evaluation");
         if (o.size() >= 2) {
-            for (size_t a = 0; a < std::min<size_t>(3, o.size()); a++) origin[a] = int(o[a]);
+            for (size_t a = 0; a < std::min<size_t>(3, o.size()); a++) origin[a] = _toInt(o[a]);
         } else {
             const char* names[3] = {"ev_origin_of_evaluation_x", "ev_origin_of_evaluation_y",
                                     "ev_origin_of_evaluation_z"};
             for (int a = 0; a < 3; a++) {
                 o = file.attValues(names[a]);
-                if (!o.empty()) origin[a] = int(o[0]);
+                if (!o.empty()) origin[a] = _toInt(o[0]);
             }
         }
         const int halves[3] = {win.width / 2, win.height / 2, win.depth / 2};
@@ -270,8 +278,8 @@ bool PIV_Data2D::readVectorData(PIV_NcFile& file, int timeStep) {
         if (lo[1] < 0) lo[1] = win.height / 2;
         SIZE3D& image = m_grid.imageSize;
         const double farX = lo[0] + (nx - 1) * sp[0], farY = lo[1] + (ny - 1) * sp[1];
-        if (farX > image.width) image.width = int(std::ceil(farX));
-        if (farY > image.height) image.height = int(std::ceil(farY));
+        if (farX > image.width) image.width = _toInt(std::ceil(farX));
+        if (farY > image.height) image.height = _toInt(std::ceil(farY));
         for (int t = 0; t < m_grid.timeSteps; t++)
             for (int k = 0; k < nz; k++)
                 for (int j = 0; j < ny; j++)
@@ -295,7 +303,7 @@ bool PIV_Data2D::readVectorData(PIV_NcFile& file, int timeStep) {
             DebugPrintExt(2, "  _NCDFReadPeaks(): Peak data read success");
             m_multiplePeaks = true;
             const std::vector<double> np = file.attValues("number_of_peaks");
-            m_numberOfPeaks = np.empty() ? peaks : std::clamp(int(np[0]), 1, 3);
+            m_numberOfPeaks = np.empty() ? peaks : std::clamp(_toInt(np[0]), 1, 3);
             m_dataType |= PIV::DATA_PEAKS;
         }
         if (file.corrCoeff)

@@ -6,8 +6,10 @@
 #include <algorithm>
 #include <cctype>
 #include <cstring>
+#include <limits>
 #include <memory>
 #include <string>
+#include <type_traits>
 
 #include "image_format.h"
 #include "piv_messages.h"
@@ -79,7 +81,16 @@ template <class T>
 bool MyNcFile::getAtt(const char* name, T* values, int count, int varId) {
     const std::vector<double> v = attValues(name, varId);
     if (v.empty()) return false;
-    for (int i = 0; i < count && i < int(v.size()); i++) values[i] = static_cast<T>(v[size_t(i)]);
+    for (int i = 0; i < count && i < int(v.size()); i++) {
+        double x = v[size_t(i)];
+        // A damaged file may hold any double; integer targets keep to their
+        // range, NaN counting as 0.
+        if constexpr (std::is_integral<T>::value)
+            x = x == x ? std::clamp(x, double(std::numeric_limits<T>::lowest()),
+                                    double(std::numeric_limits<T>::max()))
+                       : 0.0;
+        values[i] = static_cast<T>(x);
+    }
     return true;
 }
 

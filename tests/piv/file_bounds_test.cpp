@@ -4,6 +4,7 @@
 #include <gtest/gtest.h>
 #include <netcdf.h>
 
+#include <limits>
 #include <string>
 
 #include "asciiparfile.h"
@@ -176,4 +177,28 @@ TEST(NetCdfBounds, Pivnet2StepsShareOneGrid) {
     // Node 13 is node 1 of the second step: x = 8 + 16, z = 0.
     EXPECT_EQ(back.data()[13].ix, back.data()[1].ix);
     EXPECT_EQ(back.data()[13].iz, 0);
+}
+
+// Found by fuzzing: coordinates of 1e20 in a EUROPIV file made the image
+// size an int conversion out of range (undefined; the sanitizer build
+// reports it). Sizes from attributes now stop at the largest int.
+TEST(NetCdfBounds, HugeCoordinatesStayInsideInt) {
+    ScratchDir dir;
+    MessageCapture messages;
+    const std::string path = dir.file("far.nc");
+    WriteField(path, "data_array_height", "data_array_width");
+    int nc = -1, var = -1;
+    ASSERT_EQ(nc_open(path.c_str(), NC_WRITE, &nc), NC_NOERR);
+    nc_redef(nc);
+    nc_inq_varid(nc, "piv_data", &var);
+    const double lo[3] = {16, 16, 0}, hi[3] = {1e20, 1e20, 0};
+    nc_put_att_double(nc, var, "coord_min", NC_DOUBLE, 3, lo);
+    nc_put_att_double(nc, var, "coord_max", NC_DOUBLE, 3, hi);
+    const double cols = 1e30;
+    nc_put_att_double(nc, NC_GLOBAL, "image_cols", NC_DOUBLE, 1, &cols);
+    nc_put_att_double(nc, NC_GLOBAL, "image_rows", NC_DOUBLE, 1, &cols);
+    ASSERT_EQ(nc_close(nc), NC_NOERR);
+    PIV_Data2D far(path.c_str());
+    ASSERT_FALSE(far.isNull()) << far.getLastError();
+    EXPECT_EQ(far.grid().imageSize.width, std::numeric_limits<int>::max());
 }
