@@ -152,9 +152,6 @@ bool Image2D::loadBMP(const char* path, int page) {
             m_error.setMessage("loadBMP(%s) - image size mismatch (%d x %d) != %d", path,
                                static_cast<int>(w), static_cast<int>(ht),
                                static_cast<int>(sizeImage));
-        allocForFileOrThrow(w, ht, IMAGE_UINT8);
-        const uint64_t width = m_width, height = m_height;
-
         int64_t offset = h.dataOffset;
         if (offset < 0 || offset > w * ht + static_cast<int64_t>(h.headerSize)) {
             if (std::fseek(f, static_cast<long>(h.headerSize) + kFileHeaderBytes, SEEK_SET) != 0) {
@@ -167,6 +164,25 @@ bool Image2D::loadBMP(const char* path, int page) {
             throw PIVerror::FILE_ACCESS_ERROR;
         }
         const uint64_t available = BytesFrom(f, offset);
+        // 8-bit rows read one by one and 24-bit data load from a file cut
+        // short; the other depths need all their bytes.
+        const uint64_t uw = static_cast<uint64_t>(w), uh = static_cast<uint64_t>(ht);
+        // 1-bit rows take the size the header gives, but never less than
+        // one byte for each started group of eight pixels: the image is
+        // allocated at a byte per pixel whatever the data.
+        const uint64_t declared =
+            bits == 1   ? std::max<uint64_t>((uw + 7) / 8 * uh,
+                                           static_cast<uint64_t>(std::max<int64_t>(sizeImage, 0)))
+            : bits == 4 ? (uw + 7) / 8 * 4 * uh
+            : bits == 8 ? uw * uh
+                        : 3 * uw * uh;
+        if (PIV::FileBounds::RequireOrThrow(m_error, "loadBMP()", path, "pixel data", declared,
+                                            available, bits >= 8) == PIV::FileBounds::Fit::SHORT)
+            PrintWarning("loadBMP() - '%s' holds %llu of %llu bytes of pixel data", path,
+                         static_cast<unsigned long long>(available),
+                         static_cast<unsigned long long>(declared));
+        allocForFileOrThrow(w, ht, IMAGE_UINT8);
+        const uint64_t width = m_width, height = m_height;
 
         switch (bits) {
             case 1: {

@@ -2,6 +2,7 @@
 // lavision_reader.h, and the simple IMG writer.
 #include <cstdio>
 #include <cstring>
+#include <string>
 
 #include "image2d.h"
 #include "image2d_files.h"
@@ -63,8 +64,12 @@ bool Image2D::loadLavVC7(const char* path, int page) {
     const bool ok = Guarded(m_error, "loadLavVC7()", [&] {
         BufferHolder holder;
         IMX_BUFFER_TYPE& b = holder.buffer;
-        if (ReadIM7(path, &b, nullptr) != IMREAD_ERR_NO) {
-            m_error.setMessage("loadLavVC7() - trouble reading '%s'!", path ? path : "");
+        std::string refusal;
+        if (ReadIM7(path, &b, nullptr, &refusal) != IMREAD_ERR_NO) {
+            if (!refusal.empty())
+                m_error.setMessage("loadLavVC7() - %s", refusal.c_str());
+            else
+                m_error.setMessage("loadLavVC7() - trouble reading '%s'!", path ? path : "");
             throw PIVerror::FILE_READ_FAILED;
         }
         DebugPrintExt(2, "File-Info: '%s'\n Size: %d x %d x %d x %d  (type=%d)", path, b.nx, b.ny,

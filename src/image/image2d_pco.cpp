@@ -95,7 +95,8 @@ bool Image2D::loadPCO(const char* path, int page) {
         }
         // Writers disagree on the header size; the pixels are the last 2wh
         // bytes of the stated file size whenever the numbers do not add up.
-        const int64_t pixelBytes = 2 * h.width * h.height;
+        // Sizes that are not positive count as none here; the allocation reports them.
+        const int64_t pixelBytes = h.width > 0 && h.height > 0 ? 2 * h.width * h.height : 0;
         int64_t offset = h.headerSize;
         if (h.headerSize + pixelBytes != h.fileSize) offset = h.fileSize - pixelBytes;
 
@@ -109,16 +110,23 @@ bool Image2D::loadPCO(const char* path, int page) {
         }
         m_wasSplit = m_currentPage != 0;
         offset += 2 * h.width * static_cast<int64_t>(firstRow);
-        allocForFileOrThrow(h.width, static_cast<int64_t>(height), IMAGE_UINT16);
-
+        if (h.width <= 0 || height == 0)
+            allocForFileOrThrow(h.width, static_cast<int64_t>(height), IMAGE_UINT16);
+        // A frame cut short fails in any case, so the whole of it must be
+        // there before its block is allocated; pixels said to start before
+        // the file can be behind no more than the whole file.
+        const uint64_t available = BytesFrom(f, std::max<int64_t>(offset, 0));
+        PIV::FileBounds::RequireOrThrow(m_error, "loadPCO()", path, "pixel data",
+                                        2 * static_cast<uint64_t>(h.width) * height, available,
+                                        false);
         if (offset < 0 || std::fseek(f, static_cast<long>(offset), SEEK_SET) != 0) {
             m_error.setMessage(
                 offset < 0 ? "fseek() failure#1 in file '%s'" : "fseek() failure#2 in file '%s'",
                 path);
             throw PIVerror::FILE_ACCESS_ERROR;
         }
+        allocForFileOrThrow(h.width, static_cast<int64_t>(height), IMAGE_UINT16);
         const uint64_t want = 2 * m_width * m_height;
-        const uint64_t available = BytesFrom(f, offset);
         uint64_t got = 0;
         if (want <= available) {
             if (m_bytesPerLine == 2 * m_width) {

@@ -1,6 +1,4 @@
 // Image2D: the PGM and PBM reader (P1, P2, P4, P5) and a binary PGM writer.
-#include <sys/stat.h>
-
 #include <cstdio>
 #include <cstring>
 #include <memory>
@@ -10,6 +8,7 @@
 #include "image2d.h"
 #include "image2d_pixel.h"
 #include "piv_file.h"
+#include "piv_file_bounds.h"
 #include "piv_messages.h"
 
 using PIV::ImagePixel::Guarded;
@@ -72,19 +71,36 @@ private:
     std::FILE* m_file;
 };
 
-// A binary file shorter than its header promises still loads, the missing
-// samples as 0, but the user has to hear of it: a cut-off camera frame gives
-// wrong vectors in its lower part.
-void _warnIfShort(std::FILE* file, const char* path, char kind, unsigned maxval, uint64_t width,
-                  uint64_t height) {
-    struct stat info;
+// Bytes of pixel data the header promises. Plain samples need at least one
+// character each, and grey ones a separator between them; 64-bit products
+// cannot overflow on 31-bit sizes.
+uint64_t _declaredBytes(char kind, unsigned maxval, uint64_t width, uint64_t height) {
+    switch (kind) {
+        case '1':
+            return width * height;
+        case '2':
+            return width * height == 0 ? 0 : 2 * width * height - 1;
+        case '4':
+            return (width + 7) / 8 * height;
+        default:
+            return width * height * (maxval > 255 ? 2 : 1);
+    }
+}
+
+// A file shorter than its header promises still loads, the missing samples
+// as 0, as long as it holds at least half of them: a frame cut off while
+// being written. The user has to hear of it: it gives wrong vectors in the
+// lower part. Less than half means the header itself is damaged, and an
+// allocation of its size could cost gigabytes for a file of a few bytes.
+void _checkSize(PIVerror& error, std::FILE* file, const char* path, char kind, unsigned maxval,
+                uint64_t width, uint64_t height) {
     const long here = std::ftell(file);
-    if (here < 0 || ::fstat(::fileno(file), &info) != 0) return;
-    const uint64_t rowBytes = kind == '4' ? (width + 7) / 8 : width * (maxval > 255 ? 2 : 1);
-    const uint64_t needed = rowBytes * height;
-    const uint64_t held =
-        info.st_size > here ? static_cast<uint64_t>(info.st_size) - static_cast<uint64_t>(here) : 0;
-    if (held < needed)
+    if (here < 0) return;
+    const uint64_t needed = _declaredBytes(kind, maxval, width, height);
+    const uint64_t held = PIV::FileBounds::BytesFrom(file, here);
+    const PIV::FileBounds::Fit fit =
+        PIV::FileBounds::RequireOrThrow(error, "loadPGM()", path, "pixel data", needed, held, true);
+    if (fit == PIV::FileBounds::Fit::SHORT && (kind == '4' || kind == '5'))
         PrintWarning("loadPGM() - '%s' holds %llu of %llu bytes of pixel data; the rest reads as 0",
                      path, static_cast<unsigned long long>(held),
                      static_cast<unsigned long long>(needed));
@@ -137,9 +153,8 @@ bool Image2D::loadPGM(const char* path) {
         }
         DebugPrintExt(2, "PGM image size: w=%d h=%d maxval=%d", static_cast<int>(width),
                       static_cast<int>(height), static_cast<int>(maxval));
+        _checkSize(m_error, file.get(), path, kind, maxval, width, height);
         allocOrThrow(width, height, IMAGE_UINT16, 0);
-        if (kind == '4' || kind == '5')
-            _warnIfShort(file.get(), path, kind, maxval, m_width, m_height);
 
         std::vector<uint8_t> buffer;
         for (uint64_t y = 0; y < m_height; y++) {

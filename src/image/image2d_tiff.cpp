@@ -15,6 +15,7 @@
 #include "image2d_files.h"
 #include "image2d_pixel.h"
 #include "piv_file.h"
+#include "piv_file_bounds.h"
 #include "piv_messages.h"
 #include "piv_record.h"
 
@@ -139,6 +140,27 @@ void _unpackRow(const uint8_t* in, uint64_t inBytes, int bits, uint64_t width, T
     std::memcpy(out, in, std::min<uint64_t>(inBytes, width * sizeof(T)));
 }
 
+// libtiff trusts the directory for the image size; the file has to be
+// able to hold the page before it is allocated. A page cut short fails in
+// the strip reads anyway, so uncompressed pages need all their bytes and
+// compressed ones may not claim more than the largest ratio expands to.
+void _checkTiffSize(TIFF* tif, const TIFF_INFO& info, PIVerror& error) {
+    const int64_t size = PIV::FileBounds::SizeOf(TIFFFileName(tif));
+    if (size < 0 || info.width == 0 || info.height == 0) return;
+    uint16_t compression = COMPRESSION_NONE;
+    TIFFGetFieldDefaulted(tif, TIFFTAG_COMPRESSION, &compression);
+    const uint64_t rowBytes =
+        (static_cast<uint64_t>(info.width) * info.bitsPerSample * info.samplesPerPixel + 7) / 8;
+    const uint64_t declared = rowBytes * info.height;
+    const char* path = TIFFFileName(tif);
+    if (compression == COMPRESSION_NONE)
+        PIV::FileBounds::RequireOrThrow(error, "loadTIFF()", path, "pixel data", declared,
+                                        static_cast<uint64_t>(size), false);
+    else
+        PIV::FileBounds::RequireCompressedOrThrow(error, "loadTIFF()", path, "pixel data", declared,
+                                                  static_cast<uint64_t>(size));
+}
+
 }  // namespace
 
 bool Image2D::getTIFFfromFile(TIFF* tif, const TIFF_INFO& info, int page) {
@@ -156,6 +178,7 @@ bool Image2D::getTIFFfromFile(TIFF* tif, const TIFF_INFO& info, int page) {
             m_error.setMessage("getTIFFfromFile() - tiled TIFF-images not supported");
             throw PIVerror::IMAGE_TYPE_UNSUPPORTED;
         }
+        _checkTiffSize(tif, info, m_error);
         allocForFileOrThrow(info.width, info.height, info.type);
         DebugPrintExt(2, "getTIFFfromFile() - page %d: %ux%u, %d bits, %u strips", page, info.width,
                       info.height, info.bitsPerSample, info.stripCount);
@@ -230,6 +253,8 @@ bool Image2D::loadTIFF(const char* path, int page) {
         }
         TIFF_INFO info;
         _getTIFFImageInfo(tif.get(), path, info, page, m_error);
+        // Checked here too, so that a refusal reaches the caller as such.
+        _checkTiffSize(tif.get(), info, m_error);
         if (!getTIFFfromFile(tif.get(), info, page)) throw PIVerror::OPERATION_FAILED;
         tif.reset();
         m_fileFormat = PIV::FORMAT_TIFF;

@@ -2,11 +2,11 @@
 // the byte-level helpers every format reader and writer shares.
 #pragma once
 
-#include <sys/stat.h>
-
 #include <cstdint>
 #include <cstdio>
 #include <cstring>
+
+#include "piv_file_bounds.h"
 
 // Pixel blocks are read and written as they stand in memory.
 static_assert(__BYTE_ORDER__ == __ORDER_LITTLE_ENDIAN__,
@@ -47,19 +47,10 @@ inline void PutLE32(uint8_t* p, uint32_t v) {
     PutLE16(p + 2, v >> 16);
 }
 
-// Size of an open file, or -1 when it cannot be told (a pipe).
+// The file-size helpers are shared with every other reader.
+using PIV::FileBounds::BytesFrom;
 inline int64_t FileSize(std::FILE* file) {
-    struct stat info;
-    if (::fstat(::fileno(file), &info) != 0 || !S_ISREG(info.st_mode)) return -1;
-    return static_cast<int64_t>(info.st_size);
-}
-
-// Bytes from `position` to the end; a size that cannot be told counts as
-// unlimited, so the read itself decides.
-inline uint64_t BytesFrom(std::FILE* file, int64_t position) {
-    const int64_t size = FileSize(file);
-    if (size < 0) return UINT64_MAX;
-    return size > position ? static_cast<uint64_t>(size - position) : 0;
+    return PIV::FileBounds::SizeOf(file);
 }
 
 }  // namespace ImageFile

@@ -49,6 +49,33 @@ uint64_t _bufferBytes(const IMX_BUFFER_TYPE* b) {
     return static_cast<uint64_t>(b->nx) * static_cast<uint64_t>(b->totalLines) * _valueBytes(b);
 }
 
+// Pixel data of `values` values of `valueBytes` each against the bytes
+// behind the header. Plain and 12-bit data need all of theirs; the old packed
+// form gives at most two values per byte; Deflate at most kMaxExpansion
+// bytes per byte. False, with the reason, when the file cannot hold it.
+enum class Packing { PLAIN, OLD_PACKED, DEFLATE };
+bool _fits(const char* path, uint64_t declared, uint64_t available, Packing packing,
+           std::string* refusal) {
+    using namespace PIV::FileBounds;
+    bool ok;
+    switch (packing) {
+        case Packing::PLAIN:
+            ok = declared <= available;
+            break;
+        case Packing::OLD_PACKED:
+            // Bytes of two-byte values: four per byte of the file at most.
+            ok = declared / 4 <= available;
+            break;
+        default:
+            ok = Judge(declared, available, true) != Fit::REFUSED;
+            break;
+    }
+    if (!ok && refusal)
+        *refusal = Refusal("ReadIM7()", path, "pixel data", declared, available,
+                           packing == Packing::DEFLATE);
+    return ok;
+}
+
 // Stores the running value of a decoder in the buffer's own type.
 void _store(IMX_BUFFER_TYPE* b, uint64_t i, uint16_t v) {
     if (b->isFloat)
@@ -379,7 +406,7 @@ int SCPack_ReadCompressed12bit(std::FILE* file, IMX_BUFFER_TYPE* b) {
     return IMREAD_ERR_NO;
 }
 
-int ReadIMX(const char* path, IMX_BUFFER_TYPE* b, AttributeList* attributes) {
+int ReadIMX(const char* path, IMX_BUFFER_TYPE* b, AttributeList* attributes, std::string* refusal) {
     std::memset(b, 0, sizeof *b);
     PIV::FilePtr file = PIV::OpenFile(path, "rb");
     if (!file) return IMREAD_ERR_FILEOPEN;
@@ -405,9 +432,10 @@ int ReadIMX(const char* path, IMX_BUFFER_TYPE* b, AttributeList* attributes) {
     const bool isFloat = version == 20;
     const bool withDepth = sub >= 55 && sub <= 99;
     const int depth = withDepth ? GetLE32s(h + 236) : 1;
-    // Plain pixels must all be in the file before the buffer is made.
+    // The pixels must all be in the file before the buffer is made.
     const uint64_t values = _count(width, height, depth, withDepth ? frames : 1);
-    if (version != 19 && values * (isFloat ? 4 : 2) > BytesFrom(file.get(), kHeaderBytes))
+    if (!_fits(path, values * (isFloat ? 4 : 2), BytesFrom(file.get(), kHeaderBytes),
+               version == 19 ? Packing::OLD_PACKED : Packing::PLAIN, refusal))
         return IMREAD_ERR_DATA;
     bool ok;
     if (withDepth)
@@ -435,7 +463,7 @@ int ReadIMX(const char* path, IMX_BUFFER_TYPE* b, AttributeList* attributes) {
     return IMREAD_ERR_NO;
 }
 
-int ReadIM7(const char* path, IMX_BUFFER_TYPE* b, AttributeList* attributes) {
+int ReadIM7(const char* path, IMX_BUFFER_TYPE* b, AttributeList* attributes, std::string* refusal) {
     std::memset(b, 0, sizeof *b);
     PIV::FilePtr file = PIV::OpenFile(path, "rb");
     if (!file) return IMREAD_ERR_FILEOPEN;
@@ -444,22 +472,29 @@ int ReadIM7(const char* path, IMX_BUFFER_TYPE* b, AttributeList* attributes) {
     const int version = GetLE16s(h);
     if (version >= 18 && version <= 23) {
         file.reset();
-        return ReadIMX(path, b, attributes);
+        return ReadIMX(path, b, attributes, refusal);
     }
     if (GetLE16s(h + 6) != 0) return IMREAD_ERR_FORMAT;
     const int pack = GetLE16s(h + 2);
     const int format = GetLE16s(h + 4);
-    int ny = GetLE32s(h + 12);
+    int64_t rows = GetLE32s(h + 12);
     // Vector buffers hold several planes of values per row of vectors.
     static const int kPlanes[] = {9, 2, 10, 3, 14};
-    if (format >= 1 && format <= 5) ny *= kPlanes[format - 1];
-    // Plain and 12-bit pixels must all be in the file: a header that asks
-    // for more is refused before the buffer is made.
-    if (pack == 0 || pack == 3) {
+    if (format >= 1 && format <= 5) rows *= kPlanes[format - 1];
+    if (rows > INT32_MAX) return IMREAD_ERR_FORMAT;
+    const int ny = static_cast<int>(rows);
+    // An unknown pack type and a header that asks for more than the file
+    // can hold are refused before the buffer is made.
+    if (pack < 0 || pack > 3) return IMREAD_ERR_FORMAT;
+    {
         const uint64_t values = _count(GetLE32s(h + 8), ny, GetLE32s(h + 16), GetLE32s(h + 20));
-        const uint64_t need =
-            pack == 3 ? values / 2 * 3 : values * (format == BUFFER_FORMAT_WORD ? 2 : 4);
-        if (need > BytesFrom(file.get(), kHeaderBytes)) return IMREAD_ERR_DATA;
+        const uint64_t bytes = values * (format == BUFFER_FORMAT_WORD ? 2 : 4);
+        const Packing packing = pack == 1   ? Packing::OLD_PACKED
+                                : pack == 2 ? Packing::DEFLATE
+                                            : Packing::PLAIN;
+        if (!_fits(path, pack == 3 ? values / 2 * 3 : bytes, BytesFrom(file.get(), kHeaderBytes),
+                   packing, refusal))
+            return IMREAD_ERR_DATA;
     }
     if (!CreateBuffer(b, GetLE32s(h + 8), ny, GetLE32s(h + 16), GetLE32s(h + 20),
                       format != BUFFER_FORMAT_WORD))

@@ -64,9 +64,13 @@ enum {
 
 // Both fill `buffer`, which the caller frees with DestroyBuffer whatever the
 // result; `attributes` may be null. ReadIM7 hands files of the older header
-// to ReadIMX.
-int ReadIM7(const char* path, IMX_BUFFER_TYPE* buffer, AttributeList* attributes);
-int ReadIMX(const char* path, IMX_BUFFER_TYPE* buffer, AttributeList* attributes);
+// to ReadIMX. A header that declares more pixel data than its file can
+// hold gives IMREAD_ERR_DATA before any buffer is made, and `refusal`, if
+// given, says what was declared and what the file holds.
+int ReadIM7(const char* path, IMX_BUFFER_TYPE* buffer, AttributeList* attributes,
+            std::string* refusal = nullptr);
+int ReadIMX(const char* path, IMX_BUFFER_TYPE* buffer, AttributeList* attributes,
+            std::string* refusal = nullptr);
 
 // Sizes of a frame set; false when the block cannot be had. The scales get
 // their defaults: factor 1, offset 0, unit "pixel" ("counts" for intensity).

@@ -239,13 +239,16 @@ const char* ASCIIParFile::compose(const char* key) {
     return m_varName;
 }
 
+// Doubling keeps the copies linear in the length of the list.
 bool ASCIIParFile::grow() {
-    Entry* bigger = new (std::nothrow) Entry[m_capacity + ListStep];
+    if (m_capacity > MaxEntries) return false;
+    const int capacity = std::min(2 * std::max(m_capacity, int(ListStep)), MaxEntries + 1);
+    Entry* bigger = new (std::nothrow) Entry[capacity];
     if (!bigger) return false;
     if (m_count > 0) std::memcpy(static_cast<void*>(bigger), m_list, m_count * sizeof(Entry));
     delete[] m_list;
     m_list = bigger;
-    m_capacity += ListStep;
+    m_capacity = capacity;
     return true;
 }
 
@@ -496,6 +499,16 @@ int ASCIIParFile::readList(const char* fileName) {
         std::memset(line, 0, sizeof(line));
         if (!_readLine(file.get(), line)) break;
         lines++;
+        if (m_count >= MaxEntries) {
+            m_error.setMessage(
+                "readList() - '%s' holds more than %d lines; no parameter file is "
+                "that long",
+                name, int(MaxEntries));
+            m_error.handleError(PIVerror::FILE_READ_FAILED, "readList()");
+            m_count = 0;
+            m_mode = READ;
+            return 0;
+        }
         const char* p = line;
         while (*p == ' ') p++;
         if (*p == '\0') continue;

@@ -46,7 +46,11 @@ public:
     static constexpr int MaxGroupDepth = 9;  // groups open at once
     static constexpr int TextSize = 2048;    // key, comment, value pool, group text
     static constexpr int LineSize = 1024;    // longest line read is one less
-    static constexpr int ListStep = 128;     // entries allocated at a time
+    static constexpr int ListStep = 128;     // entries allocated at first
+    // Each line costs an entry of some 4 KB however short it is; a file of
+    // more lines than this is no parameter file (four views with their
+    // comments take some 2000) and is refused.
+    static constexpr int MaxEntries = 4096;
 
     // Read mode parses the file at once; write mode only records the name.
     // An empty or null name in write mode means standard output. Null comment

@@ -6,28 +6,65 @@
 #include <functional>
 #include <limits>
 #include <memory>
+#include <string>
 #include <vector>
 
 #include "piv_data2d.h"
+#include "piv_file_bounds.h"
 #include "piv_messages.h"
+#include "piv_nc_header.h"
 #include "piv_ncfile.h"
 
 namespace {
 
+// Saturates instead of overflowing on dimensions no file can hold.
 long _valueCount(NcVar* var) {
     std::unique_ptr<long[]> edges(var->edges());
     long n = 1;
-    for (int i = 0; i < var->num_dims(); i++) n *= edges[size_t(i)];
+    for (int i = 0; i < var->num_dims(); i++)
+        if (edges[size_t(i)] < 0 || __builtin_mul_overflow(n, edges[size_t(i)], &n))
+            return std::numeric_limits<long>::max() / 8;
     return n;
 }
 
+// Attribute values are doubles of any size; a converted one stays inside
+// int, and NaN counts as 0.
+int _toInt(double v) {
+    if (!(v == v)) return 0;
+    return int(std::clamp(v, double(std::numeric_limits<int>::min()),
+                          double(std::numeric_limits<int>::max())));
+}
+
+// Bytes of one value of the type in the file.
+uint64_t _externalBytes(NcType type) {
+    switch (type) {
+        case ncByte:
+        case ncChar:
+            return 1;
+        case ncShort:
+            return 2;
+        case ncDouble:
+            return 8;
+        default:
+            return 4;
+    }
+}
+
 // All values of a variable as floats; at least `needed` of them or error 55.
-std::vector<float> _readFloats(NcVar* var, long needed, const char* what) {
+// Dimensions cost nothing in a classic file, so the values a variable
+// claims are held against the file's size before they are read.
+std::vector<float> _readFloats(NcVar* var, long needed, const char* what, PIVerror& error,
+                               const char* path) {
     const long n = _valueCount(var);
     if (n < needed) {
         DebugPrint("too few data points in %s", what);
         throw PIVerror::NETCDF_READ_VAR;
     }
+    const int64_t size = PIV::FileBounds::SizeOf(path);
+    if (size >= 0)
+        PIV::FileBounds::RequireOrThrow(error, "load()", path, what,
+                                        static_cast<uint64_t>(n) * _externalBytes(var->type()),
+                                        static_cast<uint64_t>(size), true);
     std::vector<float> values(size_t(std::max(n, 1L)));
     std::unique_ptr<long[]> edges(var->edges());
     if (!var->get(values.data(), edges.get())) throw PIVerror::FILE_READ_FAILED;
@@ -88,6 +125,11 @@ bool PIV_Data2D::load(const char* fileName) {
     PIV_PARAMETERS params = m_params;
     PIV::ReadParameters(fileName, &params, 0);
     try {
+        std::string why;
+        if (!PIV::NcHeaderIsSound(fileName, &why)) {
+            m_error.setMessage("%s", why.c_str());
+            throw PIVerror::FILE_READ_FAILED;
+        }
         PIV_NcFile file(fileName);
         if (!file.is_valid() ||
             (!file.isPivData() && file.format() != PIV_NcFile::FORMAT_PIVNET2)) {
@@ -102,9 +144,9 @@ bool PIV_Data2D::load(const char* fileName) {
         const std::vector<double> depth = file.attValues("image_depth");
         bool sizeKnown = false;
         if (!cols.empty() && !rows.empty() && cols[0] > 0 && rows[0] > 0) {
-            image.width = int(cols[0]);
-            image.height = int(rows[0]);
-            if (!depth.empty() && depth[0] > 0) image.depth = int(depth[0]);
+            image.width = _toInt(cols[0]);
+            image.height = _toInt(rows[0]);
+            if (!depth.empty() && depth[0] > 0) image.depth = _toInt(depth[0]);
             sizeKnown = true;
             DebugPrintExt(2, "PIV_Data2D::read(%s) - got image size: %d x %d", fileName,
                           image.width, image.height);
@@ -113,13 +155,13 @@ bool PIV_Data2D::load(const char* fileName) {
         int origin[3] = {0, 0, 0};
         std::vector<double> o = file.attValues("ev_origin_of_evaluation");
         if (o.size() >= 2) {
-            for (size_t a = 0; a < std::min<size_t>(3, o.size()); a++) origin[a] = int(o[a]);
+            for (size_t a = 0; a < std::min<size_t>(3, o.size()); a++) origin[a] = _toInt(o[a]);
         } else {
             const char* names[3] = {"ev_origin_of_evaluation_x", "ev_origin_of_evaluation_y",
                                     "ev_origin_of_evaluation_z"};
             for (int a = 0; a < 3; a++) {
                 o = file.attValues(names[a]);
-                if (!o.empty()) origin[a] = int(o[0]);
+                if (!o.empty()) origin[a] = _toInt(o[0]);
             }
         }
         const int halves[3] = {win.width / 2, win.height / 2, win.depth / 2};
@@ -144,6 +186,16 @@ bool PIV_Data2D::load(const char* fileName) {
         g.nodes = {nx, ny, nz};
         g.timeSteps = nt;
         g.imageSize = image;
+        // Every node of every step has at least one float in the file; a
+        // grid its dimensions claim beyond that is not allocated.
+        uint64_t nodes = 1;
+        for (int d : {nx, ny, nz, nt})
+            if (__builtin_mul_overflow(nodes, static_cast<uint64_t>(d), &nodes))
+                nodes = UINT64_MAX / 4;
+        const int64_t fileBytes = PIV::FileBounds::SizeOf(fileName);
+        if (fileBytes >= 0)
+            PIV::FileBounds::RequireOrThrow(m_error, "load()", fileName, "vector data", nodes * 4,
+                                            static_cast<uint64_t>(fileBytes), true);
         if (!initializeGrid(g)) throw PIVerror::ALLOCATION_FAILED;
         const long perStep = long(nx) * ny * nz;
         for (int t = 0; t < nt; t++)
@@ -197,7 +249,7 @@ bool PIV_Data2D::readVectorData(PIV_NcFile& file, int timeStep) {
         // Copies one quantity into the vectors, rows flipped back.
         const auto restore = [&](NcVar* var, int comps, const char* what, const Assign& assign) {
             const std::vector<float> values =
-                _readFloats(var, perStep * (t0 + steps) * comps, what);
+                _readFloats(var, perStep * (t0 + steps) * comps, what, m_error, file.fileName());
             long n = perStep * t0 * comps;
             for (int t = 0; t < steps; t++)
                 for (int k = 0; k < nz; k++)
@@ -231,8 +283,8 @@ bool PIV_Data2D::readVectorData(PIV_NcFile& file, int timeStep) {
         if (lo[1] < 0) lo[1] = win.height / 2;
         SIZE3D& image = m_grid.imageSize;
         const double farX = lo[0] + (nx - 1) * sp[0], farY = lo[1] + (ny - 1) * sp[1];
-        if (farX > image.width) image.width = int(std::ceil(farX));
-        if (farY > image.height) image.height = int(std::ceil(farY));
+        if (farX > image.width) image.width = _toInt(std::ceil(farX));
+        if (farY > image.height) image.height = _toInt(std::ceil(farY));
         for (int t = 0; t < m_grid.timeSteps; t++)
             for (int k = 0; k < nz; k++)
                 for (int j = 0; j < ny; j++)
@@ -257,7 +309,7 @@ bool PIV_Data2D::readVectorData(PIV_NcFile& file, int timeStep) {
             DebugPrintExt(2, "  _NCDFReadPeaks(): Peak data read success");
             m_multiplePeaks = true;
             const std::vector<double> np = file.attValues("number_of_peaks");
-            m_numberOfPeaks = np.empty() ? peaks : std::clamp(int(np[0]), 1, 3);
+            m_numberOfPeaks = np.empty() ? peaks : std::clamp(_toInt(np[0]), 1, 3);
             m_dataType |= PIV::DATA_PEAKS;
         }
         if (file.corrCoeff)
@@ -330,7 +382,8 @@ bool PIV_Data2D::readVectorData(PIV_NcFile& file, int timeStep) {
         }
         NcVar* time = file.get_var("time");
         if (time && timeStep < 0) {
-            const std::vector<float> t = _readFloats(time, steps, "time");
+            const std::vector<float> t =
+                _readFloats(time, steps, "time", m_error, file.fileName());
             for (int s = 0; s < steps; s++) m_time[size_t(s)] = t[size_t(s)];
         }
     } catch (PIVerror::ErrorType code) {
@@ -418,7 +471,8 @@ bool PIV_Data2D::readPIVNET2(PIV_NcFile& file, PIV_PARAMETERS& params, SIZE3D& i
         for (int a = 0; a < 3; a++) {
             NcVar* var = file.get_var(gridNames[a]);
             if (!var) continue;
-            const std::vector<float> g = _readFloats(var, n[a], gridNames[a]);
+            const std::vector<float> g =
+                _readFloats(var, n[a], gridNames[a], m_error, file.fileName());
             if (a < 2 && n[a] > 1) {
                 const float st = g[1] - g[0];
                 bool regular = true;
@@ -427,7 +481,8 @@ bool PIV_Data2D::readPIVNET2(PIV_NcFile& file, PIV_PARAMETERS& params, SIZE3D& i
                 if (regular) DebugPrintExt(2, "Grid %c is regular: step %d", "XY"[a], int(st));
             }
             each([&](PIV_VECTOR& v, long k) {
-                const long i = k % nx, j = (k / nx) % ny, z = k / (long(nx) * ny);
+                // k counts over all time steps; the grid is that of one.
+                const long i = k % nx, j = (k / nx) % ny, z = (k / (long(nx) * ny)) % nz;
                 const float value = g[size_t(a == 0 ? i : a == 1 ? j : z)];
                 int& target = a == 0 ? v.ix : a == 1 ? v.iy : v.iz;
                 target = int(std::lround(value));
@@ -450,7 +505,8 @@ bool PIV_Data2D::readPIVNET2(PIV_NcFile& file, PIV_PARAMETERS& params, SIZE3D& i
                                const std::function<void(PIV_VECTOR&, float)>& assign) {
             NcVar* var = file.get_var(name);
             if (!var) return false;
-            const std::vector<float> values = _readFloats(var, all, name);
+            const std::vector<float> values =
+                _readFloats(var, all, name, m_error, file.fileName());
             DebugPrintExt(2, message, int(all));
             each([&](PIV_VECTOR& v, long k) { assign(v, values[size_t(k)]); });
             return true;

@@ -6,19 +6,37 @@
 #include <algorithm>
 #include <cctype>
 #include <cstring>
+#include <limits>
 #include <memory>
 #include <string>
+#include <type_traits>
 
 #include "image_format.h"
 #include "piv_messages.h"
+#include "piv_nc_header.h"
 #include "piv_params_io.h"
 
 NcQuietOptions::NcQuietOptions() {
     ncopts = 0;
 }
 
+namespace {
+
+// An existing file is only handed to the libraries once its header has been
+// looked at; an empty name makes the open fail like that of a missing file.
+const char* _openable(const char* fileName, NcFile::FileMode mode) {
+    if (!fileName) return "";
+    if (mode != NcFile::ReadOnly && mode != NcFile::Write) return fileName;
+    std::string why;
+    if (PIV::NcHeaderIsSound(fileName, &why)) return fileName;
+    PrintWarning("%s", why.c_str());
+    return "";
+}
+
+}  // namespace
+
 MyNcFile::MyNcFile(const char* fileName, int accessMode, NcFile::FileMode fileMode)
-    : NcQuietOptions(), NcFile(fileName ? fileName : "", fileMode), m_accessMode(accessMode) {
+    : NcQuietOptions(), NcFile(_openable(fileName, fileMode), fileMode), m_accessMode(accessMode) {
     PIV::CopyText(m_fileName, fileName ? fileName : "");
 }
 
@@ -63,7 +81,16 @@ template <class T>
 bool MyNcFile::getAtt(const char* name, T* values, int count, int varId) {
     const std::vector<double> v = attValues(name, varId);
     if (v.empty()) return false;
-    for (int i = 0; i < count && i < int(v.size()); i++) values[i] = static_cast<T>(v[size_t(i)]);
+    for (int i = 0; i < count && i < int(v.size()); i++) {
+        double x = v[size_t(i)];
+        // A damaged file may hold any double; integer targets keep to their
+        // range, NaN counting as 0.
+        if constexpr (std::is_integral<T>::value)
+            x = x == x ? std::clamp(x, double(std::numeric_limits<T>::lowest()),
+                                    double(std::numeric_limits<T>::max()))
+                       : 0.0;
+        values[i] = static_cast<T>(x);
+    }
     return true;
 }
 

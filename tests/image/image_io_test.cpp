@@ -158,10 +158,12 @@ TEST(ImageLoad, HandWrittenPgmAndPbmFiles) {
          {0, 255, 0, 0, 255, 255, 255, 0}},
         {"P4 rows start on a byte", "P4 3 2\n" + Bytes({0xA0, 0x40}), 3, 2, IMAGE_UINT8,
          {0, 255, 0, 255, 0, 255}},
-        // Missing data reads as 0 (and as clear bits), never as a failure.
-        {"P5 truncated", "P5 4 3 255\n" + Bytes({1, 2, 3, 4, 5}), 4, 3, IMAGE_UINT8,
-         {1, 2, 3, 4, 5, 0, 0, 0, 0, 0, 0, 0}},
-        {"P2 truncated", "P2 3 2 255\n1 2", 3, 2, IMAGE_UINT8, {1, 2, 0, 0, 0, 0}},
+        // Missing data reads as 0 (and as clear bits) while the file holds
+        // at least half of it: 6 of 12 bytes; 7 of the 11 characters six
+        // plain samples need at least.
+        {"P5 truncated", "P5 4 3 255\n" + Bytes({1, 2, 3, 4, 5, 6}), 4, 3, IMAGE_UINT8,
+         {1, 2, 3, 4, 5, 6, 0, 0, 0, 0, 0, 0}},
+        {"P2 truncated", "P2 3 2 255\n1 2 3 4", 3, 2, IMAGE_UINT8, {1, 2, 3, 4, 0, 0}},
         {"P4 truncated", "P4 3 2\n" + Bytes({0xE0}), 3, 2, IMAGE_UINT8, {0, 0, 0, 255, 255, 255}},
     };
     // clang-format on

@@ -1,0 +1,194 @@
+// Headers that claim more than their file holds. Every reader compares the
+// two before it allocates: a file holding at least half of its declared
+// pixel data is an honest truncation and loads as before; anything less is
+// refused with error 30 and a message naming the file, the declared and the
+// available size. The sizes in the expectations are worked out by hand from
+// the literal headers.
+#include <gtest/gtest.h>
+#include <sys/resource.h>
+
+#include <string>
+
+#include "image2d.h"
+#include "image_file_builders.h"
+#include "image_test_support.h"
+#include "piv_file_bounds.h"
+
+using namespace image_test;
+using PIV::FileBounds::Fit;
+
+namespace {
+
+// Peak resident size of this process so far, in MB.
+long PeakRssMb() {
+    struct rusage usage;
+    getrusage(RUSAGE_SELF, &usage);
+    return usage.ru_maxrss / 1024;
+}
+
+}  // namespace
+
+TEST(FileBounds, HalfOfTheDeclaredBytesIsTheLine) {
+    struct Case {
+        uint64_t declared, available;
+        bool compressed;
+        Fit fit;
+    } cases[] = {
+        {100, 100, false, Fit::WHOLE},
+        {100, 1000, false, Fit::WHOLE},
+        {100, 50, false, Fit::SHORT},
+        {100, 49, false, Fit::REFUSED},
+        {101, 51, false, Fit::SHORT},
+        {101, 50, false, Fit::REFUSED},  // half rounds up
+        {0, 0, false, Fit::WHOLE},
+        {1, 0, false, Fit::REFUSED},
+        // Compressed data may expand 1:1000, no more.
+        {1000, 1, true, Fit::WHOLE},
+        {1001, 1, true, Fit::REFUSED},
+        {5000000, 4999, true, Fit::REFUSED},
+        {UINT64_MAX, UINT64_MAX / 2, true, Fit::WHOLE},  // no overflow in the product
+    };
+    for (const Case& c : cases) {
+        SCOPED_TRACE(testing::Message() << c.declared << " of " << c.available);
+        EXPECT_EQ(PIV::FileBounds::Judge(c.declared, c.available, c.compressed), c.fit);
+    }
+}
+
+// Two files of about twenty bytes whose headers ask for 8 GB and 900 MB of
+// pixels. Before the check they loaded "OK" after seconds with gigabytes
+// resident; now nothing is allocated and the process does not grow.
+TEST(FileBounds, TinyPgmFilesClaimingGigabytesAreRefused) {
+    ScratchDir dir;
+    Messages messages;
+    struct Case {
+        std::string bytes;
+        const char* text;
+    } cases[] = {
+        // 65536 x 65536 samples of two bytes (maxval above 255).
+        {"P5 65536 65536\n65535\n\x01\x02", "declares 8589934592 bytes of pixel data but holds 2"},
+        // 30000 x 30000 samples of one byte.
+        {"P5 30000 30000\n255\nab", "declares 900000000 bytes of pixel data but holds 2"},
+    };
+    const long before = PeakRssMb();
+    for (const Case& c : cases) {
+        const std::string path = dir.file("huge.pgm");
+        WriteBytes(path, c.bytes);
+        Image2D img;
+        EXPECT_FALSE(img.load(path.c_str()));
+        EXPECT_EQ(LastCode(img), PIVerror::FILE_READ_FAILED);
+        EXPECT_NE(LastText(img).find(c.text), std::string::npos) << LastText(img);
+        EXPECT_NE(LastText(img).find(path), std::string::npos) << LastText(img);
+        EXPECT_TRUE(img.isNull());
+    }
+    EXPECT_LT(PeakRssMb() - before, 64);
+}
+
+// 10 x 10 one-byte samples of which the file holds 60: rows 0 to 5 load,
+// rows 6 to 9 read as 0, and the user is told.
+TEST(FileBounds, PgmHoldingSixtyPercentLoadsWithItsWarning) {
+    ScratchDir dir;
+    Messages messages;
+    const std::string path = dir.file("cut.pgm");
+    WriteBytes(path, "P5 10 10\n255\n" + std::string(60, '\x07'));
+    Image2D img;
+    ASSERT_TRUE(img.load(path.c_str())) << LastText(img);
+    EXPECT_EQ(img.width(), 10u);
+    EXPECT_EQ(img.height(), 10u);
+    EXPECT_EQ(img.pixel(9, 5), 7.0f);
+    EXPECT_EQ(img.pixel(0, 6), 0.0f);
+    EXPECT_NE(messages.all().find("holds 60 of 100 bytes of pixel data; the rest reads as 0"),
+              std::string::npos)
+        << messages.all();
+}
+
+// Text samples need a character and a separator each: 2 x 3 x 3 - 1 = 17
+// characters at the least for 3 x 3 plain grey samples.
+TEST(FileBounds, PlainPgmCountsCharacters) {
+    ScratchDir dir;
+    Messages messages;
+    const std::string path = dir.file("plain.pgm");
+    WriteBytes(path, "P2 3 3 255\n1 2 3 4 5");  // 9 characters: more than half
+    Image2D img;
+    ASSERT_TRUE(img.load(path.c_str())) << LastText(img);
+    EXPECT_EQ(img.pixel(1, 1), 5.0f);
+    EXPECT_EQ(img.pixel(2, 2), 0.0f);
+    WriteBytes(path, "P2 3 3 255\n1 2 3");  // 5 characters
+    EXPECT_FALSE(img.load(path.c_str()));
+    EXPECT_NE(LastText(img).find("declares 17 bytes of pixel data but holds 5"), std::string::npos)
+        << LastText(img);
+}
+
+// Each of the other readers with a small valid file whose header is then
+// made to claim far more.
+TEST(FileBounds, InflatedHeadersOfEveryFormatAreRefused) {
+    ScratchDir dir;
+    Messages messages;
+    std::string bmp = ReadBytes(DataFile("rgb8x4.bmp"));
+    Put32(bmp, 18, 30000);  // width and height of the info header
+    Put32(bmp, 22, 30000);
+    // Found by fuzzing: a 1-bit file whose header gives no image size took
+    // its size from width and height alone; 32 pixels a row are 4 bytes.
+    std::string bits = ReadBytes(DataFile("bits32x3.bmp"));
+    Put32(bits, 22, 956302343);
+    Put32(bits, 34, 0);
+    std::string pco = Pco(8, 8);             // the reader wants 128 header bytes
+    Put32(pco, 4, 24 + 2 * 30000 * 30000u);  // a consistent file size field
+    Put32(pco, 12, 30000);
+    Put32(pco, 16, 30000);
+    std::string tif = ReadBytes(DataFile("gray8_strips.tif"));
+    SetTiffSize(tif, 40000, 40000);
+    std::string lzw = ReadBytes(DataFile("gray16_lzw.tif"));
+    SetTiffSize(lzw, 40000, 40000);
+    // The old packed form gives at most two values per byte, Deflate at
+    // most 1000 bytes per byte.
+    const std::string words(64, '\x01');
+    struct Case {
+        const char* what;
+        std::string bytes;
+        const char* text;
+    } cases[] = {
+        {"bmp 24-bit", bmp, "declares 2700000000 bytes of pixel data but holds 96"},
+        {"bmp 1-bit", bits, "declares 3825209372 bytes of pixel data"},
+        {"pco", pco, "declares 1800000000 bytes of pixel data but holds 128"},
+        {"tiff plain", tif, "declares 1600000000 bytes of pixel data"},
+        {"tiff lzw", lzw, "declares 3200000000 bytes of pixel data"},
+        {"im7 plain", Im7(0, words, 30000, 30000),
+         "declares 1800000000 bytes of pixel data but holds 64"},
+        {"im7 old packed", Im7(1, words, 30000, 30000),
+         "declares 1800000000 bytes of pixel data but holds 64"},
+        {"im7 deflate", Im7(2, words, 30000, 30000),
+         "declares 1800000000 bytes of pixel data but holds 64 (compressed"},
+        {"im7 12-bit", Im7(3, words, 30000, 30000),
+         "declares 1350000000 bytes of pixel data but holds 64"},
+        {"imx plain", Imx(18, 30000, 30000, words),
+         "declares 1800000000 bytes of pixel data but holds 64"},
+        {"imx old packed", Imx(19, 30000, 30000, words),
+         "declares 1800000000 bytes of pixel data but holds 64"},
+    };
+    for (const Case& c : cases) {
+        SCOPED_TRACE(c.what);
+        const std::string path = dir.file("inflated");
+        const long before = PeakRssMb();
+        WriteBytes(path, c.bytes);
+        Image2D img;
+        EXPECT_FALSE(img.load(path.c_str()));
+        EXPECT_EQ(LastCode(img), PIVerror::FILE_READ_FAILED);
+        EXPECT_NE(LastText(img).find(c.text), std::string::npos) << LastText(img);
+        EXPECT_TRUE(img.isNull());
+        EXPECT_LT(PeakRssMb() - before, 64);
+    }
+}
+
+// Deflate data within the ratio passes the check: 40 x 25 words are 2000
+// bytes from the 10 bytes behind the header, 1:200. zlib then finds the
+// data broken, and the load fails the ordinary way.
+TEST(FileBounds, DeflateWithinTheRatioReachesTheDecoder) {
+    ScratchDir dir;
+    Messages messages;
+    const std::string path = dir.file("deflate.im7");
+    WriteBytes(path, Im7(2, std::string("\x02\0\0\0\0\0\0\0\x78\x9c", 10), 40, 25));
+    Image2D img;
+    EXPECT_FALSE(img.load(path.c_str()));
+    EXPECT_EQ(LastCode(img), PIVerror::FILE_READ_FAILED);
+    EXPECT_EQ(LastText(img).find("declares"), std::string::npos) << LastText(img);
+}

@@ -1,0 +1,204 @@
+// Parameter and NetCDF data files whose contents claim more than the file
+// holds: the line count of a parameter file and the grid a data file's
+// dimensions declare are bounded before anything is allocated for them.
+#include <gtest/gtest.h>
+#include <netcdf.h>
+
+#include <limits>
+#include <string>
+
+#include "asciiparfile.h"
+#include "message_capture.h"
+#include "piv_data2d.h"
+#include "piv_params.h"
+#include "scratch_files.h"
+
+using test_support::ReadBytes;
+using test_support::ScratchDir;
+using test_support::WriteBytes;
+
+// Each line of a parameter file costs an entry of some 4 KB, however short:
+// 10 KB of "#\n" lines would take 20 MB, a megabyte of them 2 GB. 4096
+// lines are twice what a file of four views with comments has.
+TEST(ParFileBounds, MoreLinesThanAnyParameterFileAreRefused) {
+    ScratchDir dir;
+    MessageCapture messages;
+    const std::string path = dir.file("long.par");
+    std::string text = "PIV_Eval_Method = 1\n";
+    for (int i = 0; i < ASCIIParFile::MaxEntries; i++) text += "#\n";
+    WriteBytes(path, text);
+    ASCIIParFile file(path.c_str(), ASCIIParFile::READ);
+    EXPECT_TRUE(file.isEmpty());
+    EXPECT_EQ(file.error().getLastErrorCode(), PIVerror::FILE_READ_FAILED);
+    EXPECT_NE(std::string(file.error().getLastError()).find("holds more than 4096 lines"),
+              std::string::npos)
+        << file.error().getLastError();
+
+    // One line fewer and the file reads: the setting and 4095 comments.
+    WriteBytes(path, text.substr(0, text.size() - 2));
+    ASCIIParFile shorter(path.c_str(), ASCIIParFile::READ);
+    EXPECT_EQ(shorter.entryCount(), ASCIIParFile::MaxEntries);
+    int method = 0;
+    EXPECT_TRUE(shorter.serialize("PIV_Eval_Method", &method));
+    EXPECT_EQ(method, 1);
+}
+
+namespace {
+
+// A 2 x 2 field of `piv_data` on the dimensions named in `on`, written by
+// the netCDF C library.
+void WriteField(const std::string& path, const char* heightName, const char* widthName) {
+    int nc = -1, z, y, x, c, var;
+    ASSERT_EQ(nc_create(path.c_str(), NC_CLOBBER, &nc), NC_NOERR);
+    nc_put_att_text(nc, NC_GLOBAL, "file_content", 12, "Kelvane Data");
+    nc_def_dim(nc, "data_array_depth", 1, &z);
+    nc_def_dim(nc, "data_array_height", 2, &y);
+    nc_def_dim(nc, "data_array_width", 2, &x);
+    nc_def_dim(nc, "vec_dims", 2, &c);
+    int ys = y, xs = x;
+    if (std::string(heightName) != "data_array_height") nc_def_dim(nc, heightName, 2, &ys);
+    if (std::string(widthName) != "data_array_width") nc_def_dim(nc, widthName, 2, &xs);
+    const int dims[4] = {z, ys, xs, c};
+    nc_def_var(nc, "piv_data", NC_FLOAT, 4, dims, &var);
+    nc_enddef(nc);
+    const float d[8] = {1, 2, 3, 4, 5, 6, 7, 8};
+    nc_put_var_float(nc, var, d);
+    ASSERT_EQ(nc_close(nc), NC_NOERR);
+}
+
+// A classic NetCDF file keeps a dimension's length as a 32-bit big-endian
+// number behind its name, padded to four bytes.
+void SetDimension(std::string& bytes, const std::string& name, uint32_t length) {
+    const size_t at = bytes.find(name);
+    ASSERT_NE(at, std::string::npos);
+    const size_t field = at + (name.size() + 3) / 4 * 4;
+    for (int i = 0; i < 4; i++) bytes[field + i] = static_cast<char>(length >> (24 - 8 * i));
+}
+
+}  // namespace
+
+// A 2 x 2 field whose dimensions are set to 20000 x 20000 declares 4 x 10^8
+// vectors of two floats, 3.2 GB, in a file of a few hundred bytes. The
+// header is looked at before the netCDF libraries see the file.
+TEST(NetCdfBounds, VariablesBeyondTheFileAreRefused) {
+    ScratchDir dir;
+    MessageCapture messages;
+    const std::string path = dir.file("field.nc");
+    WriteField(path, "data_array_height", "data_array_width");
+    {
+        PIV_Data2D good(path.c_str());
+        ASSERT_FALSE(good.isNull()) << good.getLastError();
+    }
+    std::string bytes = ReadBytes(path);
+    SetDimension(bytes, "data_array_height", 20000);
+    SetDimension(bytes, "data_array_width", 20000);
+    WriteBytes(path, bytes);
+    PIV_Data2D inflated;
+    EXPECT_FALSE(inflated.load(path.c_str()));
+    EXPECT_EQ(inflated.error().getLastErrorCode(), PIVerror::FILE_READ_FAILED);
+    EXPECT_NE(std::string(inflated.getLastError())
+                  .find("declares 3200000000 bytes of variable data but holds " +
+                        std::to_string(bytes.size())),
+              std::string::npos)
+        << inflated.getLastError();
+    EXPECT_TRUE(inflated.isNull());
+}
+
+// Dimensions no variable uses cost nothing in the file, but the grid is
+// laid from them: one float per node at least must be there. The field here
+// lies on dimensions of other names, and the grid ones claim 20000 x 20000.
+TEST(NetCdfBounds, GridBeyondTheFileIsRefused) {
+    ScratchDir dir;
+    MessageCapture messages;
+    const std::string path = dir.file("grid.nc");
+    WriteField(path, "other_height", "other_width");
+    std::string bytes = ReadBytes(path);
+    SetDimension(bytes, "data_array_height", 20000);
+    SetDimension(bytes, "data_array_width", 20000);
+    WriteBytes(path, bytes);
+    PIV_Data2D inflated;
+    EXPECT_FALSE(inflated.load(path.c_str()));
+    EXPECT_EQ(inflated.error().getLastErrorCode(), PIVerror::FILE_READ_FAILED);
+    EXPECT_NE(std::string(inflated.getLastError()).find("declares 1600000000 bytes of vector data"),
+              std::string::npos)
+        << inflated.getLastError();
+}
+
+// A name longer than the netCDF interfaces' buffers, as a damaged length
+// field makes it: refused from the header, the libraries never see it.
+TEST(NetCdfBounds, OverlongNamesNeverReachTheLibraries) {
+    ScratchDir dir;
+    MessageCapture messages;
+    const std::string path = dir.file("name.nc");
+    WriteField(path, "data_array_height", "data_array_width");
+    std::string bytes = ReadBytes(path);
+    // The length field stands right before the name "vec_dims": 8 becomes 2166.
+    const size_t at = bytes.find("vec_dims");
+    ASSERT_NE(at, std::string::npos);
+    bytes[at - 2] = static_cast<char>(2166 >> 8);
+    bytes[at - 1] = static_cast<char>(2166 & 0xff);
+    WriteBytes(path, bytes);
+    PIV_Data2D damaged;
+    EXPECT_FALSE(damaged.load(path.c_str()));
+    EXPECT_EQ(damaged.error().getLastErrorCode(), PIVerror::FILE_READ_FAILED);
+    EXPECT_NE(std::string(damaged.getLastError()).find("a dimension name of 2166 characters"),
+              std::string::npos)
+        << damaged.getLastError();
+    PIV_Parameters params;
+    EXPECT_FALSE(params.read(path.c_str(), 0));
+}
+
+// Found by fuzzing, on the seed itself: a PIVNET2 file of two time steps read
+// its z grid at the index of the whole series, past the end of the grid
+// (the sanitizer build reports it). Every step lies on the same grid.
+TEST(NetCdfBounds, Pivnet2StepsShareOneGrid) {
+    ScratchDir dir;
+    MessageCapture messages;
+    DATA_GRID4D g;
+    g.nodes = {4, 3, 1};
+    g.timeSteps = 2;
+    g.step = {16, 16, 1};
+    g.imageSize = {64, 48, 1};
+    g.first = {8, 8, 0};
+    PIV_Data2D field(g);
+    for (int k = 0; k < field.nodeCount(); k++) {
+        field.data()[k].dx = 0.5f + k;
+        field.data()[k].flag = VECTOR_ENABLED;
+    }
+    field.setFlagRawData(true);
+    field.setDataType(PIV::DATA_DISPLACEMENT | PIV::DATA_FLAGS);
+    const std::string path = dir.file("steps.nc");
+    OUTPUT_CFG out;
+    out.OutputFormat = 4;
+    ASSERT_TRUE(field.save(path.c_str(), -1, out)) << field.getLastError();
+    PIV_Data2D back(path.c_str());
+    ASSERT_FALSE(back.isNull()) << back.getLastError();
+    ASSERT_EQ(back.nodeCount(), 24);
+    // Node 13 is node 1 of the second step: x = 8 + 16, z = 0.
+    EXPECT_EQ(back.data()[13].ix, back.data()[1].ix);
+    EXPECT_EQ(back.data()[13].iz, 0);
+}
+
+// Found by fuzzing: coordinates of 1e20 in a EUROPIV file made the image
+// size an int conversion out of range (undefined; the sanitizer build
+// reports it). Sizes from attributes now stop at the largest int.
+TEST(NetCdfBounds, HugeCoordinatesStayInsideInt) {
+    ScratchDir dir;
+    MessageCapture messages;
+    const std::string path = dir.file("far.nc");
+    WriteField(path, "data_array_height", "data_array_width");
+    int nc = -1, var = -1;
+    ASSERT_EQ(nc_open(path.c_str(), NC_WRITE, &nc), NC_NOERR);
+    nc_redef(nc);
+    nc_inq_varid(nc, "piv_data", &var);
+    const double lo[3] = {16, 16, 0}, hi[3] = {1e20, 1e20, 0};
+    nc_put_att_double(nc, var, "coord_min", NC_DOUBLE, 3, lo);
+    nc_put_att_double(nc, var, "coord_max", NC_DOUBLE, 3, hi);
+    const double cols = 1e30;
+    nc_put_att_double(nc, NC_GLOBAL, "image_cols", NC_DOUBLE, 1, &cols);
+    nc_put_att_double(nc, NC_GLOBAL, "image_rows", NC_DOUBLE, 1, &cols);
+    ASSERT_EQ(nc_close(nc), NC_NOERR);
+    PIV_Data2D far(path.c_str());
+    ASSERT_FALSE(far.isNull()) << far.getLastError();
+    EXPECT_EQ(far.grid().imageSize.width, std::numeric_limits<int>::max());
+}
