@@ -60,8 +60,13 @@ PairResult Evaluator::evaluate(const std::string& first, const std::string& seco
     pair.setFrameSeparation(m_options.separation);
     if (!pair.loadPair(first.c_str(), second.c_str()) || !pair.isPairLoaded()) {
         r.exit = tool::kUsage;
+        // The frame that failed keeps the reason; the pair only knows it failed.
+        std::string why = pair.error().getLastError();
+        for (const Image2D* frame : {static_cast<const Image2D*>(pair.imgA()),
+                                     static_cast<const Image2D*>(pair.imgB())})
+            if (why.empty()) why = frame->error().getLastError();
         r.message = "cannot read the pair " + first + " / " + second + ": " +
-                    pair.error().getLastError();
+                    (why.empty() ? std::string("unreadable image") : why);
         return r;
     }
     m_eval->setPivEvalCfg(m_params.pivEvalCfg());
