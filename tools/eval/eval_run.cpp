@@ -26,6 +26,16 @@ public:
 
 }  // namespace
 
+// The error and, when there is one, its detail ("... declares 8589934592
+// bytes of pixel data but holds 2").
+static std::string Reason(const PIVerror& e) {
+    std::string why = e.getLastError();
+    const char* detail = e.message();
+    if (detail && *detail && why.find(detail) == std::string::npos)
+        why += why.empty() ? std::string(detail) : std::string(": ") + detail;
+    return why;
+}
+
 void RequestStop() { g_stop = true; }
 bool StopRequested() { return g_stop; }
 
@@ -37,7 +47,7 @@ Evaluator::Evaluator(const Options& options, PIV_Parameters& params)
 bool Evaluator::prepare(std::string& error) {
     if (m_options.mask.empty()) return true;
     if (!m_mask.load(m_options.mask.c_str()) || m_mask.isNull()) {
-        error = "cannot read mask " + m_options.mask + ": " + m_mask.error().getLastError();
+        error = "cannot read mask " + m_options.mask + ": " + Reason(m_mask.error());
         return false;
     }
     m_haveMask = true;
@@ -61,10 +71,10 @@ PairResult Evaluator::evaluate(const std::string& first, const std::string& seco
     if (!pair.loadPair(first.c_str(), second.c_str()) || !pair.isPairLoaded()) {
         r.exit = tool::kUsage;
         // The frame that failed keeps the reason; the pair only knows it failed.
-        std::string why = pair.error().getLastError();
+        std::string why = Reason(pair.error());
         for (const Image2D* frame : {static_cast<const Image2D*>(pair.imgA()),
                                      static_cast<const Image2D*>(pair.imgB())})
-            if (why.empty()) why = frame->error().getLastError();
+            if (why.empty()) why = Reason(frame->error());
         r.message = "cannot read the pair " + first + " / " + second + ": " +
                     (why.empty() ? std::string("unreadable image") : why);
         return r;
@@ -72,7 +82,7 @@ PairResult Evaluator::evaluate(const std::string& first, const std::string& seco
     m_eval->setPivEvalCfg(m_params.pivEvalCfg());
     if (!m_eval->setPivImages(pair.imgA(), pair.imgB())) {
         r.exit = tool::kUsage;
-        r.message = "cannot evaluate " + first + " / " + second + ": " + m_eval->getLastError();
+        r.message = "cannot evaluate " + first + " / " + second + ": " + Reason(m_eval->error());
         return r;
     }
     if (m_haveMask) {
@@ -88,7 +98,7 @@ PairResult Evaluator::evaluate(const std::string& first, const std::string& seco
     }
     if (!m_eval->interrogateImage(false)) {
         r.exit = tool::kFailed;
-        r.message = "evaluation of " + first + " failed: " + m_eval->getLastError();
+        r.message = "evaluation of " + first + " failed: " + Reason(m_eval->error());
         return r;
     }
     PIV_Data2D& raw = *m_eval->data();
@@ -126,7 +136,7 @@ bool Evaluator::save(const std::string& path, std::string& error) {
         out.OutputFormat = ext == ".nc" ? 3 : ext == ".dat" ? 0 : 2;
         ok = m_result.save(path.c_str(), 0, out);
     }
-    if (!ok) error = "cannot write " + path + ": " + m_result.error().getLastError();
+    if (!ok) error = "cannot write " + path + ": " + Reason(m_result.error());
     return ok;
 }
 
