@@ -26,13 +26,12 @@ public:
 
 }  // namespace
 
-// The error and, when there is one, its detail ("... declares 8589934592
-// bytes of pixel data but holds 2").
+// The library's error text on one line: its detail ("... declares
+// 8589934592 bytes of pixel data but holds 2") follows a newline there.
 static std::string Reason(const PIVerror& e) {
     std::string why = e.getLastError();
-    const char* detail = e.message();
-    if (detail && *detail && why.find(detail) == std::string::npos)
-        why += why.empty() ? std::string(detail) : std::string(": ") + detail;
+    for (size_t at = why.find('\n'); at != std::string::npos; at = why.find('\n', at))
+        why.replace(at, 1, " - ");
     return why;
 }
 
