@@ -72,8 +72,11 @@ bool PIV_Eval2D::evalMultiGrid() {
         DebugPrintExt(2, "------------ MultiGrid - CleanUP --------------");
         const SIZE2D size = PIV::MultiGridReevaluationWindow(cfg.SampleSize);
         const bool deformed = levels.back().deform;
+        // Deformed frames already carry the sample offset in the predictor.
+        PIVEVAL_CFG again = cfg;
+        if (deformed) again.SampleOffset = POINT3D{0, 0, 0};
         const int done = reevaluateDisabledVectors(
-            deformed ? &m_defImgA : m_pImgA, deformed ? &m_defImgB : m_pImgB, m_data, cfg, size,
+            deformed ? &m_defImgA : m_pImgA, deformed ? &m_defImgB : m_pImgB, m_data, again, size,
             deformed && !predictor.empty() ? predictor.data() : nullptr, int(predictor.size()));
         applyMasks();
         m_data->setFlagValidated(false);
