@@ -2,6 +2,7 @@
 // share) and PIVNET2; and PIV_Data2D::save, which picks the writer.
 #include <algorithm>
 #include <cmath>
+#include <cstdint>
 #include <cstring>
 #include <functional>
 #include <limits>
@@ -413,8 +414,14 @@ bool PIV_Data2D::readEUROPIV(PIV_NcFile& file, PIV_PARAMETERS& params, SIZE3D& i
             maxX = std::max(maxX, m_vectors[k].ix);
             maxY = std::max(maxY, m_vectors[k].iy);
         }
-        imageSize.width = maxX + params.eval.SampleSize.width / 2;
-        imageSize.height = maxY + params.eval.SampleSize.height / 2;
+        // Node positions and window sizes come from the file: the sum is
+        // formed wide and kept inside int, however damaged they are.
+        auto estimate = [](int last, int window) {
+            const int64_t size = int64_t(last) + window / 2;
+            return int(std::clamp<int64_t>(size, 0, std::numeric_limits<int>::max()));
+        };
+        imageSize.width = estimate(maxX, params.eval.SampleSize.width);
+        imageSize.height = estimate(maxY, params.eval.SampleSize.height);
         DebugPrintExt(2, "  Estimating image size: %dx%d", imageSize.width, imageSize.height);
     }
     // Infinite values stand for "no number" in some writers' files.
