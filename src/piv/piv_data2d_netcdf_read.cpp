@@ -12,6 +12,7 @@
 
 #include "piv_data2d.h"
 #include "piv_file_bounds.h"
+#include "piv_grid.h"
 #include "piv_messages.h"
 #include "piv_nc_header.h"
 #include "piv_ncfile.h"
@@ -34,6 +35,13 @@ int _toInt(double v) {
     if (!(v == v)) return 0;
     return int(std::clamp(v, double(std::numeric_limits<int>::min()),
                           double(std::numeric_limits<int>::max())));
+}
+
+// Sums of node positions, steps and window sizes from a file are formed in
+// 64 bits and kept inside int, however damaged the file.
+int _clampToInt(int64_t v) {
+    return int(
+        std::clamp<int64_t>(v, std::numeric_limits<int>::min(), std::numeric_limits<int>::max()));
 }
 
 // Bytes of one value of the type in the file.
@@ -83,7 +91,8 @@ PIV_Data2D::PIV_Data2D(const char* fileName) {
 
 bool PIV_Data2D::save(const char* fileName, int timeStep, const OUTPUT_CFG& cfg) {
     if (!haveRawData()) {
-        m_error.setMessage("save(%s) - the field holds no evaluated data", fileName ? fileName : "");
+        m_error.setMessage("save(%s) - the field holds no evaluated data",
+                           fileName ? fileName : "");
         m_error.handleError(PIVerror::DATA_IS_NULL, "save()");
         return false;
     }
@@ -169,15 +178,15 @@ bool PIV_Data2D::load(const char* fileName) {
         for (int a = 0; a < 3; a++)
             if (origin[a] < 1) origin[a] = halves[a];
         const SIZE3D step = params.eval.grid.step;
-        const int lastX = origin[0] + (nx - 1) * step.width;
-        const int lastY = origin[1] + (ny - 1) * step.height;
+        const int lastX = _clampToInt(origin[0] + int64_t(nx - 1) * step.width);
+        const int lastY = _clampToInt(origin[1] + int64_t(ny - 1) * step.height);
         if (lastX > image.width) {
-            DebugPrint("--- increasing width: max=%d -> %d", lastX, lastX + halves[0]);
-            image.width = lastX + halves[0];
+            image.width = _clampToInt(int64_t(lastX) + halves[0]);
+            DebugPrint("--- increasing width: max=%d -> %d", lastX, image.width);
         }
         if (lastY > image.height) {
-            DebugPrint("--- increasing height: max=%d -> %d", lastY, lastY + halves[1]);
-            image.height = lastY + halves[1];
+            image.height = _clampToInt(int64_t(lastY) + halves[1]);
+            DebugPrint("--- increasing height: max=%d -> %d", lastY, image.height);
         }
         DATA_GRID4D g = params.eval.grid;
         g.align = 2;
@@ -197,6 +206,11 @@ bool PIV_Data2D::load(const char* fileName) {
         if (fileBytes >= 0)
             PIV::FileBounds::RequireOrThrow(m_error, "load()", fileName, "vector data", nodes * 4,
                                             static_cast<uint64_t>(fileBytes), true);
+        if (!PIV::GridPositionsFit(g)) {
+            m_error.setMessage("load() - '%s' places its nodes beyond %d pixels", fileName,
+                               PIV::kMaxGridPixels);
+            throw PIVerror::INVALID_FILE_CONTENT;
+        }
         if (!initializeGrid(g)) throw PIVerror::ALLOCATION_FAILED;
         const long perStep = long(nx) * ny * nz;
         for (int t = 0; t < nt; t++)
@@ -205,16 +219,18 @@ bool PIV_Data2D::load(const char* fileName) {
                     for (int i = 0; i < nx; i++) {
                         PIV_VECTOR& v =
                             m_vectors[size_t(perStep * t + long(nx) * (j + long(ny) * k) + i)];
-                        v.iy = image.height - origin[1] - (ny - 1 - j) * step.height;
-                        v.ix = origin[0] + i * step.width;
-                        v.iz = origin[2] + k * g.step.depth;
+                        v.iy = _clampToInt(int64_t(image.height) - origin[1] -
+                                           int64_t(ny - 1 - j) * step.height);
+                        v.ix = _clampToInt(origin[0] + int64_t(i) * step.width);
+                        v.iz = _clampToInt(origin[2] + int64_t(k) * g.step.depth);
                         v.x = float(v.ix);
-                        v.y = float(image.height - v.iy);
+                        v.y = float(int64_t(image.height) - v.iy);
                         v.z = float(v.iz);
                     }
         DebugPrintExt(2, "  Grid info   x:[%d,%d]  y:[%d,%d]  z:[%d,%d]  step:[%d,%d]", origin[0],
-                      lastX, origin[1], lastY, origin[2], origin[2] + (nz - 1) * g.step.depth,
-                      step.width, step.height);
+                      lastX, origin[1], lastY, origin[2],
+                      _clampToInt(origin[2] + int64_t(nz - 1) * g.step.depth), step.width,
+                      step.height);
         m_params = params;
         m_params.eval.grid = m_grid;
         const bool ok = file.format() == PIV_NcFile::FORMAT_PIVNET2
@@ -292,9 +308,9 @@ bool PIV_Data2D::readVectorData(PIV_NcFile& file, int timeStep) {
                     for (int i = 0; i < nx; i++) {
                         PIV_VECTOR& v =
                             m_vectors[size_t(perStep * t + long(nx) * (j + long(ny) * k) + i)];
-                        v.ix = int(std::lround(lo[0] + i * sp[0]));
-                        v.iy = int(std::lround(image.height - (lo[1] + (ny - 1 - j) * sp[1])));
-                        v.iz = int(std::lround(lo[2] + k * sp[2]));
+                        v.ix = _toInt(std::round(lo[0] + i * sp[0]));
+                        v.iy = _toInt(std::round(image.height - (lo[1] + (ny - 1 - j) * sp[1])));
+                        v.iz = _toInt(std::round(lo[2] + k * sp[2]));
                     }
 
         int peaks = 0;
@@ -376,15 +392,14 @@ bool PIV_Data2D::readVectorData(PIV_NcFile& file, int timeStep) {
         NcVar* pixel = file.get_var("piv_coords_pixel");
         if (pixel) {
             restore(pixel, 2, "piv_coords_pixel", [](PIV_VECTOR& v, int c, float x) {
-                (c == 0 ? v.ix : v.iy) = int(std::lround(x));
+                (c == 0 ? v.ix : v.iy) = _toInt(std::round(x));
             });
             m_sampledOffGrid = true;
             m_dataType |= PIV::DATA_PIXEL_COORDINATES;
         }
         NcVar* time = file.get_var("time");
         if (time && timeStep < 0) {
-            const std::vector<float> t =
-                _readFloats(time, steps, "time", m_error, file.fileName());
+            const std::vector<float> t = _readFloats(time, steps, "time", m_error, file.fileName());
             for (int s = 0; s < steps; s++) m_time[size_t(s)] = t[size_t(s)];
         }
     } catch (PIVerror::ErrorType code) {
@@ -414,11 +429,8 @@ bool PIV_Data2D::readEUROPIV(PIV_NcFile& file, PIV_PARAMETERS& params, SIZE3D& i
             maxX = std::max(maxX, m_vectors[k].ix);
             maxY = std::max(maxY, m_vectors[k].iy);
         }
-        // Node positions and window sizes come from the file: the sum is
-        // formed wide and kept inside int, however damaged they are.
         auto estimate = [](int last, int window) {
-            const int64_t size = int64_t(last) + window / 2;
-            return int(std::clamp<int64_t>(size, 0, std::numeric_limits<int>::max()));
+            return std::max(0, _clampToInt(int64_t(last) + window / 2));
         };
         imageSize.width = estimate(maxX, params.eval.SampleSize.width);
         imageSize.height = estimate(maxY, params.eval.SampleSize.height);
@@ -492,7 +504,7 @@ bool PIV_Data2D::readPIVNET2(PIV_NcFile& file, PIV_PARAMETERS& params, SIZE3D& i
                 const long i = k % nx, j = (k / nx) % ny, z = (k / (long(nx) * ny)) % nz;
                 const float value = g[size_t(a == 0 ? i : a == 1 ? j : z)];
                 int& target = a == 0 ? v.ix : a == 1 ? v.iy : v.iz;
-                target = int(std::lround(value));
+                target = _toInt(std::round(value));
             });
         }
         bool grew = false;
@@ -504,7 +516,7 @@ bool PIV_Data2D::readPIVNET2(PIV_NcFile& file, PIV_PARAMETERS& params, SIZE3D& i
         if (grew) DebugPrintExt(2, "new image size: %d x %d", imageSize.width, imageSize.height);
         each([&](PIV_VECTOR& v, long) {
             v.x = float(v.ix);
-            v.y = float(imageSize.height - v.iy);
+            v.y = float(int64_t(imageSize.height) - v.iy);
             v.z = float(v.iz);
         });
         const long all = perStep * nt;
@@ -512,8 +524,7 @@ bool PIV_Data2D::readPIVNET2(PIV_NcFile& file, PIV_PARAMETERS& params, SIZE3D& i
                                const std::function<void(PIV_VECTOR&, float)>& assign) {
             NcVar* var = file.get_var(name);
             if (!var) return false;
-            const std::vector<float> values =
-                _readFloats(var, all, name, m_error, file.fileName());
+            const std::vector<float> values = _readFloats(var, all, name, m_error, file.fileName());
             DebugPrintExt(2, message, int(all));
             each([&](PIV_VECTOR& v, long k) { assign(v, values[size_t(k)]); });
             return true;

@@ -5,6 +5,7 @@
 #include <cstring>
 #include <new>
 
+#include "piv_grid.h"
 #include "piv_messages.h"
 
 PIV_DataBase::PIV_DataBase() : m_error("PIV_DataBase") {
@@ -135,6 +136,12 @@ int PIV_DataBase::initializeGrid(const DATA_GRID4D& grid) {
     }
     // A grid record without depth describes one plane.
     if (g.nodes.depth < 1) g.nodes.depth = 1;
+    if (!PIV::GridPositionsFit(g)) {
+        m_error.handleErrorLong(PIVerror::BAD_GRID_DIMENSION,
+                                "initializeGrid() - nodes or image beyond %d pixels",
+                                PIV::kMaxGridPixels);
+        return 0;
+    }
     if (!alloc(g.nodes.width, g.nodes.height, g.nodes.depth, g.timeSteps)) return 0;
     m_grid = g;
     m_params.eval.grid = g;

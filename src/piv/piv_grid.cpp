@@ -1,6 +1,7 @@
 #include "piv_grid.h"
 
 #include <algorithm>
+#include <cstdint>
 #include <utility>
 
 #include "piv_error.h"
@@ -105,4 +106,17 @@ bool PIV::CreateDataGrid4D(DATA_GRID4D& grid, const SIZE3D& sampleSize) {
         PIVerror::handleErrorExt(code, "PIV::CreateDataGrid4D()", DebugLevel() > 0);
         return false;
     }
+}
+
+bool PIV::GridPositionsFit(const DATA_GRID4D& g) {
+    auto within = [](int64_t v) { return v >= -kMaxGridPixels && v <= kMaxGridPixels; };
+    const int64_t first[3] = {g.first.x, g.first.y, g.first.z};
+    const int64_t nodes[3] = {g.nodes.width, g.nodes.height, g.nodes.depth};
+    const int64_t step[3] = {g.step.width, g.step.height, g.step.depth};
+    const int64_t image[3] = {g.imageSize.width, g.imageSize.height, g.imageSize.depth};
+    for (int a = 0; a < 3; a++) {
+        const int64_t last = first[a] + std::max<int64_t>(0, nodes[a] - 1) * step[a];
+        if (!within(first[a]) || !within(last) || !within(image[a])) return false;
+    }
+    return true;
 }

@@ -16,6 +16,14 @@ bool CreateDataGrid4D(DATA_GRID4D& grid, const SIZE3D& sampleSize);
 // the first node in `first`.
 int GetAnchoredAxis(int anchor, int step, int start, int end, int& first);
 
+// Node positions beyond this many pixels come only from damaged files or
+// parameters; within it, position arithmetic in int cannot overflow.
+constexpr int kMaxGridPixels = 1 << 30;
+
+// True when the first and the last node on every axis, and the image they
+// lie in, stay within +-kMaxGridPixels.
+bool GridPositionsFit(const DATA_GRID4D& grid);
+
 // Pixel position of node (col, row, plane) of a grid.
 inline POINT3D GridNodePosition(const DATA_GRID4D& g, int col, int row, int plane = 0) {
     return POINT3D{g.first.x + col * g.step.width, g.first.y + row * g.step.height,

@@ -3,6 +3,7 @@
 #include <gtest/gtest.h>
 
 #include <cstdio>
+#include <limits>
 #include <string>
 
 #include "message_capture.h"
@@ -65,6 +66,28 @@ TEST(PIV_DataBase, FourDimensionalNodeOrder) {
     EXPECT_EQ(f.timeAt(2), 0.0);
     EXPECT_EQ(f.dataAtTime(-1), f.data());
     EXPECT_EQ(f.dataAtTime(2), f.data());
+}
+
+TEST(PIV_DataBase, GridBeyondTwoToThe30PixelsIsRefused) {
+    // Positions are ints: a grid from a damaged file or parameter set whose
+    // nodes run past 2^30 pixels is refused before any position is formed.
+    // The last node of 3 at step 16 from 2^30 - 32 lies exactly on 2^30.
+    DATA_GRID4D g = grid3x2();
+    g.first.x = (1 << 30) - 32;
+    g.step.width = 16;
+    PIV_DataBase edge;
+    EXPECT_EQ(edge.initializeGrid(g), 1);
+    EXPECT_EQ(edge.data()[2].ix, 1 << 30);
+
+    g.first.x += 1;
+    PIV_DataBase beyond;
+    EXPECT_EQ(beyond.initializeGrid(g), 0);
+    EXPECT_EQ(beyond.error().getLastErrorCode(), PIVerror::BAD_GRID_DIMENSION);
+    EXPECT_TRUE(beyond.isNull());
+
+    DATA_GRID4D tall = grid3x2();
+    tall.imageSize.height = std::numeric_limits<int>::max();
+    EXPECT_EQ(PIV_DataBase().initializeGrid(tall), 0);
 }
 
 TEST(PIV_Data2D, RowColumnAccessorsAndDataAtTimeDifferForLaterSteps) {

@@ -181,8 +181,9 @@ TEST(NetCdfBounds, Pivnet2StepsShareOneGrid) {
 
 // Found by fuzzing: coordinates of 1e20 in a EUROPIV file made the image
 // size an int conversion out of range (undefined; the sanitizer build
-// reports it). Sizes from attributes now stop at the largest int.
-TEST(NetCdfBounds, HugeCoordinatesStayInsideInt) {
+// reports it). Such a file is refused with its reason: no node position or
+// image size beyond 2^30 pixels comes from an honest field.
+TEST(NetCdfBounds, HugeCoordinatesAreRefused) {
     ScratchDir dir;
     MessageCapture messages;
     const std::string path = dir.file("far.nc");
@@ -198,7 +199,10 @@ TEST(NetCdfBounds, HugeCoordinatesStayInsideInt) {
     nc_put_att_double(nc, NC_GLOBAL, "image_cols", NC_DOUBLE, 1, &cols);
     nc_put_att_double(nc, NC_GLOBAL, "image_rows", NC_DOUBLE, 1, &cols);
     ASSERT_EQ(nc_close(nc), NC_NOERR);
-    PIV_Data2D far(path.c_str());
-    ASSERT_FALSE(far.isNull()) << far.getLastError();
-    EXPECT_EQ(far.grid().imageSize.width, std::numeric_limits<int>::max());
+    PIV_Data2D far;
+    EXPECT_FALSE(far.load(path.c_str()));
+    EXPECT_TRUE(far.isNull());
+    EXPECT_EQ(far.error().getLastErrorCode(), PIVerror::INVALID_FILE_CONTENT);
+    EXPECT_NE(std::string(far.getLastError()).find("beyond 1073741824 pixels"), std::string::npos)
+        << far.getLastError();
 }

@@ -7,11 +7,11 @@
 #include <sys/wait.h>
 #include <unistd.h>
 
-#include <csignal>
-#include <cmath>
-#include <cstring>
-#include <cstdio>
 #include <dirent.h>
+#include <cmath>
+#include <csignal>
+#include <cstdio>
+#include <cstring>
 #include <fstream>
 #include <limits>
 #include <memory>
@@ -132,20 +132,32 @@ TEST(NetCDF, NcdumpShowsTheNativeLayout) {
     ASSERT_TRUE(f->save(file.c_str(), 0, Native()));
     const std::string h = Shell("ncdump -h '" + file + "'");
     for (const char* s :
-         {"data_array_depth = 1 ;", "data_array_height = 3 ;", "data_array_width = 4 ;",
-          "vec_dims = 2 ;", "data_array_peakcomps = 3 ;",
+         {"data_array_depth = 1 ;",
+          "data_array_height = 3 ;",
+          "data_array_width = 4 ;",
+          "vec_dims = 2 ;",
+          "data_array_peakcomps = 3 ;",
           "float piv_data(data_array_depth, data_array_height, data_array_width, vec_dims) ;",
           "byte piv_flags(data_array_depth, data_array_height, data_array_width) ;",
           "float piv_peak3(data_array_depth, data_array_height, data_array_width, "
           "data_array_peakcomps) ;",
-          "float piv_correlation_coeff(", "float piv_snr_data(",
-          ":file_content = \"Kelvane Data\" ;", ":image_info = \"image origin (0,0) at lower-left\"",
-          ":ev_origin_of_evaluation_x = 8 ;", ":ev_origin_of_evaluation_y = 8 ;",
-          ":ev_origin_of_evaluation = 8.f, 8.f ;", ":number_of_peaks = 3 ;",
-          "piv_data:long_name = \"raw displacement data\" ;", "piv_data:time_step_idx = 0 ;",
-          "piv_data:coord_min = 8., 8., 0. ;", "piv_data:coord_max = 56., 40., 0. ;",
-          "piv_flags:long_name = \"validation flags\" ;", ":ev_IS_grid_distance_x = 16 ;",
-          ":long_name = \"" , ":ev_method = \"", ":outlier_check = "}) {
+          "float piv_correlation_coeff(",
+          "float piv_snr_data(",
+          ":file_content = \"Kelvane Data\" ;",
+          ":image_info = \"image origin (0,0) at lower-left\"",
+          ":ev_origin_of_evaluation_x = 8 ;",
+          ":ev_origin_of_evaluation_y = 8 ;",
+          ":ev_origin_of_evaluation = 8.f, 8.f ;",
+          ":number_of_peaks = 3 ;",
+          "piv_data:long_name = \"raw displacement data\" ;",
+          "piv_data:time_step_idx = 0 ;",
+          "piv_data:coord_min = 8., 8., 0. ;",
+          "piv_data:coord_max = 56., 40., 0. ;",
+          "piv_flags:long_name = \"validation flags\" ;",
+          ":ev_IS_grid_distance_x = 16 ;",
+          ":long_name = \"",
+          ":ev_method = \"",
+          ":outlier_check = "}) {
         EXPECT_NE(h.find(s), std::string::npos) << s;
     }
     EXPECT_NE(h.find(":long_name = \"" + file + "\""), std::string::npos);
@@ -486,6 +498,27 @@ TEST(NetCDF, BadInputGivesTheErrors) {
     PIV_Data2D d;
     EXPECT_FALSE(d.load(few.c_str()));
     EXPECT_EQ(d.error().getLastErrorCode(), PIVerror::NETCDF_READ_VAR);
+
+    // A damaged origin attribute: the first node at 2^31 - 1 and the rest a
+    // step beyond would overflow every position; the file is refused before
+    // any node is placed.
+    const std::string far = dir / "far.nc";
+    std::ofstream(far, std::ios::binary) << bytes;
+    {
+        NcId nc(far, NC_WRITE);
+        ASSERT_GE(nc.id, 0);
+        nc_redef(nc.id);
+        const float origin[2] = {2147483647.0f, 8.0f};
+        ASSERT_EQ(
+            nc_put_att_float(nc.id, NC_GLOBAL, "ev_origin_of_evaluation", NC_FLOAT, 2, origin),
+            NC_NOERR);
+    }
+    PIV_Data2D g;
+    EXPECT_FALSE(g.load(far.c_str()));
+    EXPECT_EQ(g.error().getLastErrorCode(), PIVerror::INVALID_FILE_CONTENT);
+    EXPECT_NE(std::string(g.error().getLastError()).find("beyond 1073741824 pixels"),
+              std::string::npos)
+        << g.error().getLastError();
 
     // Missing variables: a NetCDF file without piv_data.
     const std::string none = dir / "none.nc";
