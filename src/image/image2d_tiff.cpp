@@ -5,9 +5,12 @@
 #include <tiffio.h>
 
 #include <algorithm>
+#include <cstdarg>
 #include <cstdio>
 #include <cstring>
 #include <memory>
+#include <mutex>
+#include <string>
 #include <type_traits>
 #include <vector>
 
@@ -30,8 +33,26 @@ struct TiffCloser {
 };
 using TiffPtr = std::unique_ptr<TIFF, TiffCloser>;
 
+// libtiff's own words about a damaged file go into the error we report and
+// the debug log, not straight to stderr, where a batch of thousands of
+// files would bury them and a window would never show them.
+thread_local char t_tiffError[400];
+
+void _keepTiffError(const char* module, const char* format, va_list args) {
+    std::vsnprintf(t_tiffError, sizeof t_tiffError, format, args);
+    DebugPrintExt(2, "libtiff %s: %s", module ? module : "", t_tiffError);
+}
+
 TiffPtr _open(const char* path, const char* mode) {
+    static std::once_flag once;
+    std::call_once(once, [] { TIFFSetErrorHandler(_keepTiffError); });
+    t_tiffError[0] = '\0';
     return TiffPtr(path && *path ? TIFFOpen(path, mode) : nullptr);
+}
+
+// "" or " (<libtiff's last complaint>)", to end a message with.
+std::string _tiffReason() {
+    return t_tiffError[0] ? std::string(" (") + t_tiffError + ")" : std::string();
 }
 
 ImageType _typeOfSamples(int bits, int sampleFormat) {
@@ -195,8 +216,8 @@ bool Image2D::getTIFFfromFile(TIFF* tif, const TIFF_INFO& info, int page) {
             const uint64_t room = direct ? (m_height - y) * scanline : strip.size();
             const tmsize_t got = TIFFReadEncodedStrip(tif, s, target, static_cast<tmsize_t>(room));
             if (got < 0) {
-                m_error.setMessage("getTIFFfromFile() - failed reading strip %u of %u", s,
-                                   info.stripCount);
+                m_error.setMessage("getTIFFfromFile() - failed reading strip %u of %u%s", s,
+                                   info.stripCount, _tiffReason().c_str());
                 throw PIVerror::FILE_READ_FAILED;
             }
             // The last strip may hold fewer rows than rows per strip.
@@ -248,7 +269,8 @@ bool Image2D::loadTIFF(const char* path, int page) {
     return Guarded(m_error, "loadTIFF()", [&] {
         TiffPtr tif = _open(path, "r");
         if (!tif) {
-            m_error.setMessage("loadTIFF() - trouble opening file '%s'", path ? path : "");
+            m_error.setMessage("loadTIFF() - trouble opening file '%s'%s", path ? path : "",
+                               _tiffReason().c_str());
             throw PIVerror::FILE_OPEN_FAILED;
         }
         TIFF_INFO info;
@@ -343,8 +365,8 @@ int Image2D::convertFromTIFFSequence(const char* source, const char* base, int f
     Guarded(m_error, "convertFromTIFFSequence()", [&] {
         TiffPtr tif = _open(source, "r");
         if (!tif) {
-            m_error.setMessage("convertFromTIFFSequence() - trouble opening file '%s'",
-                               source ? source : "");
+            m_error.setMessage("convertFromTIFFSequence() - trouble opening file '%s'%s",
+                               source ? source : "", _tiffReason().c_str());
             throw PIVerror::FILE_OPEN_FAILED;
         }
         const int pages = TIFFNumberOfDirectories(tif.get());

@@ -196,6 +196,25 @@ TEST(TiffFiles, RefusedKinds) {
     }
 }
 
+// libtiff's complaint about a file that is no TIFF ends our message in
+// brackets and is not printed by libtiff itself: a batch of damaged files
+// must not bury the log in lines nobody can tie to a file.
+TEST(TiffFiles, LibtiffsReasonEndsTheMessageInsteadOfGoingToStderr) {
+    ScratchDir dir;
+    Messages messages;
+    WriteBytes(dir.file("fake.tif"), std::string("PNG is not TIFF at all"));
+    Image2D img;
+    testing::internal::CaptureStderr();
+    EXPECT_FALSE(img.loadTIFF(dir.file("fake.tif").c_str(), 0));
+    const std::string printed = testing::internal::GetCapturedStderr();
+    EXPECT_EQ(LastCode(img), PIVerror::FILE_OPEN_FAILED);
+    EXPECT_NE(messages.all().find("trouble opening file '" + dir.file("fake.tif") + "' ("),
+              std::string::npos)
+        << messages.all();
+    EXPECT_NE(messages.all().find("magic number"), std::string::npos) << messages.all();
+    EXPECT_EQ(printed.find("magic number"), std::string::npos) << printed;
+}
+
 TEST(TiffFiles, RoundTripsAtEveryDepthAndCompression) {
     ScratchDir dir;
     Messages messages;
