@@ -3,6 +3,7 @@
 // table; images are written with the compression settings of the image; a
 // multi-page file can be split into one file per page.
 #include <tiffio.h>
+#include <unistd.h>
 
 #include <algorithm>
 #include <cstdio>
@@ -30,8 +31,16 @@ struct TiffCloser {
 };
 using TiffPtr = std::unique_ptr<TIFF, TiffCloser>;
 
+// Files are read through a descriptor of ours, so that libtiff never opens
+// a named pipe or a device by itself; it closes the descriptor with the file.
 TiffPtr _open(const char* path, const char* mode) {
-    return TiffPtr(path && *path ? TIFFOpen(path, mode) : nullptr);
+    if (!path || !*path) return nullptr;
+    if (mode[0] != 'r') return TiffPtr(TIFFOpen(path, mode));
+    const int fd = PIV::OpenRegularFile(path);
+    if (fd < 0) return nullptr;
+    TIFF* tif = TIFFFdOpen(fd, path, mode);
+    if (!tif) ::close(fd);
+    return TiffPtr(tif);
 }
 
 ImageType _typeOfSamples(int bits, int sampleFormat) {
