@@ -3,6 +3,7 @@
 // table; images are written with the compression settings of the image; a
 // multi-page file can be split into one file per page.
 #include <tiffio.h>
+#include <unistd.h>
 
 #include <algorithm>
 #include <cstdarg>
@@ -43,11 +44,19 @@ void _keepTiffError(const char* module, const char* format, va_list args) {
     DebugPrintExt(2, "libtiff %s: %s", module ? module : "", t_tiffError);
 }
 
+// Files are read through a descriptor of ours, so that libtiff never opens
+// a named pipe or a device by itself; it closes the descriptor with the file.
 TiffPtr _open(const char* path, const char* mode) {
     static std::once_flag once;
     std::call_once(once, [] { TIFFSetErrorHandler(_keepTiffError); });
     t_tiffError[0] = '\0';
-    return TiffPtr(path && *path ? TIFFOpen(path, mode) : nullptr);
+    if (!path || !*path) return nullptr;
+    if (mode[0] != 'r') return TiffPtr(TIFFOpen(path, mode));
+    const int fd = PIV::OpenRegularFile(path);
+    if (fd < 0) return nullptr;
+    TIFF* tif = TIFFFdOpen(fd, path, mode);
+    if (!tif) ::close(fd);
+    return TiffPtr(tif);
 }
 
 // "" or " (<libtiff's last complaint>)", to end a message with.

@@ -356,7 +356,8 @@ int SCPackOldIMX_Read(std::FILE* file, IMX_BUFFER_TYPE* b) {
     return IMREAD_ERR_NO;
 }
 
-int SCPackZlib_Read(std::FILE* file, IMX_BUFFER_TYPE* b) {
+int SCPackZlib_Read(std::FILE* file, IMX_BUFFER_TYPE* b, uint64_t* produced) {
+    if (produced) *produced = 0;
     uint8_t len[8];
     if (std::fread(len, 1, sizeof len, file) != sizeof len) return IMREAD_ERR_DATA;
     const uint64_t packed = GetLE64(len);
@@ -368,6 +369,7 @@ int SCPackZlib_Read(std::FILE* file, IMX_BUFFER_TYPE* b) {
                               static_cast<uLong>(packed));
     switch (rc) {
         case Z_OK:
+            if (produced) *produced = outBytes;
             return IMREAD_ERR_NO;
         case Z_MEM_ERROR:
             DebugPrintExt(1, "ZLIB memory error!\n");
@@ -510,9 +512,27 @@ int ReadIM7(const char* path, IMX_BUFFER_TYPE* b, AttributeList* attributes, std
         case 1:
             rc = SCPackOldIMX_Read(file.get(), b);
             break;
-        case 2:
-            rc = SCPackZlib_Read(file.get(), b);
+        case 2: {
+            // A whole stream of fewer bytes than the frame is a frame cut
+            // short: half of it loads with a warning, less is refused.
+            uint64_t produced = 0;
+            rc = SCPackZlib_Read(file.get(), b, &produced);
+            const uint64_t declared = _bufferBytes(b);
+            const PIV::FileBounds::Fit fit = PIV::FileBounds::Judge(declared, produced);
+            if (rc == IMREAD_ERR_NO && fit == PIV::FileBounds::Fit::REFUSED) {
+                if (refusal)
+                    *refusal = PIV::FileBounds::Refusal("ReadIM7()", path, "pixel data", declared,
+                                                        produced);
+                rc = IMREAD_ERR_DATA;
+            } else if (rc == IMREAD_ERR_NO && fit == PIV::FileBounds::Fit::SHORT) {
+                PrintWarning(
+                    "ReadIM7() - '%s' holds %llu of %llu bytes of pixel data; the rest "
+                    "reads as 0",
+                    path, static_cast<unsigned long long>(produced),
+                    static_cast<unsigned long long>(declared));
+            }
             break;
+        }
         case 3:
             rc = SCPack_ReadCompressed12bit(file.get(), b);
             break;

@@ -90,5 +90,7 @@ void Scale_Read(const char* text, IMX_BUFFER_SCALE_TYPE* scale);
 // The pixel readers by pack type: IMREAD_ERR_NO, _DATA or _MEMORY.
 int SCPackUncompressed_Read(std::FILE* file, IMX_BUFFER_TYPE* buffer);
 int SCPackOldIMX_Read(std::FILE* file, IMX_BUFFER_TYPE* buffer);
-int SCPackZlib_Read(std::FILE* file, IMX_BUFFER_TYPE* buffer);
+// `produced`, if given, gets the bytes the stream expanded to: a whole
+// stream may hold less than the buffer, whose rest then stays 0.
+int SCPackZlib_Read(std::FILE* file, IMX_BUFFER_TYPE* buffer, uint64_t* produced = nullptr);
 int SCPack_ReadCompressed12bit(std::FILE* file, IMX_BUFFER_TYPE* buffer);

@@ -650,10 +650,21 @@ bool PIV::LoadCalibrationPoints(const char* fileName, POINT_PAIR** points, int* 
     std::vector<POINT_PAIR> list;
     char line[1024];
     while (std::fgets(line, sizeof(line), f.get())) {
+        // The rest of a line longer than the buffer is no line of its own:
+        // the tail of a long comment may hold numbers.
+        if (!std::strchr(line, '\n')) {
+            int c;
+            do {
+                c = std::fgetc(f.get());
+            } while (c != EOF && c != '\n');
+        }
         if (line[0] == '#' || line[0] == '%') continue;
         POINT_PAIR p;
         if (std::sscanf(line, "%lf %lf %lf %lf %lf", &p.x, &p.y, &p.X, &p.Y, &p.Z) < 4) continue;
-        if (list.size() == list.capacity()) list.reserve(list.size() + 128);
+        // 128 points at first, then in proportion: a fixed step would copy a
+        // file of millions of points thousands of times over.
+        if (list.size() == list.capacity())
+            list.reserve(list.size() + std::max<size_t>(128, list.size()));
         list.push_back(p);
     }
     DebugPrintExt(2, "LoadCalibrationPoints('%s') - Read %d points", fileName,

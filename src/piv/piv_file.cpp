@@ -1,9 +1,42 @@
 #include "piv_file.h"
 
+#include <fcntl.h>
 #include <sys/stat.h>
 #include <unistd.h>
 
+#include <cerrno>
+#include <cstring>
+
 namespace PIV {
+
+int OpenRegularFile(const char* path) {
+    if (!path) {
+        errno = EINVAL;
+        return -1;
+    }
+    const int fd = ::open(path, O_RDONLY | O_NONBLOCK | O_CLOEXEC);
+    if (fd < 0) return -1;
+    struct stat info {};
+    if (::fstat(fd, &info) != 0 || !S_ISREG(info.st_mode)) {
+        const int why = S_ISDIR(info.st_mode) ? EISDIR : ENXIO;
+        ::close(fd);
+        errno = why;
+        return -1;
+    }
+    const int flags = ::fcntl(fd, F_GETFL);
+    if (flags >= 0) ::fcntl(fd, F_SETFL, flags & ~O_NONBLOCK);
+    return fd;
+}
+
+FilePtr OpenFile(const char* path, const char* mode) {
+    if (!path || !mode) return FilePtr();
+    if (mode[0] != 'r' || std::strchr(mode, '+')) return FilePtr(std::fopen(path, mode));
+    const int fd = OpenRegularFile(path);
+    if (fd < 0) return FilePtr();
+    std::FILE* file = ::fdopen(fd, mode);
+    if (!file) ::close(fd);
+    return FilePtr(file);
+}
 
 TempFile::TempFile(const std::string& target) : m_path(target + ".tmp-XXXXXX") {
     int fd = ::mkstemp(&m_path[0]);

@@ -15,10 +15,15 @@ struct FileCloser {
 };
 using FilePtr = std::unique_ptr<std::FILE, FileCloser>;
 
-// Null path or failure gives an empty pointer.
-inline FilePtr OpenFile(const char* path, const char* mode) {
-    return FilePtr(path ? std::fopen(path, mode) : nullptr);
-}
+// A descriptor of `path` for reading, or -1 with errno set unless it is a
+// regular file. A named pipe without a writer would block open() for good
+// and a device reads without end, so neither is a file any reader takes;
+// the check is made on the open descriptor, which does not wait.
+int OpenRegularFile(const char* path);
+
+// Null path or failure gives an empty pointer. Reading modes open regular
+// files only (see OpenRegularFile).
+FilePtr OpenFile(const char* path, const char* mode);
 
 // A file being written beside its target; removed unless committed, so an
 // interrupted save never leaves a partial file or touches the target.

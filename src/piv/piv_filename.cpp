@@ -9,6 +9,7 @@
 #include <cstring>
 
 #include "image_format.h"
+#include "piv_file.h"
 #include "piv_messages.h"
 #include "piv_ncfile.h"
 #include "piv_record.h"
@@ -165,12 +166,10 @@ const char* PIV::CreateCleanFileName(const char* path, const char* extension) {
     return name.c_str();
 }
 
+// A folder or a named pipe under an image's name is no file of the series.
 bool PIV::CheckFileExistence(const char* path) {
     if (!path || !path[0]) return false;
-    std::FILE* f = std::fopen(path, "rb");
-    if (!f) return false;
-    std::fclose(f);
-    return true;
+    return PIV::OpenFile(path, "rb") != nullptr;
 }
 
 bool PIV::CheckDirectoryExistence(const char* path) {

@@ -1,6 +1,7 @@
 #include "piv_nc_header.h"
 
 #include <netcdf.h>
+#include <sys/stat.h>
 
 #include <algorithm>
 #include <cinttypes>
@@ -119,7 +120,15 @@ void _attributes(HeaderReader& in, bool wide) {
 
 bool PIV::NcHeaderIsSound(const char* path, std::string* why) {
     FilePtr file = OpenFile(path, "rb");
-    if (!file) return true;  // the libraries report the missing file
+    if (!file) {
+        // The libraries report a missing file; a folder, a pipe or a device
+        // under the name is refused here, since the libraries would open a
+        // pipe without a writer and wait for ever.
+        struct stat info;
+        if (!path || ::stat(path, &info) != 0 || S_ISREG(info.st_mode)) return true;
+        if (why) *why = "NetCDF - '" + std::string(path) + "' is not a regular file";
+        return false;
+    }
     const int64_t size = FileBounds::SizeOf(file.get());
     std::vector<uint8_t> bytes(
         size < 0 ? kMaxHeaderBytes : std::min<size_t>(static_cast<size_t>(size), kMaxHeaderBytes));

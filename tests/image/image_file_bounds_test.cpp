@@ -192,3 +192,59 @@ TEST(FileBounds, DeflateWithinTheRatioReachesTheDecoder) {
     EXPECT_EQ(LastCode(img), PIVerror::FILE_READ_FAILED);
     EXPECT_EQ(LastText(img).find("declares"), std::string::npos) << LastText(img);
 }
+
+// A Deflate stream that is whole but expands to less than the header
+// declares follows the rule of a file cut short: at least half of the
+// pixel data loads with a warning, the rest as 0; less is refused. The
+// streams are zlib's (Python's zlib.compress) of the little-endian words
+// 1, 2, 3, ... for a frame of 3 x 4 words: 24 bytes declared.
+TEST(FileBounds, DeflateStreamsShorterThanTheFrame) {
+    ScratchDir dir;
+    Messages messages;
+    const std::string path = dir.file("short.im7");
+    struct Case {
+        const char* what;
+        std::string stream;
+        int code;            // NO_ERROR: the load succeeds
+        float lastRowFirst;  // pixel (0, 3) when it loads
+        bool warned;
+    } cases[] = {
+        {"24 bytes: the whole frame",
+         std::string("\x78\x9c\x05\xc1\x87\x01\x00\x20\x08\x00\x20\x9a\x56\xfa\xff\xbd\x41\xd3"
+                     "\x0d\xd3\xb2\x85\xe3\x7a\x52\xf9\x02\xf0\x00\x4f",
+                     30),
+         PIVerror::NO_ERROR, 10.0f, false},
+        {"12 bytes: half of it",
+         std::string("\x78\x9c\x63\x64\x60\x62\x60\x66\x60\x61\x60\x65\x60\x63\x00\x00\x00\x7c"
+                     "\x00\x16",
+                     20),
+         PIVerror::NO_ERROR, 0.0f, true},
+        {"6 bytes: a quarter",
+         std::string("\x78\x9c\x63\x64\x60\x62\x60\x66\x00\x00\x00\x1a\x00\x07", 14),
+         PIVerror::FILE_READ_FAILED, 0.0f, false},
+    };
+    for (const Case& c : cases) {
+        SCOPED_TRACE(c.what);
+        std::string length(8, '\0');
+        Put32(length, 0, static_cast<uint32_t>(c.stream.size()));
+        WriteBytes(path, Im7(2, length + c.stream, 3, 4));
+        messages.lines().clear();
+        Image2D img;
+        EXPECT_EQ(img.load(path), c.code == PIVerror::NO_ERROR) << LastText(img);
+        EXPECT_EQ(LastCode(img), c.code);
+        const std::string said = messages.all();
+        EXPECT_EQ(said.find("holds 12 of 24 bytes of pixel data") != std::string::npos, c.warned)
+            << said;
+        if (c.code != PIVerror::NO_ERROR) {
+            EXPECT_NE(LastText(img).find("declares 24 bytes of pixel data but holds 6"),
+                      std::string::npos)
+                << LastText(img);
+            continue;
+        }
+        ASSERT_EQ(img.width(), 3u);
+        ASSERT_EQ(img.height(), 4u);
+        EXPECT_EQ(img.pixel(0, 0), 1.0f);
+        EXPECT_EQ(img.pixel(2, 1), 6.0f);
+        EXPECT_EQ(img.pixel(0, 3), c.lastRowFirst);
+    }
+}

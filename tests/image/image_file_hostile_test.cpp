@@ -257,3 +257,41 @@ TEST(DamagedFiles, HugeClaimedSizes) {
     EXPECT_NE(LastCode(img), PIVerror::NO_ERROR);
     ExpectValid(img);
 }
+
+// Directory chains that loop back: libtiff counts each directory once and
+// stops at the first one it has seen, so pages are counted, and read, in a
+// finite time. gray8_gray16_pages.tif holds an 8-bit page and a 16-bit one;
+// its two directories of 11 entries start at 40 and 270, so their links to
+// the next directory stand at 40 + 2 + 132 = 174 and 270 + 2 + 132 = 404.
+TEST(DamagedFiles, TiffDirectoryLoops) {
+    ScratchDir dir;
+    Messages messages;
+    const std::string path = dir.file("loop.tif");
+    const std::string pages = ReadBytes(DataFile("gray8_gray16_pages.tif"));
+    ASSERT_EQ(pages.size(), 432u);
+    struct Case {
+        const char* what;
+        size_t link;
+        int frames;
+    } cases[] = {
+        {"the second page links back to the first", 404, 2},
+        {"the first page links to itself", 174, 1},
+    };
+    for (const Case& c : cases) {
+        SCOPED_TRACE(c.what);
+        std::string bytes = pages;
+        Put32(bytes, c.link, 40);
+        WriteBytes(path, bytes);
+        int frames = 0;
+        EXPECT_TRUE(
+            Image2D::GetImageInfo(path.c_str(), nullptr, nullptr, nullptr, nullptr, &frames));
+        EXPECT_EQ(frames, c.frames);
+        Image2D img;
+        EXPECT_TRUE(img.load(path, 0)) << LastText(img);
+        EXPECT_EQ(img.type(), IMAGE_UINT8);
+        if (c.frames == 2) {
+            EXPECT_TRUE(img.load(path, 1)) << LastText(img);
+            EXPECT_EQ(img.type(), IMAGE_UINT16);
+        }
+    }
+}

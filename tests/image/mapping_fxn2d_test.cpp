@@ -385,6 +385,43 @@ TEST(MappingFiles, CalibrationPointsRoundTrip) {
     EXPECT_EQ(pts, nullptr);
 }
 
+// A comment longer than the line buffer of 1024 characters is skipped
+// whole: its tail, which here starts with numbers right behind the first
+// 1023 characters, is no point.
+TEST(MappingFiles, LongCommentLinesAreSkippedWhole) {
+    ScratchDir dir;
+    const std::string path = dir.file("points.txt");
+    WriteBytes(path, "#" + std::string(1022, ' ') + "5 6 7 8\n" + "1 2 3 4 0\n" + "%" +
+                         std::string(1022, '=') + "9 9 9 9 9\n");
+    POINT_PAIR* pts = nullptr;
+    int n = 0;
+    ASSERT_TRUE(PIV::LoadCalibrationPoints(path.c_str(), &pts, &n));
+    ASSERT_EQ(n, 1);
+    EXPECT_DOUBLE_EQ(pts[0].x, 1.0);
+    EXPECT_DOUBLE_EQ(pts[0].Y, 4.0);
+    delete[] pts;
+}
+
+// Half a million points, 4.5 MB of text, all arrive in order: the point
+// store grows in proportion to what it holds, not by a fixed step, which
+// would copy it some 4000 times over.
+TEST(MappingFiles, LargePointFilesLoadWhole) {
+    ScratchDir dir;
+    const std::string path = dir.file("points.txt");
+    const int count = 500000;
+    std::string text;
+    text.reserve(size_t(count) * 9);
+    for (int i = 0; i < count; i++) text += std::to_string(i % 10) + " 1 2 3\n";
+    WriteBytes(path, text);
+    POINT_PAIR* pts = nullptr;
+    int n = 0;
+    ASSERT_TRUE(PIV::LoadCalibrationPoints(path.c_str(), &pts, &n));
+    ASSERT_EQ(n, count);
+    EXPECT_DOUBLE_EQ(pts[count - 1].x, (count - 1) % 10);
+    EXPECT_DOUBLE_EQ(pts[count - 1].Y, 3.0);
+    delete[] pts;
+}
+
 TEST(MappingFiles, CoefficientFileKeysByType) {
     ScratchDir dir;
     bool ok = false;

@@ -1,0 +1,67 @@
+// Names of things that are no files: a folder, a named pipe nobody writes
+// to, an endless device. A series whose list names one of them by mistake
+// must go on with the next frame: opening a pipe without a writer would
+// wait for ever, and a device would be read without end.
+#include <gtest/gtest.h>
+#include <sys/stat.h>
+
+#include <filesystem>
+#include <string>
+#include <vector>
+
+#include "image2d.h"
+#include "image_format.h"
+#include "image_test_support.h"
+#include "message_capture.h"
+
+using namespace image_test;
+
+namespace {
+
+std::vector<std::string> SpecialFiles(const ScratchDir& dir) {
+    std::vector<std::string> paths;
+    const std::string folder = dir.file("folder.tif");
+    std::filesystem::create_directory(folder);
+    paths.push_back(folder);
+    const std::string pipe = dir.file("pipe.tif");
+    if (::mkfifo(pipe.c_str(), 0600) == 0) paths.push_back(pipe);
+    if (std::filesystem::exists("/dev/zero")) paths.emplace_back("/dev/zero");
+    return paths;
+}
+
+}  // namespace
+
+TEST(SpecialFiles, NoImageLoaderOpensThem) {
+    ScratchDir dir;
+    MessageCapture messages;
+    const std::vector<std::string> paths = SpecialFiles(dir);
+    ASSERT_GE(paths.size(), 2u);
+    for (const std::string& path : paths) {
+        SCOPED_TRACE(path);
+        const char* p = path.c_str();
+        EXPECT_EQ(PIV::GetFileFormat(p), PIV::FORMAT_NOT_FOUND);
+        int format = -1, width = -1, height = -1, frames = -1;
+        EXPECT_FALSE(Image2D::GetImageInfo(p, &format, nullptr, &width, &height, &frames));
+        EXPECT_EQ(frames, 0);
+
+        Image2D img;
+        EXPECT_FALSE(img.load(p));
+        EXPECT_EQ(LastCode(img), PIVerror::FILE_NOT_FOUND);
+        EXPECT_TRUE(img.isNull());
+        // Each reader called directly cannot open them either.
+        EXPECT_FALSE(img.loadTIFF(p, 0));
+        EXPECT_EQ(LastCode(img), PIVerror::FILE_OPEN_FAILED);
+        EXPECT_FALSE(img.loadPGM(p));
+        EXPECT_EQ(LastCode(img), PIVerror::FILE_OPEN_FAILED);
+        EXPECT_FALSE(img.loadBMP(p, 0));
+        EXPECT_EQ(LastCode(img), PIVerror::FILE_OPEN_FAILED);
+        EXPECT_FALSE(img.loadPCO(p, 0));
+        EXPECT_EQ(LastCode(img), PIVerror::FILE_OPEN_FAILED);
+        EXPECT_FALSE(img.loadLavVC7(p, 0));
+        EXPECT_EQ(LastCode(img), PIVerror::FILE_READ_FAILED);
+        // A raw frame of 4 x 4 bytes would read as zeros from /dev/zero.
+        EXPECT_FALSE(img.loadRaw(p, 4, 4, 8, 0));
+        EXPECT_EQ(LastCode(img), PIVerror::FILE_OPEN_FAILED);
+        EXPECT_TRUE(img.isNull());
+    }
+}

@@ -1,0 +1,58 @@
+// Parameter and data file names that point at no file: a folder, a named
+// pipe nobody writes to, an endless device. Each is refused at once; a pipe
+// without a writer would otherwise stop the program for good.
+#include <gtest/gtest.h>
+#include <sys/stat.h>
+
+#include <filesystem>
+#include <string>
+#include <vector>
+
+#include "asciiparfile.h"
+#include "message_capture.h"
+#include "piv_data2d.h"
+#include "piv_filename.h"
+#include "piv_params_io.h"
+#include "scratch_files.h"
+
+using test_support::ScratchDir;
+
+namespace {
+
+std::vector<std::string> SpecialFiles(const ScratchDir& dir) {
+    std::vector<std::string> paths;
+    const std::string folder = dir.file("folder.nc");
+    std::filesystem::create_directory(folder);
+    paths.push_back(folder);
+    const std::string pipe = dir.file("pipe.nc");
+    if (::mkfifo(pipe.c_str(), 0600) == 0) paths.push_back(pipe);
+    if (std::filesystem::exists("/dev/zero")) paths.emplace_back("/dev/zero");
+    return paths;
+}
+
+}  // namespace
+
+TEST(SpecialFiles, NeitherParametersNorFieldsAreReadFromThem) {
+    ScratchDir dir;
+    MessageCapture messages;
+    const std::vector<std::string> paths = SpecialFiles(dir);
+    ASSERT_GE(paths.size(), 2u);
+    for (const std::string& path : paths) {
+        SCOPED_TRACE(path);
+        const char* p = path.c_str();
+        EXPECT_FALSE(PIV::CheckFileExistence(p));
+        EXPECT_EQ(PIV::IsParameterFile(p), 0);
+
+        ASCIIParFile par(p, ASCIIParFile::READ);
+        EXPECT_TRUE(par.isEmpty());
+        EXPECT_EQ(par.entryCount(), 0);
+
+        PIV_Data2D field;
+        EXPECT_FALSE(field.load(p));
+        EXPECT_TRUE(field.isNull());
+        EXPECT_EQ(field.error().getLastErrorCode(), PIVerror::FILE_READ_FAILED);
+        EXPECT_NE(std::string(field.getLastError()).find("'" + path + "' is not a regular file"),
+                  std::string::npos)
+            << field.getLastError();
+    }
+}
