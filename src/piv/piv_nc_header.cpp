@@ -17,6 +17,7 @@ namespace {
 constexpr uint32_t kDimensionTag = 0x0A, kVariableTag = 0x0B, kAttributeTag = 0x0C;
 // The header is read whole; no classic header this program meets comes near it.
 constexpr size_t kMaxHeaderBytes = size_t(16) << 20;
+constexpr size_t kFirstRead = size_t(64) << 10;
 
 struct Failed {
     std::string why;
@@ -116,6 +117,60 @@ void _attributes(HeaderReader& in, bool wide) {
     }
 }
 
+// Walks the header in `header` and returns the bytes of fixed-size variable
+// data it declares; throws Failed at the first fault.
+uint64_t _fixedDataBytes(const std::vector<uint8_t>& header, int version) {
+    const bool wide = version == 5;
+    if (version != 1 && version != 2 && version != 5) throw Failed{"an unknown version"};
+    HeaderReader in(header, wide);
+    if (wide)
+        in.u64();
+    else
+        in.u32();  // the number of records
+    const uint64_t dims = in.list(kDimensionTag, 8, "dimensions");
+    std::vector<uint64_t> lengths;
+    int unlimited = 0;
+    for (uint64_t d = 0; d < dims; d++) {
+        in.name("dimension");
+        lengths.push_back(in.count());
+        if (lengths.back() == 0) unlimited++;
+    }
+    if (unlimited > 1) throw Failed{"more than one record dimension"};
+    _attributes(in, wide);
+    const uint64_t vars = in.list(kVariableTag, 24, "variables");
+    uint64_t fixedBytes = 0;
+    for (uint64_t v = 0; v < vars; v++) {
+        in.name("variable");
+        const uint64_t rank = in.count();
+        if (rank > NC_MAX_VAR_DIMS || rank > in.left() / 4)
+            throw Failed{"a variable of too many dimensions"};
+        uint64_t values = 1;
+        bool record = false;
+        for (uint64_t r = 0; r < rank; r++) {
+            const uint64_t id = in.count();
+            if (id >= lengths.size()) throw Failed{"a variable on a missing dimension"};
+            if (lengths[id] == 0) {
+                record = true;
+                continue;
+            }
+            if (__builtin_mul_overflow(values, lengths[id], &values)) values = UINT64_MAX;
+        }
+        _attributes(in, wide);
+        const uint64_t bytes = _typeBytes(in.u32(), wide);
+        if (bytes == 0) throw Failed{"a variable of unknown type"};
+        in.count();  // vsize: the library computes its own
+        if (version == 1)
+            in.u32();
+        else
+            in.u64();  // where its data begins
+        uint64_t varBytes;
+        if (__builtin_mul_overflow(values, bytes, &varBytes)) varBytes = UINT64_MAX;
+        if (!record && __builtin_add_overflow(fixedBytes, varBytes, &fixedBytes))
+            fixedBytes = UINT64_MAX;
+    }
+    return fixedBytes;
+}
+
 }  // namespace
 
 bool PIV::NcHeaderIsSound(const char* path, std::string* why) {
@@ -130,70 +185,34 @@ bool PIV::NcHeaderIsSound(const char* path, std::string* why) {
         return false;
     }
     const int64_t size = FileBounds::SizeOf(file.get());
-    std::vector<uint8_t> bytes(
-        size < 0 ? kMaxHeaderBytes : std::min<size_t>(static_cast<size_t>(size), kMaxHeaderBytes));
-    bytes.resize(std::fread(bytes.data(), 1, bytes.size(), file.get()));
-    file.reset();
-    if (bytes.size() < 4 || bytes[0] != 'C' || bytes[1] != 'D' || bytes[2] != 'F') return true;
-    const int version = bytes[3];
-    const bool wide = version == 5;
-    try {
-        if (version != 1 && version != 2 && version != 5) throw Failed{"an unknown version"};
-        HeaderReader in(bytes, wide);
-        if (wide)
-            in.u64();
-        else
-            in.u32();  // the number of records
-        const uint64_t dims = in.list(kDimensionTag, 8, "dimensions");
-        std::vector<uint64_t> lengths;
-        int unlimited = 0;
-        for (uint64_t d = 0; d < dims; d++) {
-            in.name("dimension");
-            lengths.push_back(in.count());
-            if (lengths.back() == 0) unlimited++;
-        }
-        if (unlimited > 1) throw Failed{"more than one record dimension"};
-        _attributes(in, wide);
-        const uint64_t vars = in.list(kVariableTag, 24, "variables");
-        uint64_t fixedBytes = 0;
-        for (uint64_t v = 0; v < vars; v++) {
-            in.name("variable");
-            const uint64_t rank = in.count();
-            if (rank > NC_MAX_VAR_DIMS || rank > in.left() / 4)
-                throw Failed{"a variable of too many dimensions"};
-            uint64_t values = 1;
-            bool record = false;
-            for (uint64_t r = 0; r < rank; r++) {
-                const uint64_t id = in.count();
-                if (id >= lengths.size()) throw Failed{"a variable on a missing dimension"};
-                if (lengths[id] == 0) {
-                    record = true;
-                    continue;
-                }
-                if (__builtin_mul_overflow(values, lengths[id], &values)) values = UINT64_MAX;
-            }
-            _attributes(in, wide);
-            const uint64_t bytes = _typeBytes(in.u32(), wide);
-            if (bytes == 0) throw Failed{"a variable of unknown type"};
-            in.count();  // vsize: the library computes its own
-            if (version == 1)
-                in.u32();
-            else
-                in.u64();  // where its data begins
-            uint64_t varBytes;
-            if (__builtin_mul_overflow(values, bytes, &varBytes)) varBytes = UINT64_MAX;
-            if (!record && __builtin_add_overflow(fixedBytes, varBytes, &fixedBytes))
-                fixedBytes = UINT64_MAX;
-        }
-        if (size >= 0 && FileBounds::Judge(fixedBytes, static_cast<uint64_t>(size)) ==
-                             FileBounds::Fit::REFUSED) {
+    const size_t whole =
+        size < 0 ? kMaxHeaderBytes : std::min<size_t>(static_cast<size_t>(size), kMaxHeaderBytes);
+    // Headers are a few kilobytes while the data behind them may be large:
+    // read a little first and more only while the header runs on.
+    std::vector<uint8_t> bytes;
+    uint64_t fixedBytes = 0;
+    for (size_t want = std::min(whole, kFirstRead);; want = std::min(whole, want * 8)) {
+        const size_t had = bytes.size();
+        bytes.resize(want);
+        bytes.resize(had + std::fread(bytes.data() + had, 1, want - had, file.get()));
+        if (bytes.size() < 4 || bytes[0] != 'C' || bytes[1] != 'D' || bytes[2] != 'F') return true;
+        const bool more = bytes.size() == want && want < whole;
+        try {
+            fixedBytes = _fixedDataBytes(bytes, bytes[3]);
+            break;
+        } catch (const Failed& failed) {
+            if (more) continue;
             if (why)
-                *why = FileBounds::Refusal("NetCDF", path, "variable data", fixedBytes,
-                                           static_cast<uint64_t>(size));
+                *why = "NetCDF - '" + std::string(path) + "' has " + failed.why + " in its header";
             return false;
         }
-    } catch (const Failed& failed) {
-        if (why) *why = "NetCDF - '" + std::string(path) + "' has " + failed.why + " in its header";
+    }
+    file.reset();
+    if (size >= 0 &&
+        FileBounds::Judge(fixedBytes, static_cast<uint64_t>(size)) == FileBounds::Fit::REFUSED) {
+        if (why)
+            *why = FileBounds::Refusal("NetCDF", path, "variable data", fixedBytes,
+                                       static_cast<uint64_t>(size));
         return false;
     }
     return true;

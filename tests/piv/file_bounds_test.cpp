@@ -148,6 +148,43 @@ TEST(NetCdfBounds, OverlongNamesNeverReachTheLibraries) {
     EXPECT_FALSE(params.read(path.c_str(), 0));
 }
 
+// The header check reads a file's first 64 KB and more only while the header
+// runs on. Forty 2 KB comments make a header of over 80 KB: the field still
+// loads whole, and the same file cut at 70 KB, inside its header, is refused.
+TEST(NetCdfBounds, HeadersBeyondTheFirstReadAreReadOn) {
+    ScratchDir dir;
+    MessageCapture messages;
+    const std::string path = dir.file("long_header.nc");
+    WriteField(path, "data_array_height", "data_array_width");
+    int nc = -1;
+    ASSERT_EQ(nc_open(path.c_str(), NC_WRITE, &nc), NC_NOERR);
+    nc_redef(nc);
+    const std::string comment(2048, 'c');
+    for (int i = 0; i < 40; i++) {
+        const std::string name = "comment_" + std::to_string(i);
+        nc_put_att_text(nc, NC_GLOBAL, name.c_str(), comment.size(), comment.c_str());
+    }
+    ASSERT_EQ(nc_close(nc), NC_NOERR);
+    const std::string bytes = ReadBytes(path);
+    ASSERT_GT(bytes.find("comment_39"), size_t(64) << 10);
+
+    PIV_Data2D whole;
+    ASSERT_TRUE(whole.load(path.c_str())) << whole.getLastError();
+    EXPECT_EQ(whole.nodeCount(), 4);
+    float dx = 0, dy = 0;  // the field's four vectors are (1, 2) ... (7, 8)
+    for (int k = 0; k < 4; k++) dx += whole.data()[k].dx, dy += whole.data()[k].dy;
+    EXPECT_EQ(dx, 16.0f);
+    EXPECT_EQ(dy, 20.0f);
+
+    WriteBytes(path, bytes.substr(0, size_t(70) << 10));
+    PIV_Data2D cut;
+    EXPECT_FALSE(cut.load(path.c_str()));
+    EXPECT_EQ(cut.error().getLastErrorCode(), PIVerror::FILE_READ_FAILED);
+    EXPECT_NE(std::string(cut.getLastError()).find("beyond the header in its header"),
+              std::string::npos)
+        << cut.getLastError();
+}
+
 // Found by fuzzing, on the seed itself: a PIVNET2 file of two time steps read
 // its z grid at the index of the whole series, past the end of the grid
 // (the sanitizer build reports it). Every step lies on the same grid.
