@@ -6,6 +6,7 @@
 #include <cmath>
 #include <cstdio>
 #include <cstring>
+#include <limits>
 #include <string>
 
 #include "piv_file.h"
@@ -22,6 +23,12 @@ bool _exists(const char* fileName) {
     return fileName && ::stat(fileName, &st) == 0;
 }
 
+// The files keep y offsets with the other sign. A damaged file may hold the
+// one int whose negation does not exist; it becomes the largest.
+int _flipped(int v) {
+    return v == std::numeric_limits<int>::min() ? std::numeric_limits<int>::max() : -v;
+}
+
 bool _contains(const char* text, const char* what) {
     std::string s(text);
     for (char& c : s) c = char(std::tolower(static_cast<unsigned char>(c)));
@@ -30,12 +37,18 @@ bool _contains(const char* text, const char* what) {
 
 const char* _peakFitText(int type) {
     switch (type) {
-        case 0: return "3-point Gaussian";
-        case 2: return "3-point parabolic";
-        case 3: return "3-point centroid";
-        case 4: return "whittaker reconstruction";
-        case 5: return "nonlinear Gaussian";
-        default: return "3x3 least-squares Gaussian";
+        case 0:
+            return "3-point Gaussian";
+        case 2:
+            return "3-point parabolic";
+        case 3:
+            return "3-point centroid";
+        case 4:
+            return "whittaker reconstruction";
+        case 5:
+            return "nonlinear Gaussian";
+        default:
+            return "3x3 least-squares Gaussian";
     }
 }
 
@@ -88,9 +101,10 @@ void _serializeEvalCfg(MyNcFile& f, PIVEVAL_CFG& c) {
         if (c.grid.step.depth < 1) c.grid.step.depth = 1;
     }
     // The file counts the y offset upwards.
-    int offY = -c.SampleOffset.y;
+    int offY = _flipped(c.SampleOffset.y);
     f.serializeInt("ev_IS_offset_x", &c.SampleOffset.x);
-    if (f.serializeInt("ev_IS_offset_y", &offY) && !f.isWriting()) c.SampleOffset.y = -offY;
+    if (f.serializeInt("ev_IS_offset_y", &offY) && !f.isWriting())
+        c.SampleOffset.y = _flipped(offY);
     f.serializeInt("ev_IS_offset_z", &c.SampleOffset.z);
     float distortion = 1;
     f.serializeFloat("ev_IS_xy_distortion", &distortion);
@@ -134,31 +148,30 @@ void _serializeEvalCfg(MyNcFile& f, PIVEVAL_CFG& c) {
     if (_text(f, "corr_method", c.MultiCorr ? "repeated CCF using FFTs" : "standard CCF using FFTs",
               text, sizeof(text)) &&
         !f.isWriting())
-        c.MultiCorr = _contains(text, "hart") || _contains(text, "double") ||
-                      _contains(text, "repeated");
-    int mcY = -c.MultiCorr_Offset.y;
+        c.MultiCorr =
+            _contains(text, "hart") || _contains(text, "double") || _contains(text, "repeated");
+    int mcY = _flipped(c.MultiCorr_Offset.y);
     if (!f.isWriting()) {
         int oldY = 0;
         f.serializeInt("ev_hartcorr_offset_x", &c.MultiCorr_Offset.x);
-        if (f.serializeInt("ev_hartcorr_offset_y", &oldY)) c.MultiCorr_Offset.y = -oldY;
+        if (f.serializeInt("ev_hartcorr_offset_y", &oldY)) c.MultiCorr_Offset.y = _flipped(oldY);
         f.serializeInt("ev_doublecorr_offset_x", &c.MultiCorr_Offset.x);
-        if (f.serializeInt("ev_doublecorr_offset_y", &oldY)) c.MultiCorr_Offset.y = -oldY;
+        if (f.serializeInt("ev_doublecorr_offset_y", &oldY)) c.MultiCorr_Offset.y = _flipped(oldY);
     }
     f.serializeInt("ev_multicorr_offset_x", &c.MultiCorr_Offset.x);
     if (f.serializeInt("ev_multicorr_offset_y", &mcY) && !f.isWriting())
-        c.MultiCorr_Offset.y = -mcY;
+        c.MultiCorr_Offset.y = _flipped(mcY);
     f.serializeBool("ev_multicorr_summingmode", &c.MultiCorr_Average);
     f.serializeInt("ev_multicorr_count", &c.MultiCorr_Count);
     _text(f, "pd_algorithm", "multiple peak search with peak fit", text, sizeof(text));
     f.serializeInt("pd_peak_fit_type", &c.Type);
-    if (_text(f, "pd_peak_fit", _peakFitText(c.Type), text, sizeof(text)) &&
-        !f.isWriting()) {
+    if (_text(f, "pd_peak_fit", _peakFitText(c.Type), text, sizeof(text)) && !f.isWriting()) {
         c.Type = _contains(text, "nonlinear")       ? 5
-                         : _contains(text, "least-squares") ? 1
-                         : _contains(text, "whittaker")     ? 4
-                         : _contains(text, "parabolic")     ? 2
-                         : _contains(text, "centroid")      ? 3
-                                                            : 0;
+                 : _contains(text, "least-squares") ? 1
+                 : _contains(text, "whittaker")     ? 4
+                 : _contains(text, "parabolic")     ? 2
+                 : _contains(text, "centroid")      ? 3
+                                                    : 0;
     }
     f.serializeInt("pd_peak_fit_size", &c.Size);
     f.serializeInt("pd_max_iter", &c.MaxIter);
@@ -233,7 +246,8 @@ void _serializeOutlierCfg(MyNcFile& f, OUTLIER_CFG& c, int var) {
     f.serializeBool("outlier_check_zscore", &c.CheckZScore, var);
     f.serializeFloat("outlier_zscore_threshold", &c.ZScoreThreshold, var);
     bool hist = c.CheckGlobalHist;
-    if (f.serializeBool("outlier_global_hist", &hist, var) || f.isWriting()) c.CheckGlobalHist = hist;
+    if (f.serializeBool("outlier_global_hist", &hist, var) || f.isWriting())
+        c.CheckGlobalHist = hist;
     if (hist) {
         for (int n = 0; n < 3; n++) {
             GLOBALHIST_ROI& h = c.GlobalHist[n];
