@@ -3,7 +3,6 @@
 // must go on with the next frame: opening a pipe without a writer would
 // wait for ever, and a device would be read without end.
 #include <gtest/gtest.h>
-#include <sys/stat.h>
 
 #include <filesystem>
 #include <string>
@@ -15,26 +14,12 @@
 #include "message_capture.h"
 
 using namespace image_test;
-
-namespace {
-
-std::vector<std::string> SpecialFiles(const ScratchDir& dir) {
-    std::vector<std::string> paths;
-    const std::string folder = dir.file("folder.tif");
-    std::filesystem::create_directory(folder);
-    paths.push_back(folder);
-    const std::string pipe = dir.file("pipe.tif");
-    if (::mkfifo(pipe.c_str(), 0600) == 0) paths.push_back(pipe);
-    if (std::filesystem::exists("/dev/zero")) paths.emplace_back("/dev/zero");
-    return paths;
-}
-
-}  // namespace
+using test_support::SpecialFiles;
 
 TEST(SpecialFiles, NoImageLoaderOpensThem) {
     ScratchDir dir;
     MessageCapture messages;
-    const std::vector<std::string> paths = SpecialFiles(dir);
+    const std::vector<std::string> paths = SpecialFiles(dir, ".tif");
     ASSERT_GE(paths.size(), 2u);
     for (const std::string& path : paths) {
         SCOPED_TRACE(path);

@@ -2,7 +2,6 @@
 // pipe nobody writes to, an endless device. Each is refused at once; a pipe
 // without a writer would otherwise stop the program for good.
 #include <gtest/gtest.h>
-#include <sys/stat.h>
 
 #include <filesystem>
 #include <string>
@@ -16,26 +15,12 @@
 #include "scratch_files.h"
 
 using test_support::ScratchDir;
-
-namespace {
-
-std::vector<std::string> SpecialFiles(const ScratchDir& dir) {
-    std::vector<std::string> paths;
-    const std::string folder = dir.file("folder.nc");
-    std::filesystem::create_directory(folder);
-    paths.push_back(folder);
-    const std::string pipe = dir.file("pipe.nc");
-    if (::mkfifo(pipe.c_str(), 0600) == 0) paths.push_back(pipe);
-    if (std::filesystem::exists("/dev/zero")) paths.emplace_back("/dev/zero");
-    return paths;
-}
-
-}  // namespace
+using test_support::SpecialFiles;
 
 TEST(SpecialFiles, NeitherParametersNorFieldsAreReadFromThem) {
     ScratchDir dir;
     MessageCapture messages;
-    const std::vector<std::string> paths = SpecialFiles(dir);
+    const std::vector<std::string> paths = SpecialFiles(dir, ".nc");
     ASSERT_GE(paths.size(), 2u);
     for (const std::string& path : paths) {
         SCOPED_TRACE(path);

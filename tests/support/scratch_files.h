@@ -4,11 +4,13 @@
 
 #include <gtest/gtest.h>
 #include <stdlib.h>
+#include <sys/stat.h>
 
 #include <filesystem>
 #include <fstream>
 #include <iterator>
 #include <string>
+#include <vector>
 
 namespace test_support {
 
@@ -42,6 +44,20 @@ inline void WriteBytes(const std::string& path, const std::string& bytes) {
 inline std::string ReadBytes(const std::string& path) {
     std::ifstream in(path, std::ios::binary);
     return std::string(std::istreambuf_iterator<char>(in), std::istreambuf_iterator<char>());
+}
+
+// Names of things that are no files, with `extension` so that a reader
+// choosing by name takes them: a folder, a named pipe nobody writes to and,
+// where there is one, the endless /dev/zero.
+inline std::vector<std::string> SpecialFiles(const ScratchDir& dir, const std::string& extension) {
+    std::vector<std::string> paths;
+    const std::string folder = dir.file("folder" + extension);
+    std::filesystem::create_directory(folder);
+    paths.push_back(folder);
+    const std::string pipe = dir.file("pipe" + extension);
+    if (::mkfifo(pipe.c_str(), 0600) == 0) paths.push_back(pipe);
+    if (std::filesystem::exists("/dev/zero")) paths.emplace_back("/dev/zero");
+    return paths;
 }
 
 }  // namespace test_support
