@@ -299,46 +299,50 @@ void MappingFunctionBase::setMappingParams(const MAPPING_PARAMS& params) {
     m_needsFit = true;
 }
 
+// A failed check names itself in the detail of the function's error; the
+// caller (calculateMapping) reports the failure under its own name, so the
+// check only prints at debug level 1.
 bool MappingFunctionBase::isCalibrationDataValid(bool needDepth) {
     const char* dims = needDepth ? "3-D" : "2-D";
+    auto fail = [&](const char* format, const char* arg = "") {
+        m_error.setMessage(format, arg);
+        throw PIVerror::BAD_PARAMETERS;
+    };
     try {
-        char text[128];
-        if (m_points.empty()) {
-            std::snprintf(text, sizeof(text), "no calibration points for %s calibration", dims);
-            throw std::string(text);
-        }
-        if (m_points.size() < 8) {
-            std::snprintf(text, sizeof(text), "too few points for %s calibration", dims);
-            throw std::string(text);
-        }
+        if (m_points.empty()) fail("no calibration points for %s calibration", dims);
+        if (m_points.size() < 8) fail("too few points for %s calibration", dims);
         auto constant = [&](double POINT_PAIR::*field) {
             return std::all_of(m_points.begin(), m_points.end(),
                                [&](const POINT_PAIR& p) { return p.*field == m_points[0].*field; });
         };
-        if (constant(&POINT_PAIR::X)) throw std::string("calibration data constant along X");
-        if (constant(&POINT_PAIR::Y)) throw std::string("calibration data constant along Y");
+        if (constant(&POINT_PAIR::X)) fail("calibration data constant along X");
+        if (constant(&POINT_PAIR::Y)) fail("calibration data constant along Y");
         if (needDepth && constant(&POINT_PAIR::Z))
-            throw std::string("calibration data constant along Z (planar)");
-    } catch (const std::string& why) {
-        DebugPrintExt(1, "isCalibrationDataValid() - %s", why.c_str());
+            fail("calibration data constant along Z (planar)");
+    } catch (PIVerror::ErrorType) {
+        DebugPrintExt(1, "isCalibrationDataValid() - %s", m_error.message());
         return false;
     }
     return true;
 }
 
 bool MappingFunctionBase::isCalibrationDataCoplanar() {
+    auto fail = [&](const char* why) {
+        m_error.setMessage("%s", why);
+        throw PIVerror::BAD_PARAMETERS;
+    };
     try {
-        if (m_points.empty()) throw std::string("no calibration points");
+        if (m_points.empty()) fail("no calibration points");
         double zmin = m_points[0].Z, zmax = zmin;
         for (const POINT_PAIR& p : m_points) {
-            if (!std::isfinite(p.Z)) throw std::string("invalid Z coordinate");
+            if (!std::isfinite(p.Z)) fail("invalid Z coordinate");
             zmin = std::min(zmin, p.Z);
             zmax = std::max(zmax, p.Z);
         }
         if (zmax - zmin > 1e-9 * (1.0 + std::max(std::fabs(zmin), std::fabs(zmax))))
-            throw std::string("points lie on more than one plane of Z");
-    } catch (const std::string& why) {
-        DebugPrintExt(1, "isCalibrationDataCoplanar() - %s", why.c_str());
+            fail("points lie on more than one plane of Z");
+    } catch (PIVerror::ErrorType) {
+        DebugPrintExt(1, "isCalibrationDataCoplanar() - %s", m_error.message());
         return false;
     }
     return true;
