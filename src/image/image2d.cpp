@@ -13,7 +13,7 @@
 #include "piv_messages.h"
 
 using PIV::ImagePixel::Dispatch;
-using PIV::ImagePixel::Guarded;
+using PIV::Guarded;
 using PIV::ImagePixel::TruncCoordinate;
 
 namespace {

@@ -14,7 +14,7 @@
 
 using PIV::ImagePixel::ClampTo;
 using PIV::ImagePixel::Dispatch;
-using PIV::ImagePixel::Guarded;
+using PIV::Guarded;
 using PIV::ImagePixel::StoreWrapped;
 using PIV::ImagePixel::Traits;
 using PIV::ImagePixel::TruncWide;

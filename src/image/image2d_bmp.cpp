@@ -13,7 +13,7 @@
 #include "piv_file.h"
 #include "piv_messages.h"
 
-using PIV::ImagePixel::Guarded;
+using PIV::Guarded;
 using namespace PIV::ImageFile;
 
 namespace {

@@ -9,7 +9,7 @@
 #include "image2d_pixel.h"
 
 using PIV::ImagePixel::Dispatch;
-using PIV::ImagePixel::Guarded;
+using PIV::Guarded;
 using PIV::ImagePixel::TruncWide;
 using PIV::ImagePixel::Wrap;
 

@@ -19,7 +19,7 @@
 
 using PIV::ImagePixel::ClampTo;
 using PIV::ImagePixel::Dispatch;
-using PIV::ImagePixel::Guarded;
+using PIV::Guarded;
 using PIV::ImagePixel::StoreRounded;
 using PIV::ImagePixel::Traits;
 using PIV::ImagePixel::TruncWide;

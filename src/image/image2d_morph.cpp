@@ -12,7 +12,7 @@
 #include "piv_util.h"
 
 using PIV::ImagePixel::Dispatch;
-using PIV::ImagePixel::Guarded;
+using PIV::Guarded;
 
 namespace {
 

@@ -5,7 +5,7 @@
 #include "image2d_pixel.h"
 #include "image_format.h"
 
-using PIV::ImagePixel::Guarded;
+using PIV::Guarded;
 
 Image2DPair::Image2DPair(Image2D* a, Image2D* b)
     : m_imageA(a), m_imageB(b), m_compression(), m_error("Image2DPair") {}

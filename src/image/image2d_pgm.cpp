@@ -11,7 +11,7 @@
 #include "piv_file_bounds.h"
 #include "piv_messages.h"
 
-using PIV::ImagePixel::Guarded;
+using PIV::Guarded;
 
 namespace {
 

@@ -115,18 +115,5 @@ inline T StoreRounded(float v) {
     }
 }
 
-// Runs body() and reports a thrown PIVerror::ErrorType under `where`:
-// the catch at the end of a member, written once.
-template <typename F>
-inline bool Guarded(PIVerror& error, const char* where, F&& body) {
-    try {
-        body();
-        return true;
-    } catch (PIVerror::ErrorType code) {
-        error.handleError(code, where);
-        return false;
-    }
-}
-
 }  // namespace ImagePixel
 }  // namespace PIV

@@ -10,7 +10,7 @@
 #include "piv_file.h"
 #include "piv_messages.h"
 
-using PIV::ImagePixel::Guarded;
+using PIV::Guarded;
 
 bool Image2D::loadRaw(const char* path, int width, int height, int depthBits, long offset) {
     return Guarded(m_error, "loadRaw()", [&] {

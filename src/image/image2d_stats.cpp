@@ -9,7 +9,7 @@
 #include "piv_messages.h"
 
 using PIV::ImagePixel::Dispatch;
-using PIV::ImagePixel::Guarded;
+using PIV::Guarded;
 
 namespace {
 

@@ -23,7 +23,7 @@
 #include "piv_messages.h"
 #include "piv_record.h"
 
-using PIV::ImagePixel::Guarded;
+using PIV::Guarded;
 
 namespace {
 

@@ -1,6 +1,7 @@
 #include "mapping_fxn2d.h"
 
 #include <algorithm>
+#include <climits>
 #include <cmath>
 #include <cstring>
 #include <string>
@@ -196,7 +197,13 @@ bool LinearLsqFit2D::fitToData(const double* x, const double* y, const double* v
     }
     // Design matrix, column-major, each column scaled to unit largest entry.
     const size_t m = static_cast<size_t>(count);
-    std::vector<double> a(m * n), b(value, value + count), scale(n, 1.0);
+    std::vector<double> a, b, scale;
+    if (!PIV::Guarded(m_error, "fitToData()", [&] {
+            a.resize(m * n);
+            b.assign(value, value + count);
+            scale.assign(size_t(n), 1.0);
+        }))
+        return false;
     for (size_t i = 0; i < m; i++) {
         double terms[PIV::MaxMappingCoeffs];
         _monomials(x[i], y[i], m_order, terms);
@@ -299,46 +306,50 @@ void MappingFunctionBase::setMappingParams(const MAPPING_PARAMS& params) {
     m_needsFit = true;
 }
 
+// A failed check names itself in the detail of the function's error; the
+// caller (calculateMapping) reports the failure under its own name, so the
+// check only prints at debug level 1.
 bool MappingFunctionBase::isCalibrationDataValid(bool needDepth) {
     const char* dims = needDepth ? "3-D" : "2-D";
+    auto fail = [&](const char* format, const char* arg = "") {
+        m_error.setMessage(format, arg);
+        throw PIVerror::BAD_PARAMETERS;
+    };
     try {
-        char text[128];
-        if (m_points.empty()) {
-            std::snprintf(text, sizeof(text), "no calibration points for %s calibration", dims);
-            throw std::string(text);
-        }
-        if (m_points.size() < 8) {
-            std::snprintf(text, sizeof(text), "too few points for %s calibration", dims);
-            throw std::string(text);
-        }
+        if (m_points.empty()) fail("no calibration points for %s calibration", dims);
+        if (m_points.size() < 8) fail("too few points for %s calibration", dims);
         auto constant = [&](double POINT_PAIR::*field) {
             return std::all_of(m_points.begin(), m_points.end(),
                                [&](const POINT_PAIR& p) { return p.*field == m_points[0].*field; });
         };
-        if (constant(&POINT_PAIR::X)) throw std::string("calibration data constant along X");
-        if (constant(&POINT_PAIR::Y)) throw std::string("calibration data constant along Y");
+        if (constant(&POINT_PAIR::X)) fail("calibration data constant along X");
+        if (constant(&POINT_PAIR::Y)) fail("calibration data constant along Y");
         if (needDepth && constant(&POINT_PAIR::Z))
-            throw std::string("calibration data constant along Z (planar)");
-    } catch (const std::string& why) {
-        DebugPrintExt(1, "isCalibrationDataValid() - %s", why.c_str());
+            fail("calibration data constant along Z (planar)");
+    } catch (PIVerror::ErrorType) {
+        DebugPrintExt(1, "isCalibrationDataValid() - %s", m_error.message());
         return false;
     }
     return true;
 }
 
 bool MappingFunctionBase::isCalibrationDataCoplanar() {
+    auto fail = [&](const char* why) {
+        m_error.setMessage("%s", why);
+        throw PIVerror::BAD_PARAMETERS;
+    };
     try {
-        if (m_points.empty()) throw std::string("no calibration points");
+        if (m_points.empty()) fail("no calibration points");
         double zmin = m_points[0].Z, zmax = zmin;
         for (const POINT_PAIR& p : m_points) {
-            if (!std::isfinite(p.Z)) throw std::string("invalid Z coordinate");
+            if (!std::isfinite(p.Z)) fail("invalid Z coordinate");
             zmin = std::min(zmin, p.Z);
             zmax = std::max(zmax, p.Z);
         }
         if (zmax - zmin > 1e-9 * (1.0 + std::max(std::fabs(zmin), std::fabs(zmax))))
-            throw std::string("points lie on more than one plane of Z");
-    } catch (const std::string& why) {
-        DebugPrintExt(1, "isCalibrationDataCoplanar() - %s", why.c_str());
+            fail("points lie on more than one plane of Z");
+    } catch (PIVerror::ErrorType) {
+        DebugPrintExt(1, "isCalibrationDataCoplanar() - %s", m_error.message());
         return false;
     }
     return true;
@@ -393,10 +404,14 @@ bool MappingFunction2D::calculateMapping(int type, int orderX, int orderY, bool 
             "counted from the bottom of an image of height 0");
     m_inverse = inverse;
     m_fitType = type;
-    if (type < 1)
-        doLinearFit(orderX, orderY, inverse);
-    else
-        doNonlinearFit(inverse);
+    // The fits' work arrays grow with the number of points.
+    if (!PIV::Guarded(m_error, "calculateMapping()", [&] {
+            if (type < 1)
+                doLinearFit(orderX, orderY, inverse);
+            else
+                doNonlinearFit(inverse);
+        }))
+        m_valid = false;
     if (m_valid) {
         m_map.magnification = m_params.scale > 0.0 ? m_params.scale : 1.0;
         m_map.obj_x_offset = m_params.offset[0];
@@ -663,14 +678,25 @@ bool PIV::LoadCalibrationPoints(const char* fileName, POINT_PAIR** points, int* 
         if (std::sscanf(line, "%lf %lf %lf %lf %lf", &p.x, &p.y, &p.X, &p.Y, &p.Z) < 4) continue;
         // 128 points at first, then in proportion: a fixed step would copy a
         // file of millions of points thousands of times over.
-        if (list.size() == list.capacity())
-            list.reserve(list.size() + std::max<size_t>(128, list.size()));
+        try {
+            if (list.size() == list.capacity())
+                list.reserve(list.size() + std::max<size_t>(128, list.size()));
+        } catch (const std::bad_alloc&) {
+            PIVerror::handleErrorExt(PIVerror::ALLOCATION_FAILED, "PIV::LoadCalibrationPoints()",
+                                     true);
+            return false;
+        }
         list.push_back(p);
+        if (list.size() >= size_t(INT_MAX)) break;  // the count is an int
     }
     DebugPrintExt(2, "LoadCalibrationPoints('%s') - Read %d points", fileName,
                   static_cast<int>(list.size()));
     if (list.empty()) return false;
-    *points = new POINT_PAIR[list.size()];
+    *points = new (std::nothrow) POINT_PAIR[list.size()];
+    if (!*points) {
+        PIVerror::handleErrorExt(PIVerror::ALLOCATION_FAILED, "PIV::LoadCalibrationPoints()", true);
+        return false;
+    }
     std::copy(list.begin(), list.end(), *points);
     *count = static_cast<int>(list.size());
     return true;

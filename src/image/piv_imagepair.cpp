@@ -247,7 +247,7 @@ void PIV_ImagePair::setFileName(const char* path, bool second) {
 }
 
 const char* PIV_ImagePair::extension(bool second) const {
-    static char buffer[256];
+    static thread_local char buffer[256];
     const PIVFileName parts(filePath(second));
     PIV::CopyText(buffer, parts.extension().c_str());
     return buffer;

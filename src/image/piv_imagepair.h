@@ -97,7 +97,7 @@ public:
     const char* fileName(bool second) const;
     // Frame A always, frame B too when `second`.
     void setFileName(const char* path, bool second);
-    // A static buffer of at most 255 characters.
+    // A buffer of the calling thread, at most 255 characters.
     const char* extension(bool second) const;
     const char* lastImageFileA() const { return m_a.name(); }
     const char* lastImageFileB() const { return m_b.name(); }

@@ -1,5 +1,7 @@
 #include "image2d_deformation.h"
 
+#include <omp.h>
+
 #include <algorithm>
 #include <cmath>
 #include <vector>
@@ -63,8 +65,8 @@ float Image2D_Deformation::sourceValue(const Image2D& src, float x, float y) con
     if (x <= -0.5f || y <= -0.5f || x >= float(src.width()) - 0.5f ||
         y >= float(src.height()) - 0.5f)
         return 0.0f;
-    const bool spline = m_method == PIV::INTERPOLATE_BSPLINE ||
-                        m_method == PIV::INTERPOLATE_SHIFTED_LINEAR;
+    const bool spline =
+        m_method == PIV::INTERPOLATE_BSPLINE || m_method == PIV::INTERPOLATE_SHIFTED_LINEAR;
     if (!spline) return kernelValue(src, x, y);
     if (m_method == PIV::INTERPOLATE_BSPLINE && m_degree == 3) {
         // The common case gets its own loop: four weights per axis, and no
@@ -82,10 +84,9 @@ float Image2D_Deformation::sourceValue(const Image2D& src, float x, float y) con
             return sum;
         }
     }
-    return float(InterpolatedSplineValue2D(m_coeffs.data(), m_coeffWidth, m_coeffHeight, x, y,
-                                           m_method == PIV::INTERPOLATE_SHIFTED_LINEAR
-                                               ? 1
-                                               : getDeformOrder(m_degree, m_method)));
+    return float(InterpolatedSplineValue2D(
+        m_coeffs.data(), m_coeffWidth, m_coeffHeight, x, y,
+        m_method == PIV::INTERPOLATE_SHIFTED_LINEAR ? 1 : getDeformOrder(m_degree, m_method)));
 }
 
 bool Image2D_Deformation::warp(const Image2D& src, Image2D& dst, const Image2D* mask,
@@ -134,10 +135,10 @@ bool Image2D_Deformation::warp(const Image2D& src, Image2D& dst, const Image2D* 
         return false;
     }
     shift.prepareColumns(width);
-    const bool spline = m_method == PIV::INTERPOLATE_BSPLINE ||
-                        m_method == PIV::INTERPOLATE_SHIFTED_LINEAR;
-    if (spline && (!m_coeffsReady || m_source != &src || m_coeffWidth != width ||
-                   m_coeffHeight != height)) {
+    const bool spline =
+        m_method == PIV::INTERPOLATE_BSPLINE || m_method == PIV::INTERPOLATE_SHIFTED_LINEAR;
+    if (spline &&
+        (!m_coeffsReady || m_source != &src || m_coeffWidth != width || m_coeffHeight != height)) {
         if (!prepareSplineCoefficients(src, m_method, m_degree)) return false;
         m_source = &src;
     }
@@ -148,14 +149,31 @@ bool Image2D_Deformation::warp(const Image2D& src, Image2D& dst, const Image2D* 
     const double scale = -1.0 / factor;
     const float inv = float(1.0 / scale);
     const int threads = PIV::MaxThreads();
+    // Every worker's rows and scratch are allocated here, before the
+    // workers start: an allocation that failed inside the parallel region
+    // could only end the process.
+    const size_t perRows = 2 * size_t(width), perLines = shift.mapScratchSize();
+    std::vector<float> rows;
+    std::vector<double> lines;
+    try {
+        rows.resize(perRows * size_t(threads));
+        lines.resize(std::max<size_t>(perLines, 1) * size_t(threads));
+    } catch (const std::bad_alloc&) {
+        m_error.setMessage("%s - no memory for %d rows of %d pixels", where, threads, width);
+        m_error.handleError(PIVerror::ALLOCATION_FAILED, where);
+        return false;
+    }
     bool ok = true;
 #pragma omp parallel num_threads(threads)
     {
-        std::vector<float> dxRow(static_cast<size_t>(width)), dyRow(static_cast<size_t>(width));
+        const size_t me = size_t(omp_get_thread_num());
+        float* dxRow = rows.data() + me * perRows;
+        float* dyRow = dxRow + width;
+        double* scratch = lines.data() + me * std::max<size_t>(perLines, 1);
 #pragma omp for schedule(static)
         for (int row = 0; row < height; row++) {
             float* out = dst.scanLine<float>(uint64_t(row));
-            if (!shift.mapData(row, width, dxRow.data(), dyRow.data())) {
+            if (!shift.mapData(row, width, dxRow, dyRow, scratch)) {
 #pragma omp atomic write
                 ok = false;
                 continue;
@@ -170,8 +188,8 @@ bool Image2D_Deformation::warp(const Image2D& src, Image2D& dst, const Image2D* 
                     const float fx = std::floor(x), fy = std::floor(y);
                     const int i0 = int(fx) - 1, j0 = int(fy) - 1;
                     float v;
-                    if (x > -0.5f && y > -0.5f && x < xLimit && y < yLimit && i0 >= 0 &&
-                        j0 >= 0 && i0 + 3 < width && j0 + 3 < height) {
+                    if (x > -0.5f && y > -0.5f && x < xLimit && y < yLimit && i0 >= 0 && j0 >= 0 &&
+                        i0 + 3 < width && j0 + 3 < height) {
                         const float tx = x - fx, ty = y - fy;
                         float wx[4], wy[4];
                         CubicWeightsAt(tx, wx);
@@ -179,7 +197,8 @@ bool Image2D_Deformation::warp(const Image2D& src, Image2D& dst, const Image2D* 
                         const float* r = c + size_t(j0) * size_t(width) + size_t(i0);
                         float sum = 0.0f;
                         for (int l = 0; l < 4; l++, r += width)
-                            sum += wy[l] * (wx[0] * r[0] + wx[1] * r[1] + wx[2] * r[2] + wx[3] * r[3]);
+                            sum +=
+                                wy[l] * (wx[0] * r[0] + wx[1] * r[1] + wx[2] * r[2] + wx[3] * r[3]);
                         v = sum;
                     } else {
                         v = sourceValue(src, x, y);

@@ -54,9 +54,14 @@ bool PIV_Corr2D::setPivEvalCfg(const PIVEVAL_CFG& cfg) {
     PIVEVAL_CFG fftCfg = cfg;
     fftCfg.FFTSize.width = cfg.SampleSize.width;
     fftCfg.FFTSize.height = cfg.SampleSize.height;
-    if (!m_fft.setPivEvalCfg(fftCfg)) m_error.handleError(PIVerror::FFT_ALLOCATION, "setPivEvalCfg()");
+    if (!m_fft.setPivEvalCfg(fftCfg))
+        m_error.handleError(PIVerror::FFT_ALLOCATION, "setPivEvalCfg()");
     m_cfg.FFTSize = SIZE3D{m_fft.width(), m_fft.height(), 1};
-    return m_peak.setPivEvalCfg(m_cfg) || changed;
+    const bool peakChanged = m_peak.setPivEvalCfg(m_cfg);
+    // The windows of a list are correlated in parallel workers, which must
+    // find every buffer in place.
+    m_peak.prepareFor(m_fft.size());
+    return peakChanged || changed;
 }
 
 SIZE2D PIV_Corr2D::getCorrSize() const {
@@ -99,7 +104,8 @@ void PIV_Corr2D::getSamplePosition(POINT2D& pos, POINT2D& posA, POINT2D& posB, P
     const int w = m_fft.width(), h = m_fft.height();
     if (W < 1 || H < 1) Raise(PIVerror::BAD_IMAGE_SIZE, where);
     if (w < 1 || h < 1) Raise(PIVerror::BAD_SAMPLE_SIZE, where);
-    if (pos.x < 0 || pos.y < 0 || pos.x >= W || pos.y >= H) Raise(PIVerror::SAMPLE_OUTSIDE_IMAGE, where);
+    if (pos.x < 0 || pos.y < 0 || pos.x >= W || pos.y >= H)
+        Raise(PIVerror::SAMPLE_OUTSIDE_IMAGE, where);
     if (std::abs(offset.x) + w >= W || std::abs(offset.y) + h >= H)
         Raise(PIVerror::SAMPLE_LARGER_THAN_IMAGE, where);
     // An odd offset puts the larger half on one image; dy counts upwards, so
@@ -243,7 +249,7 @@ void PIV_Corr2D::crossCorrelateMany(const Image2D* a, const Image2D* b, POINT2D*
     if (m_cfg.CorrelationMode >= PIV::CORR_MQD)
         Raise(PIVerror::FUNCTION_NOT_AVAILABLE, "crossCorrelateMany() - MQD/DCC mode");
     if (d <= 0) Raise(PIVerror::INVALID_SAMPLE_OFFSET, "crossCorrelateMany()");
-    static const int kSteps[9][2] = {{0, 0}, {1, 0},  {-1, 0}, {0, 1}, {0, -1},
+    static const int kSteps[9][2] = {{0, 0}, {1, 0},   {-1, 0}, {0, 1}, {0, -1},
                                      {1, 1}, {-1, -1}, {1, -1}, {-1, 1}};
     const size_t n = size_t(m_fft.width()) * size_t(m_fft.height());
     float* sum = m_fft.corrData();
@@ -335,8 +341,7 @@ bool PIV_Corr2D::sampleAndCorrelateDualPair(const Image2D* a, const Image2D* b, 
 bool PIV_Corr2D::sampleAndCorrelateDualPairWithMask(const Image2D* a, const Image2D* b,
                                                     const Image2D* c, const Image2D* d,
                                                     const Image2D* maskA, const Image2D* maskB,
-                                                    POINT2D* pos, POINT2D offset,
-                                                    bool keepSecond) {
+                                                    POINT2D* pos, POINT2D offset, bool keepSecond) {
     if (!c || !d) return sampleAndCorrelateWithMask(a, b, maskA, maskB, pos, offset, keepSecond);
     try {
         if (!a || !b || !pos) Raise(PIVerror::INVALID_POINTER, "sampleAndCorrelate()");

@@ -24,13 +24,16 @@ void NodePlaneToCubicCoefficients(float* plane, int nx, int ny) {
     for (int i = 0; i < nx; i++) {
         for (int j = 0; j < ny; j++) line[size_t(j)] = plane[size_t(j) * size_t(nx) + size_t(i)];
         ConvertToInterpolationCoefficients(line.data(), ny, &pole, 1, 1e-9);
-        for (int j = 0; j < ny; j++) plane[size_t(j) * size_t(nx) + size_t(i)] = float(line[size_t(j)]);
+        for (int j = 0; j < ny; j++)
+            plane[size_t(j) * size_t(nx) + size_t(i)] = float(line[size_t(j)]);
     }
 }
 
 }  // namespace
 
-PIV_Data2D_Deformation::PIV_Data2D_Deformation() { m_error.setName("PIV_Data2D_Deformation"); }
+PIV_Data2D_Deformation::PIV_Data2D_Deformation() {
+    m_error.setName("PIV_Data2D_Deformation");
+}
 
 PIV_Data2D_Deformation::PIV_Data2D_Deformation(const PIV_DataBase* field, int timeStep)
     : PIV_Data2D_Deformation() {
@@ -157,7 +160,18 @@ bool PIV_Data2D_Deformation::interpolateDisplacement(double x, double y, double*
 }
 
 bool PIV_Data2D_Deformation::mapData(int row, int width, float* dx, float* dy) const {
-    if (isNull() || !m_ready || !dx || !dy || width < 1) return false;
+    std::vector<double> scratch;
+    try {
+        scratch.resize(mapScratchSize());
+    } catch (const std::bad_alloc&) {
+        return false;
+    }
+    return mapData(row, width, dx, dy, scratch.data());
+}
+
+bool PIV_Data2D_Deformation::mapData(int row, int width, float* dx, float* dy,
+                                     double* scratch) const {
+    if (isNull() || !m_ready || !dx || !dy || width < 1 || !scratch) return false;
     const double gy = gridY(row);
     if (m_method != PIV::INTERPOLATE_BSPLINE || m_order < 2) {
         for (int i = 0; i < width; i++) {
@@ -172,11 +186,10 @@ bool PIV_Data2D_Deformation::mapData(int row, int width, float* dx, float* dy) c
     double wy[10], wx[10];
     const int64_t j0 = PIV::Spline::Weights(gy, degree, wy);
     // The row of the field through this image row, reduced along y once;
-    // each pixel then needs only the x weights. Kept per thread so that
-    // the warp's row loop allocates only on its first row.
-    thread_local std::vector<double> lineX, lineY;
-    lineX.assign(size_t(m_nx), 0.0);
-    lineY.assign(size_t(m_nx), 0.0);
+    // each pixel then needs only the x weights.
+    double* lineX = scratch;
+    double* lineY = scratch + m_nx;
+    std::fill(lineX, lineX + 2 * size_t(m_nx), 0.0);
     for (int l = 0; l <= degree; l++) {
         const size_t base = size_t(Mirror(j0 + l, m_ny)) * size_t(m_nx);
         for (int i = 0; i < m_nx; i++) {

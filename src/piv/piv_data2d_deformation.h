@@ -37,7 +37,12 @@ public:
     // warp reads them: one pass over the nodes per row instead of one per
     // pixel. Safe to call from several threads once the coefficients are
     // prepared (prepareSplineCoefficients, or setData for other methods).
+    // `scratch` holds mapScratchSize() doubles of the calling thread: a
+    // parallel warp hands each worker its own, allocated before the workers
+    // start. Without it the call allocates for itself.
+    bool mapData(int row, int width, float* dx, float* dy, double* scratch) const;
     bool mapData(int row, int width, float* dx, float* dy) const;
+    size_t mapScratchSize() const { return 2 * size_t(m_nx > 0 ? m_nx : 0); }
     // Tabulates the x weights of image columns 0 .. width-1 once, so that
     // mapData of every row of that width reuses them.
     bool prepareColumns(int width);
@@ -52,8 +57,8 @@ private:
     double gridY(double y) const;
 
     PIVerror m_error;
-    std::vector<float> m_dx, m_dy;          // node values, row by row
-    std::vector<float> m_coefX, m_coefY;    // their spline coefficients
+    std::vector<float> m_dx, m_dy;        // node values, row by row
+    std::vector<float> m_coefX, m_coefY;  // their spline coefficients
     int m_nx = 0, m_ny = 0;
     double m_firstX = 0.0, m_firstY = 0.0, m_stepX = 1.0, m_stepY = 1.0;
     // Per column: the folded node indices and the spline weights along x.

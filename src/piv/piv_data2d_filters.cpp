@@ -65,9 +65,9 @@ void MedianFilterDataArray2D(const float* in, float* out, int width, int height,
 // Weighted mean over the square of `half` nodes around each node, clipped at
 // the grid and normalised by the weights that took part; disabled vectors
 // take part only with `useDisabled`. The results go to the enabled vectors.
+// `out` holds nx * ny * kComponents values.
 void SmoothPlane(PIV_VECTOR* v, int nx, int ny, int half, const std::vector<double>& weight,
-                 bool useDisabled) {
-    std::vector<float> out(size_t(nx) * ny * kComponents);
+                 bool useDisabled, std::vector<float>& out) {
     for (int j = 0; j < ny; j++)
         for (int i = 0; i < nx; i++) {
             double sum[kComponents] = {};
@@ -172,7 +172,12 @@ bool PIV_Data2D::medianFilter(int kernel, bool) {
     DebugPrintExt(2, "medianFilter() - kernelSize = %d", size);
     if (size > nx || size > ny) size = 3;
     const size_t plane = size_t(nx) * ny;
-    std::vector<float> in(plane), out(plane);
+    std::vector<float> in, out;
+    if (!PIV::Guarded(m_error, "medianFilter()", [&] {
+            in.resize(plane);
+            out.resize(plane);
+        }))
+        return false;
     const int planes = std::max(m_grid.nodes.depth, 1) * m_grid.timeSteps;
     for (int p = 0; p < planes; p++) {
         PIV_VECTOR* v = m_vectors.data() + size_t(p) * plane;
@@ -205,10 +210,16 @@ bool PIV_Data2D::smooth(int kernel, bool useDisabled) {
     if (kernel < 2 || kernel > std::min(nx, ny)) kernel = 3;
     DebugPrintExt(2, "PIV_Data2D::smoothing - kernel=%d", kernel);
     const int half = kernel / 2;
-    const std::vector<double> box(size_t(half) + 1, 1.0);
+    std::vector<double> box;
+    std::vector<float> out;
+    if (!PIV::Guarded(m_error, "smooth()", [&] {
+            box.assign(size_t(half) + 1, 1.0);
+            out.resize(size_t(nx) * ny * kComponents);
+        }))
+        return false;
     const int planes = std::max(m_grid.nodes.depth, 1) * m_grid.timeSteps;
     for (int p = 0; p < planes; p++)
-        SmoothPlane(m_vectors.data() + size_t(p) * nx * ny, nx, ny, half, box, useDisabled);
+        SmoothPlane(m_vectors.data() + size_t(p) * nx * ny, nx, ny, half, box, useDisabled, out);
     m_smoothed = true;
     return true;
 }
@@ -236,11 +247,17 @@ bool PIV_Data2D::smoothGauss(double width, double cutOff, bool useDisabled) {
     while (weightAt(half) > cutOff && half < reach) half++;
     DebugPrintExt(2, "smoothGauss() - width2sigma=%g  w=%d  cutOff=%g", width, 2 * half + 1,
                   cutOff);
-    std::vector<double> weight(size_t(half) + 1);
+    std::vector<double> weight;
+    std::vector<float> out;
+    if (!PIV::Guarded(m_error, "smoothGauss()", [&] {
+            weight.resize(size_t(half) + 1);
+            out.resize(size_t(nx) * ny * kComponents);
+        }))
+        return false;
     for (int i = 0; i <= half; i++) weight[size_t(i)] = weightAt(i);
     const int planes = std::max(m_grid.nodes.depth, 1) * m_grid.timeSteps;
     for (int p = 0; p < planes; p++)
-        SmoothPlane(m_vectors.data() + size_t(p) * nx * ny, nx, ny, half, weight, useDisabled);
+        SmoothPlane(m_vectors.data() + size_t(p) * nx * ny, nx, ny, half, weight, useDisabled, out);
     m_smoothed = true;
     return true;
 }

@@ -1,13 +1,28 @@
 #include "piv_error.h"
 
+#include <omp.h>
+
 #include <cstdarg>
 #include <cstdio>
 #include <cstdlib>
 #include <cstring>
+#include <thread>
 
 #include "piv_record.h"
 
 namespace {
+
+// Static initialisation runs on the thread that starts the program.
+const std::thread::id kMainThread = std::this_thread::get_id();
+
+// Ending the process is the main thread's decision alone: a worker (an
+// OpenMP team member, or a thread of the application) that stopped the
+// program would take the other workers' results and the caller's unsaved
+// data with it. There the error stays recorded and the caller, seeing the
+// failure, decides.
+bool _mayExit() {
+    return std::this_thread::get_id() == kMainThread && omp_get_level() == 0;
+}
 
 const char* const kErrorTexts[] = {
     "no error",
@@ -210,7 +225,8 @@ void PIVerror::processText(int mode, const char* text) {
             break;
         case ERROR_EXIT:
             SendDebugMessageToOutputWindow(text);
-            std::exit(1);
+            if (_mayExit()) std::exit(1);
+            break;
         default:
             SendDebugMessageToOutputWindow(text);
             break;

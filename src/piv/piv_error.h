@@ -6,6 +6,8 @@
 #pragma once
 
 #include <cstdarg>
+#include <new>
+#include <stdexcept>
 
 #include "piv_messages.h"
 
@@ -14,7 +16,8 @@ public:
     enum ErrorHandling {
         ERROR_QUIET = 0,   // reported only when the debug level is above 0
         ERROR_REPORT = 1,  // always reported
-        ERROR_EXIT = 2,    // reported, then the process ends with exit(1)
+        ERROR_EXIT = 2,    // reported, then the process ends with exit(1); on any thread
+                           // but the main one, or inside a parallel region, only reported
     };
 
     enum ErrorType {
@@ -123,3 +126,27 @@ private:
     char m_detail[2049];
     int m_code;
 };
+
+namespace PIV {
+
+// Runs body() as the end of a member that owns `error`: a thrown
+// PIVerror::ErrorType is reported under `where`, and so is a failed
+// allocation, as error 7. No std::bad_alloc leaves the library through a
+// function that answers true or false: the caller may be an overnight batch
+// that should lose one frame, not the process.
+template <typename F>
+inline bool Guarded(PIVerror& error, const char* where, F&& body) {
+    try {
+        body();
+        return true;
+    } catch (PIVerror::ErrorType code) {
+        error.handleError(code, where);
+    } catch (const std::bad_alloc&) {
+        error.handleError(PIVerror::ALLOCATION_FAILED, where);
+    } catch (const std::length_error&) {
+        error.handleError(PIVerror::ALLOCATION_FAILED, where);
+    }
+    return false;
+}
+
+}  // namespace PIV

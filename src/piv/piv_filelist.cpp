@@ -41,7 +41,7 @@ void _splitFilename(const char* path, std::string& stubLeft, int& number, std::s
 }
 
 const char* _getNumString(int number, int digits) {
-    static char buffer[64];
+    static thread_local char buffer[64];
     if (digits >= 2 && digits <= 14)
         std::snprintf(buffer, sizeof(buffer), "%0*d", digits, number);
     else

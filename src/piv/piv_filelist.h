@@ -20,7 +20,7 @@ using IntArray = std::vector<int>;
 void _splitFilename(const char* path, std::string& stubLeft, int& number, std::string& stubRight,
                     std::string& extension, int& digits);
 // The number zero-padded to `digits` for 2 to 14 digits, plain otherwise.
-// A static buffer.
+// A buffer of the calling thread.
 const char* _getNumString(int number, int digits);
 
 namespace PIV {

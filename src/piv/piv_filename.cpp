@@ -96,7 +96,7 @@ const char* PIV::GetFileNameFromPath(const char* path) {
 }
 
 const char* PIV::GetBaseNameFromPath(const char* path) {
-    static std::string buffer;
+    static thread_local std::string buffer;
     std::string name = GetFileNameFromPath(path);
     const size_t dot = name.rfind('.');
     if (dot != std::string::npos) name.resize(dot);
@@ -104,19 +104,19 @@ const char* PIV::GetBaseNameFromPath(const char* path) {
 }
 
 const char* PIV::GetCleanBaseNameFromPath(const char* path) {
-    static std::string buffer;
+    static thread_local std::string buffer;
     return _keep(buffer, _cleanBaseName(GetBaseNameFromPath(path)));
 }
 
 const char* PIV::GetExtensionFromPath(const char* path) {
-    static std::string buffer;
+    static thread_local std::string buffer;
     const std::string name = GetFileNameFromPath(path);
     const size_t dot = name.rfind('.');
     return _keep(buffer, dot == std::string::npos ? std::string() : name.substr(dot + 1));
 }
 
 const char* PIV::GetCurrentDir() {
-    static std::string buffer;
+    static thread_local std::string buffer;
     char dir[kPathSize];
     if (!::getcwd(dir, sizeof(dir))) return _keep(buffer, "./");
     std::string s = _slashed(dir);
@@ -125,7 +125,7 @@ const char* PIV::GetCurrentDir() {
 }
 
 const char* PIV::GetDirectoryFromPath(const char* path) {
-    static std::string buffer;
+    static thread_local std::string buffer;
     if (!path) return "";
     const std::string s(path);
     const size_t slash = s.rfind('/');
@@ -136,7 +136,7 @@ const char* PIV::GetDirectoryFromPath(const char* path) {
 }
 
 const char* PIV::CreateFileName(const char* path, const char* extension) {
-    static std::string buffer;
+    static thread_local std::string buffer;
     if (!path || !extension) return "";
     if (extension[0] == '.') extension++;
     std::string s(path);
@@ -149,8 +149,8 @@ const char* PIV::CreateFileName(const char* path, const char* extension) {
 }
 
 const char* PIV::CreateCleanFileName(const char* path, const char* extension) {
-    static std::string name;
-    static bool started = false;
+    static thread_local std::string name;
+    static thread_local bool started = false;
     if (!path || !extension) return "";
     if (!started) {
         name = path;
@@ -199,7 +199,7 @@ bool PIV::UseDefaultParFile() {
 }
 
 const char* PIV::GetNextFileInSequence(const char* path, int increment) {
-    static std::string buffer;
+    static thread_local std::string buffer;
     if (!path) return "";
     std::string s = _slashed(path);
     const size_t dot = s.rfind('.');
@@ -228,7 +228,7 @@ const char* PIV::GetNextFileInSequence(const char* path, int increment) {
 }
 
 const char* PIV::GetSecondImageName(const char* path, int separation) {
-    static std::string buffer;
+    static thread_local std::string buffer;
     if (!path) return "";
     std::string s = _slashed(path);
     const size_t dot = s.rfind('.');

@@ -1,9 +1,10 @@
 // Path functions of the library and PIVFileName, the analysis of one image
 // file name into directory, stub, frame number, pair suffix and extension.
 //
-// The functions that return `const char*` hand out a static buffer that the
-// next call overwrites; they are not reentrant. On bad input they return "",
-// never null.
+// The functions that return `const char*` hand out a buffer of the calling
+// thread that its next call overwrites: a worker naming files never sees
+// another thread's name, but a caller keeps a copy before it calls again.
+// On bad input they return "", never null.
 #pragma once
 
 #include <string>
@@ -29,7 +30,7 @@ const char* GetCurrentDir();
 const char* CreateFileName(const char* path, const char* extension);
 // Kept as it always worked: the name is built from the path of the first
 // call only, and every later call strips and re-extends the previous result,
-// whatever path it is given.
+// whatever path it is given. "First" counts per thread.
 const char* CreateCleanFileName(const char* path, const char* extension);
 
 bool CheckFileExistence(const char* path);

@@ -24,6 +24,15 @@ void PIV::LmWorkspace::reserve(int m, int n) {
     grow(ipvt, size_t(n));
 }
 
+void PIV::LmFitPoints::reserve(int n) {
+    const size_t size = size_t(std::max(n, 0));
+    if (x.size() >= size) return;
+    x.resize(size);
+    y.resize(size);
+    value.resize(size);
+    weight.resize(size);
+}
+
 void PIV::LmFitPoints::add(double px, double py, double v, double w) {
     if (size_t(count) >= x.size()) {
         const size_t grown = std::max<size_t>(64, x.size() * 2);
@@ -48,9 +57,8 @@ PIV::LmResult PIV::LmMinimize(LmResidualFn fcn, void* user, int m, int n, double
     if (mode == 2) std::fill(ws.diag.begin(), ws.diag.begin() + n, 1.0);
     result.info = lmdif(fcn, user, m, n, params, ws.fvec.data(), control.ftol, control.xtol,
                         control.gtol, control.patience * (n + 1), control.epsilon, ws.diag.data(),
-                        mode, control.stepbound, 0, &result.nfev, ws.fjac.data(), m,
-                        ws.ipvt.data(), ws.qtf.data(), ws.wa1.data(), ws.wa2.data(),
-                        ws.wa3.data(), ws.wa4.data());
+                        mode, control.stepbound, 0, &result.nfev, ws.fjac.data(), m, ws.ipvt.data(),
+                        ws.qtf.data(), ws.wa1.data(), ws.wa2.data(), ws.wa3.data(), ws.wa4.data());
     // The residuals at the returned parameters: lmdif leaves them in fvec.
     result.error = enorm(m, ws.fvec.data());
     return result;

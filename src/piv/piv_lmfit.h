@@ -40,6 +40,8 @@ struct LmFitPoints {
     std::vector<double> x, y, value, weight;
     int count = 0;
     void clear() { count = 0; }
+    // Room for n points without growing in add().
+    void reserve(int n);
     void add(double px, double py, double v, double w);
 };
 

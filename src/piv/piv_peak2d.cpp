@@ -45,8 +45,9 @@ inline bool Parabolic3PtFit(float a, float b, float c, float& result) {
 
 PIV_PeakDetect2D::PIV_PeakDetect2D() : m_error("PIV_PeakDetect2D") {
     if (PIV::MaxCorrelationPeaks() != 3)
-        DebugPrint("Possible internal problem with correlation peak detector (File: '%s' Line '%d')",
-                   __FILE__, __LINE__);
+        DebugPrint(
+            "Possible internal problem with correlation peak detector (File: '%s' Line '%d')",
+            __FILE__, __LINE__);
     m_fitSize = std::clamp(m_cfg.Size, 3, 20);
     m_fitRadius = (m_fitSize - 1) / 2;
 }
@@ -70,6 +71,26 @@ bool PIV_PeakDetect2D::setPivEvalCfg(const PIVEVAL_CFG& cfg) {
 
 bool PIV_PeakDetect2D::needAutoShape() const {
     return m_cfg.Type == PIV::PEAKFIT_NONLIN_GAUSS && !m_haveAutoShape;
+}
+
+bool PIV_PeakDetect2D::prepareFor(const SIZE2D& size) {
+    if (size.width < 1 || size.height < 1) return true;
+    try {
+        if (size.width != m_maskSize.width || size.height != m_maskSize.height)
+            rebuildMaskAndWeights(size);
+        const size_t longest = size_t(std::max(size.width, size.height));
+        if (m_candidates.size() < size_t(size.width)) m_candidates.resize(size_t(size.width));
+        if (m_line.size() < longest) m_line.resize(longest);
+        // The largest fit gathers a disc of radius kMaxFitRadius.
+        constexpr int kMaxFitPoints = (2 * kMaxFitRadius + 1) * (2 * kMaxFitRadius + 1);
+        m_fitPoints.reserve(kMaxFitPoints);
+        m_lm.reserve(kMaxFitPoints, 6);
+        return true;
+    } catch (const std::bad_alloc&) {
+        m_error.setMessage("prepareFor() - scratch of %dx%d planes", size.width, size.height);
+        m_error.handleError(PIVerror::ALLOCATION_FAILED, "prepareFor()");
+        return false;
+    }
 }
 
 void PIV_PeakDetect2D::rebuildMaskAndWeights(const SIZE2D& size) {
@@ -142,8 +163,8 @@ bool PIV_PeakDetect2D::findPeaksOrThrow(const float* plane, const SIZE2D& size, 
         m_size = size;
         m_index = 0;
         m_count = 0;
-        const bool found = mode == PIV::PEAK_MULTIPLE ? findMultiplePeaks(m_cfg.ROI)
-                                                      : findSinglePeak(m_cfg.ROI);
+        const bool found =
+            mode == PIV::PEAK_MULTIPLE ? findMultiplePeaks(m_cfg.ROI) : findSinglePeak(m_cfg.ROI);
         if (!found) throw PIVerror::PEAKFIT_FAILED;
         if (!doSubPixelFit()) throw PIVerror::PEAKFIT_FAILED;
         if (autocorrelationMode && !findSelfCorrelation()) throw PIVerror::OPERATION_FAILED;
@@ -152,6 +173,10 @@ bool PIV_PeakDetect2D::findPeaksOrThrow(const float* plane, const SIZE2D& size, 
         // A failed window is routine in an evaluation; it is news only when
         // somebody is looking for it.
         if (DebugLevel() >= 3) m_error.handleError(code, "findPeaks()");
+        return false;
+    } catch (const std::bad_alloc&) {
+        // The scratch of a new window size or fit; this worker's own error.
+        m_error.handleError(PIVerror::ALLOCATION_FAILED, "findPeaks()");
         return false;
     }
 }
@@ -220,8 +245,8 @@ bool PIV_PeakDetect2D::findMultiplePeaks(bool local) {
         // A candidate is strictly above its four neighbours, the plane being
         // periodic; the test runs without branches over the row, the ranking
         // only over the few cells that pass it.
-        candidate[0] = line[0] > line[w - 1] && line[0] > line[1 % w] && line[0] > up[0] &&
-                       line[0] > down[0];
+        candidate[0] =
+            line[0] > line[w - 1] && line[0] > line[1 % w] && line[0] > up[0] && line[0] > down[0];
         for (int col = 1; col < w - 1; col++) {
             const float v = line[col];
             candidate[col] = uint8_t((v > line[col - 1]) & (v > line[col + 1]) & (v > up[col]) &
@@ -294,37 +319,53 @@ bool PIV_PeakDetect2D::doSubPixelFit() {
 
         bool ok;
         switch (m_cfg.Type) {
-        case PIV::PEAKFIT_GAUSS_3X3: ok = lsq3x3PeakFit(row, col, i); break;
-        case PIV::PEAKFIT_PARABOLIC: ok = parabolicPeakFit(row, col, i); break;
-        case PIV::PEAKFIT_CENTROID: ok = centroidPeakFit(row, col, i); break;
-        case PIV::PEAKFIT_WHITTAKER:
-            ok = i == 0 ? (whittakerFit(row, col, i) || lsq3x3PeakFit(row, col, i))
-                        : lsq3x3PeakFit(row, col, i);
-            break;
-        case PIV::PEAKFIT_NONLIN_GAUSS:
-            if (i != 0) {
+            case PIV::PEAKFIT_GAUSS_3X3:
                 ok = lsq3x3PeakFit(row, col, i);
-            } else if (nonLinearFit(row, col, i)) {
-                ok = true;
-            } else if (whittakerFit(row, col, i)) {
-                // A Whittaker fit after a failed Gaussian is not trusted on
-                // its own: the retry below decides.
-                ok = false;
-            } else {
-                ok = lsq3x3PeakFit(row, col, i);
-            }
-            break;
-        default: ok = stdGaussPeakFit(row, col, i); break;
+                break;
+            case PIV::PEAKFIT_PARABOLIC:
+                ok = parabolicPeakFit(row, col, i);
+                break;
+            case PIV::PEAKFIT_CENTROID:
+                ok = centroidPeakFit(row, col, i);
+                break;
+            case PIV::PEAKFIT_WHITTAKER:
+                ok = i == 0 ? (whittakerFit(row, col, i) || lsq3x3PeakFit(row, col, i))
+                            : lsq3x3PeakFit(row, col, i);
+                break;
+            case PIV::PEAKFIT_NONLIN_GAUSS:
+                if (i != 0) {
+                    ok = lsq3x3PeakFit(row, col, i);
+                } else if (nonLinearFit(row, col, i)) {
+                    ok = true;
+                } else if (whittakerFit(row, col, i)) {
+                    // A Whittaker fit after a failed Gaussian is not trusted on
+                    // its own: the retry below decides.
+                    ok = false;
+                } else {
+                    ok = lsq3x3PeakFit(row, col, i);
+                }
+                break;
+            default:
+                ok = stdGaussPeakFit(row, col, i);
+                break;
         }
         p.status = ok ? PIV::PEAK_GOOD : PIV::PEAK_FIT_FAILED;
         if (ok && std::hypot(p.subX, p.subY) <= 3.0f) continue;
 
         p.weighted = false;
         switch (m_cfg.Type) {
-        case PIV::PEAKFIT_PARABOLIC: ok = parabolicPeakFit(row, col, i); break;
-        case PIV::PEAKFIT_CENTROID: ok = centroidPeakFit(row, col, i); break;
-        case PIV::PEAKFIT_GAUSS_3PT: ok = stdGaussPeakFit(row, col, i); break;
-        default: ok = lsq3x3PeakFit(row, col, i); break;
+            case PIV::PEAKFIT_PARABOLIC:
+                ok = parabolicPeakFit(row, col, i);
+                break;
+            case PIV::PEAKFIT_CENTROID:
+                ok = centroidPeakFit(row, col, i);
+                break;
+            case PIV::PEAKFIT_GAUSS_3PT:
+                ok = stdGaussPeakFit(row, col, i);
+                break;
+            default:
+                ok = lsq3x3PeakFit(row, col, i);
+                break;
         }
         p.status = ok ? PIV::PEAK_GOOD : PIV::PEAK_FIT_FAILED;
         const bool runaway = std::hypot(p.subX, p.subY) > 3.0f;
@@ -378,7 +419,8 @@ bool PIV_PeakDetect2D::parabolicPeakFit(int row, int col, int index) {
     CORR_PEAK_DATA& p = m_peaks[index];
     if (!beginCrossFit(row, col, p)) return false;
     float v[5];
-    for (int k = 0; k < 5; k++) v[k] = m_peakWeightingEnabled ? p.value[k] * p.weight[k] : p.value[k];
+    for (int k = 0; k < 5; k++)
+        v[k] = m_peakWeightingEnabled ? p.value[k] * p.weight[k] : p.value[k];
     float dy = 0.0f, dx = 0.0f;
     bool ok = Parabolic3PtFit(v[1], v[0], v[2], dy);
     ok = Parabolic3PtFit(v[4], v[0], v[3], dx) && ok;

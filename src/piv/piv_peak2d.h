@@ -62,6 +62,11 @@ public:
     bool setPivEvalCfg(const PIVEVAL_CFG& cfg);
     const PIVEVAL_CFG& pivEvalCfg() const { return m_cfg; }
 
+    // Allocates the scratch of planes of this size (search mask, weights,
+    // candidate row, fit points, minimiser): searches and fits then run in
+    // the evaluation's parallel workers without allocating. False (error 7)
+    // when memory runs out.
+    bool prepareFor(const SIZE2D& size);
     bool findPeaks(const float* plane, const SIZE2D& size, int mode, bool autocorrelationMode);
     // findPeaks with `offset` in place of SampleOffset for this call.
     bool findOffsetPeaks(const float* plane, const SIZE2D& size, POINT2D offset, int mode,
@@ -120,16 +125,16 @@ private:
     bool nonLinearFit(int row, int col, int index);
     bool checkPeakShape(const CORR_PEAK_DATA& peak, float tolerance) const;
     // Gathers the cells within the fit radius around (row, col) into m_fitPoints.
-    int collectFitPoints(const float* plane, int row, int col, int radius, float& lo,
-                         float& hi);
+    int collectFitPoints(const float* plane, int row, int col, int radius, float& lo, float& hi);
     // False, with the reason printed under `who`, when the collected points
     // cannot carry a 2-D Gaussian.
     bool fitPointsUsable(const char* who, int count, float lo, float hi) const;
     // Maximum of the reconstruction through `n` samples near `start`,
     // searched within +-`reach`; false when it lies beyond half the line.
-    bool whittakerLine(int n, int index, double start, double reach, float& position,
-                       float& sub, float& height);
+    bool whittakerLine(int n, int index, double start, double reach, float& position, float& sub,
+                       float& height);
     int fitRadiusFor(const SIZE2D& size) const;
+    static constexpr int kMaxFitRadius = 8;  // the largest disc a fit gathers
 
     bool findSelfCorrelation();
     bool doPeakSwap(float y, float x, float radius);

@@ -121,7 +121,8 @@ int GaussResidualsNoOffset(void* user, int m, int, const double* p, double* fvec
     const PIV::LmFitPoints& pts = *static_cast<const PIV::LmFitPoints*>(user);
     if (p[0] == 0.0 || p[1] == 0.0) return -1;
     for (int k = 0; k < m; k++) {
-        fvec[k] = pts.value[k] * pts.weight[k] - Gauss2D(pts.x[k], pts.y[k], p[0], p[1], p[2], p[3]);
+        fvec[k] =
+            pts.value[k] * pts.weight[k] - Gauss2D(pts.x[k], pts.y[k], p[0], p[1], p[2], p[3]);
         if (!std::isfinite(fvec[k])) return -1;
     }
     return 0;
@@ -262,7 +263,8 @@ bool PIV_PeakDetect2D::whittakerFit(int row, int col, int index) {
         good = whittakerLine(w, col, col + p.subX, 0.5, p.x, p.subX, p.height) && good;
     }
     if (h % 2 == 0) {
-        for (int j = 0; j < h; j++) m_line[j] = double(m_plane[size_t(j) * w + col]) * m_rowWeights[j];
+        for (int j = 0; j < h; j++)
+            m_line[j] = double(m_plane[size_t(j) * w + col]) * m_rowWeights[j];
         // Twice the interval of the x axis, as the detector has always searched.
         good = whittakerLine(h, row, row + p.subY, 1.0, p.y, p.subY, p.height) && good;
     }
@@ -270,8 +272,8 @@ bool PIV_PeakDetect2D::whittakerFit(int row, int col, int index) {
     return good;
 }
 
-bool PIV_PeakDetect2D::whittakerLine(int n, int index, double start, double reach,
-                                     float& position, float& sub, float& height) {
+bool PIV_PeakDetect2D::whittakerLine(int n, int index, double start, double reach, float& position,
+                                     float& sub, float& height) {
     double best = start;
     const double f = Brent2(start - reach, start, start + reach, best, m_line.data(), n,
                             m_cfg.CutOff, std::max(m_cfg.MaxIter, 1));
@@ -300,13 +302,13 @@ bool PIV_PeakDetect2D::fitPointsUsable(const char* who, int count, float lo, flo
 }
 
 int PIV_PeakDetect2D::fitRadiusFor(const SIZE2D& size) const {
-    int radius = std::clamp(m_fitRadius, 1, 8);
+    int radius = std::clamp(m_fitRadius, 1, kMaxFitRadius);
     radius = std::min(radius, std::min(size.width, size.height) / 2);
     return std::max(radius, 1);
 }
 
-int PIV_PeakDetect2D::collectFitPoints(const float* plane, int row, int col, int radius,
-                                       float& lo, float& hi) {
+int PIV_PeakDetect2D::collectFitPoints(const float* plane, int row, int col, int radius, float& lo,
+                                       float& hi) {
     const int w = m_size.width, h = m_size.height;
     const bool weighted = plane == m_plane && m_peakWeightingEnabled && !(row == 0 && col == 0);
     m_fitPoints.clear();
@@ -320,7 +322,8 @@ int PIV_PeakDetect2D::collectFitPoints(const float* plane, int row, int col, int
             const float v = plane[size_t(r) * w + c];
             lo = std::min(lo, v);
             hi = std::max(hi, v);
-            m_fitPoints.add(col + dx, row + dy, v, weighted ? m_rowWeights[r] * m_colWeights[c] : 1.0);
+            m_fitPoints.add(col + dx, row + dy, v,
+                            weighted ? m_rowWeights[r] * m_colWeights[c] : 1.0);
         }
     }
     return m_fitPoints.count;
@@ -402,7 +405,8 @@ bool PIV_PeakDetect2D::calcAutoShape(const float* autoPlane, const SIZE2D& size)
     if (!fitPointsUsable("calcAutoShape()", n, lo, hi)) return false;
 
     double param[4] = {2.0, 2.0, 0.0, 1.0};
-    const PIV::LmResult fit = PIV::LmMinimize(GaussResidualsNoOffset, &m_fitPoints, n, 4, param, m_lm);
+    const PIV::LmResult fit =
+        PIV::LmMinimize(GaussResidualsNoOffset, &m_fitPoints, n, 4, param, m_lm);
     if (!fit.good()) return false;
     m_autoShape = FPOINT3D{float(std::fabs(param[0])), float(std::fabs(param[1])), float(param[2])};
     m_haveAutoShape = true;
@@ -470,8 +474,9 @@ bool PIV_PeakDetect2D::findSelfCorrelation() {
                           m_peaks[0].x, m_peaks[0].y, m_peaks[1].x, m_peaks[1].y, double(tx),
                           double(ty));
         else
-            DebugPrintExt(3, " - Self-correlation peak is shifted normally - Peak should be at (%g,%g)",
-                          double(tx), double(ty));
+            DebugPrintExt(
+                3, " - Self-correlation peak is shifted normally - Peak should be at (%g,%g)",
+                double(tx), double(ty));
         doPeakSwap(float(ty), float(tx), r);
     }
     return true;

@@ -110,7 +110,7 @@ const char* PIV::LibraryVersion() {
 }
 
 const char* PIV::LibraryVersionLine() {
-    static char line[128];
+    static thread_local char line[128];
     std::snprintf(line, sizeof(line), "LIBTORVO Version: %s  (Build: %s, %s)", LibraryVersion(),
                   __DATE__, __TIME__);
     return line;

@@ -1,6 +1,8 @@
 // The error object: its texts, its report formats and its handling modes.
 #include <gtest/gtest.h>
 
+#include <thread>
+
 #include "message_capture.h"
 #include "piv_error.h"
 
@@ -95,14 +97,33 @@ TEST(PIVerror, OverrideIsUndoneByClear) {
     EXPECT_EQ(e.errorHandling(), PIVerror::ERROR_REPORT);
 }
 
-TEST(PIVerrorDeathTest, ExitModeEndsTheProcessWithStatusOne) {
-    EXPECT_EXIT(
-        {
-            PIVerror e("X");
-            e.setErrorHandling(PIVerror::ERROR_EXIT);
-            e.handleError(PIVerror::INTERNAL_ERROR, "f()");
-        },
-        ::testing::ExitedWithCode(1), "ERROR 'X::f\\(\\)' : internal erorr");
+namespace {
+
+int FailInExitMode(const char* where) {
+    PIVerror e("X");
+    e.setErrorHandling(PIVerror::ERROR_EXIT);
+    e.handleError(PIVerror::INTERNAL_ERROR, where);
+    return e.getLastErrorCode();
+}
+
+// A thread of its own, then an OpenMP team, then the main thread.
+void FailEverywhere() {
+    int recorded = 0;
+    std::thread([&] { recorded += FailInExitMode("thread()"); }).join();
+#pragma omp parallel num_threads(2) reduction(+ : recorded)
+    recorded += FailInExitMode("team()");
+    if (recorded == 3 * PIVerror::INTERNAL_ERROR) FailInExitMode("main()");
+}
+
+}  // namespace
+
+// Only the main thread outside a parallel region may end the process: a
+// worker records the error and its caller decides. Were a worker allowed to
+// exit, the process would end before the main thread's report.
+TEST(PIVerrorDeathTest, ExitModeEndsTheProcessOnlyFromTheMainThread) {
+    GTEST_FLAG_SET(death_test_style, "threadsafe");  // a fork would not carry the OpenMP team
+    EXPECT_EXIT(FailEverywhere(), ::testing::ExitedWithCode(1),
+                "ERROR 'X::main\\(\\)' : internal erorr");
 }
 
 TEST(PIVerror, StaticReportsUseTheirOwnFormats) {

@@ -2,7 +2,9 @@
 #include <gtest/gtest.h>
 #include <unistd.h>
 
+#include <atomic>
 #include <string>
+#include <thread>
 
 #include "image_types.h"
 #include "message_capture.h"
@@ -153,6 +155,34 @@ TEST(PathFunctions, CreateCleanFileNameKeepsToItsFirstPath) {
     EXPECT_STREQ(PIV::CreateCleanFileName("/d/run_0001_a.tif", "nc"), "/d/run_0001.nc");
     EXPECT_STREQ(PIV::CreateCleanFileName("/other/x_b.tif", "dat"), "/d/run_0001.dat");
     EXPECT_STREQ(PIV::CreateCleanFileName(nullptr, "dat"), "");
+}
+
+// Workers of a batch name files at the same time: each thread's names are
+// its own. The threads take turns, so that each checks its name after the
+// other has derived one: with one buffer for all, every check would see the
+// other thread's name.
+TEST(PathFunctions, ThreadsDeriveNamesIndependently) {
+    constexpr int kNames = 100000;
+    std::atomic<int> turn{0};
+    auto derive = [&turn](int me, const std::string& stub, int* wrong) {
+        for (int i = 0; i < kNames; i++) {
+            const std::string number = std::to_string(10000 + i);
+            const int mine = 2 * i + me;                         // this thread's turn
+            const int checkAt = std::min(mine + 2, 2 * kNames);  // after the other's next name
+            while (turn.load() != mine) std::this_thread::yield();
+            const char* name = PIV::GetSecondImageName((stub + number + "a.tif").c_str(), 1);
+            turn++;
+            while (turn.load() < checkAt) std::this_thread::yield();
+            if (stub + number + "b.tif" != name) ++*wrong;
+        }
+    };
+    int wrongOne = 0, wrongTwo = 0;
+    std::thread one(derive, 0, "r", &wrongOne);
+    std::thread two(derive, 1, "/data/campaign/run", &wrongTwo);
+    one.join();
+    two.join();
+    EXPECT_EQ(wrongOne, 0);
+    EXPECT_EQ(wrongTwo, 0);
 }
 
 TEST(PathFunctions, ExistenceAndDirectories) {
