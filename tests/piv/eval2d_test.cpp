@@ -161,6 +161,38 @@ TEST(Eval2D, EmptyWindowFailsAloneAndDisabledEntriesStayAsTheyWere) {
     EXPECT_EQ(vectors[2].flag, 0);
 }
 
+// Frame B holds only the upper 64 rows of frame A: every window whose rows
+// reach below row 63 cannot be read from it. Four workers fail there at
+// once; each failure belongs to its window, and the frame they all read
+// keeps no error.
+TEST(Eval2D, WindowsBeyondASharedFrameFailAloneAndLeaveItClean) {
+    MessageCapture quiet;
+    ThreadScope threads(4);
+    const auto pair = RenderPair(StandardParams(128), UniformFlow(1.0, 0.0));
+    Image2D a = ToImage(pair.a, 128, 128), b = ToImage(pair.b, 128, 64);
+    PIV_Eval2D eval;
+    eval.setPivEvalCfg(SinglePass(16, 4));
+    ASSERT_TRUE(eval.setPivImages(&a, &a));
+    std::vector<CORR_SAMPLE_POS> samples;
+    for (int y = 8; y <= 120; y += 4)
+        for (int x = 8; x <= 120; x += 4) samples.push_back(Sample(x, y));
+    std::vector<PIV_VECTOR> vectors(samples.size());
+    int good = 0;
+    ASSERT_TRUE(eval.processSampleList(samples.data(), int(samples.size()), vectors.data(),
+                                       SinglePass(16, 4), false, &a, &b, nullptr, nullptr, nullptr,
+                                       nullptr, &good));
+    for (size_t k = 0; k < samples.size(); k++) {
+        const bool outside = samples[k].pos.y + 8 > 64;  // rows y - 8 .. y + 7
+        ASSERT_EQ(samples[k].error == PIVerror::SAMPLING_FAILED, outside) << k;
+        if (outside) {
+            ASSERT_EQ(vectors[k].flag, VECTOR_NO_RESULT | VECTOR_OUTLIER) << k;
+        }
+    }
+    EXPECT_GT(good, 0);
+    EXPECT_EQ(b.error().getLastErrorCode(), PIVerror::NO_ERROR);
+    EXPECT_EQ(a.error().getLastErrorCode(), PIVerror::NO_ERROR);
+}
+
 TEST(Eval2D, MaskOverTheTopRowOfAWindow) {
     MessageCapture quiet;
     const auto pair = RenderPair(StandardParams(128), UniformFlow(1.0, 0.0));
