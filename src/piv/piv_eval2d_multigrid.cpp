@@ -20,7 +20,9 @@
 
 namespace {
 
-int RoundAway(double v) { return int(v < 0.0 ? v - 0.5 : v + 0.5); }
+int RoundAway(double v) {
+    return int(v < 0.0 ? v - 0.5 : v + 0.5);
+}
 
 // The validation of an intermediate level: whatever it rejects must be
 // filled, or the next level would start from it; and with no test chosen
@@ -63,7 +65,7 @@ bool PIV_Eval2D::evalMultiGrid() {
     bool ok = true;
     for (int n = 0; n < count && ok; n++) {
         ok = multiGridLevel(levels[size_t(n)], n, count, params, coarse, predictor);
-        if (m_cancelled || wasCancelled()) {
+        if (cancelRequested()) {
             DebugPrintExt(1, "MultiGrid-PIV cancelled...");
             ok = false;
         }
@@ -96,26 +98,27 @@ bool PIV_Eval2D::evalMultiGrid() {
     return ok;
 }
 
-bool PIV_Eval2D::multiGridLevel(const MULTIGRID_LEVEL& L, int n, int count,
-                                PIV_PARAMETERS& params, PIV_Data2D& coarse,
-                                std::vector<PIV_VECTOR>& predictor) {
+bool PIV_Eval2D::multiGridLevel(const MULTIGRID_LEVEL& L, int n, int count, PIV_PARAMETERS& params,
+                                PIV_Data2D& coarse, std::vector<PIV_VECTOR>& predictor) {
     const char* where = "evalMultiGrid()";
     const PIVEVAL_CFG& cfg = params.eval;
     DebugPrint("\n========== MultiGrid PASS %d of %d ==============", n + 1, count);
     if (L.deform) {
         DebugPrint("   **** Image Deformation: method=%d  order=%d ******",
                    cfg.ImageMapping2D.Method, cfg.ImageMapping2D.Order);
-        std::snprintf(m_status, sizeof(m_status), "MultiGrid-PIV Pass %d of %d - Image deformation",
-                      n + 1, count);
+        char method[64];
+        std::snprintf(m_status, sizeof(m_status),
+                      "MultiGrid-PIV Pass %d of %d - Image deformation ( %s )", n + 1, count,
+                      _getDeformationMethod(cfg, L.final, method, sizeof(method)));
         updateProgressDialog(m_status, true);
         if (!deformImagePair(m_data, L.final)) {
-            if (!wasCancelled())
+            if (!cancelRequested())
                 std::snprintf(m_status, sizeof(m_status), "Image Deformation failed\n\t%.900s",
                               getLastError());
             return false;
         }
     }
-    if (wasCancelled()) return false;
+    if (cancelRequested()) return false;
     std::snprintf(m_status, sizeof(m_status), "MultiGrid-PIV Pass %d of %d - WinSize=(%dx%d)",
                   n + 1, count, L.fullSample.width, L.fullSample.height);
     updateProgressDialog(m_status, true);
@@ -197,14 +200,16 @@ bool PIV_Eval2D::multiGridLevel(const MULTIGRID_LEVEL& L, int n, int count,
     }
     int good = 0;
     const bool accumulate = L.deform && L.final;
-    processSampleList(samples.data(), nodes, v, lc, accumulate, a, b, nullptr, nullptr, maskA,
-                      maskB, &good);
+    if (!processSampleList(samples.data(), nodes, v, lc, accumulate, a, b, nullptr, nullptr, maskA,
+                           maskB, &good))
+        return false;
     if (cfg.SelfCorrelation_Eliminate) {
         int disabled = 0;
         for (int k = 0; k < nodes; k++) {
             double rx = 0.0, ry = 0.0;
             if (L.deform) m_data->interpolateVector(v[k].ix, v[k].iy, 0, &rx, &ry);
-            disabled += PIV::EliminateZeroPeak(v[k], float(rx), float(ry), cfg.SelfCorrelation_Radius);
+            disabled +=
+                PIV::EliminateZeroPeak(v[k], float(rx), float(ry), cfg.SelfCorrelation_Radius);
         }
         DebugPrintExt(2, "  disabled %d self-correlation vectors", disabled);
     }
@@ -224,7 +229,8 @@ bool PIV_Eval2D::multiGridLevel(const MULTIGRID_LEVEL& L, int n, int count,
         field->setFlagSmoothed(false);
         if (L.medianSize > 0) field->medianFilter(L.medianSize, false);
         field->smoothGauss(L.smoothWidth, 0.05, false);
-        for (int k = 0; k < nodes; k++) v[k].peak[0] = PIV_PEAK{v[k].dx, v[k].dy, v[k].peak[0].value};
+        for (int k = 0; k < nodes; k++)
+            v[k].peak[0] = PIV_PEAK{v[k].dx, v[k].dy, v[k].peak[0].value};
         field->doStatistics();
         // A coarse level lies on a coarser grid than the main field. Bilinear
         // transfer between its nodes cuts the crests of a curved flow, and

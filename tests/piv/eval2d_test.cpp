@@ -4,6 +4,7 @@
 
 #include <cmath>
 #include <cstring>
+#include <thread>
 #include <vector>
 
 #include "eval_test_support.h"
@@ -274,8 +275,58 @@ TEST(Eval2D, OneAndTwoThreadsGiveTheSameField) {
         // 1e-3 px (4.5e-8 px on this field).
         float worst = 0.0f;
         for (size_t k = 0; k < one.size(); k++)
-            worst = std::max({worst, std::fabs(one[k].dx - two[k].dx), std::fabs(one[k].dy - two[k].dy)});
+            worst = std::max(
+                {worst, std::fabs(one[k].dx - two[k].dx), std::fabs(one[k].dy - two[k].dy)});
         EXPECT_LE(worst, 1e-3f);
+    }
+}
+
+// Cancels from a thread of its own at the first progress report, about a
+// hundredth into a list of 14,641 windows.
+class CancelAtFirstProgress : public PIV_Eval2D {
+public:
+    void showProgress(int step, int) override {
+        if (step > 0 && !isCancelled()) std::thread([this] { cancel(); }).join();
+    }
+};
+
+// Every worker stops at its next window: far from all nodes are evaluated
+// (an evaluated node has a count or a failure; the others stay as cleared),
+// and the run ends without raw data.
+TEST(Eval2D, CancelFromAnotherThreadStopsEveryWorker) {
+    MessageCapture quiet;
+    ThreadScope threads(4);
+    const auto pair = RenderPair(StandardParams(256), UniformFlow(1.0, 0.0));
+    Image2D a = ToImage(pair.a, 256, 256), b = ToImage(pair.b, 256, 256);
+    CancelAtFirstProgress eval;
+    eval.setPivEvalCfg(SinglePass(16, 2));
+    ASSERT_TRUE(eval.setPivImages(&a, &b));
+    EXPECT_FALSE(eval.interrogateImage(true));
+    EXPECT_TRUE(eval.isCancelled());
+    EXPECT_FALSE(eval.haveRawData());
+    const PIV_Data2D& f = *eval.data();
+    ASSERT_EQ(f.nodeCount(), 121 * 121);
+    int evaluated = 0;
+    for (int k = 0; k < f.nodeCount(); k++)
+        evaluated += f.data()[k].count > 0 || (f.data()[k].flag & VECTOR_NO_RESULT);
+    EXPECT_GT(evaluated, 0);
+    EXPECT_LT(evaluated, f.nodeCount() / 4);
+}
+
+// A region of interest lays a smaller grid at once, and the field follows.
+TEST(Eval2D, RegionOfInterestLaysGridAndField) {
+    MessageCapture quiet;
+    const auto pair = RenderPair(StandardParams(128), UniformFlow(1.0, 0.0));
+    Evaluation e(pair, SinglePass());
+    ASSERT_EQ(e.field().nodeCount(), 49);
+    EXPECT_TRUE(e.eval->setROI(RECT3D{32, 96, 32, 96, 0, 0}));
+    const DATA_GRID4D g = e.eval->parameters()->dataGrid();
+    ASSERT_LT(g.nodes.width * g.nodes.height, 49);
+    EXPECT_EQ(e.field().nodeCount(), g.nodes.width * g.nodes.height);
+    ASSERT_TRUE(e.run()) << e.eval->getLastError();
+    for (int k = 0; k < e.field().nodeCount(); k++) {
+        EXPECT_GE(e.field().data()[k].ix, 32);
+        EXPECT_LE(e.field().data()[k].ix, 96);
     }
 }
 
@@ -300,7 +351,8 @@ TEST(Eval2D, ScanCorrelationModesFailEveryWindow) {
         Evaluation e(pair, cfg);
         ASSERT_TRUE(e.run()) << "single windows failing do not fail the evaluation";
         for (int k = 0; k < e.field().nodeCount(); k++)
-            ASSERT_EQ(e.field().data()[k].flag, VECTOR_NO_RESULT | VECTOR_OUTLIER) << "mode " << mode;
+            ASSERT_EQ(e.field().data()[k].flag, VECTOR_NO_RESULT | VECTOR_OUTLIER)
+                << "mode " << mode;
     }
 }
 
