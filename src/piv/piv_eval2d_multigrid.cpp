@@ -204,12 +204,22 @@ bool PIV_Eval2D::multiGridLevel(const MULTIGRID_LEVEL& L, int n, int count, PIV_
                            maskB, &good))
         return false;
     if (cfg.SelfCorrelation_Eliminate) {
+        // A peak is the self-correlation when the displacement it stands for
+        // in the original images is below the radius. The level's vectors
+        // are in its own (binned) pixels, and on deformed images they hold
+        // only what remains beyond the field the images were warped by: that
+        // field is read at the node's image pixel and, like the radius,
+        // brought to the level's pixels. Accumulated peaks already hold the
+        // whole displacement.
+        const double scale = 1.0 / L.binning;
+        const float radius = float(cfg.SelfCorrelation_Radius * scale);
         int disabled = 0;
         for (int k = 0; k < nodes; k++) {
             double rx = 0.0, ry = 0.0;
-            if (L.deform) m_data->interpolateVector(v[k].ix, v[k].iy, 0, &rx, &ry);
-            disabled +=
-                PIV::EliminateZeroPeak(v[k], float(rx), float(ry), cfg.SelfCorrelation_Radius);
+            if (L.deform && !accumulate)
+                m_data->interpolateVector(double(v[k].ix) * L.binning, double(v[k].iy) * L.binning,
+                                          0, &rx, &ry);
+            disabled += PIV::EliminateZeroPeak(v[k], float(rx * scale), float(ry * scale), radius);
         }
         DebugPrintExt(2, "  disabled %d self-correlation vectors", disabled);
     }

@@ -6,14 +6,14 @@
 #include <cmath>
 #include <cstdio>
 #include <cstdlib>
-#include <string>
 #include <memory>
+#include <string>
 #include <vector>
 
 #include "eval_test_support.h"
 #include "message_capture.h"
-#include "scratch_files.h"
 #include "piv_enums.h"
+#include "scratch_files.h"
 #include "synthetic_flows.h"
 
 using eval_test::CompareWithFlow;
@@ -64,12 +64,15 @@ FieldErrors Evaluate(const Flow& flow, const PIVEVAL_CFG& cfg, unsigned seed = 1
 }
 
 // RMS over both components of every interior node.
-double Rms(const FieldErrors& f) { return std::sqrt(0.5 * (f.x.rms * f.x.rms + f.y.rms * f.y.rms)); }
+double Rms(const FieldErrors& f) {
+    return std::sqrt(0.5 * (f.x.rms * f.x.rms + f.y.rms * f.y.rms));
+}
 
 void Report(const char* what, const FieldErrors& f) {
-    std::printf("[ figures  ] %-44s rms %.4f px (x %.4f, y %.4f)  bias x %+.4f y %+.4f  "
-                "failed %d of %d\n",
-                what, Rms(f), f.x.rms, f.y.rms, f.x.mean, f.y.mean, f.failed, f.nodes);
+    std::printf(
+        "[ figures  ] %-44s rms %.4f px (x %.4f, y %.4f)  bias x %+.4f y %+.4f  "
+        "failed %d of %d\n",
+        what, Rms(f), f.x.rms, f.y.rms, f.x.mean, f.y.mean, f.failed, f.nodes);
 }
 
 // Share of interior vectors within `tolerance` px of the truth in both axes.
@@ -173,14 +176,17 @@ TEST(DeformationAccuracy, LambOseenVortex) {
     EXPECT_LE(Rms(f), 0.05);
 }
 
-// Captures the field each time the evaluator shows intermediate data.
+// Captures the field each time the evaluator shows intermediate data, and
+// the status lines.
 class CapturingEval : public PIV_Eval2D {
 public:
     std::vector<std::vector<PIV_VECTOR>> shown;
+    std::vector<std::string> status;
     void showNewPivData() override {
         if (data() && !data()->isNull())
             shown.emplace_back(data()->data(), data()->data() + data()->nodeCount());
     }
+    void updateProgressDialog(const char* text, bool) override { status.push_back(text); }
 };
 
 // Between passes the field is validated with outliers replaced, whatever
@@ -275,7 +281,8 @@ TEST(DeformationEdges, ZeroOffsetCopiesTheImages) {
     f.initShift(2.0f, 0.0f, 0.0f);
     e.eval->setAnalysisMode(PIV::ANALYSIS_SPECKLE);
     ASSERT_TRUE(e.eval->deformImagePair(&f, true));
-    for (int x = 0; x < 256; x += 3) ASSERT_EQ(e.eval->deformedImageA().pixel(x, 100), e.a.pixel(x, 100));
+    for (int x = 0; x < 256; x += 3)
+        ASSERT_EQ(e.eval->deformedImageA().pixel(x, 100), e.a.pixel(x, 100));
 }
 
 TEST(IterativeBadInput, RefusedWithTheirErrors) {
@@ -372,4 +379,51 @@ TEST(DeformationEdges, StoredDeformedImages) {
             EXPECT_EQ(img.width(), 128u);
             EXPECT_EQ(img.type(), IMAGE_UINT8);
         }
+}
+
+// dx = (y - 512) * 1.5 / 80, in x only: slower than the 1.35 px radius
+// within 72 px of the lower edge and nowhere else. Multi-grid from 128 px
+// windows on the frames binned by 4, 3 and 2, deformed from the second
+// level on: each level may take away self-correlation peaks only in that
+// band, whatever its binning. (A binned level's vectors are in binned pixels
+// and, on deformed frames, hold the remainder beyond the field there.)
+TEST(MultiGridBinned, SelfCorrelationOnlyWhereTheFlowIsSlowerThanTheRadius) {
+    const synth::ShearFlow flow(0.0, 1.5 / 80.0, 512.0);
+    const auto pair = RenderPair(StandardParams(kSize, 13), flow);
+    PIVEVAL_CFG cfg = MultiGrid(false, PIV::DEFORM_ALL_PASSES);
+    cfg.MultiGrid_SampleSize = SIZE3D{32, 32, 1};
+    cfg.MultiGrid_Desample = 4;
+    cfg.DesampleEnable = true;
+    cfg.SelfCorrelation_Eliminate = true;
+    cfg.SelfCorrelation_Radius = 1.35f;
+    Image2D a = eval_test::ToImage(pair.a, kSize, kSize),
+            b = eval_test::ToImage(pair.b, kSize, kSize);
+    CapturingEval eval;
+    eval.setPivEvalCfg(cfg);
+    ASSERT_TRUE(eval.setPivImages(&a, &b));
+    MessageCapture capture;
+    DebugLevelScope level(2);
+    ASSERT_TRUE(eval.interrogateImage(false)) << eval.getLastError();
+    std::vector<int> disabled;  // per level: 128 (binned 4), 96 (3), 64 (2), 48, 32, final 32
+    for (const std::string& line : capture.lines())
+        if (line.rfind("  disabled ", 0) == 0) disabled.push_back(std::atoi(line.c_str() + 11));
+    ASSERT_EQ(disabled.size(), 6u);
+    for (int n : disabled) EXPECT_GT(n, 0);
+    // The first level lays 7 x 7 nodes over the 128 px binned frames, image
+    // rows 64 to 448: only its last row lies in the band.
+    EXPECT_LE(disabled[0], 7);
+    // The final level: the nodes in the band, rows 448 and below, give or
+    // take a few of the rows at its edge (row 432 is 0.15 px outside), where
+    // the peaks taken away above leave their noise.
+    const PIV_Data2D& f = *eval.data();
+    int slow = 0;
+    for (int k = 0; k < f.nodeCount(); k++) {
+        double dx, dy;
+        synth::ExactDisplacement(flow, f.data()[k].ix, f.data()[k].iy, dx, dy);
+        slow += std::hypot(dx, dy) < cfg.SelfCorrelation_Radius;
+    }
+    EXPECT_NEAR(disabled.back(), slow, slow / 10);
+    // The status of a deformed level names the interpolation.
+    EXPECT_EQ(eval.status[1],
+              "MultiGrid-PIV Pass 2 of 6 - Image deformation ( B-Spline, Degree=3 )");
 }
