@@ -440,21 +440,23 @@ bool Image2D::erase() {
     return fill(0.0f);
 }
 
-bool Image2D::fillSample(float* out, int w, int h, int x0, int y0, int stride) const {
-    return Guarded(m_error, "fillSample()", [&] {
-        if (isNull()) throw PIVerror::IMAGE_IS_NULL;
-        if (x0 < 0 || y0 < 0 || static_cast<int64_t>(x0) + w > static_cast<int64_t>(m_width) ||
-            static_cast<int64_t>(y0) + h > static_cast<int64_t>(m_height)) {
-            m_error.setMessage("fillSample() - %dx%d sample at (%d,%d) outside of image", w, h, x0,
-                               y0);
-            throw PIVerror::OUTSIDE_IMAGE;
-        }
-        if (w < 0 || h < 0 || stride < 0 || (stride != 0 && stride < w)) {
-            m_error.setMessage("fillSample() - bad sample size %dx%d (stride %d)", w, h, stride);
-            throw PIVerror::BAD_SAMPLE_SIZE;
-        }
-        if (!out) throw PIVerror::INVALID_POINTER;
-        const int rowStride = stride != 0 ? stride : w;
+bool Image2D::fillSample(float* out, int w, int h, int x0, int y0, int stride,
+                         PIVerror::ErrorType* why) const {
+    // Every worker of an evaluation samples the same frames and masks at
+    // once: a failure goes to the caller alone, never into m_error.
+    auto refuse = [why](PIVerror::ErrorType code) {
+        if (why) *why = code;
+        return false;
+    };
+    if (isNull()) return refuse(PIVerror::IMAGE_IS_NULL);
+    if (x0 < 0 || y0 < 0 || static_cast<int64_t>(x0) + w > static_cast<int64_t>(m_width) ||
+        static_cast<int64_t>(y0) + h > static_cast<int64_t>(m_height))
+        return refuse(PIVerror::OUTSIDE_IMAGE);
+    if (w < 0 || h < 0 || stride < 0 || (stride != 0 && stride < w))
+        return refuse(PIVerror::BAD_SAMPLE_SIZE);
+    if (!out) return refuse(PIVerror::INVALID_POINTER);
+    const int rowStride = stride != 0 ? stride : w;
+    try {
         Dispatch(m_type, [&](auto tag) {
             using T = typename decltype(tag)::type;
             for (int j = 0; j < h; j++) {
@@ -464,7 +466,11 @@ bool Image2D::fillSample(float* out, int w, int h, int x0, int y0, int stride) c
                 for (int i = w; i < rowStride; i++) dst[i] = 0.0f;
             }
         });
-    });
+    } catch (PIVerror::ErrorType code) {
+        return refuse(code);
+    }
+    if (why) *why = PIVerror::NO_ERROR;
+    return true;
 }
 
 // Interpolates along the row below y only: row y0 and the vertical fraction

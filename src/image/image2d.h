@@ -95,8 +95,12 @@ public:
     bool fill(float value);
     bool erase();
     // Copies the w x h window at (x0, y0) as float into rows `stride` floats
-    // apart (stride 0 means w), clearing columns w..stride-1.
-    bool fillSample(float* out, int w, int h, int x0, int y0, int stride = 0) const;
+    // apart (stride 0 means w), clearing columns w..stride-1. Writes nothing
+    // but `out` and `why`, which receives the code of a refusal (36 outside
+    // the image, 41 bad size or stride, 3 no buffer, 37 null image), so that
+    // many threads may sample one image at once.
+    bool fillSample(float* out, int w, int h, int x0, int y0, int stride = 0,
+                    PIVerror::ErrorType* why = nullptr) const;
     // Method -1 is the nearest pixel. Every other method interpolates along
     // the row below y only (see the source); it is no general interpolator.
     float interpolatedPixel(float x, float y, int method = 0) const;

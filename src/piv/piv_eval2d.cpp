@@ -193,7 +193,11 @@ bool PIV_Eval2D::processSampleList(CORR_SAMPLE_POS* samples, int count, PIV_VECT
     const bool report = DebugLevel() >= 3;
     int total = 0;
     // Worker w takes entries w, w + workers, ...: all workers read the same
-    // part of the images at a time, and each vector has one writer.
+    // part of the images at a time. What a worker may touch: its own
+    // correlator, and entry k of `samples` and `data` for its own k; the
+    // images and masks only read (fillSample writes nothing into them); the
+    // cancel flag, an atomic, only read. Worker 0 runs on the calling thread
+    // and alone calls the hooks; the counts join in the reduction.
 #pragma omp parallel for num_threads(workers) schedule(static, 1) reduction(+ : total)
     for (int w = 0; w < workers; w++) {
         PIV_Corr2D* corr = m_corr[size_t(w)];
@@ -203,7 +207,9 @@ bool PIV_Eval2D::processSampleList(CORR_SAMPLE_POS* samples, int count, PIV_VECT
             if (w == 0 && k / stepSize > progress) {
                 progress = k / stepSize;
                 showProgress(progress, steps);
+                cancelRequested();
             }
+            if (m_cancelled.load(std::memory_order_relaxed)) break;
             CORR_SAMPLE_POS& s = samples[k];
             if (!s.enabled) continue;
             PIV_VECTOR& v = data[k];
@@ -245,7 +251,7 @@ bool PIV_Eval2D::processSampleList(CORR_SAMPLE_POS* samples, int count, PIV_VECT
     }
     showProgress(-1, steps);
     if (good) *good = total;
-    return true;
+    return !m_cancelled;
 }
 
 bool PIV_Eval2D::evalSinglePass() {
@@ -266,7 +272,8 @@ bool PIV_Eval2D::evalSinglePass() {
     for (int j = 0, k = 0; j < ny; j++)
         for (int i = 0; i < nx; i++, k++) {
             CORR_SAMPLE_POS& s = samples[size_t(k)];
-            s.pos = POINT2D{grid.first.x + i * grid.step.width, grid.first.y + j * grid.step.height};
+            s.pos =
+                POINT2D{grid.first.x + i * grid.step.width, grid.first.y + j * grid.step.height};
             s.offset = POINT2D{cfg.SampleOffset.x, cfg.SampleOffset.y};
             s.enabled = true;
         }
@@ -377,6 +384,7 @@ bool PIV_Eval2D::interrogateImage(bool showProgress) {
     }
     m_data->setFlagIntermediateData(false);
     m_evaluationRunning = false;
+    m_newImage = false;
     m_data->setDataType(m_data->dataType() | PIV::DATA_DISPLACEMENT | PIV::DATA_PEAKS);
     if (m_data->haveRawData()) m_data->doStatistics();
     for (PIV_Corr2D* corr : m_corr) corr->setPivEvalCfg(cfg);
@@ -418,7 +426,8 @@ bool PIV_Eval2D::sampleAtPoint(const POINT2D& point) {
     m_window[0] = SIZE2D{cfg.SampleSize.width, cfg.SampleSize.height};
     corr->setIntermediateProcessing(false);
     POINT2D pos = point;
-    return corr->fillSamples(m_pImgA, m_pImgB, &pos, POINT2D{cfg.SampleOffset.x, cfg.SampleOffset.y});
+    return corr->fillSamples(m_pImgA, m_pImgB, &pos,
+                             POINT2D{cfg.SampleOffset.x, cfg.SampleOffset.y});
 }
 
 bool PIV_Eval2D::interrogateAtPoint(const POINT2D& point, PIV_VECTOR* vector, int index) {
@@ -465,10 +474,10 @@ bool PIV_Eval2D::interrogateAtPoint(const POINT2D& point, PIV_VECTOR* vector, in
 
     bool ok;
     if (m_crossPairCorrelation || cfg.MultiCorr) {
-        const bool sampled =
-            m_crossPairCorrelation
-                ? corr->sampleAndCorrelateDualPair(m_pImgA, m_pImgB, m_pImgC, m_pImgD, &pos, offset, true)
-                : corr->sampleAndCorrelate(m_pImgA, m_pImgB, &pos, offset, true);
+        const bool sampled = m_crossPairCorrelation
+                                 ? corr->sampleAndCorrelateDualPair(m_pImgA, m_pImgB, m_pImgC,
+                                                                    m_pImgD, &pos, offset, true)
+                                 : corr->sampleAndCorrelate(m_pImgA, m_pImgB, &pos, offset, true);
         if (!sampled) {
             if (DebugLevel() >= 3) m_error.handleError(PIVerror::CORRELATION_FAILED, where);
             vector->setFailed();
@@ -491,15 +500,15 @@ bool PIV_Eval2D::interrogateAtPoint(const POINT2D& point, PIV_VECTOR* vector, in
             m_error.handleError(PIVerror::SAMPLING_FAILED, where);
             return false;
         }
-        drawSamples(corr->getSample1(), corr->getSample2(), corr->sizeSample1(), corr->sizeSample2(),
-                    corr->internalSampleWidth(), index, false);
+        drawSamples(corr->getSample1(), corr->getSample2(), corr->sizeSample1(),
+                    corr->sizeSample2(), corr->internalSampleWidth(), index, false);
         ok = corr->crossCorrelate() && corr->peakDetection(vector, offset, autocorrelation);
         if (!ok) vector->setFailed();
         place(pos);
         if (m_useMask && m_pMaskA) {
             // The vector belongs where the unmasked particles of its window are.
-            const FPOINT2D c = m_pMaskA->getSampleCentroid(cfg.SampleSize.width,
-                                                           cfg.SampleSize.height, pos.x, pos.y, true);
+            const FPOINT2D c = m_pMaskA->getSampleCentroid(
+                cfg.SampleSize.width, cfg.SampleSize.height, pos.x, pos.y, true);
             place(POINT2D{int(c.x + 0.5f), int(c.y + 0.5f)});
             DebugPrintExt(2, "vector at (%d,%d) %g,%g = %g,%g", pos.x, pos.y, double(c.x),
                           double(c.y), double(vector->dx), double(vector->dy));

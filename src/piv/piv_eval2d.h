@@ -96,6 +96,10 @@ protected:
     bool buildSampleList(const DATA_GRID4D& grid, std::vector<CORR_SAMPLE_POS>& samples,
                          const char* where);
     void setIntermediateProcessing(bool on);
+    // The name of the interpolation a deformation pass uses, for the status
+    // lines: the fast intermediate setting where it applies.
+    static const char* _getDeformationMethod(const PIVEVAL_CFG& cfg, bool finalPass, char* text,
+                                             size_t size);
     // Stores the deformed pair as "<prefix>_<pass>_1.tif" and "_2.tif", in
     // 8 or 16 bits as the largest value of the input needs.
     void saveDeformedImagePair(const char* prefix, int pass, double maximum);
@@ -124,4 +128,3 @@ protected:
     Image2D m_defImgA, m_defImgB;
     Image2D_Deformation m_deformA, m_deformB;
 };
-

@@ -68,6 +68,63 @@ bool PIV_Eval2D_Base::clearData() {
     return true;
 }
 
+bool PIV_Eval2D_Base::setROI(const RECT3D& roi) {
+    // A field read from a file keeps the grid it was evaluated on.
+    const bool fileData = isFileData();
+    const bool changed = m_params->setROI(roi, !fileData);
+    const SIZE3D image = m_params->dataGrid().imageSize;
+    if (changed && !fileData && image.width > 0 && image.height > 0)
+        updateEvalGrid(image.width, image.height);
+    return changed;
+}
+
+bool PIV_Eval2D_Base::updatePIVparameters() {
+    const SIZE3D image = m_params->dataGrid().imageSize;
+    if (isFileData() || image.width < 1 || image.height < 1) {
+        updateCorrelator(m_params->pivEvalCfg());
+        return true;
+    }
+    m_params->update();
+    return updateEvalGrid(image.width, image.height);
+}
+
+bool PIV_Eval2D_Base::updatePivConvertCfg(const PIVCONVERT_CFG& cfg) {
+    const bool changed = m_params->setPivConvertCfg(cfg);
+    if (!changed || m_data->isNull()) return changed;
+    PIV_PARAMETERS held = m_data->pivParameters();
+    held.convert = m_params->pivConvertCfg();
+    m_data->setPivParameters(held);
+    // Physical values and gradients of the old conversion would be wrong.
+    if (m_data->isConverted()) {
+        m_data->convert(m_params);
+        if (m_data->isDifferentiated()) m_data->differentiate();
+        m_data->doStatistics();
+    }
+    return changed;
+}
+
+void PIV_Eval2D_Base::updateFDiffCfg(const DIFFERENTIATE_CFG& cfg) {
+    m_params->setDifferentiateCfg(cfg);
+    if (m_data->isNull()) return;
+    PIV_PARAMETERS held = m_data->pivParameters();
+    held.differentiate = cfg;
+    m_data->setPivParameters(held);
+    if (m_data->isDifferentiated()) m_data->differentiate();
+}
+
+void PIV_Eval2D_Base::setDebug(int level) {
+    SetDebugLevel(level);
+}
+
+void PIV_Eval2D_Base::setFlagNewImage(bool on) {
+    m_newImage = on;
+    if (on && !isFileData()) clearData();
+}
+
+void PIV_Eval2D_Base::showStats() {
+    if (!m_data->isNull() && m_data->doStatistics()) showStatusMessage(m_data->formattedStats());
+}
+
 void PIV_Eval2D_Base::clear() {
     m_status[0] = '\0';
     m_processTime = 0.0;
@@ -86,13 +143,13 @@ bool PIV_Eval2D_Base::updateEvalGrid(int width, int height) {
     const DATA_GRID4D& grid = cfg.grid;
     const long nodes = long(grid.nodes.width) * grid.nodes.height * std::max(grid.nodes.depth, 1);
     const DATA_GRID4D& held = m_data->grid();
-    const bool newGrid = m_data->isNull() || long(m_data->nodeCount()) != nodes ||
-                         held.nodes.width != grid.nodes.width ||
-                         held.nodes.height != grid.nodes.height ||
-                         held.step.width != grid.step.width || held.step.height != grid.step.height ||
-                         held.first.x != grid.first.x || held.first.y != grid.first.y ||
-                         held.imageSize.width != grid.imageSize.width ||
-                         held.imageSize.height != grid.imageSize.height;
+    const bool newGrid =
+        m_data->isNull() || long(m_data->nodeCount()) != nodes ||
+        held.nodes.width != grid.nodes.width || held.nodes.height != grid.nodes.height ||
+        held.step.width != grid.step.width || held.step.height != grid.step.height ||
+        held.first.x != grid.first.x || held.first.y != grid.first.y ||
+        held.imageSize.width != grid.imageSize.width ||
+        held.imageSize.height != grid.imageSize.height;
     const bool newCorrelator = updateCorrelator(cfg);
     DebugPrintExt(3,
                   "PIV_Eval2D_Base::updateEvalGrid(%dx%d)   newGrid=%d sample=%dx%d (new=%d) "

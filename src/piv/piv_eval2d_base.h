@@ -4,6 +4,8 @@
 // nothing; the application's evaluator overrides them.
 #pragma once
 
+#include <atomic>
+
 #include "piv_data2d.h"
 #include "piv_error.h"
 #include "piv_params.h"
@@ -42,6 +44,26 @@ public:
     bool setPivEvalCfg(const PIVEVAL_CFG& cfg) { return updatePivEvalCfg(cfg); }
     void setOutlierCfg(const OUTLIER_CFG& cfg) { m_params->setOutlierCfg(cfg); }
     bool setPivConvertCfg(const PIVCONVERT_CFG& cfg) { return m_params->setPivConvertCfg(cfg); }
+    // Sets the region of interest in the parameters (clipped to the image)
+    // and lays grid and field anew; a field read from a file keeps its grid.
+    // True when the effective region changed.
+    bool setROI(const RECT3D& roi);
+    // Brings grid, field and correlators in step with parameters that their
+    // owner changed in place.
+    bool updatePIVparameters();
+    // Takes the conversion; a field with results is converted again at once.
+    // True when the conversion changed.
+    bool updatePivConvertCfg(const PIVCONVERT_CFG& cfg);
+    // Takes the differentiation; differentials already formed are formed again.
+    void updateFDiffCfg(const DIFFERENTIATE_CFG& cfg);
+    // The library's message level ("-dbg<n>").
+    void setDebug(int level);
+    // New images make the field's vectors stale: they are cleared, unless the
+    // field was read from a file, which no evaluation can replace.
+    void setFlagNewImage(bool on);
+    bool isNewImage() const { return m_newImage; }
+    // Reports the field's statistics through showStatusMessage.
+    void showStats();
     // Empties the field's results, keeping its nodes. False without a field.
     bool clearData();
     void clear();
@@ -58,7 +80,10 @@ public:
     // Vectors stay on their nodes (true) or move with windows that slid
     // inward at the image edge.
     void setKeepNodePositions(bool keep) { m_keepNodePositions = keep; }
+    // May come from any thread: every worker of a running sample list stops
+    // at its next window, and the evaluation ends without raw data.
     void cancel() { m_cancelled = true; }
+    bool isCancelled() const { return m_cancelled; }
     const char* statusText() const { return m_status; }
     double processingTime() const { return m_processTime; }
     const char* getLastError() const { return m_error.getLastError(); }
@@ -73,6 +98,12 @@ public:
                      bool finalPass);
 
 protected:
+    // A cancel asked for through cancel() or the wasCancelled hook; called
+    // on the thread that drives the evaluation.
+    bool cancelRequested() {
+        if (!m_cancelled && wasCancelled()) m_cancelled = true;
+        return m_cancelled;
+    }
     // The mask whose nodes post-processing marks; none in the base.
     virtual const Image2D* postProcessMask() const { return nullptr; }
 
@@ -82,7 +113,8 @@ protected:
     bool m_useMask = false;
     bool m_evaluationRunning = false;
     bool m_newValidation = false;
-    bool m_cancelled = false;
+    std::atomic<bool> m_cancelled{false};
+    bool m_newImage = false;
     bool m_showLiveEvaluation = false;
     bool m_keepNodePositions = true;
     bool m_showProgress = false;

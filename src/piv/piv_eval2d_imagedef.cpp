@@ -13,32 +13,6 @@
 
 namespace {
 
-// The interpolation a deformation pass really uses, for the status line.
-const char* DeformationMethodText(const IMAGEDEF_CFG& cfg, bool fastIntermediate, char* buf,
-                                  size_t size) {
-    const int method = fastIntermediate ? int(PIV::INTERPOLATE_BILINEAR) : cfg.Method;
-    switch (method) {
-        case PIV::INTERPOLATE_SHIFTED_LINEAR:
-            std::snprintf(buf, size, "Shifted Bilinear");
-            break;
-        case PIV::INTERPOLATE_GAUSS:
-            std::snprintf(buf, size, "Gaussian");
-            break;
-        case PIV::INTERPOLATE_BSPLINE:
-            std::snprintf(buf, size, "B-Spline, Degree=%d", getDeformOrder(cfg.Order, method));
-            break;
-        case PIV::INTERPOLATE_BILINEAR:
-            std::snprintf(buf, size, "Bilinear");
-            break;
-        case PIV::INTERPOLATE_POLYNOMIAL:
-            std::snprintf(buf, size, "Polynomial, Degree=%d", cfg.Order);
-            break;
-        default:
-            std::snprintf(buf, size, "Unsupported interpolator");
-    }
-    return buf;
-}
-
 // Intermediate passes may trade interpolation quality for speed.
 bool FastIntermediate(const PIVEVAL_CFG& cfg, bool finalPass) {
     return (cfg.SpeedOptimization & 0x2000) && !finalPass;
@@ -74,6 +48,33 @@ ComponentStats Stats(const PIV_VECTOR* v, int n, const PIV_VECTOR* minus) {
 }
 
 }  // namespace
+
+const char* PIV_Eval2D::_getDeformationMethod(const PIVEVAL_CFG& cfg, bool finalPass, char* text,
+                                              size_t size) {
+    const IMAGEDEF_CFG& def = cfg.ImageMapping2D;
+    const int method =
+        FastIntermediate(cfg, finalPass) ? int(PIV::INTERPOLATE_BILINEAR) : def.Method;
+    switch (method) {
+        case PIV::INTERPOLATE_SHIFTED_LINEAR:
+            std::snprintf(text, size, "Shifted Bilinear");
+            break;
+        case PIV::INTERPOLATE_GAUSS:
+            std::snprintf(text, size, "Gaussian");
+            break;
+        case PIV::INTERPOLATE_BSPLINE:
+            std::snprintf(text, size, "B-Spline, Degree=%d", getDeformOrder(def.Order, method));
+            break;
+        case PIV::INTERPOLATE_BILINEAR:
+            std::snprintf(text, size, "Bilinear");
+            break;
+        case PIV::INTERPOLATE_POLYNOMIAL:
+            std::snprintf(text, size, "Polynomial, Degree=%d", def.Order);
+            break;
+        default:
+            std::snprintf(text, size, "Unsupported interpolator");
+    }
+    return text;
+}
 
 bool PIV_Eval2D_Base::deformImage(const Image2D* src, Image2D* dst, const Image2D* mask,
                                   Image2D_Deformation* deformer, PIV_Data2D* field, double factor,
@@ -119,7 +120,7 @@ bool PIV_Eval2D_Base::deformImage(const Image2D* src, Image2D* dst, const Image2
         m_error.handleError(PIVerror::OPERATION_FAILED, where);
         return false;
     }
-    if (wasCancelled()) return true;
+    if (cancelRequested()) return true;
     if (dst->isZero()) {
         m_error.setMessage("deformImage() - Deformed image contain no data");
         m_error.handleError(PIVerror::IMAGE_IS_NULL, where);
@@ -139,8 +140,7 @@ bool PIV_Eval2D::deformImagePair(PIV_Data2D* field, bool finalPass) {
     const Image2D* maskA = m_useMask ? m_pMaskA : nullptr;
     const Image2D* maskB = m_useMask ? (m_pMaskB ? m_pMaskB : m_pMaskA) : nullptr;
     char method[64], line[160];
-    DeformationMethodText(cfg.ImageMapping2D, FastIntermediate(cfg, finalPass), method,
-                          sizeof(method));
+    _getDeformationMethod(cfg, finalPass, method, sizeof(method));
     if (m_analysisMode == PIV::ANALYSIS_SPECKLE) {
         // Speckle images have a fixed reference: only the second one moves.
         if (!m_defImgA.resize(m_pImgA->size2D(), IMAGE_FLOAT)) return false;
@@ -152,7 +152,7 @@ bool PIV_Eval2D::deformImagePair(PIV_Data2D* field, bool finalPass) {
     std::snprintf(line, sizeof(line), "  Deforming first image  (%s)", method);
     updateProgressDialog(line, true);
     if (!deformImage(m_pImgA, &m_defImgA, maskA, &m_deformA, field, 0.5, finalPass)) return false;
-    if (wasCancelled()) return false;
+    if (cancelRequested()) return false;
     std::snprintf(line, sizeof(line), "  Deforming second image (%s)", method);
     updateProgressDialog(line, true);
     return deformImage(m_pImgB, &m_defImgB, maskB, &m_deformB, field, -0.5, finalPass);
@@ -212,8 +212,8 @@ bool PIV_Eval2D::processDeformedImages(PIV_Data2D* field) {
     }
     int good = 0;
     return processSampleList(samples.data(), int(samples.size()), field->data(),
-                             m_params->pivEvalCfg(), true, &m_defImgA, &m_defImgB, nullptr,
-                             nullptr, listMaskA(), listMaskB(), &good);
+                             m_params->pivEvalCfg(), true, &m_defImgA, &m_defImgB, nullptr, nullptr,
+                             listMaskA(), listMaskB(), &good);
 }
 
 bool PIV_Eval2D::evalImageDef() {
@@ -256,8 +256,7 @@ bool PIV_Eval2D::evalImageDef() {
     for (int pass = 1; pass <= passes; pass++) {
         const bool final = pass == passes;
         DebugPrint("========== ImageDef PASS %d of %d ==============", pass, passes);
-        DeformationMethodText(cfg.ImageMapping2D, FastIntermediate(cfg, final), method,
-                              sizeof(method));
+        _getDeformationMethod(cfg, final, method, sizeof(method));
         std::snprintf(m_status, sizeof(m_status),
                       "Image deformation pass %d of %d  - Deforming Images (%s)", pass, passes,
                       method);
@@ -265,7 +264,7 @@ bool PIV_Eval2D::evalImageDef() {
         m_data->setFlagIntermediateData(!final);
         if (!final && m_showProgress) showNewPivData();
         if (!deformImagePair(m_data, final)) {
-            if (wasCancelled()) return false;
+            if (cancelRequested()) return false;
             std::snprintf(m_status, sizeof(m_status), "Image Deformation failed\nReason: %.900s",
                           getLastError());
             return false;
@@ -320,16 +319,17 @@ bool PIV_Eval2D::evalImageDef() {
         updateProgressDialog(m_status, true);
         if (!buildSampleList(p.eval.grid, samples, "evalImageDef() - sample list")) return false;
         int good = 0;
-        processSampleList(samples.data(), int(samples.size()), curData.data(), p.eval, false,
-                          &m_defImgA, &m_defImgB, nullptr, nullptr, listMaskA(), listMaskB(),
-                          &good);
+        if (!processSampleList(samples.data(), int(samples.size()), curData.data(), p.eval, false,
+                               &m_defImgA, &m_defImgB, nullptr, nullptr, listMaskA(), listMaskB(),
+                               &good))
+            return false;
         if (cfg.SelfCorrelation_Eliminate) {
             int disabled = 0;
             PIV_VECTOR* c = curData.data();
             const PIV_VECTOR* m = m_data->data();
             for (int k = 0; k < curData.nodeCount(); k++)
-                disabled += PIV::EliminateZeroPeak(c[k], m[k].dx, m[k].dy,
-                                                   cfg.SelfCorrelation_Radius);
+                disabled +=
+                    PIV::EliminateZeroPeak(c[k], m[k].dx, m[k].dy, cfg.SelfCorrelation_Radius);
             DebugPrintExt(2, "  disabled %d self-correlation vectors", disabled);
         }
         curData.setFlagRawData(true);
@@ -342,8 +342,8 @@ bool PIV_Eval2D::evalImageDef() {
                 std::max(1.0 - double(p.eval.grid.step.width) / p.eval.SampleSize.width,
                          1.0 - double(p.eval.grid.step.height) / p.eval.SampleSize.height);
             const double sigma = 0.5 + overlap;
-            DebugPrintExt(2, "pass %d - smoothing(%g)  median(%d)  sample overlap(%g)", pass,
-                          sigma, size, overlap);
+            DebugPrintExt(2, "pass %d - smoothing(%g)  median(%d)  sample overlap(%g)", pass, sigma,
+                          size, overlap);
             curData.setFlagMedianFiltered(false);
             curData.setFlagSmoothed(false);
             curData.medianFilter(size, false);
@@ -361,9 +361,11 @@ bool PIV_Eval2D::evalImageDef() {
         // The status: where the field stands and how much this pass moved it.
         const int n = m_data->nodeCount();
         const ComponentStats now = Stats(m_data->data(), n, nullptr);
-        const ComponentStats diff =
-            prevData.nodeCount() == n ? Stats(m_data->data(), n, prevData.data()) : ComponentStats();
-        if (prevData.nodeCount() != n) PrintWarning("_formatIntermediateResult() - mismatched grid");
+        const ComponentStats diff = prevData.nodeCount() == n
+                                        ? Stats(m_data->data(), n, prevData.data())
+                                        : ComponentStats();
+        if (prevData.nodeCount() != n)
+            PrintWarning("_formatIntermediateResult() - mismatched grid");
         std::snprintf(m_status, sizeof(m_status),
                       "%s - Iteration %d of %d\n  Displacements:\n"
                       "    Dx = %8.3f +/- %7.3f (Range %8.3f %8.3f)\n"

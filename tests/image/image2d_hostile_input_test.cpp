@@ -50,13 +50,13 @@ TEST(Image2DHostileInput, ThirtyTwoBitDivisionStopsAtTheTopOfTheType) {
 TEST(Image2DHostileInput, FillSampleRefusesNegativeSizesAndShortStrides) {
     Image2D img = MakeImage(4, 4, IMAGE_UINT8, std::vector<float>(16, 1.0f));
     std::vector<float> out(32, -7.0f);
-    Messages messages;
     struct Case {
         int w, h, stride;
     } cases[] = {{-3, 2, 4}, {2, -1, 0}, {2, 2, -4}, {3, 2, 2}};
     for (const Case& c : cases) {
-        EXPECT_FALSE(img.fillSample(out.data() + 8, c.w, c.h, 0, 0, c.stride));
-        EXPECT_EQ(LastCode(img), PIVerror::BAD_SAMPLE_SIZE);
+        PIVerror::ErrorType why = PIVerror::NO_ERROR;
+        EXPECT_FALSE(img.fillSample(out.data() + 8, c.w, c.h, 0, 0, c.stride, &why));
+        EXPECT_EQ(why, PIVerror::BAD_SAMPLE_SIZE);
     }
     EXPECT_EQ(out, std::vector<float>(32, -7.0f));  // nothing written anywhere
 }

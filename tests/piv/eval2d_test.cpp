@@ -4,6 +4,7 @@
 
 #include <cmath>
 #include <cstring>
+#include <thread>
 #include <vector>
 
 #include "eval_test_support.h"
@@ -161,6 +162,38 @@ TEST(Eval2D, EmptyWindowFailsAloneAndDisabledEntriesStayAsTheyWere) {
     EXPECT_EQ(vectors[2].flag, 0);
 }
 
+// Frame B holds only the upper 64 rows of frame A: every window whose rows
+// reach below row 63 cannot be read from it. Four workers fail there at
+// once; each failure belongs to its window, and the frame they all read
+// keeps no error.
+TEST(Eval2D, WindowsBeyondASharedFrameFailAloneAndLeaveItClean) {
+    MessageCapture quiet;
+    ThreadScope threads(4);
+    const auto pair = RenderPair(StandardParams(128), UniformFlow(1.0, 0.0));
+    Image2D a = ToImage(pair.a, 128, 128), b = ToImage(pair.b, 128, 64);
+    PIV_Eval2D eval;
+    eval.setPivEvalCfg(SinglePass(16, 4));
+    ASSERT_TRUE(eval.setPivImages(&a, &a));
+    std::vector<CORR_SAMPLE_POS> samples;
+    for (int y = 8; y <= 120; y += 4)
+        for (int x = 8; x <= 120; x += 4) samples.push_back(Sample(x, y));
+    std::vector<PIV_VECTOR> vectors(samples.size());
+    int good = 0;
+    ASSERT_TRUE(eval.processSampleList(samples.data(), int(samples.size()), vectors.data(),
+                                       SinglePass(16, 4), false, &a, &b, nullptr, nullptr, nullptr,
+                                       nullptr, &good));
+    for (size_t k = 0; k < samples.size(); k++) {
+        const bool outside = samples[k].pos.y + 8 > 64;  // rows y - 8 .. y + 7
+        ASSERT_EQ(samples[k].error == PIVerror::SAMPLING_FAILED, outside) << k;
+        if (outside) {
+            ASSERT_EQ(vectors[k].flag, VECTOR_NO_RESULT | VECTOR_OUTLIER) << k;
+        }
+    }
+    EXPECT_GT(good, 0);
+    EXPECT_EQ(b.error().getLastErrorCode(), PIVerror::NO_ERROR);
+    EXPECT_EQ(a.error().getLastErrorCode(), PIVerror::NO_ERROR);
+}
+
 TEST(Eval2D, MaskOverTheTopRowOfAWindow) {
     MessageCapture quiet;
     const auto pair = RenderPair(StandardParams(128), UniformFlow(1.0, 0.0));
@@ -242,8 +275,58 @@ TEST(Eval2D, OneAndTwoThreadsGiveTheSameField) {
         // 1e-3 px (4.5e-8 px on this field).
         float worst = 0.0f;
         for (size_t k = 0; k < one.size(); k++)
-            worst = std::max({worst, std::fabs(one[k].dx - two[k].dx), std::fabs(one[k].dy - two[k].dy)});
+            worst = std::max(
+                {worst, std::fabs(one[k].dx - two[k].dx), std::fabs(one[k].dy - two[k].dy)});
         EXPECT_LE(worst, 1e-3f);
+    }
+}
+
+// Cancels from a thread of its own at the first progress report, about a
+// hundredth into a list of 14,641 windows.
+class CancelAtFirstProgress : public PIV_Eval2D {
+public:
+    void showProgress(int step, int) override {
+        if (step > 0 && !isCancelled()) std::thread([this] { cancel(); }).join();
+    }
+};
+
+// Every worker stops at its next window: far from all nodes are evaluated
+// (an evaluated node has a count or a failure; the others stay as cleared),
+// and the run ends without raw data.
+TEST(Eval2D, CancelFromAnotherThreadStopsEveryWorker) {
+    MessageCapture quiet;
+    ThreadScope threads(4);
+    const auto pair = RenderPair(StandardParams(256), UniformFlow(1.0, 0.0));
+    Image2D a = ToImage(pair.a, 256, 256), b = ToImage(pair.b, 256, 256);
+    CancelAtFirstProgress eval;
+    eval.setPivEvalCfg(SinglePass(16, 2));
+    ASSERT_TRUE(eval.setPivImages(&a, &b));
+    EXPECT_FALSE(eval.interrogateImage(true));
+    EXPECT_TRUE(eval.isCancelled());
+    EXPECT_FALSE(eval.haveRawData());
+    const PIV_Data2D& f = *eval.data();
+    ASSERT_EQ(f.nodeCount(), 121 * 121);
+    int evaluated = 0;
+    for (int k = 0; k < f.nodeCount(); k++)
+        evaluated += f.data()[k].count > 0 || (f.data()[k].flag & VECTOR_NO_RESULT);
+    EXPECT_GT(evaluated, 0);
+    EXPECT_LT(evaluated, f.nodeCount() / 4);
+}
+
+// A region of interest lays a smaller grid at once, and the field follows.
+TEST(Eval2D, RegionOfInterestLaysGridAndField) {
+    MessageCapture quiet;
+    const auto pair = RenderPair(StandardParams(128), UniformFlow(1.0, 0.0));
+    Evaluation e(pair, SinglePass());
+    ASSERT_EQ(e.field().nodeCount(), 49);
+    EXPECT_TRUE(e.eval->setROI(RECT3D{32, 96, 32, 96, 0, 0}));
+    const DATA_GRID4D g = e.eval->parameters()->dataGrid();
+    ASSERT_LT(g.nodes.width * g.nodes.height, 49);
+    EXPECT_EQ(e.field().nodeCount(), g.nodes.width * g.nodes.height);
+    ASSERT_TRUE(e.run()) << e.eval->getLastError();
+    for (int k = 0; k < e.field().nodeCount(); k++) {
+        EXPECT_GE(e.field().data()[k].ix, 32);
+        EXPECT_LE(e.field().data()[k].ix, 96);
     }
 }
 
@@ -268,7 +351,8 @@ TEST(Eval2D, ScanCorrelationModesFailEveryWindow) {
         Evaluation e(pair, cfg);
         ASSERT_TRUE(e.run()) << "single windows failing do not fail the evaluation";
         for (int k = 0; k < e.field().nodeCount(); k++)
-            ASSERT_EQ(e.field().data()[k].flag, VECTOR_NO_RESULT | VECTOR_OUTLIER) << "mode " << mode;
+            ASSERT_EQ(e.field().data()[k].flag, VECTOR_NO_RESULT | VECTOR_OUTLIER)
+                << "mode " << mode;
     }
 }
 
