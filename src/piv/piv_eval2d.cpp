@@ -1,6 +1,7 @@
 #include "piv_eval2d.h"
 
 #include <algorithm>
+#include <atomic>
 #include <chrono>
 #include <cmath>
 #include <cstdio>
@@ -192,6 +193,9 @@ bool PIV_Eval2D::processSampleList(CORR_SAMPLE_POS* samples, int count, PIV_VECT
     const bool autocorrelation = m_analysisMode == PIV::ANALYSIS_AUTO_CORRELATION;
     const bool report = DebugLevel() >= 3;
     int total = 0;
+    // An exception cannot leave a parallel region: a worker that meets one
+    // stops, notes its code here, and the calling thread reports it.
+    std::atomic<int> failure{PIVerror::NO_ERROR};
     // Worker w takes entries w, w + workers, ...: all workers read the same
     // part of the images at a time. What a worker may touch: its own
     // correlator, and entry k of `samples` and `data` for its own k; the
@@ -203,54 +207,65 @@ bool PIV_Eval2D::processSampleList(CORR_SAMPLE_POS* samples, int count, PIV_VECT
         PIV_Corr2D* corr = m_corr[size_t(w)];
         int mine = 0;
         int progress = 0;
-        for (int k = w; k < count; k += workers) {
-            if (w == 0 && k / stepSize > progress) {
-                progress = k / stepSize;
-                showProgress(progress, steps);
-                cancelRequested();
+        try {
+            for (int k = w; k < count; k += workers) {
+                if (w == 0 && k / stepSize > progress) {
+                    progress = k / stepSize;
+                    showProgress(progress, steps);
+                    cancelRequested();
+                }
+                if (m_cancelled.load(std::memory_order_relaxed)) break;
+                CORR_SAMPLE_POS& s = samples[k];
+                if (!s.enabled) continue;
+                PIV_VECTOR& v = data[k];
+                POINT2D pos = s.pos;
+                const bool sampled = m_crossPairCorrelation
+                                         ? corr->sampleAndCorrelateDualPairWithMask(
+                                               a, b, c, d, maskA, maskB, &pos, s.offset, false)
+                                         : corr->sampleAndCorrelateWithMask(a, b, maskA, maskB,
+                                                                            &pos, s.offset, false);
+                if (!sampled) {
+                    s.error = corr->lastErrorCode();
+                    v.flag = VECTOR_NO_RESULT | VECTOR_OUTLIER;
+                    if (report && s.error != PIVerror::SAMPLE_MASKED)
+                        PIVerror::handleErrorLongExt(
+                            PIVerror::CORRELATION_FAILED, PIVerror::ERROR_REPORT,
+                            "processSampleList(%u) - trouble at Pos(%d,%d)  Pt=(%d,%d)  "
+                            "Offset=(%d,%d)\n  %s",
+                            unsigned(k), s.pos.x, s.pos.y, pos.x, pos.y, s.offset.x, s.offset.y,
+                            PIVerror::getErrorMessage(s.error));
+                } else if (!accumulate) {
+                    if (corr->peakDetection(&v, s.offset, autocorrelation)) mine++;
+                } else {
+                    PIV_VECTOR found;
+                    if (corr->peakDetection(&found, POINT2D{0, 0}, autocorrelation)) mine++;
+                    v.flag = found.flag;
+                    v.corr = found.corr;
+                    v.snr = found.snr;
+                    for (int i = 0; i < 3; i++)
+                        v.peak[i] = PIV_PEAK{v.dx + found.peak[i].x, v.dy + found.peak[i].y,
+                                             found.peak[i].value};
+                    v.dx += found.dx;
+                    v.dy += found.dy;
+                }
+                const POINT2D at = m_keepNodePositions ? s.pos : pos;
+                v.ix = at.x;
+                v.iy = at.y;
             }
-            if (m_cancelled.load(std::memory_order_relaxed)) break;
-            CORR_SAMPLE_POS& s = samples[k];
-            if (!s.enabled) continue;
-            PIV_VECTOR& v = data[k];
-            POINT2D pos = s.pos;
-            const bool sampled =
-                m_crossPairCorrelation
-                    ? corr->sampleAndCorrelateDualPairWithMask(a, b, c, d, maskA, maskB, &pos,
-                                                               s.offset, false)
-                    : corr->sampleAndCorrelateWithMask(a, b, maskA, maskB, &pos, s.offset, false);
-            if (!sampled) {
-                s.error = corr->lastErrorCode();
-                v.flag = VECTOR_NO_RESULT | VECTOR_OUTLIER;
-                if (report && s.error != PIVerror::SAMPLE_MASKED)
-                    PIVerror::handleErrorLongExt(
-                        PIVerror::CORRELATION_FAILED, PIVerror::ERROR_REPORT,
-                        "processSampleList(%u) - trouble at Pos(%d,%d)  Pt=(%d,%d)  "
-                        "Offset=(%d,%d)\n  %s",
-                        unsigned(k), s.pos.x, s.pos.y, pos.x, pos.y, s.offset.x, s.offset.y,
-                        PIVerror::getErrorMessage(s.error));
-            } else if (!accumulate) {
-                if (corr->peakDetection(&v, s.offset, autocorrelation)) mine++;
-            } else {
-                PIV_VECTOR found;
-                if (corr->peakDetection(&found, POINT2D{0, 0}, autocorrelation)) mine++;
-                v.flag = found.flag;
-                v.corr = found.corr;
-                v.snr = found.snr;
-                for (int i = 0; i < 3; i++)
-                    v.peak[i] = PIV_PEAK{v.dx + found.peak[i].x, v.dy + found.peak[i].y,
-                                         found.peak[i].value};
-                v.dx += found.dx;
-                v.dy += found.dy;
-            }
-            const POINT2D at = m_keepNodePositions ? s.pos : pos;
-            v.ix = at.x;
-            v.iy = at.y;
+        } catch (const std::bad_alloc&) {
+            failure = PIVerror::ALLOCATION_FAILED;
+        } catch (...) {
+            failure = PIVerror::INTERNAL_ERROR;
         }
         total += mine;
     }
     showProgress(-1, steps);
     if (good) *good = total;
+    if (failure != PIVerror::NO_ERROR) {
+        m_error.setMessage("processSampleList() - a worker stopped");
+        m_error.handleError(failure, "processSampleList()");
+        return false;
+    }
     return !m_cancelled;
 }
 
@@ -346,19 +361,24 @@ bool PIV_Eval2D::interrogateImage(bool showProgress) {
         corr->resetAutoCorrCount();
     }
 
-    bool ok;
-    if (cfg.Method == PIV::METHOD_MULTI_PASS) {
-        if (cfg.ImageMapping2D.Mode == PIV::DEFORM_DISABLED)
-            ok = evalMultiPass(false);
-        else if (cfg.ImageMapping2D.Mode == PIV::DEFORM_FINAL_PASS)
-            ok = evalMultiPass(true);
-        else
-            ok = evalImageDef();
-    } else if (cfg.Method == PIV::METHOD_MULTI_GRID) {
-        ok = evalMultiGrid();
-    } else {
-        ok = evalSinglePass();
-    }
+    // The strategies allocate lists, levels and frames as they go; a
+    // failure among them ends the run with error 7, not the caller.
+    bool ok = false;
+    const bool finished = PIV::Guarded(m_error, "interrogateImage()", [&] {
+        if (cfg.Method == PIV::METHOD_MULTI_PASS) {
+            if (cfg.ImageMapping2D.Mode == PIV::DEFORM_DISABLED)
+                ok = evalMultiPass(false);
+            else if (cfg.ImageMapping2D.Mode == PIV::DEFORM_FINAL_PASS)
+                ok = evalMultiPass(true);
+            else
+                ok = evalImageDef();
+        } else if (cfg.Method == PIV::METHOD_MULTI_GRID) {
+            ok = evalMultiGrid();
+        } else {
+            ok = evalSinglePass();
+        }
+    });
+    ok = ok && finished;
     m_data->setFlagRawData(ok && !m_cancelled);
 
     for (PIV_Corr2D* corr : m_corr)
