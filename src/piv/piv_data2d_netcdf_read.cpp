@@ -279,8 +279,9 @@ bool PIV_Data2D::readVectorData(PIV_NcFile& file, int timeStep) {
         };
         const int comps = std::max(2, std::min(3, file.vectorComponents()));
         m_3C = comps == 3;
-        restore(file.pivData, comps, "piv_data",
-                [](PIV_VECTOR& v, int c, float x) { (&v.dx)[c] = x; });
+        restore(file.pivData, comps, "piv_data", [](PIV_VECTOR& v, int c, float x) {
+            PIV::Component(v, PIV::TRIPLE_DISPLACEMENT, c) = x;
+        });
         m_dataType |= PIV::DATA_DISPLACEMENT;
         char text[64];
         if (file.attText(file.pivData, "data_type", text, sizeof(text)) &&
@@ -319,7 +320,7 @@ bool PIV_Data2D::readVectorData(PIV_NcFile& file, int timeStep) {
             char name[32];
             std::snprintf(name, sizeof(name), "piv_peak%d", p + 1);
             restore(file.peaks[p], 3, name,
-                    [p](PIV_VECTOR& v, int c, float x) { (&v.peak[p].x)[c] = x; });
+                    [p](PIV_VECTOR& v, int c, float x) { PIV::PeakComponent(v.peak[p], c) = x; });
             peaks = p + 1;
         }
         if (peaks) {
@@ -353,9 +354,9 @@ bool PIV_Data2D::readVectorData(PIV_NcFile& file, int timeStep) {
             m_dataType |= PIV::DATA_3C_RESIDUALS;
         }
         // Velocity and shifts bring their grid in physical units.
-        const auto physical = [&](NcVar* var, int offset, char* units, int size) {
+        const auto physical = [&](NcVar* var, int triple, char* units, int size) {
             restore(var, comps, var->name(),
-                    [offset](PIV_VECTOR& v, int c, float x) { (&v.dx)[offset + c] = x; });
+                    [triple](PIV_VECTOR& v, int c, float x) { PIV::Component(v, triple, c) = x; });
             char unitText[16];
             if (file.attText(var, "coord_units", unitText, sizeof(unitText)))
                 PIV::CopyText(m_params.convert.LengthConversionUnits, unitText);
@@ -379,13 +380,13 @@ bool PIV_Data2D::readVectorData(PIV_NcFile& file, int timeStep) {
                         }
         };
         if (file.velocity) {
-            physical(file.velocity, 3, m_params.convert.VelocityUnits,
+            physical(file.velocity, PIV::TRIPLE_VELOCITY, m_params.convert.VelocityUnits,
                      int(sizeof(m_params.convert.VelocityUnits)));
             m_dataType |= PIV::DATA_VELOCITY;
             m_converted = true;
         }
         if (file.speckleShifts) {
-            physical(file.speckleShifts, 6, m_params.convert.DisplacementUnits,
+            physical(file.speckleShifts, PIV::TRIPLE_SHIFT, m_params.convert.DisplacementUnits,
                      int(sizeof(m_params.convert.DisplacementUnits)));
             m_dataType |= PIV::DATA_SPECKLE;
         }
