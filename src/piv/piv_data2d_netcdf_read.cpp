@@ -82,6 +82,35 @@ std::vector<float> _readFloats(NcVar* var, long needed, const char* what, PIVerr
 
 using Assign = std::function<void(PIV_VECTOR&, int, float)>;
 
+bool _isFinite(const PIV_VECTOR& v) {
+    for (int t = 0; t < 3; t++)
+        for (int c = 0; c < 3; c++)
+            if (!std::isfinite(PIV::Component(v, t, c))) return false;
+    for (float x : {v.corr, v.snr, v.meanSquaredCorr, v.residual})
+        if (!std::isfinite(x)) return false;
+    for (const PIV_PEAK& p : v.peak)
+        for (int c = 0; c < 3; c++)
+            if (!std::isfinite(PIV::PeakComponent(p, c))) return false;
+    return true;
+}
+
+// A value that is no number cannot be a displacement, nor be turned into a
+// pixel position by those who take the field as a predictor: the node
+// becomes one without result, like a window that could not be evaluated.
+int _disableNonFinite(std::vector<PIV_VECTOR>& vectors) {
+    int disabled = 0;
+    for (PIV_VECTOR& v : vectors) {
+        if (_isFinite(v)) continue;
+        for (int t = 0; t < 3; t++)
+            for (int c = 0; c < 3; c++) PIV::Component(v, t, c) = 0.0f;
+        for (PIV_PEAK& p : v.peak) p = PIV_PEAK{0.0f, 0.0f, 0.0f};
+        v.residual = 0.0f;
+        v.setFailed();
+        disabled++;
+    }
+    return disabled;
+}
+
 }  // namespace
 
 PIV_Data2D::PIV_Data2D(const char* fileName) {
@@ -243,6 +272,11 @@ bool PIV_Data2D::load(const char* fileName) {
         }
         m_grid.imageSize = image;
         m_params.eval.grid = m_grid;
+        if (const int bad = _disableNonFinite(m_vectors))
+            PrintWarning(
+                "load(%s) - %d of %lu vectors hold values that are no numbers; "
+                "they are disabled",
+                fileName, bad, m_nodeCount);
     } catch (PIVerror::ErrorType code) {
         m_error.handleError(code, "load()");
         init();
@@ -338,12 +372,12 @@ bool PIV_Data2D::readVectorData(PIV_NcFile& file, int timeStep) {
                     [](PIV_VECTOR& v, int, float x) { v.snr = x; });
         if (file.pivFlags) {
             restore(file.pivFlags, 1, "piv_flags",
-                    [](PIV_VECTOR& v, int, float x) { v.flag = uint8_t(int(x)); });
+                    [](PIV_VECTOR& v, int, float x) { v.flag = uint8_t(_toInt(x)); });
             m_dataType |= PIV::DATA_FLAGS;
         }
         if (file.vectorCount) {
             restore(file.vectorCount, 1, "piv_data",
-                    [](PIV_VECTOR& v, int, float x) { v.count = int(x); });
+                    [](PIV_VECTOR& v, int, float x) { v.count = _toInt(x); });
             m_statisticsData = true;
             m_dataType |= PIV::DATA_COUNTS;
         }
@@ -531,7 +565,7 @@ bool PIV_Data2D::readPIVNET2(PIV_NcFile& file, PIV_PARAMETERS& params, SIZE3D& i
             return true;
         };
         if (field("flag", "read flags: %d values",
-                  [](PIV_VECTOR& v, float x) { v.flag = uint8_t(int(x)); }))
+                  [](PIV_VECTOR& v, float x) { v.flag = uint8_t(_toInt(x)); }))
             m_dataType |= PIV::DATA_FLAGS;
         if (field("dx", "read displacement X: %d values", [](PIV_VECTOR& v, float x) { v.dx = x; }))
             m_dataType |= PIV::DATA_DISPLACEMENT;
