@@ -157,28 +157,23 @@ bool PIV_DataBase::saveNetCDF(const char* fileName, int timeStep) {
         return false;
     }
     return _saveAtomic(m_error, fileName, "saveNetCDF()", [&](const char* tmp) {
-        {
-            PIV_NcFile file(tmp, MyNcFile::WRITE, NcFile::Replace);
-            if (!file.is_valid()) {
-                m_error.setMessage("Trouble writing netCDF data to: '%s'", fileName);
-                m_error.handleError(PIVerror::FILE_WRITE_FAILED, "saveNetCDF()");
-                return false;
-            }
-            try {
-                writeNetCDF(file, fileName, timeStep);
-            } catch (PIVerror::ErrorType code) {
-                m_error.setMessage("%s", file.error().message());
-                m_error.handleError(code, "saveNetCDF()");
-                return false;
-            }
-            if (!file.close()) {
-                m_error.setMessage("Trouble writing netCDF data to: '%s'", fileName);
-                m_error.handleError(PIVerror::FILE_WRITE_FAILED, "saveNetCDF()");
-                return false;
-            }
+        PIV_NcFile file(tmp, MyNcFile::WRITE, NcFile::Replace);
+        if (!file.is_valid()) {
+            m_error.setMessage("Trouble writing netCDF data to: '%s'", fileName);
+            m_error.handleError(PIVerror::FILE_WRITE_FAILED, "saveNetCDF()");
+            return false;
         }
+        try {
+            writeNetCDF(file, fileName, timeStep);
+        } catch (PIVerror::ErrorType code) {
+            m_error.setMessage("%s", file.error().message());
+            m_error.handleError(code, "saveNetCDF()");
+            return false;
+        }
+        // The parameters come last, into the same temporary: they write the
+        // grid distances again, as a parameter file has them.
         PIV_PARAMETERS params = m_params;
-        if (!PIV::SaveParameters(tmp, &params, 0)) {
+        if (!PIV::SerializeParametersNc(file, &params, 0) || !file.close()) {
             m_error.setMessage("Trouble writing netCDF data to: '%s'", fileName);
             m_error.handleError(PIVerror::FILE_WRITE_FAILED, "saveNetCDF()");
             return false;

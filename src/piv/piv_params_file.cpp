@@ -212,9 +212,7 @@ bool PIV_Parameters::save(const char* fileName, int view) {
         m_error.handleError(PIVerror::BAD_FILE_NAME, "save()");
         return false;
     }
-    if (PIV::SaveParameters(fileName, &m_params, view) &&
-        PIV::SaveImageCfg(fileName, &m_imageCfg, view) &&
-        PIV::SavePostProcessCfg(fileName, &m_postProcessCfg, view))
+    if (PIV::SaveParameterRecords(fileName, &m_params, &m_imageCfg, &m_postProcessCfg, view))
         return true;
     m_error.setMessage("save() - cannot write '%s'", fileName);
     m_error.handleError(PIVerror::FILE_WRITE_FAILED, "save()");
