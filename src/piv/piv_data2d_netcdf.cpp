@@ -152,8 +152,7 @@ bool PIV_DataBase::saveNetCDF(const char* fileName, int timeStep) {
         return false;
     }
     if (!(m_dataType & PIV::DATA_DISPLACEMENT)) {
-        m_error.setMessage("saveNetCDF(%s) - the field holds no displacement data", fileName);
-        m_error.handleError(PIVerror::DATA_TYPE_UNSUPPORTED, "saveNetCDF()");
+        DebugPrintExt(2, "ERROR: data doesn't contain displacement data");
         return false;
     }
     return _saveAtomic(m_error, fileName, "saveNetCDF()", [&](const char* tmp) {

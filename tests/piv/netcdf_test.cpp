@@ -586,6 +586,15 @@ TEST(NetCDF, BadInputGivesTheErrors) {
     PIV_Data2D e;
     EXPECT_FALSE(e.load(none.c_str()));
     EXPECT_EQ(e.error().getLastErrorCode(), PIVerror::INVALID_FILE_CONTENT);
+
+    // A field without displacement data is not saved.
+    DebugLevelScope level(2);
+    MessageCapture log;
+    f->setDataType(PIV::DATA_FLAGS);
+    EXPECT_FALSE(f->saveNetCDF((dir / "flags.nc").c_str(), 0));
+    EXPECT_NE(log.all().find("ERROR: data doesn't contain displacement data\n"), std::string::npos)
+        << log.all();
+    EXPECT_FALSE(std::ifstream(dir / "flags.nc").good());
     f->release();
 }
 
