@@ -192,48 +192,38 @@ TEST(TecplotLayout, MatchesHandWrittenMacroButForItsFreeValues) {
     EXPECT_EQ(Masked(text), Masked(expected));
 }
 
-TEST(TextExports, EmptyFieldIsRefusedWithNothingWritten) {
-    PIV_Data2D empty;
-    test_support::ScratchDir dir;
-    MessageCapture capture;
-    EXPECT_FALSE(empty.saveASCII(dir.file("a.dat").c_str(), 0, true));
-    EXPECT_EQ(empty.error().getLastErrorCode(), PIVerror::DATA_IS_NULL);
-    EXPECT_NE(std::string(empty.getLastError()).find("saveASCII() - no valid data available!"),
-              std::string::npos);
-    EXPECT_FALSE(empty.savePivChallengeData(dir.file("c.txt").c_str(), 0));
-    EXPECT_EQ(empty.error().getLastErrorCode(), PIVerror::DATA_IS_NULL);
-    EXPECT_NE(
-        std::string(empty.getLastError()).find("savePivChallengeData() - no valid data available!"),
-        std::string::npos);
-    EXPECT_FALSE(empty.saveTecPlotLayout(dir.file("l.lay").c_str(), "x.plt", "x", OUTPUT_CFG()));
-    EXPECT_EQ(empty.error().getLastErrorCode(), PIVerror::DATA_IS_NULL);
-    EXPECT_TRUE(std::filesystem::is_empty(dir.path()));
-}
-
-TEST(TextExports, UnwritablePathIsErrorTwentyFiveAndNamesIt) {
-    PIV_Data2D field;
+// An empty field is error 14 and an unwritable path error 25 naming it;
+// nothing is written either way.
+TEST(TextExports, RefusalsNameTheirCause) {
+    PIV_Data2D empty, field;
     MakeField(field, Kind::Velocity);
     test_support::ScratchDir dir;
-    const std::string target = dir.file("missing/out.dat");
+    const std::string missing = dir.file("missing/out.dat");
+    struct Case {
+        const char* what;
+        std::function<bool(PIV_Data2D&, const char*)> save;
+    };
+    const Case cases[] = {
+        {"saveASCII() - ", [](PIV_Data2D& f, const char* p) { return f.saveASCII(p, 0, true); }},
+        {"savePivChallengeData() - ",
+         [](PIV_Data2D& f, const char* p) { return f.savePivChallengeData(p, 0); }},
+        {"saveTecPlotLayout() - ",
+         [](PIV_Data2D& f, const char* p) {
+             return f.saveTecPlotLayout(p, "x.plt", "x", OUTPUT_CFG());
+         }},
+    };
     MessageCapture capture;
-
-    EXPECT_FALSE(field.saveASCII(target.c_str(), 0, true));
-    EXPECT_EQ(field.error().getLastErrorCode(), PIVerror::FILE_CREATE_FAILED);
-    EXPECT_NE(
-        std::string(field.getLastError()).find("saveASCII() - file creation failed for: " + target),
-        std::string::npos);
-
-    EXPECT_FALSE(field.savePivChallengeData(target.c_str(), 0));
-    EXPECT_EQ(field.error().getLastErrorCode(), PIVerror::FILE_CREATE_FAILED);
-    EXPECT_NE(std::string(field.getLastError())
-                  .find("savePivChallengeData() - file creation failed for: " + target),
-              std::string::npos);
-
-    EXPECT_FALSE(field.saveTecPlotLayout(target.c_str(), "x.plt", "x", OUTPUT_CFG()));
-    EXPECT_EQ(field.error().getLastErrorCode(), PIVerror::FILE_CREATE_FAILED);
-    EXPECT_NE(std::string(field.getLastError())
-                  .find("saveTecPlotLayout() - Layout File open/creation failed for: " + target),
-              std::string::npos);
+    for (const Case& c : cases) {
+        EXPECT_FALSE(c.save(empty, dir.file("a.dat").c_str()));
+        EXPECT_EQ(empty.error().getLastErrorCode(), PIVerror::DATA_IS_NULL);
+        EXPECT_NE(std::string(empty.getLastError()).find(c.what + std::string("no valid data")),
+                  std::string::npos);
+        EXPECT_FALSE(c.save(field, missing.c_str()));
+        EXPECT_EQ(field.error().getLastErrorCode(), PIVerror::FILE_CREATE_FAILED);
+        EXPECT_NE(std::string(field.getLastError()).find(c.what), std::string::npos);
+        EXPECT_NE(std::string(field.getLastError()).find("failed for: " + missing),
+                  std::string::npos);
+    }
     EXPECT_TRUE(std::filesystem::is_empty(dir.path()));
 }
 
