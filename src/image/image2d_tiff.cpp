@@ -351,20 +351,19 @@ bool Image2D::saveTIFF(const char* path) const {
         // so each row goes through a copy.
         const uint64_t rowBytes = m_width * static_cast<uint64_t>(bytesPerPixel());
         std::vector<uint8_t> scanline(rowBytes);
-        bool written = true;
-        for (uint64_t y = 0; y < m_height && written; y++) {
+        for (uint64_t y = 0; y < m_height; y++) {
             std::memcpy(scanline.data(), scanLine<uint8_t>(y), rowBytes);
             if (TIFFWriteScanline(t, scanline.data(), static_cast<uint32_t>(y), 0) < 0) {
                 // The encoder has said why through libtiff's handlers.
                 DebugPrintExt(1, "saveTIFF() - writing stopped at row %d of %d",
                               static_cast<int>(y), static_cast<int>(m_height));
-                written = false;
+                break;
             }
         }
         // TIFFClose cannot tell of a failed last write; the flush before it can.
-        written = written && TIFFFlush(t) == 1;
+        const bool flushed = TIFFFlush(t) == 1;
         tif.reset();
-        if (!written || !temp.commit(path)) {
+        if (!flushed || !temp.commit(path)) {
             m_error.setMessage("saveTIFF() - failed writing to file '%s'", path);
             throw PIVerror::FILE_WRITE_FAILED;
         }
