@@ -360,8 +360,10 @@ bool Image2D::saveTIFF(const char* path) const {
                 break;
             }
         }
+        // TIFFClose cannot tell of a failed last write; the flush before it can.
+        const bool flushed = TIFFFlush(t) == 1;
         tif.reset();
-        if (!temp.commit(path)) {
+        if (!flushed || !temp.commit(path)) {
             m_error.setMessage("saveTIFF() - failed writing to file '%s'", path);
             throw PIVerror::FILE_WRITE_FAILED;
         }

@@ -62,8 +62,11 @@ inline int CubicWeights(float x, float w[4]) {
 
 float Image2D_Deformation::sourceValue(const Image2D& src, float x, float y) const {
     const float w = float(m_coeffWidth), h = float(m_coeffHeight);
-    if (x <= -0.5f || y <= -0.5f || x >= float(src.width()) - 0.5f ||
-        y >= float(src.height()) - 0.5f)
+    // Written so that NaN fails it too: a position from a displacement that
+    // is no number, or one far beyond int, reads as outside the image and
+    // never reaches a conversion to int.
+    if (!(x > -0.5f && y > -0.5f && x < float(src.width()) - 0.5f &&
+          y < float(src.height()) - 0.5f))
         return 0.0f;
     const bool spline =
         m_method == PIV::INTERPOLATE_BSPLINE || m_method == PIV::INTERPOLATE_SHIFTED_LINEAR;
@@ -185,11 +188,16 @@ bool Image2D_Deformation::warp(const Image2D& src, Image2D& dst, const Image2D* 
                 for (int col = 0; col < width; col++) {
                     const float x = float(col) + dxRow[size_t(col)] * inv;
                     const float y = float(row) - dyRow[size_t(col)] * inv;
+                    // Only a position inside the image is converted to int;
+                    // NaN fails the test as well.
+                    if (!(x > -0.5f && y > -0.5f && x < xLimit && y < yLimit)) {
+                        out[col] = std::min(std::max(0.0f, lowF), highF);
+                        continue;
+                    }
                     const float fx = std::floor(x), fy = std::floor(y);
                     const int i0 = int(fx) - 1, j0 = int(fy) - 1;
                     float v;
-                    if (x > -0.5f && y > -0.5f && x < xLimit && y < yLimit && i0 >= 0 && j0 >= 0 &&
-                        i0 + 3 < width && j0 + 3 < height) {
+                    if (i0 >= 0 && j0 >= 0 && i0 + 3 < width && j0 + 3 < height) {
                         const float tx = x - fx, ty = y - fy;
                         float wx[4], wy[4];
                         CubicWeightsAt(tx, wx);

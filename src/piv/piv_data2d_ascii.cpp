@@ -86,12 +86,26 @@ struct NodeValues {
     double time;
 };
 
+// The quantity of the shared numbering a variable of the list shows; the
+// two lists run in the same order within each group.
+int _nodeVar(int type) {
+    if (type >= PIV::VAR_X && type <= PIV::VAR_Z) return VV_X + (type - PIV::VAR_X);
+    if (type >= PIV::VAR_DX && type <= PIV::VAR_SMAG) return VV_DX + (type - PIV::VAR_DX);
+    if (type >= PIV::VAR_DUDX && type <= PIV::VAR_DWDZ) return VV_DUDX + (type - PIV::VAR_DUDX);
+    if (type >= PIV::VAR_VORT_X && type <= PIV::VAR_VORT_Z)
+        return VV_VORT_X + (type - PIV::VAR_VORT_X);
+    if (type >= PIV::VAR_SHEAR_X && type <= PIV::VAR_SHEAR_Z)
+        return VV_SHEAR_X + (type - PIV::VAR_SHEAR_X);
+    if (type == PIV::VAR_NSTRAIN) return VV_NSTRAIN;
+    if (type == PIV::VAR_SNR) return VV_SNR;
+    return -1;
+}
+
 double _value(int type, const PIV_VECTOR& p, const DIFFERENTIALS& d, const NodeValues& nv) {
     const double shift = nv.cfg.CoordinateShift;
     const auto shifted = [shift](double pos, float by) {
         return pos + (shift != 0.0 ? by * shift : 0.0);
     };
-    const DerivedValues r = Derive(d);
     switch (type) {
         case PIV::VAR_IX:
             return shifted(p.ix, p.dx);
@@ -100,62 +114,14 @@ double _value(int type, const PIV_VECTOR& p, const DIFFERENTIALS& d, const NodeV
                            p.dy);
         case PIV::VAR_IZ:
             return shifted(p.iz, p.dz);
-        case PIV::VAR_X:
-            return p.x;
-        case PIV::VAR_Y:
-            return p.y;
-        case PIV::VAR_Z:
-            return p.z;
         case PIV::VAR_TIME:
             return nv.time;
-        case PIV::VAR_DX:
-            return p.dx;
-        case PIV::VAR_DY:
-            return p.dy;
-        case PIV::VAR_DZ:
-            return p.dz;
-        case PIV::VAR_MAG:
-            return std::sqrt(double(p.dx) * p.dx + double(p.dy) * p.dy + double(p.dz) * p.dz);
-        case PIV::VAR_U:
-            return p.u;
-        case PIV::VAR_V:
-            return p.v;
-        case PIV::VAR_W:
-            return p.w;
-        case PIV::VAR_VELMAG:
-            return std::sqrt(double(p.u) * p.u + double(p.v) * p.v + double(p.w) * p.w);
-        case PIV::VAR_SX:
-            return p.sx;
-        case PIV::VAR_SY:
-            return p.sy;
-        case PIV::VAR_SZ:
-            return p.sz;
-        case PIV::VAR_SMAG:
-            return std::sqrt(double(p.sx) * p.sx + double(p.sy) * p.sy + double(p.sz) * p.sz);
         case PIV::VAR_VALID:
             return double(p.count) / nv.dataSets;
-        case PIV::VAR_SNR:
-            return p.snr;
         case PIV::VAR_CORR:
             return p.corr * 100.0;
-        case PIV::VAR_VORT_X:
-            return r.vort[0];
-        case PIV::VAR_VORT_Y:
-            return r.vort[1];
-        case PIV::VAR_VORT_Z:
-            return r.vort[2];
-        case PIV::VAR_SHEAR_X:
-            return r.shear[0];
-        case PIV::VAR_SHEAR_Y:
-            return r.shear[1];
-        case PIV::VAR_SHEAR_Z:
-            return r.shear[2];
-        case PIV::VAR_NSTRAIN:
-            return r.nstrain;
         default:
-            if (type >= PIV::VAR_DUDX && type <= PIV::VAR_DWDZ)
-                return (&d.dudx)[type - PIV::VAR_DUDX];
-            return 0.0;
+            return NodeValue(_nodeVar(type), p, d);
     }
 }
 

@@ -2,6 +2,7 @@
 
 #include <algorithm>
 #include <cmath>
+#include <limits>
 
 #include "image_spline.h"
 #include "image_types.h"
@@ -9,6 +10,14 @@
 #include "piv_messages.h"
 
 namespace {
+
+// A displacement summed in double from node values near float's limits may
+// lie beyond them; it saturates instead of overflowing the conversion. NaN
+// stays NaN, which the warp reads as a position outside the image.
+float _toFloat(double v) {
+    constexpr double limit = std::numeric_limits<float>::max();
+    return float(std::clamp(v, -limit, limit));
+}
 
 // Rows, then columns, through the prefilter of the interpolating cubic
 // B-spline (pole sqrt(3) - 2).
@@ -19,13 +28,13 @@ void NodePlaneToCubicCoefficients(float* plane, int nx, int ny) {
         float* row = plane + size_t(j) * size_t(nx);
         for (int i = 0; i < nx; i++) line[size_t(i)] = row[i];
         ConvertToInterpolationCoefficients(line.data(), nx, &pole, 1, 1e-9);
-        for (int i = 0; i < nx; i++) row[i] = float(line[size_t(i)]);
+        for (int i = 0; i < nx; i++) row[i] = _toFloat(line[size_t(i)]);
     }
     for (int i = 0; i < nx; i++) {
         for (int j = 0; j < ny; j++) line[size_t(j)] = plane[size_t(j) * size_t(nx) + size_t(i)];
         ConvertToInterpolationCoefficients(line.data(), ny, &pole, 1, 1e-9);
         for (int j = 0; j < ny; j++)
-            plane[size_t(j) * size_t(nx) + size_t(i)] = float(line[size_t(j)]);
+            plane[size_t(j) * size_t(nx) + size_t(i)] = _toFloat(line[size_t(j)]);
     }
 }
 
@@ -176,8 +185,8 @@ bool PIV_Data2D_Deformation::mapData(int row, int width, float* dx, float* dy,
     if (m_method != PIV::INTERPOLATE_BSPLINE || m_order < 2) {
         for (int i = 0; i < width; i++) {
             const double gx = gridX(i);
-            dx[i] = float(Bilinear(m_dx, m_nx, m_ny, gx, gy));
-            dy[i] = float(Bilinear(m_dy, m_nx, m_ny, gx, gy));
+            dx[i] = _toFloat(Bilinear(m_dx, m_nx, m_ny, gx, gy));
+            dy[i] = _toFloat(Bilinear(m_dy, m_nx, m_ny, gx, gy));
         }
         return true;
     }
@@ -207,8 +216,8 @@ bool PIV_Data2D_Deformation::mapData(int row, int width, float* dx, float* dy,
                 sx += w[m] * lineX[size_t(k[m])];
                 sy += w[m] * lineY[size_t(k[m])];
             }
-            dx[i] = float(sx);
-            dy[i] = float(sy);
+            dx[i] = _toFloat(sx);
+            dy[i] = _toFloat(sy);
         }
         return true;
     }
@@ -220,8 +229,8 @@ bool PIV_Data2D_Deformation::mapData(int row, int width, float* dx, float* dy,
             sx += wx[m] * lineX[k];
             sy += wx[m] * lineY[k];
         }
-        dx[i] = float(sx);
-        dy[i] = float(sy);
+        dx[i] = _toFloat(sx);
+        dy[i] = _toFloat(sy);
     }
     return true;
 }

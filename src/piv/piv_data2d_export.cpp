@@ -61,6 +61,57 @@ DerivedValues Derive(const DIFFERENTIALS& d) {
     return r;
 }
 
+double NodeValue(int var, const PIV_VECTOR& p, const DIFFERENTIALS& d) {
+    if (var >= VV_DUDX && var < VV_DUDX + 9) return Gradient(d, var - VV_DUDX);
+    if (var >= VV_DX && var <= VV_SMAG) {
+        const int triple = (var - VV_DX) / 4, c = (var - VV_DX) % 4;
+        if (c < 3) return Component(p, triple, c);
+        double sum = 0.0;
+        for (int i = 0; i < 3; i++)
+            sum += double(Component(p, triple, i)) * Component(p, triple, i);
+        return std::sqrt(sum);
+    }
+    if (var >= VV_VORT_X) {
+        const DerivedValues r = Derive(d);
+        if (var <= VV_VORT_Z) return r.vort[var - VV_VORT_X];
+        if (var <= VV_SHEAR_Z) return r.shear[var - VV_SHEAR_X];
+        switch (var) {
+            case VV_NSTRAIN:
+                return r.nstrain;
+            case VV_ENSTROPHY:
+                return r.enstrophy;
+            case VV_DISCRIMINANT:
+                return r.discriminant;
+            case VV_LAMBDA2:
+                return r.lambda2;
+            default:
+                return 0.0;
+        }
+    }
+    switch (var) {
+        case VV_COLUMN:
+            return p.ix;
+        case VV_ROW:
+            return p.iy;
+        case VV_DEPTH:
+            return p.iz;
+        case VV_X:
+            return p.x;
+        case VV_Y:
+            return p.y;
+        case VV_Z:
+            return p.z;
+        case VV_SNR:
+            return p.snr;
+        case VV_CORR:
+            return p.corr;
+        case VV_RESIDUAL:
+            return p.residual;
+        default:
+            return 0.0;
+    }
+}
+
 std::string _TecplotFileTitle(const OUTPUT_CFG& cfg, const char* baseName, bool isRaw,
                               bool isVelocity, bool isRMS) {
     if (std::strlen(cfg.Title) > 1) return cfg.Title;

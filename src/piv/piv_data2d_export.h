@@ -43,6 +43,53 @@ struct DerivedValues {
 };
 DerivedValues Derive(const DIFFERENTIALS& d);
 
+// What a writer can put into a file for one node. The numbers are those of
+// the binary Tecplot writer's runs; each writer names its own variables and
+// takes their values from NodeValue, so a quantity is computed one way in
+// every file.
+enum PIV_VECTOR_VAR {
+    VV_COLUMN = 0,
+    VV_ROW,
+    VV_DEPTH,
+    VV_X,
+    VV_Y,
+    VV_Z,
+    VV_TIME,
+    VV_FLAG,
+    VV_COUNT,
+    VV_DX,  // dx, dy, dz and the magnitude; then u, v, w and theirs; sx...
+    VV_DY,
+    VV_DZ,
+    VV_DMAG,
+    VV_U,
+    VV_V,
+    VV_W,
+    VV_VMAG,
+    VV_SX,
+    VV_SY,
+    VV_SZ,
+    VV_SMAG,
+    VV_SNR,
+    VV_CORR,
+    VV_RESIDUAL,
+    VV_VORT_X,
+    VV_VORT_Y,
+    VV_VORT_Z,
+    VV_SHEAR_X,
+    VV_SHEAR_Y,
+    VV_SHEAR_Z,
+    VV_NSTRAIN,
+    VV_ENSTROPHY,
+    VV_DISCRIMINANT,
+    VV_LAMBDA2,
+    VV_DUDX,  // to VV_DUDX + 8, in the order of DIFFERENTIALS
+};
+
+// The value of `var` at a node, as stored: column, row and depth are the
+// node's image position, `corr` is not scaled, and time, flag and count,
+// which no node holds as a float, give 0.
+double NodeValue(int var, const PIV_VECTOR& p, const DIFFERENTIALS& d = DIFFERENTIALS());
+
 // The file title: the configured one when longer than one character, else
 // the composed text for the kind of data, with " : baseName" when given.
 std::string _TecplotFileTitle(const OUTPUT_CFG& cfg, const char* baseName, bool isRaw,

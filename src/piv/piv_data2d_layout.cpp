@@ -60,14 +60,12 @@ bool PIV_Data2D::saveTecPlotLayout(const char* layoutFile, const char* dataFile,
     Extent ex, ey;
     for (long n = 0; n < perStep; n++) {
         const PIV_VECTOR& p = m_vectors[size_t(n)];
-        const float* triple = kind.isVelocity ? &p.u : &p.dx;
+        const int triple = kind.isVelocity ? VV_U : VV_DX;
         ex.add(kind.isRaw ? p.ix : p.x);
         ey.add(kind.isRaw ? height - p.iy : p.y);
         if (IsSkippedNode(p)) continue;
-        for (int c = 0; c < 3; c++) mean[c] += triple[c];
-        maxMagnitude = std::max(
-            maxMagnitude, std::sqrt(double(triple[0]) * triple[0] + double(triple[1]) * triple[1] +
-                                    double(triple[2]) * triple[2]));
+        for (int c = 0; c < 3; c++) mean[c] += NodeValue(triple + c, p);
+        maxMagnitude = std::max(maxMagnitude, NodeValue(triple + 3, p));
         used++;
     }
     if (used > 0)

@@ -9,10 +9,13 @@
 #include <vector>
 
 #include "piv_data2d.h"
+#include "piv_data2d_export.h"
 #include "piv_file.h"
 #include "piv_messages.h"
 #include "piv_ncfile.h"
 #include "piv_util.h"
+
+using namespace PIV::Export;
 
 namespace {
 
@@ -118,11 +121,6 @@ private:
     bool m_flip;
 };
 
-float _component(const PIV_VECTOR& v, int base, int c) {
-    const float* f = &v.dx;
-    return f[base + c];
-}
-
 // Everything goes into one temporary beside the target, renamed over it
 // once complete; the temporary is removed whatever goes wrong.
 template <class Fn>
@@ -154,33 +152,27 @@ bool PIV_DataBase::saveNetCDF(const char* fileName, int timeStep) {
         return false;
     }
     if (!(m_dataType & PIV::DATA_DISPLACEMENT)) {
-        m_error.setMessage("saveNetCDF(%s) - the field holds no displacement data", fileName);
-        m_error.handleError(PIVerror::DATA_TYPE_UNSUPPORTED, "saveNetCDF()");
+        DebugPrintExt(2, "ERROR: data doesn't contain displacement data");
         return false;
     }
     return _saveAtomic(m_error, fileName, "saveNetCDF()", [&](const char* tmp) {
-        {
-            PIV_NcFile file(tmp, MyNcFile::WRITE, NcFile::Replace);
-            if (!file.is_valid()) {
-                m_error.setMessage("Trouble writing netCDF data to: '%s'", fileName);
-                m_error.handleError(PIVerror::FILE_WRITE_FAILED, "saveNetCDF()");
-                return false;
-            }
-            try {
-                writeNetCDF(file, fileName, timeStep);
-            } catch (PIVerror::ErrorType code) {
-                m_error.setMessage("%s", file.error().message());
-                m_error.handleError(code, "saveNetCDF()");
-                return false;
-            }
-            if (!file.close()) {
-                m_error.setMessage("Trouble writing netCDF data to: '%s'", fileName);
-                m_error.handleError(PIVerror::FILE_WRITE_FAILED, "saveNetCDF()");
-                return false;
-            }
+        PIV_NcFile file(tmp, MyNcFile::WRITE, NcFile::Replace);
+        if (!file.is_valid()) {
+            m_error.setMessage("Trouble writing netCDF data to: '%s'", fileName);
+            m_error.handleError(PIVerror::FILE_WRITE_FAILED, "saveNetCDF()");
+            return false;
         }
+        try {
+            writeNetCDF(file, fileName, timeStep);
+        } catch (PIVerror::ErrorType code) {
+            m_error.setMessage("%s", file.error().message());
+            m_error.handleError(code, "saveNetCDF()");
+            return false;
+        }
+        // The parameters come last, into the same temporary: they write the
+        // grid distances again, as a parameter file has them.
         PIV_PARAMETERS params = m_params;
-        if (!PIV::SaveParameters(tmp, &params, 0)) {
+        if (!PIV::SerializeParametersNc(file, &params, 0) || !file.close()) {
             m_error.setMessage("Trouble writing netCDF data to: '%s'", fileName);
             m_error.handleError(PIVerror::FILE_WRITE_FAILED, "saveNetCDF()");
             return false;
@@ -290,7 +282,7 @@ void PIV_DataBase::writeNetCDF(PIV_NcFile& file, const char* longName, int timeS
     }
     piv->add_att("coord_min", 3, coordMin);
     piv->add_att("coord_max", 3, coordMax);
-    w.put(piv, ncFloat, comps, [](const PIV_VECTOR& x, int c) { return _component(x, 0, c); });
+    w.put(piv, ncFloat, comps, [](const PIV_VECTOR& x, int c) { return NodeValue(VV_DX + c, x); });
 
     if (coordsPixel)
         w.write("piv_coords_pixel", ncFloat, coordsPixel, 2,
@@ -304,7 +296,7 @@ void PIV_DataBase::writeNetCDF(PIV_NcFile& file, const char* longName, int timeS
             char name[32];
             std::snprintf(name, sizeof(name), "piv_peak%d", p + 1);
             w.write(name, ncFloat, peakComps, 3, [p](const PIV_VECTOR& x, int c) {
-                 return (&x.peak[p].x)[c];
+                 return PIV::PeakComponent(x.peak[p], c);
              })->add_att("long_name", "shift_x shift_y corr_coeff");
         }
     }
@@ -345,12 +337,14 @@ void PIV_DataBase::writeNetCDF(PIV_NcFile& file, const char* longName, int timeS
     if ((m_dataType & PIV::DATA_VELOCITY) && !(m_dataType & PIV::DATA_SPECKLE)) {
         NcVar* vel = w.create("velocity", ncFloat, vecDims);
         physical(vel, "velocity data", velocityUnit());
-        w.put(vel, ncFloat, comps, [](const PIV_VECTOR& x, int c) { return _component(x, 3, c); });
+        w.put(vel, ncFloat, comps,
+              [](const PIV_VECTOR& x, int c) { return NodeValue(VV_U + c, x); });
     }
     if (m_dataType & PIV::DATA_SPECKLE) {
         NcVar* sp = w.create("speckle_shifts", ncFloat, vecDims);
         physical(sp, "speckle displacement", shiftUnit());
-        w.put(sp, ncFloat, comps, [](const PIV_VECTOR& x, int c) { return _component(x, 6, c); });
+        w.put(sp, ncFloat, comps,
+              [](const PIV_VECTOR& x, int c) { return NodeValue(VV_SX + c, x); });
     }
 
     const OUTPUT_CFG& o = m_outputCfg;
@@ -369,46 +363,29 @@ void PIV_DataBase::writeDifferentials(PIV_NcFile& file, const NcDim* const* dims
         file.error().setMessage("saveDifferentials() - mismatch between netCDF file and data grid");
         throw PIVerror::GRID_MISMATCH;
     }
-    using DiffValue = std::function<double(const DIFFERENTIALS&)>;
-    const auto sq = [](double x) { return x * x; };
     struct Item {
         const char* name;
         const char* longName;
         bool on;
-        DiffValue value;
+        int var;
     };
     const OUTPUT_CFG& o = m_outputCfg;
-    // The formulas are those the files have always held; lambda2,
-    // discriminant and dvdx in particular stay as readers expect them.
+    // dvdx holds du/dx: the files have always held it so, and their readers
+    // expect it.
     const Item items[] = {
-        {"vorticity", "out-of-plane vorticity", o.StoreVorticity,
-         [](const DIFFERENTIALS& d) { return double(d.dvdx) - d.dudy; }},
-        {"shear", "shear strain", o.StoreShear,
-         [](const DIFFERENTIALS& d) { return double(d.dudy) + d.dvdx; }},
-        {"nstrain", "normal strain", o.StoreNStrain,
-         [](const DIFFERENTIALS& d) { return double(d.dudx) + d.dvdy + d.dwdz; }},
+        {"vorticity", "out-of-plane vorticity", o.StoreVorticity, VV_VORT_Z},
+        {"shear", "shear strain", o.StoreShear, VV_SHEAR_Z},
+        {"nstrain", "normal strain", o.StoreNStrain, VV_NSTRAIN},
         {"enstrophy", "out-of-plane enstrophy = vorticity * vorticity", o.StoreEnstrophy,
-         [sq](const DIFFERENTIALS& d) {
-             return (sq(double(d.dwdy) - d.dvdz) + sq(double(d.dudz) - d.dwdx) +
-                     sq(double(d.dvdx) - d.dudy)) *
-                    0.5;
-         }},
-        {"lambda2", "vortex detection operator", o.StoreLambda2,
-         [](const DIFFERENTIALS& d) { return double(d.dudx) * d.dudy + double(d.dudy) * d.dvdx; }},
-        {"discriminant", "discriminant of gradient tensor", o.StoreDiscriminant,
-         [sq](const DIFFERENTIALS& d) {
-             return sq(double(d.dudx) * d.dvdy) -
-                    4 * (double(d.dudx) * d.dvdy - double(d.dudy) * d.dvdx);
-         }},
-        {"dudx", "velocity gradient du/dx", o.StoreDifferentials,
-         [](const DIFFERENTIALS& d) { return d.dudx; }},
-        {"dudy", "velocity gradient du/dy", o.StoreDifferentials,
-         [](const DIFFERENTIALS& d) { return d.dudy; }},
-        {"dvdx", "velocity gradient dv/dx", o.StoreDifferentials,
-         [](const DIFFERENTIALS& d) { return d.dudx; }},
-        {"dvdy", "velocity gradient dv/dy", o.StoreDifferentials,
-         [](const DIFFERENTIALS& d) { return d.dvdy; }},
+         VV_ENSTROPHY},
+        {"lambda2", "vortex detection operator", o.StoreLambda2, VV_LAMBDA2},
+        {"discriminant", "discriminant of gradient tensor", o.StoreDiscriminant, VV_DISCRIMINANT},
+        {"dudx", "velocity gradient du/dx", o.StoreDifferentials, VV_DUDX},
+        {"dudy", "velocity gradient du/dy", o.StoreDifferentials, VV_DUDX + 1},
+        {"dvdx", "velocity gradient dv/dx", o.StoreDifferentials, VV_DUDX},
+        {"dvdy", "velocity gradient dv/dy", o.StoreDifferentials, VV_DUDX + 4},
     };
+    const PIV_VECTOR none;
     const long perStep = long(nx) * ny * nz;
     for (const Item& item : items) {
         if (!item.on) continue;
@@ -425,8 +402,10 @@ void PIV_DataBase::writeDifferentials(PIV_NcFile& file, const NcDim* const* dims
             for (int k = 0; k < nz; k++)
                 for (int r = 0; r < ny; r++)
                     for (int i = 0; i < nx; i++)
-                        buffer[n++] = float(item.value(m_diff[size_t(
-                            perStep * t + long(nx) * (ny - 1 - r + long(ny) * k) + i)]));
+                        buffer[n++] = float(
+                            NodeValue(item.var, none,
+                                      m_diff[size_t(perStep * t +
+                                                    long(nx) * (ny - 1 - r + long(ny) * k) + i)]));
         std::unique_ptr<long[]> edges(var->edges());
         if (!var->put(buffer, edges.get())) {
             file.error().setMessage("variable could not be written: '%s'", item.name);

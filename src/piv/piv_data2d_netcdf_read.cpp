@@ -82,6 +82,35 @@ std::vector<float> _readFloats(NcVar* var, long needed, const char* what, PIVerr
 
 using Assign = std::function<void(PIV_VECTOR&, int, float)>;
 
+bool _isFinite(const PIV_VECTOR& v) {
+    for (int t = 0; t < 3; t++)
+        for (int c = 0; c < 3; c++)
+            if (!std::isfinite(PIV::Component(v, t, c))) return false;
+    for (float x : {v.corr, v.snr, v.meanSquaredCorr, v.residual})
+        if (!std::isfinite(x)) return false;
+    for (const PIV_PEAK& p : v.peak)
+        for (int c = 0; c < 3; c++)
+            if (!std::isfinite(PIV::PeakComponent(p, c))) return false;
+    return true;
+}
+
+// A value that is no number cannot be a displacement, nor be turned into a
+// pixel position by those who take the field as a predictor: the node
+// becomes one without result, like a window that could not be evaluated.
+int _disableNonFinite(std::vector<PIV_VECTOR>& vectors) {
+    int disabled = 0;
+    for (PIV_VECTOR& v : vectors) {
+        if (_isFinite(v)) continue;
+        for (int t = 0; t < 3; t++)
+            for (int c = 0; c < 3; c++) PIV::Component(v, t, c) = 0.0f;
+        for (PIV_PEAK& p : v.peak) p = PIV_PEAK{0.0f, 0.0f, 0.0f};
+        v.residual = 0.0f;
+        v.setFailed();
+        disabled++;
+    }
+    return disabled;
+}
+
 }  // namespace
 
 PIV_Data2D::PIV_Data2D(const char* fileName) {
@@ -243,6 +272,11 @@ bool PIV_Data2D::load(const char* fileName) {
         }
         m_grid.imageSize = image;
         m_params.eval.grid = m_grid;
+        if (const int bad = _disableNonFinite(m_vectors))
+            PrintWarning(
+                "load(%s) - %d of %lu vectors hold values that are no numbers; "
+                "they are disabled",
+                fileName, bad, m_nodeCount);
     } catch (PIVerror::ErrorType code) {
         m_error.handleError(code, "load()");
         init();
@@ -279,8 +313,9 @@ bool PIV_Data2D::readVectorData(PIV_NcFile& file, int timeStep) {
         };
         const int comps = std::max(2, std::min(3, file.vectorComponents()));
         m_3C = comps == 3;
-        restore(file.pivData, comps, "piv_data",
-                [](PIV_VECTOR& v, int c, float x) { (&v.dx)[c] = x; });
+        restore(file.pivData, comps, "piv_data", [](PIV_VECTOR& v, int c, float x) {
+            PIV::Component(v, PIV::TRIPLE_DISPLACEMENT, c) = x;
+        });
         m_dataType |= PIV::DATA_DISPLACEMENT;
         char text[64];
         if (file.attText(file.pivData, "data_type", text, sizeof(text)) &&
@@ -319,7 +354,7 @@ bool PIV_Data2D::readVectorData(PIV_NcFile& file, int timeStep) {
             char name[32];
             std::snprintf(name, sizeof(name), "piv_peak%d", p + 1);
             restore(file.peaks[p], 3, name,
-                    [p](PIV_VECTOR& v, int c, float x) { (&v.peak[p].x)[c] = x; });
+                    [p](PIV_VECTOR& v, int c, float x) { PIV::PeakComponent(v.peak[p], c) = x; });
             peaks = p + 1;
         }
         if (peaks) {
@@ -337,12 +372,12 @@ bool PIV_Data2D::readVectorData(PIV_NcFile& file, int timeStep) {
                     [](PIV_VECTOR& v, int, float x) { v.snr = x; });
         if (file.pivFlags) {
             restore(file.pivFlags, 1, "piv_flags",
-                    [](PIV_VECTOR& v, int, float x) { v.flag = uint8_t(int(x)); });
+                    [](PIV_VECTOR& v, int, float x) { v.flag = uint8_t(_toInt(x)); });
             m_dataType |= PIV::DATA_FLAGS;
         }
         if (file.vectorCount) {
             restore(file.vectorCount, 1, "piv_data",
-                    [](PIV_VECTOR& v, int, float x) { v.count = int(x); });
+                    [](PIV_VECTOR& v, int, float x) { v.count = _toInt(x); });
             m_statisticsData = true;
             m_dataType |= PIV::DATA_COUNTS;
         }
@@ -353,9 +388,9 @@ bool PIV_Data2D::readVectorData(PIV_NcFile& file, int timeStep) {
             m_dataType |= PIV::DATA_3C_RESIDUALS;
         }
         // Velocity and shifts bring their grid in physical units.
-        const auto physical = [&](NcVar* var, int offset, char* units, int size) {
+        const auto physical = [&](NcVar* var, int triple, char* units, int size) {
             restore(var, comps, var->name(),
-                    [offset](PIV_VECTOR& v, int c, float x) { (&v.dx)[offset + c] = x; });
+                    [triple](PIV_VECTOR& v, int c, float x) { PIV::Component(v, triple, c) = x; });
             char unitText[16];
             if (file.attText(var, "coord_units", unitText, sizeof(unitText)))
                 PIV::CopyText(m_params.convert.LengthConversionUnits, unitText);
@@ -379,13 +414,13 @@ bool PIV_Data2D::readVectorData(PIV_NcFile& file, int timeStep) {
                         }
         };
         if (file.velocity) {
-            physical(file.velocity, 3, m_params.convert.VelocityUnits,
+            physical(file.velocity, PIV::TRIPLE_VELOCITY, m_params.convert.VelocityUnits,
                      int(sizeof(m_params.convert.VelocityUnits)));
             m_dataType |= PIV::DATA_VELOCITY;
             m_converted = true;
         }
         if (file.speckleShifts) {
-            physical(file.speckleShifts, 6, m_params.convert.DisplacementUnits,
+            physical(file.speckleShifts, PIV::TRIPLE_SHIFT, m_params.convert.DisplacementUnits,
                      int(sizeof(m_params.convert.DisplacementUnits)));
             m_dataType |= PIV::DATA_SPECKLE;
         }
@@ -530,7 +565,7 @@ bool PIV_Data2D::readPIVNET2(PIV_NcFile& file, PIV_PARAMETERS& params, SIZE3D& i
             return true;
         };
         if (field("flag", "read flags: %d values",
-                  [](PIV_VECTOR& v, float x) { v.flag = uint8_t(int(x)); }))
+                  [](PIV_VECTOR& v, float x) { v.flag = uint8_t(_toInt(x)); }))
             m_dataType |= PIV::DATA_FLAGS;
         if (field("dx", "read displacement X: %d values", [](PIV_VECTOR& v, float x) { v.dx = x; }))
             m_dataType |= PIV::DATA_DISPLACEMENT;

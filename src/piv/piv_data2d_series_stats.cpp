@@ -261,13 +261,15 @@ bool PIV_Data2D_Stats::dumpVariableToFile(const char* fileName, PIV::DataVariabl
         m_error.setMessage("dumpVariableToFile() - no statistics data");
         return m_error.handleError(PIVerror::OPERATION_FAILED, "dumpVariableToFile()"), false;
     }
-    PIV::FilePtr file = PIV::OpenFile(fileName, "w");
-    if (!file) {
-        m_error.setMessage("dumpVariableToFile() - file creation failed for: %s",
-                           fileName ? fileName : "");
+    if (!fileName || !*fileName) {
+        return m_error.handleError(PIVerror::BAD_FILE_NAME, "dumpVariableToFile()"), false;
+    }
+    PIV::TempFile file(fileName);
+    if (!file.file()) {
+        m_error.setMessage("dumpVariableToFile() - file creation failed for: %s", fileName);
         return m_error.handleError(PIVerror::FILE_CREATE_FAILED, "dumpVariableToFile()"), false;
     }
-    std::FILE* f = file.get();
+    std::FILE* f = file.file();
     const char* name = PIV::GetVariableNameFromType(variable);
     const SIZE3D& n = m_avg->grid().nodes;
     const std::time_t now = std::time(nullptr);
@@ -300,10 +302,10 @@ bool PIV_Data2D_Stats::dumpVariableToFile(const char* fileName, PIV::DataVariabl
                      double(v[k].x), double(v[k].y), double(v[k].z), mean, dev, skew, kurt, valid);
         lines++;
     }
-    if (std::ferror(f)) {
+    DebugPrintExt(2, "   wrote %d lines - closing file", lines);
+    if (!file.commit(fileName)) {
         m_error.setMessage("dumpVariableToFile() - write failed for: %s", fileName);
         return m_error.handleError(PIVerror::FILE_WRITE_FAILED, "dumpVariableToFile()"), false;
     }
-    DebugPrintExt(2, "   wrote %d lines - closing file", lines);
     return true;
 }

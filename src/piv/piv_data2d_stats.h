@@ -114,6 +114,23 @@ struct REYNOLDS_STRESS {
 };
 KELVANE_ASSERT_RECORD(REYNOLDS_STRESS);
 
+namespace PIV {
+inline constexpr float REYNOLDS_STRESS::*kStressMembers[18] = {
+    &REYNOLDS_STRESS::uu,   &REYNOLDS_STRESS::vv,   &REYNOLDS_STRESS::ww,   &REYNOLDS_STRESS::uv,
+    &REYNOLDS_STRESS::uw,   &REYNOLDS_STRESS::vw,   &REYNOLDS_STRESS::dxdx, &REYNOLDS_STRESS::dydy,
+    &REYNOLDS_STRESS::dzdz, &REYNOLDS_STRESS::dxdy, &REYNOLDS_STRESS::dxdz, &REYNOLDS_STRESS::dydz,
+    &REYNOLDS_STRESS::sxsx, &REYNOLDS_STRESS::sysy, &REYNOLDS_STRESS::szsz, &REYNOLDS_STRESS::sxsy,
+    &REYNOLDS_STRESS::sxsz, &REYNOLDS_STRESS::sysz,
+};
+// Product i (0 to 17) in the order of the record.
+inline float& Product(REYNOLDS_STRESS& r, int i) {
+    return r.*kStressMembers[i];
+}
+inline float Product(const REYNOLDS_STRESS& r, int i) {
+    return r.*kStressMembers[i];
+}
+}  // namespace PIV
+
 class ReynoldsStresses {
 public:
     ReynoldsStresses();

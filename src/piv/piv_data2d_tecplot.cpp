@@ -16,45 +16,6 @@ using namespace PIV::Export;
 
 namespace {
 
-// What the block writer can put into one run.
-enum PIV_VECTOR_VAR {
-    VV_COLUMN = 0,
-    VV_ROW,
-    VV_DEPTH,
-    VV_X,
-    VV_Y,
-    VV_Z,
-    VV_TIME,
-    VV_FLAG,
-    VV_COUNT,
-    VV_DX,
-    VV_DY,
-    VV_DZ,
-    VV_DMAG,
-    VV_U,
-    VV_V,
-    VV_W,
-    VV_VMAG,
-    VV_SX,
-    VV_SY,
-    VV_SZ,
-    VV_SMAG,
-    VV_SNR,
-    VV_CORR,
-    VV_RESIDUAL,
-    VV_VORT_X,
-    VV_VORT_Y,
-    VV_VORT_Z,
-    VV_SHEAR_X,
-    VV_SHEAR_Y,
-    VV_SHEAR_Z,
-    VV_NSTRAIN,
-    VV_ENSTROPHY,
-    VV_DISCRIMINANT,
-    VV_LAMBDA2,
-    VV_DUDX,  // to VV_DUDX + 8, in the order of DIFFERENTIALS
-};
-
 // Tecplot number types.
 constexpr int kFloat = 1;
 constexpr int kLongInt = 3;
@@ -178,10 +139,6 @@ void _writeZoneStart(std::FILE* f, const std::vector<TecplotVariable>& vars) {
     for (const TecplotVariable& v : vars) _writeInt(f, v.numberType);
 }
 
-float _magnitude(float a, float b, float c) {
-    return std::sqrt(a * a + b * b + c * c);
-}
-
 // The block section of one step: each variable one run over all nodes,
 // written from one scratch array of 8 bytes a node.
 class BlockWriter {
@@ -263,101 +220,19 @@ private:
             flush(f, 8);
             return;
         }
+        // The residual's run holds the velocity magnitude, and corr goes out
+        // unscaled where the point form has it in percent: intended.
+        if (var == VV_RESIDUAL) var = VV_VMAG;
         float* out = floats();
-        for (long n = 0; n < m_perStep; n++) {
-            const PIV_VECTOR& p = nodes[n];
-            float value = 0.0f;
-            switch (var) {
-                case VV_X:
-                    value = p.x;
-                    break;
-                case VV_Y:
-                    value = p.y;
-                    break;
-                case VV_Z:
-                    value = p.z;
-                    break;
-                case VV_TIME:
-                    value = 0.0f;
-                    break;
-                case VV_DX:
-                    value = p.dx;
-                    break;
-                case VV_DY:
-                    value = p.dy;
-                    break;
-                case VV_DZ:
-                    value = p.dz;
-                    break;
-                case VV_DMAG:
-                    value = _magnitude(p.dx, p.dy, p.dz);
-                    break;
-                case VV_U:
-                    value = p.u;
-                    break;
-                case VV_V:
-                    value = p.v;
-                    break;
-                case VV_W:
-                    value = p.w;
-                    break;
-                case VV_VMAG:
-                    value = _magnitude(p.u, p.v, p.w);
-                    break;
-                case VV_SX:
-                    value = p.sx;
-                    break;
-                case VV_SY:
-                    value = p.sy;
-                    break;
-                case VV_SZ:
-                    value = p.sz;
-                    break;
-                case VV_SMAG:
-                    value = _magnitude(p.sx, p.sy, p.sz);
-                    break;
-                case VV_SNR:
-                    value = p.snr;
-                    break;
-                // Unscaled here, in percent in point form: intended.
-                case VV_CORR:
-                    value = p.corr;
-                    break;
-                // The residual's run holds the velocity magnitude: intended.
-                case VV_RESIDUAL:
-                    value = _magnitude(p.u, p.v, p.w);
-                    break;
-                default:
-                    break;
-            }
-            out[n] = value;
-        }
+        for (long n = 0; n < m_perStep; n++) out[n] = float(NodeValue(var, nodes[n]));
         flush(f, 4);
     }
 
     void _writeBlockDataDifferentials(std::FILE* f, const DIFFERENTIALS* diff, int var) {
+        const PIV_VECTOR none;
         float* out = floats();
-        for (long n = 0; n < m_perStep; n++) {
-            const DIFFERENTIALS d = diff ? diff[n] : DIFFERENTIALS();
-            const DerivedValues r = Derive(d);
-            float value = 0.0f;
-            if (var >= VV_DUDX) {
-                value = (&d.dudx)[var - VV_DUDX];
-            } else if (var <= VV_VORT_Z) {
-                value = r.vort[var - VV_VORT_X];
-            } else if (var <= VV_SHEAR_Z) {
-                value = r.shear[var - VV_SHEAR_X];
-            } else if (var == VV_NSTRAIN) {
-                value = r.nstrain;
-            } else if (var == VV_ENSTROPHY) {
-                value = r.enstrophy;
-            } else if (var == VV_DISCRIMINANT) {
-                value = r.discriminant;
-            } else if (var == VV_LAMBDA2) {
-                value = r.lambda2;
-            }
-            out[n] = value;
-        }
+        for (long n = 0; n < m_perStep; n++)
+            out[n] = float(NodeValue(var, none, diff ? diff[n] : DIFFERENTIALS()));
         flush(f, 4);
     }
 
@@ -405,17 +280,17 @@ void _writePointData(std::FILE* f, const PIV_DataBase& data, const OUTPUT_CFG& c
                     _writeFloat(f, p.y);
                     if (k.is3D) _writeFloat(f, p.z);
                 }
-                const float* triple = k.isVelocity ? &p.u : &p.dx;
-                _writeFloat(f, triple[0]);
-                _writeFloat(f, triple[1]);
-                if (k.is3C) _writeFloat(f, triple[2]);
+                const int triple = k.isVelocity ? VV_U : VV_DX;
+                _writeFloat(f, float(NodeValue(triple, p)));
+                _writeFloat(f, float(NodeValue(triple + 1, p)));
+                if (k.is3C) _writeFloat(f, float(NodeValue(triple + 2, p)));
                 const uint8_t flag = uint8_t(_convertFlag(p, interpolatedAsOutlier));
                 std::fwrite(&flag, 1, 1, f);
                 if (haveCount) {
                     const uint16_t count = uint16_t(p.count & 0xFFFF);
                     std::fwrite(&count, sizeof(count), 1, f);
                 }
-                if (cfg.StoreMagnitude) _writeFloat(f, _magnitude(triple[0], triple[1], triple[2]));
+                if (cfg.StoreMagnitude) _writeFloat(f, float(NodeValue(triple + 3, p)));
                 if (writeDerived) {
                     const DIFFERENTIALS& d = diff[perStep * step + n];
                     const DerivedValues r = Derive(d);
@@ -434,7 +309,7 @@ void _writePointData(std::FILE* f, const PIV_DataBase& data, const OUTPUT_CFG& c
                     if (cfg.StoreLambda2) _writeFloat(f, r.lambda2);
                     if (cfg.StoreDifferentials) {
                         if (k.is3D) {
-                            for (int i = 0; i < 9; i++) _writeFloat(f, (&d.dudx)[i]);
+                            for (int i = 0; i < 9; i++) _writeFloat(f, PIV::Gradient(d, i));
                         } else {
                             _writeFloat(f, d.dudx);
                             _writeFloat(f, d.dudy);

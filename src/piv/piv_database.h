@@ -30,6 +30,21 @@ KELVANE_ASSERT_RECORD(DIFFERENTIALS);
 static_assert(sizeof(DIFFERENTIALS) == 9 * sizeof(float), "DIFFERENTIALS is nine floats");
 
 namespace PIV {
+inline constexpr float DIFFERENTIALS::*kGradientMembers[9] = {
+    &DIFFERENTIALS::dudx, &DIFFERENTIALS::dudy, &DIFFERENTIALS::dudz,
+    &DIFFERENTIALS::dvdx, &DIFFERENTIALS::dvdy, &DIFFERENTIALS::dvdz,
+    &DIFFERENTIALS::dwdx, &DIFFERENTIALS::dwdy, &DIFFERENTIALS::dwdz,
+};
+// Gradient i (0 to 8) in the order of the record.
+inline float& Gradient(DIFFERENTIALS& d, int i) {
+    return d.*kGradientMembers[i];
+}
+inline float Gradient(const DIFFERENTIALS& d, int i) {
+    return d.*kGradientMembers[i];
+}
+}  // namespace PIV
+
+namespace PIV {
 // Data type bits of a field; files keep the same bits.
 enum DataTypeBits {
     DATA_DISPLACEMENT = 0x100,

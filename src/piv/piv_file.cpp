@@ -63,17 +63,49 @@ TempFile::~TempFile() {
     if (!m_path.empty()) ::unlink(m_path.c_str());
 }
 
-bool TempFile::closeStream() {
+namespace {
+
+// Flushes what the system holds of an open descriptor to the disk.
+bool _syncDescriptor(int fd) {
+    return ::fsync(fd) == 0 || errno == EINVAL;  // EINVAL: the file system cannot sync
+}
+
+bool _syncPath(const char* path, int flags) {
+    const int fd = ::open(path, O_RDONLY | O_CLOEXEC | flags);
+    if (fd < 0) return false;
+    const bool ok = _syncDescriptor(fd);
+    return ::close(fd) == 0 && ok;
+}
+
+std::string _folderOf(const char* path) {
+    const char* slash = std::strrchr(path, '/');
+    if (!slash) return ".";
+    return slash == path ? "/" : std::string(path, std::size_t(slash - path));
+}
+
+}  // namespace
+
+bool TempFile::finish(bool sync) {
     std::FILE* f = m_file;
     m_file = nullptr;
-    return f && std::fclose(f) == 0;
+    if (!f) return false;
+    // A write that failed earlier leaves only the error mark; the last
+    // buffer fails at the flush or the close. Either is a failed save.
+    bool ok = !std::ferror(f) && std::fflush(f) == 0 && (!sync || _syncDescriptor(::fileno(f)));
+    ok = std::fclose(f) == 0 && ok;
+    return ok;
 }
 
 bool TempFile::commit(const char* target) {
-    if (m_path.empty()) return false;
-    if (m_file && !closeStream()) return false;
-    if (std::rename(m_path.c_str(), target) != 0) return false;
+    if (m_path.empty() || !target) return false;
+    // A file that another library wrote through its path is synced through
+    // the path as well.
+    const bool synced = m_file ? finish(true) : _syncPath(m_path.c_str(), 0);
+    if (!synced || std::rename(m_path.c_str(), target) != 0) return false;
     m_path.clear();
+    // The rename lasts once the folder is on disk. The target is replaced
+    // by now; a folder that cannot be synced does not undo that.
+    _syncPath(_folderOf(target).c_str(), O_DIRECTORY);
     return true;
 }
 

@@ -26,7 +26,9 @@ int OpenRegularFile(const char* path);
 FilePtr OpenFile(const char* path, const char* mode);
 
 // A file being written beside its target; removed unless committed, so an
-// interrupted save never leaves a partial file or touches the target.
+// interrupted save never leaves a partial file or touches the target. The
+// file is flushed to the disk before it is renamed over the target, and the
+// folder after, so that a power cut leaves the old file or the new one.
 class TempFile {
 public:
     explicit TempFile(const std::string& target);
@@ -36,13 +38,17 @@ public:
 
     std::FILE* file() const { return m_file; }
     const std::string& path() const { return m_path; }
-    // Closes the stream and keeps the file, for writers that reopen it by
-    // its path (libtiff); false if the close failed.
-    bool closeStream();
-    // Closes and moves the file over the target; false if either step failed.
+    // Flushes and closes the stream and keeps the file, for writers that
+    // reopen it by its path (libtiff, netCDF); false if a write, the flush
+    // or the close failed.
+    bool closeStream() { return finish(false); }
+    // Closes the stream (or syncs a file written by its path) and moves the
+    // file over the target; false if any step failed, the target untouched.
     bool commit(const char* target);
 
 private:
+    bool finish(bool sync);
+
     std::string m_path;
     std::FILE* m_file = nullptr;
 };

@@ -153,6 +153,9 @@ int SaveParameters(const char* fileName, const PIV_PARAMETERS* params, int view 
 int ReadParameters(const char* fileName, PIV_PARAMETERS* params, int view = 0);
 int SaveImageCfg(const char* fileName, const IMAGE_CFG* cfg, int view = 0);
 int SavePostProcessCfg(const char* fileName, const POSTPROCESS_CFG* cfg, int view = 0);
+// All three records in one replacement of the file: all of them or none.
+int SaveParameterRecords(const char* fileName, const PIV_PARAMETERS* params, const IMAGE_CFG* image,
+                         const POSTPROCESS_CFG* post, int view = 0);
 // The image and post-processing records from a NetCDF file only.
 int ReadImageCfgNetCDF(const char* fileName, IMAGE_CFG* cfg, int view = 0);
 int ReadPostProcessCfgNetCDF(const char* fileName, POSTPROCESS_CFG* cfg, int view = 0);

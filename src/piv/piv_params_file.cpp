@@ -55,10 +55,11 @@ bool _isParameterComment(const char* line) {
     return hits > 1;
 }
 
-}  // namespace
-
-int PIV::SaveParametersASCII(const char* fileName, const PIV_PARAMETERS* params,
-                             const IMAGE_CFG* image, const POSTPROCESS_CFG* post, int view) {
+// 0 when refused (name, records), 1 when written, -1 when the file could
+// not be written.
+int _saveASCII(const char* fileName, const PIV_PARAMETERS* params, const IMAGE_CFG* image,
+               const POSTPROCESS_CFG* post, int view) {
+    using namespace PIV;
     if (_nameTooLong(fileName)) {
         PIVerror::handleErrorExt(PIVerror::BAD_FILE_NAME, "SaveParametersASCII()", true);
         return 0;
@@ -86,10 +87,16 @@ int PIV::SaveParametersASCII(const char* fileName, const PIV_PARAMETERS* params,
     SerializePivParameters(&file, &p, true);
     SerializePostProcessCfg(&file, &pp, true);
     file.endGroup();
+    return file.close() ? 1 : -1;
+}
+
+}  // namespace
+
+int PIV::SaveParametersASCII(const char* fileName, const PIV_PARAMETERS* params,
+                             const IMAGE_CFG* image, const POSTPROCESS_CFG* post, int view) {
     // A failed write is reported by the file object; callers of this function
     // have always been told 1, and the library keeps it that way.
-    file.close();
-    return 1;
+    return _saveASCII(fileName, params, image, post, view) != 0 ? 1 : 0;
 }
 
 int PIV::ReadParametersASCII(const char* fileName, PIV_PARAMETERS* params, IMAGE_CFG* image,
@@ -205,9 +212,7 @@ bool PIV_Parameters::save(const char* fileName, int view) {
         m_error.handleError(PIVerror::BAD_FILE_NAME, "save()");
         return false;
     }
-    if (PIV::SaveParameters(fileName, &m_params, view) &&
-        PIV::SaveImageCfg(fileName, &m_imageCfg, view) &&
-        PIV::SavePostProcessCfg(fileName, &m_postProcessCfg, view))
+    if (PIV::SaveParameterRecords(fileName, &m_params, &m_imageCfg, &m_postProcessCfg, view))
         return true;
     m_error.setMessage("save() - cannot write '%s'", fileName);
     m_error.handleError(PIVerror::FILE_WRITE_FAILED, "save()");
@@ -216,5 +221,5 @@ bool PIV_Parameters::save(const char* fileName, int view) {
 
 bool PIV_Parameters::saveASCII(const char* fileName, int view, bool unused) {
     (void)unused;
-    return PIV::SaveParametersASCII(fileName, &m_params, &m_imageCfg, &m_postProcessCfg, view) != 0;
+    return _saveASCII(fileName, &m_params, &m_imageCfg, &m_postProcessCfg, view) == 1;
 }

@@ -523,6 +523,19 @@ int PIV::SavePostProcessCfg(const char* fileName, const POSTPROCESS_CFG* cfg, in
     });
 }
 
+int PIV::SaveParameterRecords(const char* fileName, const PIV_PARAMETERS* params,
+                              const IMAGE_CFG* image, const POSTPROCESS_CFG* post, int view) {
+    if (!params || !image || !post) return 0;
+    PIV_PARAMETERS p = *params;
+    IMAGE_CFG i = *image;
+    POSTPROCESS_CFG pp = *post;
+    return _writeAtomic(fileName, [&](MyNcFile& f) {
+        _addContent(f);
+        return SerializeParametersNc(f, &p, view) && SerializeImageCfgNc(f, &i, view) &&
+               SerializePostProcessCfgNc(f, &pp, view);
+    });
+}
+
 int PIV::ReadParameters(const char* fileName, PIV_PARAMETERS* params, int view) {
     if (!params || !_exists(fileName)) return 0;
     MyNcFile f(fileName, MyNcFile::READ, NcFile::ReadOnly);

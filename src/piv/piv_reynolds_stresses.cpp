@@ -158,8 +158,8 @@ bool ReynoldsStresses::update() {
         REYNOLDS_STRESS r;
         // One sample has no fluctuation to speak of.
         if (s.count > 1) {
-            float* out = &r.uu;
-            for (int i = 0; i < kProducts; i++) out[i] = float(s.p[i] / double(s.count));
+            for (int i = 0; i < kProducts; i++)
+                PIV::Product(r, i) = float(s.p[i] / double(s.count));
             r.count = s.count;
         }
         m_result[k] = r;
@@ -243,7 +243,8 @@ bool ReynoldsStresses::save(const char* fileName, const OUTPUT_CFG& output, bool
         for (int i = 0; i < nx; i += stepX) {
             const size_t k = size_t(j) * nx + i;
             const PIV_VECTOR& m = mean[k];
-            const float* r = &m_result[k].uu + offset;
+            float r[6];
+            for (int c = 0; c < 6; c++) r[c] = PIV::Product(m_result[k], offset + c);
             double x = m.x, y = m.y, z = m.z, U = m.u, V = m.v, W = m.w;
             if (q == Quantity::Displacement) {
                 x = m.ix;

@@ -116,6 +116,35 @@ struct PIV_VECTOR {
 static_assert(sizeof(PIV_VECTOR) == 30 * 4, "PIV_VECTOR is thirty 32-bit words");
 
 namespace PIV {
+// The three-component quantities of a vector by number, for code that walks
+// their components in a loop: members are reached by name, never by
+// counting on from the address of another.
+enum VectorTriple { TRIPLE_DISPLACEMENT = 0, TRIPLE_VELOCITY = 1, TRIPLE_SHIFT = 2 };
+
+inline constexpr float PIV_VECTOR::*kTripleMembers[3][3] = {
+    {&PIV_VECTOR::dx, &PIV_VECTOR::dy, &PIV_VECTOR::dz},
+    {&PIV_VECTOR::u, &PIV_VECTOR::v, &PIV_VECTOR::w},
+    {&PIV_VECTOR::sx, &PIV_VECTOR::sy, &PIV_VECTOR::sz},
+};
+inline constexpr float PIV_PEAK::*kPeakMembers[3] = {&PIV_PEAK::x, &PIV_PEAK::y, &PIV_PEAK::value};
+
+// Component c (0 x, 1 y, 2 z) of a triple.
+inline float& Component(PIV_VECTOR& v, int triple, int c) {
+    return v.*kTripleMembers[triple][c];
+}
+inline float Component(const PIV_VECTOR& v, int triple, int c) {
+    return v.*kTripleMembers[triple][c];
+}
+// Component c of a peak: 0 x, 1 y, 2 value.
+inline float& PeakComponent(PIV_PEAK& p, int c) {
+    return p.*kPeakMembers[c];
+}
+inline float PeakComponent(const PIV_PEAK& p, int c) {
+    return p.*kPeakMembers[c];
+}
+}  // namespace PIV
+
+namespace PIV {
 // Selects one quantity of an array of PIV_VECTOR.
 enum VectorFlag {
     VF_DISPLACEMENT = 0,

@@ -2,16 +2,24 @@
 // compared with files written by hand under tests/data/export. Only the
 // creation date and the software name (rest of their line) are masked.
 #include <gtest/gtest.h>
+#include <sys/resource.h>
 
+#include <csignal>
 #include <cstdlib>
+#include <filesystem>
 #include <fstream>
+#include <functional>
 #include <sstream>
 #include <string>
 #include <vector>
 
 #include "export_test_field.h"
+#include "image2d.h"
+#include "mapping_fxn2d.h"
 #include "message_capture.h"
 #include "piv_data2d.h"
+#include "piv_data2d_stats.h"
+#include "piv_params.h"
 #include "scratch_files.h"
 
 using export_test::Kind;
@@ -184,60 +192,120 @@ TEST(TecplotLayout, MatchesHandWrittenMacroButForItsFreeValues) {
     EXPECT_EQ(Masked(text), Masked(expected));
 }
 
-TEST(TextExports, EmptyFieldIsRefusedWithNothingWritten) {
-    PIV_Data2D empty;
-    test_support::ScratchDir dir;
-    MessageCapture capture;
-    EXPECT_FALSE(empty.saveASCII(dir.file("a.dat").c_str(), 0, true));
-    EXPECT_EQ(empty.error().getLastErrorCode(), PIVerror::DATA_IS_NULL);
-    EXPECT_NE(std::string(empty.getLastError()).find("saveASCII() - no valid data available!"),
-              std::string::npos);
-    EXPECT_FALSE(empty.savePivChallengeData(dir.file("c.txt").c_str(), 0));
-    EXPECT_EQ(empty.error().getLastErrorCode(), PIVerror::DATA_IS_NULL);
-    EXPECT_NE(
-        std::string(empty.getLastError()).find("savePivChallengeData() - no valid data available!"),
-        std::string::npos);
-    EXPECT_FALSE(empty.saveTecPlotLayout(dir.file("l.lay").c_str(), "x.plt", "x", OUTPUT_CFG()));
-    EXPECT_EQ(empty.error().getLastErrorCode(), PIVerror::DATA_IS_NULL);
-    EXPECT_TRUE(std::filesystem::is_empty(dir.path()));
-}
-
-TEST(TextExports, UnwritablePathIsErrorTwentyFiveAndNamesIt) {
-    PIV_Data2D field;
+// An empty field is error 14 and an unwritable path error 25 naming it;
+// nothing is written either way.
+TEST(TextExports, RefusalsNameTheirCause) {
+    PIV_Data2D empty, field;
     MakeField(field, Kind::Velocity);
     test_support::ScratchDir dir;
-    const std::string target = dir.file("missing/out.dat");
+    const std::string missing = dir.file("missing/out.dat");
+    struct Case {
+        const char* what;
+        std::function<bool(PIV_Data2D&, const char*)> save;
+    };
+    const Case cases[] = {
+        {"saveASCII() - ", [](PIV_Data2D& f, const char* p) { return f.saveASCII(p, 0, true); }},
+        {"savePivChallengeData() - ",
+         [](PIV_Data2D& f, const char* p) { return f.savePivChallengeData(p, 0); }},
+        {"saveTecPlotLayout() - ",
+         [](PIV_Data2D& f, const char* p) {
+             return f.saveTecPlotLayout(p, "x.plt", "x", OUTPUT_CFG());
+         }},
+    };
     MessageCapture capture;
-
-    EXPECT_FALSE(field.saveASCII(target.c_str(), 0, true));
-    EXPECT_EQ(field.error().getLastErrorCode(), PIVerror::FILE_CREATE_FAILED);
-    EXPECT_NE(
-        std::string(field.getLastError()).find("saveASCII() - file creation failed for: " + target),
-        std::string::npos);
-
-    EXPECT_FALSE(field.savePivChallengeData(target.c_str(), 0));
-    EXPECT_EQ(field.error().getLastErrorCode(), PIVerror::FILE_CREATE_FAILED);
-    EXPECT_NE(std::string(field.getLastError())
-                  .find("savePivChallengeData() - file creation failed for: " + target),
-              std::string::npos);
-
-    EXPECT_FALSE(field.saveTecPlotLayout(target.c_str(), "x.plt", "x", OUTPUT_CFG()));
-    EXPECT_EQ(field.error().getLastErrorCode(), PIVerror::FILE_CREATE_FAILED);
-    EXPECT_NE(std::string(field.getLastError())
-                  .find("saveTecPlotLayout() - Layout File open/creation failed for: " + target),
-              std::string::npos);
+    for (const Case& c : cases) {
+        EXPECT_FALSE(c.save(empty, dir.file("a.dat").c_str()));
+        EXPECT_EQ(empty.error().getLastErrorCode(), PIVerror::DATA_IS_NULL);
+        EXPECT_NE(std::string(empty.getLastError()).find(c.what + std::string("no valid data")),
+                  std::string::npos);
+        EXPECT_FALSE(c.save(field, missing.c_str()));
+        EXPECT_EQ(field.error().getLastErrorCode(), PIVerror::FILE_CREATE_FAILED);
+        EXPECT_NE(std::string(field.getLastError()).find(c.what), std::string::npos);
+        EXPECT_NE(std::string(field.getLastError()).find("failed for: " + missing),
+                  std::string::npos);
+    }
     EXPECT_TRUE(std::filesystem::is_empty(dir.path()));
 }
 
-TEST(TextExports, FailedSaveKeepsTheEarlierFile) {
-    // A field without nodes cannot replace a file already there.
-    test_support::ScratchDir dir;
-    const std::string target = dir.file("kept.dat");
-    test_support::WriteBytes(target, "earlier\n");
-    PIV_Data2D empty;
-    MessageCapture capture;
-    EXPECT_FALSE(empty.saveASCII(target.c_str(), 0, true));
-    EXPECT_EQ(test_support::ReadBytes(target), "earlier\n");
+// A file-size limit stands in for a full disk: each writer's output is
+// smaller than a stdio buffer, so the first write to fail is the last flush.
+class FileSizeLimit {
+public:
+    explicit FileSizeLimit(rlim_t bytes) : m_handler(std::signal(SIGXFSZ, SIG_IGN)) {
+        ::getrlimit(RLIMIT_FSIZE, &m_old);
+        const rlimit limit{bytes, m_old.rlim_max};
+        ::setrlimit(RLIMIT_FSIZE, &limit);
+    }
+    ~FileSizeLimit() {
+        ::setrlimit(RLIMIT_FSIZE, &m_old);
+        std::signal(SIGXFSZ, m_handler);
+    }
+
+private:
+    void (*m_handler)(int);
+    rlimit m_old;
+};
+
+// A save whose data cannot all reach the disk fails, and the file saved
+// before stays as it was, with no temporary left beside it.
+TEST(Writers, AFailedFlushIsAFailedSaveAndKeepsTheEarlierFile) {
+    PIV_Data2D field, series;
+    MakeField(field, Kind::Raw);
+    MakeField(series, Kind::Raw);
+    PIV_Data2D_Stats stats;
+    ASSERT_TRUE(stats.increment(&series, 0) && stats.update());
+    ReynoldsStresses stresses;
+    ASSERT_TRUE(stresses.setMeanData(&field) && stresses.incrementPivData(&field, 0, 0) &&
+                stresses.update());
+    PIV_Parameters params;
+    Image2D image;
+    image.alloc(16, 8, IMAGE_UINT16);
+    image.fill(1000.0f);
+    const std::vector<POINT_PAIR> points(3);
+    struct Case {
+        const char* name;
+        std::function<bool(const char*)> save;
+    };
+    const Case cases[] = {
+        {"text.dat", [&](const char* p) { return field.saveASCII(p, 0, true); }},
+        {"challenge.txt", [&](const char* p) { return field.savePivChallengeData(p, 0); }},
+        {"macro.lay",
+         [&](const char* p) { return field.saveTecPlotLayout(p, "x.plt", "x", OUTPUT_CFG()); }},
+        {"block.plt", [&](const char* p) { return field.saveTecplotBinary(p, 0, true); }},
+        {"points.plt", [&](const char* p) { return field.saveTecplotBinary(p, 0, false); }},
+        {"sequence.plt", [&](const char* p) { return field.saveSequenceTecplotBinary(p, 0, 0); }},
+        {"native.nc", [&](const char* p) { return field.saveNetCDF(p, 0); }},
+        {"pivnet2.nc", [&](const char* p) { return field.saveNetCDF_PIVNET2(p, 0); }},
+        {"params.nc", [&](const char* p) { return params.save(p); }},
+        {"params.par", [&](const char* p) { return params.saveASCII(p); }},
+        {"dx_stats.dat", [&](const char* p) { return stats.dumpVariableToFile(p, PIV::VAR_DX); }},
+        {"stresses.dat", [&](const char* p) { return stresses.save(p, OUTPUT_CFG(), false); }},
+        {"image.tif", [&](const char* p) { return image.saveTIFF(p); }},
+        {"image.pgm", [&](const char* p) { return image.savePGM(p); }},
+        {"image.b16", [&](const char* p) { return image.savePCO(p); }},
+        {"image.img", [&](const char* p) { return image.saveLavImg(p); }},
+        {"points.txt",
+         [&](const char* p) { return PIV::SaveCalibrationPoints(p, points.data(), 3, true); }},
+    };
+    MessageCapture quiet;
+    for (const Case& c : cases) {
+        SCOPED_TRACE(c.name);
+        test_support::ScratchDir dir;
+        const std::string target = dir.file(c.name);
+        ASSERT_TRUE(c.save(target.c_str()));
+        const std::string before = test_support::ReadBytes(target);
+        ASSERT_GT(before.size(), 64u);
+        bool saved;
+        {
+            FileSizeLimit full(64);
+            saved = c.save(target.c_str());
+        }
+        EXPECT_FALSE(saved);
+        EXPECT_EQ(test_support::ReadBytes(target), before);
+        const auto entries = std::distance(std::filesystem::directory_iterator(dir.path()),
+                                           std::filesystem::directory_iterator());
+        EXPECT_EQ(entries, 1);
+    }
 }
 
 TEST(TecplotLayout, NamesFollowTheKindOfData) {
