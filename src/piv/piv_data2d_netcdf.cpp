@@ -131,7 +131,10 @@ bool _saveAtomic(PIVerror& error, const char* target, const char* where, Fn writ
         error.handleError(PIVerror::FILE_WRITE_FAILED, where);
         return false;
     }
-    if (!write(tmp.path().c_str())) return false;
+    bool written = false;
+    // The variables of a large field are staged in memory before they go out.
+    if (!PIV::Guarded(error, where, [&] { written = write(tmp.path().c_str()); }) || !written)
+        return false;
     if (!tmp.commit(target)) {
         error.setMessage("Trouble writing netCDF data to: '%s'", target);
         error.handleError(PIVerror::FILE_WRITE_FAILED, where);

@@ -7,6 +7,7 @@
 #include <functional>
 #include <limits>
 #include <memory>
+#include <new>
 #include <string>
 #include <vector>
 
@@ -281,6 +282,10 @@ bool PIV_Data2D::load(const char* fileName) {
         m_error.handleError(code, "load()");
         init();
         return false;
+    } catch (const std::bad_alloc&) {
+        m_error.handleError(PIVerror::ALLOCATION_FAILED, "load()");
+        init();
+        return false;
     }
     setName(fileName);
     doStatistics();
@@ -442,6 +447,9 @@ bool PIV_Data2D::readVectorData(PIV_NcFile& file, int timeStep) {
             m_error.setMessage("readDisplacements() - too few data points in data set");
         m_error.handleError(code, "readVectorData()");
         return false;
+    } catch (const std::bad_alloc&) {
+        m_error.handleError(PIVerror::ALLOCATION_FAILED, "readVectorData()");
+        return false;
     }
     return true;
 }
@@ -586,6 +594,9 @@ bool PIV_Data2D::readPIVNET2(PIV_NcFile& file, PIV_PARAMETERS& params, SIZE3D& i
         if (code == PIVerror::NETCDF_READ_VAR)
             m_error.setMessage("readDisplacements() - too few data points in data set");
         m_error.handleError(code, "PIVNET2_read()");
+        return false;
+    } catch (const std::bad_alloc&) {
+        m_error.handleError(PIVerror::ALLOCATION_FAILED, "PIVNET2_read()");
         return false;
     }
     m_fileData = true;

@@ -394,6 +394,9 @@ bool PIV_DataBase::saveTecplotBinary(const char* fileName, int timeStep, bool bl
         std::fflush(f);
         m_error.handleError(code, "saveTecplotBinaryData()");
         return false;
+    } catch (const std::bad_alloc&) {
+        m_error.handleError(PIVerror::ALLOCATION_FAILED, "saveTecplotBinaryData()");
+        return false;
     }
     if (std::ferror(f) || !tmp.commit(fileName)) {
         m_error.setMessage("saveTecplotBinary() - failed writing output file: %s", fileName);
@@ -449,6 +452,9 @@ bool PIV_Data2D::saveSequenceTecplotBinary(const char* fileName, int first, int 
     } catch (PIVerror::ErrorType code) {
         std::fflush(f);
         m_error.handleError(code, "saveTecplotBinaryData()");
+        return false;
+    } catch (const std::bad_alloc&) {
+        m_error.handleError(PIVerror::ALLOCATION_FAILED, "saveTecplotBinaryData()");
         return false;
     }
     if (std::ferror(f) || !tmp.commit(fileName)) {

@@ -17,6 +17,7 @@
 #include "image2d.h"
 #include "piv_data2d.h"
 #include "piv_eval2d.h"
+#include "scratch_files.h"
 #include "synthetic_flows.h"
 
 namespace {
@@ -121,6 +122,10 @@ TEST(AllocationFailure, PublicOperationsReportTheFailedAllocation) {
     PIV_Data2D field;
     ASSERT_TRUE(field.createZeroData(SIZE3D{4096, 4096, 1}, SIZE3D{8, 8, 1}, POINT3D{0, 0, 0},
                                      POINT3D{4088, 4088, 0}, 1));  // 512 x 512 nodes
+    test_support::ScratchDir dir;
+    const std::string saved = dir.file("field.nc");
+    ASSERT_TRUE(field.saveNetCDF(saved.c_str()));
+    PIV_Data2D loaded;
     Image2D frame = eval_test::ToImage(Pair().a, Pair().width, Pair().height, IMAGE_FLOAT);
     eval_test::Evaluation deformed(Pair(), MultiGridDeformed());
 
@@ -129,6 +134,8 @@ TEST(AllocationFailure, PublicOperationsReportTheFailedAllocation) {
          [&] {
              return Outcome{field.medianFilter(3), field.error().getLastError()};
          }},
+        {"PIV_Data2D::load",
+         [&] { return Outcome{loaded.load(saved.c_str()), loaded.error().getLastError()}; }},
         {"Image2D::highPass",
          [&] {
              return Outcome{frame.highPass(5, 5), frame.error().getLastError()};
