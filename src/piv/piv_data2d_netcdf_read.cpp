@@ -268,6 +268,9 @@ bool PIV_Data2D::load(const char* fileName) {
                             : readEUROPIV(file, m_params, image, sizeKnown);
         if (!ok) {
             if (m_error.getLastErrorCode() == PIVerror::NETCDF_READ_VAR) return false;
+            // Memory, not the file, failed: say so.
+            if (m_error.getLastErrorCode() == PIVerror::ALLOCATION_FAILED)
+                throw PIVerror::ALLOCATION_FAILED;
             m_error.setMessage("load(%s)", fileName);
             throw PIVerror::FILE_READ_FAILED;
         }
@@ -457,7 +460,8 @@ bool PIV_Data2D::readVectorData(PIV_NcFile& file, int timeStep) {
 bool PIV_Data2D::readEUROPIV(PIV_NcFile& file, PIV_PARAMETERS& params, SIZE3D& imageSize,
                              bool sizeKnown) {
     if (!readVectorData(file, -1)) {
-        if (m_error.getLastErrorCode() == PIVerror::NETCDF_READ_VAR) return false;
+        const int code = m_error.getLastErrorCode();
+        if (code == PIVerror::NETCDF_READ_VAR || code == PIVerror::ALLOCATION_FAILED) return false;
         m_error.setMessage("read() - PIV data not found in file: %s", file.fileName());
         m_error.handleError(PIVerror::INVALID_FILE_CONTENT, "read()");
         return false;
