@@ -65,12 +65,15 @@ bool Image2D::loadLavVC7(const char* path, int page) {
         BufferHolder holder;
         IMX_BUFFER_TYPE& b = holder.buffer;
         std::string refusal;
-        if (ReadIM7(path, &b, nullptr, &refusal) != IMREAD_ERR_NO) {
+        const int rc = ReadIM7(path, &b, nullptr, &refusal);
+        if (rc != IMREAD_ERR_NO) {
             if (!refusal.empty())
                 m_error.setMessage("loadLavVC7() - %s", refusal.c_str());
             else
                 m_error.setMessage("loadLavVC7() - trouble reading '%s'!", path ? path : "");
-            throw PIVerror::FILE_READ_FAILED;
+            // A refused buffer is one beyond the pixel limit.
+            throw rc == IMREAD_ERR_MEMORY && !refusal.empty() ? PIVerror::DATA_TOO_LARGE
+                                                              : PIVerror::FILE_READ_FAILED;
         }
         DebugPrintExt(2, "File-Info: '%s'\n Size: %d x %d x %d x %d  (type=%d)", path, b.nx, b.ny,
                       b.nz, b.nf, b.format);

@@ -119,6 +119,8 @@ bool Image2D::loadPCO(const char* path, int page) {
         PIV::FileBounds::RequireOrThrow(m_error, "loadPCO()", path, "pixel data",
                                         2 * static_cast<uint64_t>(h.width) * height, available,
                                         false);
+        PIV::FileBounds::RequirePixelsOrThrow(m_error, "loadPCO()", path,
+                                              static_cast<uint64_t>(h.width), height);
         if (offset < 0 || std::fseek(f, static_cast<long>(offset), SEEK_SET) != 0) {
             m_error.setMessage(
                 offset < 0 ? "fseek() failure#1 in file '%s'" : "fseek() failure#2 in file '%s'",
