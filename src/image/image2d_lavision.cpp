@@ -1,5 +1,6 @@
 // Image2D: LaVision image files, read through the buffer reader of
 // lavision_reader.h, and the simple IMG writer.
+#include <algorithm>
 #include <cstdio>
 #include <cstring>
 #include <string>
@@ -100,6 +101,7 @@ bool Image2D::loadLavVC7(const char* path, int page) {
             throw PIVerror::OPERATION_FAILED;
         }
         if (firstRow) DebugPrintExt(1, " offset=%d", static_cast<int>(firstRow));
+        m_fileFrames = std::max(b.nf, m_currentPage != 0 ? 2 : 1);
         const bool isFloat = b.format == BUFFER_FORMAT_FLOAT;
         allocForFileOrThrow(b.nx, static_cast<int64_t>(height),
                             isFloat ? IMAGE_FLOAT : IMAGE_UINT16);

@@ -109,6 +109,7 @@ bool Image2D::loadPCO(const char* path, int page) {
             throw PIVerror::BAD_DIMENSIONS;
         }
         m_wasSplit = m_currentPage != 0;
+        m_fileFrames = m_wasSplit ? 2 : 1;
         offset += 2 * h.width * static_cast<int64_t>(firstRow);
         if (h.width <= 0 || height == 0)
             allocForFileOrThrow(h.width, static_cast<int64_t>(height), IMAGE_UINT16);

@@ -300,9 +300,11 @@ bool Image2D::loadTIFF(const char* path, int page) {
         // Checked here too, so that a refusal reaches the caller as such.
         _checkTiffPage(tif.get(), info, m_error);
         if (!getTIFFfromFile(tif.get(), info, page)) throw PIVerror::OPERATION_FAILED;
+        // The page read: one that could not be reached was replaced by the first.
+        m_currentPage = TIFFCurrentDirectory(tif.get());
+        m_fileFrames = static_cast<int>(info.pages);
         tif.reset();
         m_fileFormat = PIV::FORMAT_TIFF;
-        m_currentPage = std::max(page, 0);
         clearOrientation();
         doStatistics(true);
         setFileName(path);
