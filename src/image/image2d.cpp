@@ -55,6 +55,7 @@ Image2D::Image2D()
       m_pcoSplitMode(PCO_SPLIT_NONE),
       m_wasSplit(false),
       m_currentPage(0),
+      m_fileFrames(0),
       m_bits(nullptr),
       m_block(nullptr),
       m_blockSize(0),
@@ -78,6 +79,7 @@ Image2D::Image2D(const Image2D& other)
     m_pcoSplitMode = other.m_pcoSplitMode;
     m_wasSplit = other.m_wasSplit;
     m_currentPage = other.m_currentPage;
+    m_fileFrames = other.m_fileFrames;
     m_rotation = other.m_rotation;
     m_flipTB = other.m_flipTB;
     m_flipLR = other.m_flipLR;
@@ -123,6 +125,7 @@ Image2D& Image2D::operator=(const Image2D& other) {
     m_pcoSplitMode = other.m_pcoSplitMode;
     m_wasSplit = other.m_wasSplit;
     m_currentPage = other.m_currentPage;
+    m_fileFrames = other.m_fileFrames;
     m_rotation = other.m_rotation;
     m_flipTB = other.m_flipTB;
     m_flipLR = other.m_flipLR;
@@ -255,6 +258,7 @@ void Image2D::destroy() {
     m_pcoSplitMode = PCO_SPLIT_NONE;
     m_wasSplit = false;
     m_currentPage = 0;
+    m_fileFrames = 0;
     clearOrientation();
     m_width = m_height = 0;
     m_depth = 1;

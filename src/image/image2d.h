@@ -281,6 +281,9 @@ public:
     bool isPCOImage() const { return m_fileFormat == PIV::FORMAT_PCO; }
     // The TIFF page, or 1 and 2 for the halves of a split double image.
     int currentPage() const { return m_currentPage; }
+    // Frames the file of the last load holds: TIFF pages, LaVision frames,
+    // 2 for a double image split in halves, else 1; 0 before a load.
+    int fileFrames() const { return m_fileFrames; }
 
     // LaVision IMX, IMG, IM7 and VC7 images of 16-bit words or floats;
     // frames of a file stand above one another.
@@ -342,6 +345,7 @@ protected:
     PCO_SplitMode m_pcoSplitMode;
     bool m_wasSplit;
     int m_currentPage;
+    int m_fileFrames;
     uint8_t* m_bits;
     uint8_t* m_block;
     uint64_t m_blockSize;

@@ -181,6 +181,7 @@ bool Image2D::loadBMP(const char* path, int page) {
             PrintWarning("loadBMP() - '%s' holds %llu of %llu bytes of pixel data", path,
                          static_cast<unsigned long long>(available),
                          static_cast<unsigned long long>(declared));
+        PIV::FileBounds::RequirePixelsOrThrow(m_error, "loadBMP()", path, uw, uh);
         allocForFileOrThrow(w, ht, IMAGE_UINT8);
         const uint64_t width = m_width, height = m_height;
 

@@ -1,4 +1,6 @@
 // Image2D: dispatch of loading and saving by file format.
+#include <algorithm>
+
 #include "image2d.h"
 #include "image2d_files.h"
 #include "image2d_pixel.h"
@@ -13,6 +15,8 @@ bool Image2D::load(const char* path, int page) {
     DebugPrintExt(1, "Image2D::load() - loading image '%s' - page%d", path ? path : "", page);
     const int format = getFileFormat(path);
     m_wasSplit = false;
+    m_currentPage = 0;
+    m_fileFrames = 0;
     m_fileName[0] = '\0';
 
     bool ok = false;
@@ -49,6 +53,7 @@ bool Image2D::load(const char* path, int page) {
             break;
     }
     if (ok) {
+        m_fileFrames = std::max(m_fileFrames, 1);
         clearOrientation();
         // Most readers have just taken the statistics; a second pass over
         // the frame would change nothing.

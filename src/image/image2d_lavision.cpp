@@ -1,5 +1,6 @@
 // Image2D: LaVision image files, read through the buffer reader of
 // lavision_reader.h, and the simple IMG writer.
+#include <algorithm>
 #include <cstdio>
 #include <cstring>
 #include <string>
@@ -65,12 +66,15 @@ bool Image2D::loadLavVC7(const char* path, int page) {
         BufferHolder holder;
         IMX_BUFFER_TYPE& b = holder.buffer;
         std::string refusal;
-        if (ReadIM7(path, &b, nullptr, &refusal) != IMREAD_ERR_NO) {
+        const int rc = ReadIM7(path, &b, nullptr, &refusal);
+        if (rc != IMREAD_ERR_NO) {
             if (!refusal.empty())
                 m_error.setMessage("loadLavVC7() - %s", refusal.c_str());
             else
                 m_error.setMessage("loadLavVC7() - trouble reading '%s'!", path ? path : "");
-            throw PIVerror::FILE_READ_FAILED;
+            // A refused buffer is one beyond the pixel limit.
+            throw rc == IMREAD_ERR_MEMORY && !refusal.empty() ? PIVerror::DATA_TOO_LARGE
+                                                              : PIVerror::FILE_READ_FAILED;
         }
         DebugPrintExt(2, "File-Info: '%s'\n Size: %d x %d x %d x %d  (type=%d)", path, b.nx, b.ny,
                       b.nz, b.nf, b.format);
@@ -97,6 +101,7 @@ bool Image2D::loadLavVC7(const char* path, int page) {
             throw PIVerror::OPERATION_FAILED;
         }
         if (firstRow) DebugPrintExt(1, " offset=%d", static_cast<int>(firstRow));
+        m_fileFrames = std::max(b.nf, m_currentPage != 0 ? 2 : 1);
         const bool isFloat = b.format == BUFFER_FORMAT_FLOAT;
         allocForFileOrThrow(b.nx, static_cast<int64_t>(height),
                             isFloat ? IMAGE_FLOAT : IMAGE_UINT16);

@@ -109,6 +109,7 @@ bool Image2D::loadPCO(const char* path, int page) {
             throw PIVerror::BAD_DIMENSIONS;
         }
         m_wasSplit = m_currentPage != 0;
+        m_fileFrames = m_wasSplit ? 2 : 1;
         offset += 2 * h.width * static_cast<int64_t>(firstRow);
         if (h.width <= 0 || height == 0)
             allocForFileOrThrow(h.width, static_cast<int64_t>(height), IMAGE_UINT16);
@@ -119,6 +120,8 @@ bool Image2D::loadPCO(const char* path, int page) {
         PIV::FileBounds::RequireOrThrow(m_error, "loadPCO()", path, "pixel data",
                                         2 * static_cast<uint64_t>(h.width) * height, available,
                                         false);
+        PIV::FileBounds::RequirePixelsOrThrow(m_error, "loadPCO()", path,
+                                              static_cast<uint64_t>(h.width), height);
         if (offset < 0 || std::fseek(f, static_cast<long>(offset), SEEK_SET) != 0) {
             m_error.setMessage(
                 offset < 0 ? "fseek() failure#1 in file '%s'" : "fseek() failure#2 in file '%s'",

@@ -154,6 +154,7 @@ bool Image2D::loadPGM(const char* path) {
         DebugPrintExt(2, "PGM image size: w=%d h=%d maxval=%d", static_cast<int>(width),
                       static_cast<int>(height), static_cast<int>(maxval));
         _checkSize(m_error, file.get(), path, kind, maxval, width, height);
+        PIV::FileBounds::RequirePixelsOrThrow(m_error, "loadPGM()", path, width, height);
         allocOrThrow(width, height, IMAGE_UINT16, 0);
 
         std::vector<uint8_t> buffer;

@@ -19,6 +19,9 @@ bool Image2D::loadRaw(const char* path, int width, int height, int depthBits, lo
                                height, depthBits, static_cast<int>(offset));
             throw PIVerror::BAD_IMAGE_SIZE;
         }
+        PIV::FileBounds::RequirePixelsOrThrow(m_error, "loadRaw()", path,
+                                              static_cast<uint64_t>(width),
+                                              static_cast<uint64_t>(height));
         const uint64_t count = static_cast<uint64_t>(width) * static_cast<uint64_t>(height) *
                                static_cast<uint64_t>(depthBits) / 8;
         PIV::FilePtr file = PIV::OpenFile(path, "rb");

@@ -173,22 +173,35 @@ void _unpackRow(const uint8_t* in, uint64_t inBytes, int bits, uint64_t width, T
 // libtiff trusts the directory for the image size; the file has to be
 // able to hold the page before it is allocated. A page cut short fails in
 // the strip reads anyway, so uncompressed pages need all their bytes and
-// compressed ones may not claim more than the largest ratio expands to.
-void _checkTiffSize(TIFF* tif, const TIFF_INFO& info, PIVerror& error) {
-    const int64_t size = PIV::FileBounds::SizeOf(TIFFFileName(tif));
+// compressed ones may not claim more than the largest ratio expands to;
+// the page may not pass the pixel limit, and no compressed strip may
+// expand beyond that ratio either, which the page's bound alone would let
+// one strip do.
+void _checkTiffPage(TIFF* tif, const TIFF_INFO& info, PIVerror& error) {
+    const char* path = TIFFFileName(tif);
+    const int64_t size = PIV::FileBounds::SizeOf(path);
     if (size < 0 || info.width == 0 || info.height == 0) return;
     uint16_t compression = COMPRESSION_NONE;
     TIFFGetFieldDefaulted(tif, TIFFTAG_COMPRESSION, &compression);
     const uint64_t rowBytes =
         (static_cast<uint64_t>(info.width) * info.bitsPerSample * info.samplesPerPixel + 7) / 8;
     const uint64_t declared = rowBytes * info.height;
-    const char* path = TIFFFileName(tif);
     if (compression == COMPRESSION_NONE)
         PIV::FileBounds::RequireOrThrow(error, "loadTIFF()", path, "pixel data", declared,
                                         static_cast<uint64_t>(size), false);
     else
         PIV::FileBounds::RequireCompressedOrThrow(error, "loadTIFF()", path, "pixel data", declared,
                                                   static_cast<uint64_t>(size));
+    PIV::FileBounds::RequirePixelsOrThrow(error, "loadTIFF()", path, info.width, info.height);
+    if (compression == COMPRESSION_NONE || TIFFIsTiled(tif)) return;
+    const uint64_t rowsPerStrip = info.rowsPerStrip ? info.rowsPerStrip : info.height;
+    for (uint32_t s = 0; static_cast<uint64_t>(s) * rowsPerStrip < info.height; s++) {
+        const uint64_t rows = std::min<uint64_t>(rowsPerStrip, info.height - s * rowsPerStrip);
+        char what[48];
+        std::snprintf(what, sizeof what, "pixel data in strip %u", s);
+        PIV::FileBounds::RequireCompressedOrThrow(error, "loadTIFF()", path, what, rows * rowBytes,
+                                                  TIFFGetStrileByteCount(tif, s));
+    }
 }
 
 }  // namespace
@@ -208,7 +221,7 @@ bool Image2D::getTIFFfromFile(TIFF* tif, const TIFF_INFO& info, int page) {
             m_error.setMessage("getTIFFfromFile() - tiled TIFF-images not supported");
             throw PIVerror::IMAGE_TYPE_UNSUPPORTED;
         }
-        _checkTiffSize(tif, info, m_error);
+        _checkTiffPage(tif, info, m_error);
         allocForFileOrThrow(info.width, info.height, info.type);
         DebugPrintExt(2, "getTIFFfromFile() - page %d: %ux%u, %d bits, %u strips", page, info.width,
                       info.height, info.bitsPerSample, info.stripCount);
@@ -285,11 +298,13 @@ bool Image2D::loadTIFF(const char* path, int page) {
         TIFF_INFO info;
         _getTIFFImageInfo(tif.get(), path, info, page, m_error);
         // Checked here too, so that a refusal reaches the caller as such.
-        _checkTiffSize(tif.get(), info, m_error);
+        _checkTiffPage(tif.get(), info, m_error);
         if (!getTIFFfromFile(tif.get(), info, page)) throw PIVerror::OPERATION_FAILED;
+        // The page read: one that could not be reached was replaced by the first.
+        m_currentPage = TIFFCurrentDirectory(tif.get());
+        m_fileFrames = static_cast<int>(info.pages);
         tif.reset();
         m_fileFormat = PIV::FORMAT_TIFF;
-        m_currentPage = std::max(page, 0);
         clearOrientation();
         doStatistics(true);
         setFileName(path);

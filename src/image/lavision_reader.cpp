@@ -76,6 +76,18 @@ bool _fits(const char* path, uint64_t declared, uint64_t available, Packing pack
     return ok;
 }
 
+// Every frame and plane of the file is decoded at once: all of them count
+// against the pixel limit. Sizes that are not positive are refused later.
+bool _withinPixelLimit(const char* path, int64_t nx, int64_t ny, int64_t nz, int64_t nf,
+                       std::string* refusal) {
+    if (nx < 1 || ny < 1 || nz < 1 || nf < 1) return true;
+    const std::string why = PIV::FileBounds::PixelRefusal(
+        "ReadIM7()", path, static_cast<uint64_t>(nx),
+        static_cast<uint64_t>(ny) * static_cast<uint64_t>(nz), static_cast<uint64_t>(nf));
+    if (!why.empty() && refusal) *refusal = why;
+    return why.empty();
+}
+
 // Stores the running value of a decoder in the buffer's own type.
 void _store(IMX_BUFFER_TYPE* b, uint64_t i, uint16_t v) {
     if (b->isFloat)
@@ -439,6 +451,8 @@ int ReadIMX(const char* path, IMX_BUFFER_TYPE* b, AttributeList* attributes, std
     if (!_fits(path, values * (isFloat ? 4 : 2), BytesFrom(file.get(), kHeaderBytes),
                version == 19 ? Packing::OLD_PACKED : Packing::PLAIN, refusal))
         return IMREAD_ERR_DATA;
+    if (!_withinPixelLimit(path, width, height, depth, withDepth ? frames : 1, refusal))
+        return IMREAD_ERR_MEMORY;
     bool ok;
     if (withDepth)
         ok = CreateBuffer(b, width, height, depth, frames, isFloat);
@@ -497,6 +511,9 @@ int ReadIM7(const char* path, IMX_BUFFER_TYPE* b, AttributeList* attributes, std
         if (!_fits(path, pack == 3 ? values / 2 * 3 : bytes, BytesFrom(file.get(), kHeaderBytes),
                    packing, refusal))
             return IMREAD_ERR_DATA;
+        if (!_withinPixelLimit(path, GetLE32s(h + 8), ny, GetLE32s(h + 16), GetLE32s(h + 20),
+                               refusal))
+            return IMREAD_ERR_MEMORY;
     }
     if (!CreateBuffer(b, GetLE32s(h + 8), ny, GetLE32s(h + 16), GetLE32s(h + 20),
                       format != BUFFER_FORMAT_WORD))

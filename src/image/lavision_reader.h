@@ -65,8 +65,10 @@ enum {
 // Both fill `buffer`, which the caller frees with DestroyBuffer whatever the
 // result; `attributes` may be null. ReadIM7 hands files of the older header
 // to ReadIMX. A header that declares more pixel data than its file can
-// hold gives IMREAD_ERR_DATA before any buffer is made, and `refusal`, if
-// given, says what was declared and what the file holds.
+// hold gives IMREAD_ERR_DATA before any buffer is made, one that declares
+// more pixels, all frames and planes counted, than PIV::MaxImagePixels()
+// gives IMREAD_ERR_MEMORY; `refusal`, if given, says what was declared
+// against what the file holds or the limit.
 int ReadIM7(const char* path, IMX_BUFFER_TYPE* buffer, AttributeList* attributes,
             std::string* refusal = nullptr);
 int ReadIMX(const char* path, IMX_BUFFER_TYPE* buffer, AttributeList* attributes,

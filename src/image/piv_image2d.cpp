@@ -107,7 +107,10 @@ bool PIV_Image2D::load(const char* path, bool pcoMode) {
     const int page = pcoMode ? static_cast<int>(m_id) : 0;
     setPCOSplitMode(pcoMode ? static_cast<PCO_SplitMode>(m_id) : PCO_SPLIT_NONE);
     DebugPrint("PIVimage::load(%s, page=%d)", path ? path : "", page);
-    if (!Image2D::load(path, page)) return false;
+    // The halves of a double image count from 1, the pages of a TIFF from
+    // 0: frame A of a two-page TIFF is its page 0, and frame B page 1.
+    const bool tiffPages = pcoMode && getFileFormat(path) == PIV::FORMAT_TIFF;
+    if (!Image2D::load(path, tiffPages ? page - 1 : page)) return false;
 
     m_available = true;
     m_pcoMode = pcoMode;

@@ -1,11 +1,24 @@
 #include "piv_imagepair.h"
 
+#include <sys/stat.h>
+
 #include <cstring>
 
 #include "piv_enums.h"
 #include "piv_filename.h"
 #include "piv_messages.h"
 #include "piv_record.h"
+
+namespace {
+
+// One file under both names: the same device and inode.
+bool _sameFile(const char* a, const char* b) {
+    struct stat sa, sb;
+    return ::stat(a, &sa) == 0 && ::stat(b, &sb) == 0 && sa.st_dev == sb.st_dev &&
+           sa.st_ino == sb.st_ino;
+}
+
+}  // namespace
 
 PIV_ImagePair::PIV_ImagePair() : m_error("PIV_ImagePair"), m_a(PIV_IMAGE_A), m_b(PIV_IMAGE_B) {
     m_reference[0] = '\0';
@@ -30,6 +43,8 @@ void PIV_ImagePair::clear() {
     m_b.destroy();
     m_pairLoaded = false;
     m_sameSize = false;
+    m_frameCount = 0;
+    m_sameFrameTwice = false;
 }
 
 bool PIV_ImagePair::isImagePair() const {
@@ -41,6 +56,8 @@ bool PIV_ImagePair::setImages(const Image2D& a, const Image2D& b) {
     static_cast<Image2D&>(m_b) = b;
     m_pairLoaded = !m_a.isNull() && !m_b.isNull();
     m_sameSize = m_pairLoaded && m_a.isSameSize(m_b, false);
+    m_frameCount = m_a.fileFrames();
+    m_sameFrameTwice = false;
     return m_pairLoaded;
 }
 
@@ -65,6 +82,7 @@ bool PIV_ImagePair::loadImagePair(const char* fileA, const char* fileB, int sepa
     std::snprintf(status, sizeof(status), "View: %c - Loading image no.1", 'A' + m_view);
     showStatus(status);
     if (!m_a.load(a.c_str(), splitPCO)) return false;
+    m_frameCount = m_a.fileFrames();
 
     if (m_analysisMode == PIV::ANALYSIS_AUTO_CORRELATION) {
         m_sameSize = m_pairLoaded = true;
@@ -88,10 +106,13 @@ bool PIV_ImagePair::loadImagePair(const char* fileA, const char* fileB, int sepa
     std::snprintf(status, sizeof(status), "View: %c - Loading image no.2", 'A' + m_view);
     showStatus(status);
     const bool ok = m_b.load(b.c_str(), splitPCO);
-    if (ok)
+    if (ok) {
         m_sameSize = m_a.isSameSize(m_b, false);
-    else
+        m_sameFrameTwice =
+            m_a.currentPage() == m_b.currentPage() && _sameFile(m_a.name(), m_b.name());
+    } else {
         m_b.destroy();
+    }
     m_pairLoaded = true;
     return ok;
 }

@@ -60,6 +60,14 @@ public:
     bool isImagePair() const;
     bool isPairLoaded() const { return m_pairLoaded; }
     bool isSameSize() const { return m_sameSize; }
+    // Frames the file of frame A holds (Image2D::fileFrames): 2 for a
+    // LaVision file of two frames or a two-page TIFF, which PCO mode loads
+    // as frames A and B; 0 before a load.
+    int frameCount() const { return m_frameCount; }
+    // Frame B is the frame A holds: the same file, however its path is
+    // spelt, and the same page or half. Such a pair correlates a frame with
+    // itself and gives a field of zeros.
+    bool sameFrameTwice() const { return m_sameFrameTwice; }
     bool isImageAvailable() const { return m_a.isImageAvailable(); }
     bool isMaskAvailable() const { return m_a.isMaskAvailable(); }
     bool isPCOMode() const { return m_a.isPCOMode(); }
@@ -120,6 +128,8 @@ private:
     int m_analysisMode = 1;
     bool m_pairLoaded = false;
     bool m_sameSize = false;
+    int m_frameCount = 0;
+    bool m_sameFrameTwice = false;
     char m_reference[2048];
     int m_view = 0;
     std::string m_savedText;

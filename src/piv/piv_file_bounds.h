@@ -6,6 +6,7 @@
 
 #include <sys/stat.h>
 
+#include <atomic>
 #include <cinttypes>
 #include <cstdint>
 #include <cstdio>
@@ -15,6 +16,25 @@
 #include "piv_messages.h"
 
 namespace PIV {
+
+// The most pixels one image load may decode, all frames of the file that
+// are decoded together counted. A header that declares more is refused
+// before anything is allocated or decoded: a file of holes or of data
+// compressed near the limit below is small on disk yet could cost
+// gigabytes and minutes. 2^28 pixels (16384 x 16384) is far beyond any
+// laboratory camera and costs 1 GB as float. 0 restores that default.
+constexpr uint64_t kDefaultMaxImagePixels = uint64_t(1) << 28;
+inline std::atomic<uint64_t>& _maxImagePixels() {
+    static std::atomic<uint64_t> limit{kDefaultMaxImagePixels};
+    return limit;
+}
+inline uint64_t MaxImagePixels() {
+    return _maxImagePixels().load(std::memory_order_relaxed);
+}
+inline void SetMaxImagePixels(uint64_t pixels) {
+    _maxImagePixels().store(pixels ? pixels : kDefaultMaxImagePixels, std::memory_order_relaxed);
+}
+
 namespace FileBounds {
 
 // Deflate cannot expand beyond about 1:1032, and no camera frame or vector
@@ -91,6 +111,35 @@ inline void RequireCompressedOrThrow(PIVerror& error, const char* who, const cha
         error.setMessage("%s", Refusal(who, path, what, declared, available, true).c_str());
         throw PIVerror::FILE_READ_FAILED;
     }
+}
+
+// The text of a refusal for size: "" while width x height x frames stays
+// within MaxImagePixels().
+inline std::string PixelRefusal(const char* who, const char* path, uint64_t width, uint64_t height,
+                                uint64_t frames = 1) {
+    uint64_t pixels;
+    if (__builtin_mul_overflow(width, height, &pixels) ||
+        __builtin_mul_overflow(pixels, frames, &pixels))
+        pixels = UINT64_MAX;
+    const uint64_t limit = MaxImagePixels();
+    if (pixels <= limit) return std::string();
+    char size[96] = "";
+    if (frames != 1) std::snprintf(size, sizeof size, "%" PRIu64 " frames of ", frames);
+    char text[2600];
+    std::snprintf(text, sizeof text,
+                  "%s - '%s' declares %s%" PRIu64 " x %" PRIu64
+                  " pixels, more than the limit of %" PRIu64 " pixels an image may have",
+                  who, path ? path : "", size, width, height, limit);
+    return text;
+}
+
+// Throws DATA_TOO_LARGE (12) with that text when the declared size passes the limit.
+inline void RequirePixelsOrThrow(PIVerror& error, const char* who, const char* path, uint64_t width,
+                                 uint64_t height, uint64_t frames = 1) {
+    const std::string refusal = PixelRefusal(who, path, width, height, frames);
+    if (refusal.empty()) return;
+    error.setMessage("%s", refusal.c_str());
+    throw PIVerror::DATA_TOO_LARGE;
 }
 
 }  // namespace FileBounds

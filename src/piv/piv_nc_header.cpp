@@ -7,6 +7,7 @@
 #include <cinttypes>
 #include <cstdint>
 #include <cstdio>
+#include <cstring>
 #include <vector>
 
 #include "piv_file.h"
@@ -171,6 +172,20 @@ uint64_t _fixedDataBytes(const std::vector<uint8_t>& header, int version) {
     return fixedBytes;
 }
 
+// netCDF-4 files are HDF5 files, which the libraries look for at the start
+// and behind a user block of 512, 1024, 2048, ... bytes.
+bool _isHdf5(std::FILE* file, int64_t size) {
+    static const uint8_t kSignature[8] = {0x89, 'H', 'D', 'F', '\r', '\n', 0x1a, '\n'};
+    for (int64_t at = 0; at + 8 <= size; at = at ? 2 * at : 512) {
+        uint8_t bytes[8];
+        if (std::fseek(file, static_cast<long>(at), SEEK_SET) != 0 ||
+            std::fread(bytes, 1, sizeof bytes, file) != sizeof bytes)
+            return false;
+        if (std::memcmp(bytes, kSignature, sizeof bytes) == 0) return true;
+    }
+    return false;
+}
+
 }  // namespace
 
 bool PIV::NcHeaderIsSound(const char* path, std::string* why) {
@@ -185,6 +200,19 @@ bool PIV::NcHeaderIsSound(const char* path, std::string* why) {
         return false;
     }
     const int64_t size = FileBounds::SizeOf(file.get());
+    // The HDF5 and netCDF-4 layers trust what such a file says and, once it
+    // turns out damaged, lose what they built for it: one flipped bit in its
+    // metadata costs a leak, and no handle is left to release it by. This
+    // program writes and reads classic files; a netCDF-4 one is refused
+    // before the libraries see it.
+    if (_isHdf5(file.get(), size)) {
+        if (why)
+            *why = "NetCDF - '" + std::string(path) +
+                   "' is a netCDF-4 (HDF5) file; only classic NetCDF files are read "
+                   "(convert it with 'nccopy -k classic')";
+        return false;
+    }
+    std::rewind(file.get());
     const size_t whole =
         size < 0 ? kMaxHeaderBytes : std::min<size_t>(static_cast<size_t>(size), kMaxHeaderBytes);
     // Headers are a few kilobytes while the data behind them may be large:

@@ -9,11 +9,12 @@
 
 namespace PIV {
 
-// True when the file is no classic NetCDF file (the libraries decide on
-// those) or its header is sound: every name shorter than NC_MAX_NAME, every
-// count within the file, at most one record dimension, the types known, and
-// the fixed-size data of the variables at least half there. False with the
-// reason otherwise.
+// True when the file is no NetCDF file at all (the libraries decide on
+// those) or a classic one whose header is sound: every name shorter than
+// NC_MAX_NAME, every count within the file, at most one record dimension,
+// the types known, and the fixed-size data of the variables at least half
+// there. False with the reason otherwise, and for every netCDF-4 (HDF5)
+// file, whose structure this check cannot vouch for.
 bool NcHeaderIsSound(const char* path, std::string* why);
 
 }  // namespace PIV

@@ -5,13 +5,15 @@
 //   -runs=N  -seed=S  -timeout=SECONDS  -rss_limit_mb=MB
 // An input that crashes, trips a sanitizer, takes longer than the timeout
 // or drives the process above the memory limit ends the run with its
-// bytes saved as crash-<n> in the working directory.
+// bytes saved as crash-<n> in the working directory; one that leaks memory
+// (under the sanitizers) ends it with its bytes saved as leak-<n>.
 #include <dirent.h>
 #include <signal.h>
 #include <sys/resource.h>
 #include <unistd.h>
 
 #include <algorithm>
+#include <atomic>
 #include <cstdint>
 #include <cstdio>
 #include <cstdlib>
@@ -26,28 +28,39 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size);
 extern "C" int __sanitizer_install_malloc_and_free_hooks(void (*)(const volatile void*, size_t),
                                                          void (*)(const volatile void*))
     __attribute__((weak));
+// LeakSanitizer's check on demand: reports what is lost so far and returns
+// non-zero if anything is.
+extern "C" int __lsan_do_recoverable_leak_check() __attribute__((weak));
 
 namespace {
 
 using Bytes = std::vector<uint8_t>;
 
-const Bytes* g_current = nullptr;
+// The input being run, and null outside RunOne: the handlers also run after
+// main has returned (LeakSanitizer's check at exit aborts), when the inputs
+// of main's frame are gone.
+const Bytes* volatile g_current = nullptr;
 size_t g_limitBytes = 512u << 20;
 volatile sig_atomic_t g_reporting = 0;
+std::atomic<size_t> g_mallocs{0}, g_frees{0};
 
-void SaveCurrent(const char* why) {
+// Exit codes of the findings that are no signal.
+constexpr int kExitLeak = 73, kExitOutsideInput = 74;
+
+void SaveCurrent(const char* why, const char* prefix = "crash") {
     if (g_reporting) return;
     g_reporting = 1;
+    const Bytes* input = g_current;
     char name[64];
-    std::snprintf(name, sizeof name, "crash-%d", static_cast<int>(::getpid()));
-    if (g_current) {
+    std::snprintf(name, sizeof name, "%s-%d", prefix, static_cast<int>(::getpid()));
+    if (input) {
         if (std::FILE* f = std::fopen(name, "wb")) {
-            std::fwrite(g_current->data(), 1, g_current->size(), f);
+            if (!input->empty()) std::fwrite(input->data(), 1, input->size(), f);
             std::fclose(f);
         }
     }
     std::fprintf(stderr, "fuzz driver: %s; input of %zu bytes saved as %s\n", why,
-                 g_current ? g_current->size() : 0, name);
+                 input ? input->size() : 0, name);
 }
 
 void OnAlarm(int) {
@@ -56,6 +69,7 @@ void OnAlarm(int) {
 }
 
 void OnMalloc(const volatile void*, size_t size) {
+    g_mallocs.fetch_add(1, std::memory_order_relaxed);
     if (size > g_limitBytes) {
         SaveCurrent("allocation above the memory limit");
         std::_Exit(71);
@@ -98,7 +112,19 @@ extern "C" void* realloc(void* block, size_t size) {
 namespace {
 #endif
 
+void OnFree(const volatile void*) {
+    g_frees.fetch_add(1, std::memory_order_relaxed);
+}
+
 void OnCrash(int sig) {
+    if (!g_current) {
+        // Before the first input or after main: at exit that is
+        // LeakSanitizer, whose report stands above. Nothing to save, and
+        // the exit code, not a second abort, tells the finding.
+        std::fprintf(stderr, "fuzz driver: %s outside any input; see the report above\n",
+                     sig == SIGABRT ? "abort" : "crash");
+        std::_Exit(kExitOutsideInput);
+    }
     SaveCurrent(sig == SIGABRT ? "abort" : "crash");
     signal(sig, SIG_DFL);
     raise(sig);
@@ -196,11 +222,21 @@ void Mutate(Bytes& b, std::mt19937& rng) {
     }
 }
 
+// As libFuzzer does: an input after which more blocks are allocated than
+// freed is checked for leaks at once, so that a leak is caught with the
+// input that made it, not in one report at exit.
 void RunOne(const Bytes& input, unsigned timeout) {
+    const size_t mallocs = g_mallocs.load(), frees = g_frees.load();
     g_current = &input;
     if (timeout) alarm(timeout);
     LLVMFuzzerTestOneInput(input.data(), input.size());
     if (timeout) alarm(0);
+    if (__lsan_do_recoverable_leak_check && g_mallocs.load() - mallocs > g_frees.load() - frees &&
+        __lsan_do_recoverable_leak_check()) {
+        SaveCurrent("a memory leak", "leak");
+        std::_Exit(kExitLeak);
+    }
+    g_current = nullptr;
 }
 
 }  // namespace
@@ -232,7 +268,7 @@ int main(int argc, char** argv) {
     signal(SIGFPE, OnCrash);
     signal(SIGBUS, OnCrash);
     if (__sanitizer_install_malloc_and_free_hooks)
-        __sanitizer_install_malloc_and_free_hooks(OnMalloc, nullptr);
+        __sanitizer_install_malloc_and_free_hooks(OnMalloc, OnFree);
     if (corpus.empty()) corpus.emplace_back();
 
     auto checkRss = [&] {

@@ -248,3 +248,106 @@ TEST(FileBounds, DeflateStreamsShorterThanTheFrame) {
         EXPECT_EQ(img.pixel(0, 3), c.lastRowFirst);
     }
 }
+
+namespace {
+
+// The library's pixel limit for a scope; the default comes back at its end.
+struct PixelLimit {
+    explicit PixelLimit(uint64_t pixels) { PIV::SetMaxImagePixels(pixels); }
+    ~PixelLimit() { PIV::SetMaxImagePixels(0); }
+};
+
+}  // namespace
+
+// Every reader weighs the pixels its header declares, all frames it decodes
+// at once counted, against the library's limit before it allocates or
+// decodes: each small file loads under a limit of its own size and is
+// refused one pixel below it, with the file, the size and the limit.
+TEST(PixelLimit, EveryReaderAsksBeforeDecoding) {
+    ScratchDir dir;
+    Messages messages;
+    std::string im7 = Im7(0, std::string(24, '\x01'), 3, 2);
+    Put32(im7, 20, 2);  // two frames of 3 x 2 words
+    struct Case {
+        std::string what, bytes;
+        uint64_t pixels;
+        std::string size;
+    } cases[] = {
+        {"pgm", ReadBytes(DataFile("ramp8.pgm")), 512, "256 x 2"},
+        {"bmp", ReadBytes(DataFile("gray8.bmp")), 1080, "40 x 27"},
+        {"tiff", ReadBytes(DataFile("gray16_lzw.tif")), 32, "8 x 4"},
+        {"pco", Pco(8, 8), 64, "8 x 8"},
+        {"im7", im7, 12, "2 frames of 3 x 2"},
+        {"imx", Imx(18, 4, 3, std::string(24, '\x01')), 12, "4 x 3"},
+        {"raw", std::string(12, '\x01'), 12, "4 x 3"},
+    };
+    for (const Case& c : cases) {
+        SCOPED_TRACE(c.what);
+        const std::string path = dir.file(c.what);
+        WriteBytes(path, c.bytes);
+        auto load = [&](Image2D& img) {
+            return c.what == "raw" ? img.loadRaw(path.c_str(), 4, 3, 8, 0) : img.load(path);
+        };
+        Image2D fits;
+        {
+            PixelLimit limit(c.pixels);
+            EXPECT_TRUE(load(fits)) << LastText(fits);
+        }
+        PixelLimit limit(c.pixels - 1);
+        Image2D refused;
+        EXPECT_FALSE(load(refused));
+        EXPECT_EQ(LastCode(refused), PIVerror::DATA_TOO_LARGE);
+        const std::string text = "'" + path + "' declares " + c.size +
+                                 " pixels, more than the limit of " + std::to_string(c.pixels - 1) +
+                                 " pixels";
+        EXPECT_NE(LastText(refused).find(text), std::string::npos) << LastText(refused);
+        EXPECT_TRUE(refused.isNull());
+    }
+}
+
+// Under the default limit of 2^28 pixels. A TIFF page of 20000 x 20000 in
+// a sparse file of 400 MB (uncompressed: every byte is there) or in 500 KB
+// of Deflate data (within 1:1000 of the file) cost gigabytes and minutes
+// before anything refused it. A page within the limit whose one strip of
+// 4000 x 4000 bytes is to come from the dozen bytes of a 16 x 16 frame is
+// refused by the 1:1000 rule on the strip, which its file of 20 KB passes.
+TEST(PixelLimit, HugeTiffPagesAndStripsAreRefusedBeforeDecoding) {
+    ScratchDir dir;
+    Messages messages;
+    Image2D small(16, 16, IMAGE_UINT8);
+    small.fill(7);
+    IMAGE_COMPRESSION deflate;
+    deflate.mode = 3;
+    small.setCompression(deflate);
+    ASSERT_TRUE(small.saveTIFF(dir.file("small.tif").c_str()));
+    const std::string packed = ReadBytes(dir.file("small.tif"));
+    const char* huge = "declares 20000 x 20000 pixels, more than the limit of 268435456 pixels";
+    struct Case {
+        const char* what;
+        std::string bytes;
+        uint32_t side, rowsPerStrip;
+        uint64_t fileBytes;
+        int code;
+        const char* text;
+    } cases[] = {
+        {"sparse", ReadBytes(DataFile("gray8_strips.tif")), 20000, 3, 400001000,
+         PIVerror::DATA_TOO_LARGE, huge},
+        {"deflate page", packed, 20000, 20000, 500000, PIVerror::DATA_TOO_LARGE, huge},
+        {"deflate strip", packed, 4000, 4000, 20000, PIVerror::FILE_READ_FAILED,
+         "declares 16000000 bytes of pixel data in strip 0 but holds"},
+    };
+    for (const Case& c : cases) {
+        SCOPED_TRACE(c.what);
+        std::string bytes = c.bytes;
+        SetTiffSize(bytes, c.side, c.side);
+        SetTiffField(bytes, 278, c.rowsPerStrip);
+        const std::string path = dir.file("huge.tif");
+        WriteBytes(path, bytes);
+        std::filesystem::resize_file(path, c.fileBytes);
+        Image2D img;
+        EXPECT_FALSE(img.load(path));
+        EXPECT_EQ(LastCode(img), c.code);
+        EXPECT_NE(LastText(img).find(c.text), std::string::npos) << LastText(img);
+        EXPECT_TRUE(img.isNull());
+    }
+}

@@ -54,21 +54,24 @@ inline std::string Imx(int version, int w, int h, const std::string& data) {
     return s + data;
 }
 
-// Sets the width (tag 256) and length (257) of the first directory of a
-// little-endian TIFF file, stored as SHORT or LONG values.
-inline void SetTiffSize(std::string& tif, uint32_t width, uint32_t height) {
+// Sets a SHORT or LONG field of the first directory of a little-endian
+// TIFF file: width 256, length 257, rows per strip 278.
+inline void SetTiffField(std::string& tif, uint32_t tag, uint32_t v) {
     auto byte = [&](size_t at) { return static_cast<uint32_t>(static_cast<uint8_t>(tif[at])); };
     const uint32_t ifd = byte(4) | byte(5) << 8 | byte(6) << 16 | byte(7) << 24;
     const uint32_t entries = byte(ifd) | byte(ifd + 1) << 8;
     for (size_t e = ifd + 2; e < ifd + 2 + 12 * entries && e + 12 <= tif.size(); e += 12) {
-        const uint32_t tag = byte(e) | byte(e + 1) << 8, type = byte(e + 2) | byte(e + 3) << 8;
-        if (tag != 256 && tag != 257) continue;
-        const uint32_t v = tag == 256 ? width : height;
+        const uint32_t type = byte(e + 2) | byte(e + 3) << 8;
+        if ((byte(e) | byte(e + 1) << 8) != tag) continue;
         if (type == 3)
             Put16(tif, e + 8, v);
         else
             Put32(tif, e + 8, v);
     }
+}
+inline void SetTiffSize(std::string& tif, uint32_t width, uint32_t height) {
+    SetTiffField(tif, 256, width);
+    SetTiffField(tif, 257, height);
 }
 
 }  // namespace image_test

@@ -8,6 +8,7 @@
 #include <filesystem>
 
 #include "image2d_pair.h"
+#include "image_file_builders.h"
 #include "image_test_support.h"
 #include "piv_enums.h"
 #include "piv_imagepair.h"
@@ -175,6 +176,53 @@ TEST(PIV_ImagePair, DoubleFramePcoFileGivesBothFrames) {
     EXPECT_TRUE(std::filesystem::exists(out + "/doublea.img"));  // float after pre-processing
     EXPECT_TRUE(std::filesystem::exists(out + "/doubleb.img"));
     EXPECT_NE(pair.savedFilesText().find("\nImage2: " + out + "/doubleb.img"), std::string::npos);
+}
+
+// Files that hold both frames: an IM7 of two stacked frames of 3 x 2 words
+// (1..6, then 101..106) and libtiff's two-page TIFF of 8 x 4 (pixel (0, 0)
+// is 1 on page 0 and 7 on page 1). In PCO mode a pair takes frame 0 as A
+// and frame 1 as B. A file named twice outside it, however the path is
+// spelt, gives one frame twice, as does a single-page TIFF in PCO mode,
+// whose page 1 does not exist; the pair says so and how many frames the
+// file holds.
+TEST(PIV_ImagePair, FilesOfTwoFramesAreKnownAsSuch) {
+    ScratchDir dir;
+    std::string words(24, '\0');
+    for (int i = 0; i < 12; i++) Put16(words, 2 * i, i < 6 ? i + 1 : i + 95);
+    std::string im7 = Im7(0, words, 3, 2);
+    Put32(im7, 20, 2);
+    const std::string two = dir.file("two.im7"), pages = DataFile("gray8_gray16_pages.tif");
+    WriteBytes(two, im7);
+    const std::string pagesAgain =
+        std::string(KELVANE_TEST_DATA_DIR) + "/./image/" + "gray8_gray16_pages.tif";
+    struct Case {
+        const char* what;
+        bool pcoMode;
+        std::string a, b;
+        int frames;
+        bool same;
+        uint64_t heightA;
+        float a00, b00;
+    } cases[] = {
+        {"im7, pco mode", true, two, "", 2, false, 2, 1, 101},
+        {"tiff, pco mode", true, pages, "", 2, false, 4, 1, 7},
+        {"im7 twice", false, two, two, 2, true, 4, 1, 1},
+        {"tiff twice", false, pages, pagesAgain, 2, true, 4, 1, 1},
+        {"one page, pco mode", true, DataFile("gray8_strips.tif"), "", 1, true, 4, 1, 1},
+        {"two files", false, pages, DataFile("gray8_strips.tif"), 2, false, 4, 1, 1},
+    };
+    Messages quiet;
+    for (const Case& c : cases) {
+        SCOPED_TRACE(c.what);
+        PIV_ImagePair pair;
+        pair.setPCOMode(c.pcoMode);
+        ASSERT_TRUE(pair.loadPair(c.a.c_str(), c.b.c_str()));
+        EXPECT_EQ(pair.frameCount(), c.frames);
+        EXPECT_EQ(pair.sameFrameTwice(), c.same);
+        EXPECT_EQ(pair.imgA()->height(), c.heightA);
+        EXPECT_EQ(pair.imgA()->pixel(0, 0), c.a00);
+        EXPECT_EQ(pair.imgB()->pixel(0, 0), c.b00);
+    }
 }
 
 TEST(PIV_ImagePair, AnalysisModes) {

@@ -46,10 +46,11 @@ TEST(ParFileBounds, MoreLinesThanAnyParameterFileAreRefused) {
 namespace {
 
 // A 2 x 2 field of `piv_data` on the dimensions named in `on`, written by
-// the netCDF C library.
-void WriteField(const std::string& path, const char* heightName, const char* widthName) {
+// the netCDF C library in the format of `mode`.
+void WriteField(const std::string& path, const char* heightName, const char* widthName,
+                int mode = NC_CLOBBER) {
     int nc = -1, z, y, x, c, var;
-    ASSERT_EQ(nc_create(path.c_str(), NC_CLOBBER, &nc), NC_NOERR);
+    ASSERT_EQ(nc_create(path.c_str(), mode, &nc), NC_NOERR);
     nc_put_att_text(nc, NC_GLOBAL, "file_content", 12, "Kelvane Data");
     nc_def_dim(nc, "data_array_depth", 1, &z);
     nc_def_dim(nc, "data_array_height", 2, &y);
@@ -102,6 +103,32 @@ TEST(NetCdfBounds, VariablesBeyondTheFileAreRefused) {
               std::string::npos)
         << inflated.getLastError();
     EXPECT_TRUE(inflated.isNull());
+}
+
+// netCDF-4 files are HDF5 files, at the start or behind a user block of 512
+// bytes or a power of two above. The libraries lose memory on a damaged one
+// (a flipped bit in its metadata does it), so none reaches them: a sound one
+// is refused too, with the way out.
+TEST(NetCdfBounds, NetCdf4FilesAreRefusedWithTheWayOut) {
+    ScratchDir dir;
+    MessageCapture messages;
+    const std::string path = dir.file("field4.nc");
+    WriteField(path, "data_array_height", "data_array_width", NC_CLOBBER | NC_NETCDF4);
+    const std::string sound = ReadBytes(path);
+    ASSERT_EQ(sound.substr(1, 3), "HDF");
+    std::string damaged = sound;
+    damaged[100] ^= 0x10;  // in the root group's object header
+    for (const std::string& bytes : {sound, damaged, std::string(1024, '\0') + sound}) {
+        WriteBytes(path, bytes);
+        PIV_Data2D field;
+        EXPECT_FALSE(field.load(path.c_str()));
+        EXPECT_EQ(field.error().getLastErrorCode(), PIVerror::FILE_READ_FAILED);
+        EXPECT_NE(std::string(field.getLastError())
+                      .find("is a netCDF-4 (HDF5) file; only classic NetCDF files are read "
+                            "(convert it with 'nccopy -k classic')"),
+                  std::string::npos)
+            << field.getLastError();
+    }
 }
 
 // Dimensions no variable uses cost nothing in the file, but the grid is
