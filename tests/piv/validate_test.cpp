@@ -10,22 +10,15 @@
 #include <string>
 #include <vector>
 
+#include "field_grids.h"
 #include "message_capture.h"
 #include "piv_data2d.h"
+
+using field_test::gridOf;
 
 namespace {
 
 constexpr double kPi = 3.14159265358979323846;
-
-DATA_GRID4D gridOf(int nx, int ny, int step = 16) {
-    DATA_GRID4D g;
-    g.nodes = SIZE3D{nx, ny, 1};
-    g.timeSteps = 1;
-    g.first = POINT3D{step, step, 0};
-    g.step = SIZE3D{step, step, 1};
-    g.imageSize = SIZE3D{(nx + 1) * step, (ny + 1) * step, 1};
-    return g;
-}
 
 // A good result of the evaluation: three peaks, the first one taken.
 void setResult(PIV_VECTOR& v, float dx, float dy) {
@@ -67,16 +60,6 @@ TEST(Erfc, AgreesWithTheLibraryFunctionOnBothSidesOfTheSeriesLimit) {
         const double expected = std::erfc(x);
         EXPECT_NEAR(PIV::erfc(x), expected, 1e-10 * expected) << "x = " << x;
     }
-}
-
-TEST(Validation, DefaultsLeaveValidationOff) {
-    const OUTLIER_CFG c;
-    EXPECT_FALSE(c.Enable);
-    EXPECT_FALSE(c.InterpolateOutliers);
-    for (bool check : {c.CheckDisplacement, c.CheckDifference, c.CheckChauvenet, c.CheckZScore,
-                       c.CheckGlobalHist, c.CheckMedian, c.CheckNormalizedMedian, c.CheckDynMean,
-                       c.CheckCorrelation, c.CheckSNR, c.CheckPeakRatio, c.CheckResiduals})
-        EXPECT_FALSE(check);
 }
 
 // One odd node in the middle of a uniform 5 x 5 field; each test, switched
