@@ -6,12 +6,10 @@
 #include <gtest/gtest.h>
 
 #include <cmath>
-#include <cstdint>
-#include <cstring>
+#include <cstdio>
 #include <filesystem>
-#include <map>
-#include <set>
 #include <string>
+#include <utility>
 #include <vector>
 
 #include "export_test_field.h"
@@ -233,33 +231,22 @@ void CaseThreeComponentBlockWithResiduals() {
     EXPECT_NEAR(z.values.at("speed")[1], std::sqrt(4.5 * 4.5 * 2 + 4), 1e-5);
 }
 
-TEST(TecplotBinary, RawBlockWithCounts) {
-    CaseRawBlockWithCounts();
-}
-
-TEST(TecplotBinary, VelocityPointsSkippingOneOutlierOnADesampledGrid) {
-    CaseVelocityPointsSkippingOneOutlierOnADesampledGrid();
-}
-
-TEST(TecplotBinary, VelocityBlockIn3DWithShearAndCorrelation) {
-    CaseVelocityBlockIn3DWithShearAndCorrelation();
-}
-
-TEST(TecplotBinary, RawPointsIn3DWithShiftedPositionsAndCounts) {
-    CaseRawPointsIn3DWithShiftedPositionsAndCounts();
-}
-
-TEST(TecplotBinary, ThreeComponentBlockWithResiduals) {
-    CaseThreeComponentBlockWithResiduals();
-}
-
-TEST(TecplotBinary, EveryQuirkIsMetByACase) {
+// Every case reads back against the reader; between them they meet each
+// departure from the published layout at least once.
+TEST(TecplotBinary, CasesReadBackAndMeetEveryQuirk) {
     QuirksMet().clear();
-    for (void (*run)() :
-         {CaseRawBlockWithCounts, CaseVelocityPointsSkippingOneOutlierOnADesampledGrid,
-          CaseVelocityBlockIn3DWithShearAndCorrelation,
-          CaseRawPointsIn3DWithShiftedPositionsAndCounts, CaseThreeComponentBlockWithResiduals})
+    const std::pair<const char*, void (*)()> cases[] = {
+        {"raw block with counts", CaseRawBlockWithCounts},
+        {"velocity points, one outlier skipped, desampled",
+         CaseVelocityPointsSkippingOneOutlierOnADesampledGrid},
+        {"velocity block in 3-D", CaseVelocityBlockIn3DWithShearAndCorrelation},
+        {"raw points in 3-D, shifted", CaseRawPointsIn3DWithShiftedPositionsAndCounts},
+        {"three-component block", CaseThreeComponentBlockWithResiduals},
+    };
+    for (const auto& [name, run] : cases) {
+        SCOPED_TRACE(name);
         run();
+    }
     for (const QuirkRow& q : kQuirks)
         EXPECT_EQ(QuirksMet().count(q.quirk), 1u) << "no case for: " << q.text;
 }
