@@ -343,33 +343,6 @@ TEST(KelvaneEval, SeriesPairUpByName) {
     }
 }
 
-// One damaged frame in a series: it is named with its reason, every other
-// pair is written, and the run ends with status 1.
-TEST(KelvaneEval, DamagedFrameInASeries) {
-    EnableWarnings(false);
-    ScratchDir dir;
-    for (int i = 1; i <= 4; i++) {
-        char a[64], b[64];
-        std::snprintf(a, sizeof(a), "cam%04da.tif", i);
-        std::snprintf(b, sizeof(b), "cam%04db.tif", i);
-        ASSERT_EQ(Synth(dir, {"--size", "128", "--seed", std::to_string(i), dir.file(a),
-                              dir.file(b), dir.file("t.nc")})
-                      .exit,
-                  0);
-    }
-    test_support::WriteBytes(dir.file("cam0002b.tif"), "II*\0 this is not an image");
-    const Outcome o = Eval(dir, {"--method", "single", "--series", dir.file("cam0001a.tif"),
-                                 dir.file("cam0004a.tif"), "--output-dir", dir.file("out")});
-    EXPECT_EQ(o.exit, 1) << o.err;
-    EXPECT_NE(o.err.find("cam0002"), std::string::npos) << o.err;
-    for (int i : {1, 3, 4}) {
-        char name[64];
-        std::snprintf(name, sizeof(name), "out/cam%04da.nc", i);
-        EXPECT_TRUE(std::ifstream(dir.file(name)).good()) << name;
-    }
-    EXPECT_FALSE(std::ifstream(dir.file("out/cam0002a.nc")).good());
-}
-
 TEST(KelvaneEval, BadUsageAndUnreadableInput) {
     ScratchDir dir;
     const Pair p = MakePair(dir, {"--dx", "1"}, 64);
