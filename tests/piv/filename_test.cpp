@@ -171,6 +171,16 @@ TEST(PathFunctions, ExistenceAndDirectories) {
     EXPECT_TRUE(PIV::MakeDirectory(sub.c_str()));  // exists already: fine
 }
 
+TEST(PathFunctions, DefaultParameterFile) {
+    PIV::SetDefaultParFile("/etc/piv.par");
+    EXPECT_TRUE(PIV::UseDefaultParFile());
+    EXPECT_STREQ(PIV::GetDefaultParFile(), "/etc/piv.par");
+    PIV::SetDefaultParFile(std::string(3000, 'p').c_str());
+    EXPECT_EQ(std::string(PIV::GetDefaultParFile()).size(), 2047u);
+    PIV::SetDefaultParFile(nullptr);
+    EXPECT_FALSE(PIV::UseDefaultParFile());
+}
+
 TEST(SplitFilename, LastRunOfDigits) {
     struct Case {
         const char* path;
