@@ -4,6 +4,7 @@
 
 #include <cmath>
 #include <string>
+#include <vector>
 
 #include "field_grids.h"
 #include "image2d.h"
@@ -29,6 +30,13 @@ PIV_VECTOR withPeaks(float dx, float dy) {
     return v;
 }
 
+// What the arithmetic moves: dx, dy, u, sy, the three peaks' x and y, and
+// the first peak's value, which must stay.
+std::vector<float> moved(const PIV_VECTOR& v) {
+    return {v.dx,        v.dy,        v.u,         v.sy,        v.peak[0].x,    v.peak[0].y,
+            v.peak[1].x, v.peak[1].y, v.peak[2].x, v.peak[2].y, v.peak[0].value};
+}
+
 }  // namespace
 
 TEST(PIV_DataBase, SubtractAndAddMovePeaksByTheOtherDisplacement) {
@@ -39,19 +47,10 @@ TEST(PIV_DataBase, SubtractAndAddMovePeaksByTheOtherDisplacement) {
     b.data()[4].peak[0] = PIV_PEAK{50.0f, 60.0f, 1.0f};  // b's own peaks play no part
     ASSERT_TRUE(a.subtractData(b));
     const PIV_VECTOR& v = a.data()[4];
-    EXPECT_FLOAT_EQ(v.dx, 2.0f);
-    EXPECT_FLOAT_EQ(v.dy, 2.0f);
-    EXPECT_FLOAT_EQ(v.u, 20.0f);
-    EXPECT_FLOAT_EQ(v.sy, 200.0f);
-    EXPECT_FLOAT_EQ(v.peak[0].x, 2.0f);
-    EXPECT_FLOAT_EQ(v.peak[0].y, 2.0f);
-    EXPECT_FLOAT_EQ(v.peak[1].x, 0.0f);
-    EXPECT_FLOAT_EQ(v.peak[1].y, -1.0f);
-    EXPECT_FLOAT_EQ(v.peak[2].x, -1.0f);  // even an empty peak moves
-    EXPECT_FLOAT_EQ(v.peak[0].value, 9.0f);
+    // Every peak moves by b's (1, 2), even an empty one.
+    EXPECT_EQ(moved(v), (std::vector<float>{2, 2, 20, 200, 2, 2, 0, -1, -1, -2, 9}));
     ASSERT_TRUE(a.addData(b));
-    EXPECT_FLOAT_EQ(v.dx, 3.0f);
-    EXPECT_FLOAT_EQ(v.peak[1].y, 1.0f);
+    EXPECT_EQ(moved(v), moved(withPeaks(3.0f, 4.0f)));
 
     const PIV_VECTOR before = v;
     PIV_Data2D other(grid3x2(2)), empty;
@@ -77,10 +76,8 @@ TEST(PIV_DataBase, ScaleDataByZeroIsReportedAndStillDone) {
     PIV_Data2D f(grid3x2());
     f.data()[1] = withPeaks(3.0f, -2.0f);
     ASSERT_TRUE(f.scaleData(0.5f));
-    EXPECT_FLOAT_EQ(f.data()[1].dx, 1.5f);
-    EXPECT_FLOAT_EQ(f.data()[1].u, 15.0f);
-    EXPECT_FLOAT_EQ(f.data()[1].peak[1].y, 0.5f);
-    EXPECT_FLOAT_EQ(f.data()[1].peak[1].value, 5.0f);
+    EXPECT_EQ(moved(f.data()[1]),
+              (std::vector<float>{1.5f, -1, 15, -100, 1.5f, -1, 0.5f, 0.5f, 0, 0, 9}));
     EXPECT_FALSE(f.scaleData(0.0f));
     EXPECT_EQ(f.error().getLastErrorCode(), PIVerror::BAD_PARAMETERS);
     EXPECT_NE(quiet.all().find("scaleData() - scale factor is zero"), std::string::npos);
@@ -98,19 +95,16 @@ TEST(PIV_DataBase, ScaleGridAndDataRoundsPositions) {
     EXPECT_FALSE(f.scaleGridAndData(0.0f));
     EXPECT_FALSE(f.scaleGridAndData(-2.0f));
     EXPECT_TRUE(f.scaleGridAndData(1.0f));
-    EXPECT_EQ(f.grid().step.width, 20);
     ASSERT_TRUE(f.scaleGridAndData(1.5f));
     const PIV_VECTOR& v = f.data()[4];
     EXPECT_EQ(v.ix, 45);
     EXPECT_EQ(v.iy, 68);  // 67.5 rounds up
-    EXPECT_FLOAT_EQ(v.dx, 3.0f);
-    EXPECT_FLOAT_EQ(v.peak[1].x, 1.5f);
-    EXPECT_FLOAT_EQ(v.u, 20.0f) << "velocities are not scaled";
-    EXPECT_FLOAT_EQ(v.y, 35.0f) << "physical positions are not scaled";
-    EXPECT_EQ(f.grid().step.width, 30);
-    EXPECT_EQ(f.grid().step.height, 37);
-    EXPECT_EQ(f.grid().first.x, 15);
-    EXPECT_EQ(f.grid().imageSize.height, 120);
+    // Displacements and peaks scale; velocities, shifts and physical positions do not.
+    EXPECT_EQ(moved(v), (std::vector<float>{3, 1.5f, 20, 100, 3, 1.5f, 1.5f, 1.5f, 0, 0, 9}));
+    EXPECT_FLOAT_EQ(v.y, 35.0f);
+    const DATA_GRID4D& g = f.grid();
+    EXPECT_EQ((std::vector<int>{g.step.width, g.step.height, g.first.x, g.imageSize.height}),
+              (std::vector<int>{30, 37, 15, 120}));
 }
 
 TEST(PIV_DataBase, TranslateGridMovesRowsAgainstY) {
@@ -134,17 +128,12 @@ TEST(PIV_DataBase, InitShiftAndAddShift) {
     const PIV_VECTOR& v = f.data()[5];
     EXPECT_EQ(v.flag, VECTOR_ENABLED);
     EXPECT_EQ(v.count, 1);
-    EXPECT_FLOAT_EQ(v.peak[2].x, 2.0f);
-    EXPECT_FLOAT_EQ(v.peak[2].y, -1.0f);
-    EXPECT_EQ(v.peak[2].value, 0.0f);
+    EXPECT_EQ(moved(v), (std::vector<float>{2, -1, 0, 0, 2, -1, 2, -1, 2, -1, 0}));
     f.data()[5].peak[0].value = 4.0f;
     EXPECT_FALSE(f.addShift(0.0f, 0.0f, 0.0f));
     ASSERT_TRUE(f.addShift(0.5f, 1.0f, 0.0f));
-    EXPECT_FLOAT_EQ(v.dx, 2.5f);
-    EXPECT_FLOAT_EQ(v.dy, 0.0f);
-    EXPECT_FLOAT_EQ(v.peak[0].x, 2.5f);  // a peak with a value moves
-    EXPECT_FLOAT_EQ(v.peak[1].x, 2.0f);  // a peak of value 0 stays
-    EXPECT_FLOAT_EQ(v.peak[1].y, -1.0f);
+    // A peak with a value moves, one of value 0 stays.
+    EXPECT_EQ(moved(v), (std::vector<float>{2.5f, 0, 0, 0, 2.5f, 0, 2, -1, 2, -1, 4}));
 }
 
 TEST(PIV_Data2D, StatisticsOverEnabledVectors) {
