@@ -63,21 +63,18 @@ const SyntaxCase kSyntaxCases[] = {
 };
 // clang-format on
 
-class ParFileSyntax : public ::testing::TestWithParam<SyntaxCase> {};
-
-TEST_P(ParFileSyntax, ReadsAsTheLineSays) {
-    const SyntaxCase& c = GetParam();
+TEST(ParFileSyntax, ReadsAsTheLineSays) {
     ScratchDir dir;
-    WriteBytes(dir.file("t.par"), c.text);
-    ASCIIParFile file(dir.file("t.par").c_str());
-    std::vector<int> values(ASCIIParFile::MaxValues, kUntouched);
-    EXPECT_EQ(file.serializeArray(c.key, values.data(), ASCIIParFile::MaxValues), c.found ? 1 : 0);
-    for (std::size_t i = 0; i < c.ints.size(); i++)
-        EXPECT_EQ(values[i], c.ints[i]) << "value " << i;
+    for (const SyntaxCase& c : kSyntaxCases) {
+        SCOPED_TRACE(c.name);
+        WriteBytes(dir.file("t.par"), c.text);
+        ASCIIParFile file(dir.file("t.par").c_str());
+        std::vector<int> values(ASCIIParFile::MaxValues, kUntouched);
+        EXPECT_EQ(file.serializeArray(c.key, values.data(), ASCIIParFile::MaxValues), c.found);
+        values.resize(c.ints.size());
+        EXPECT_EQ(values, c.ints);
+    }
 }
-
-INSTANTIATE_TEST_SUITE_P(Cases, ParFileSyntax, ::testing::ValuesIn(kSyntaxCases),
-                         [](const auto& info) { return std::string(info.param.name); });
 
 std::unique_ptr<ASCIIParFile> ReadText(const ScratchDir& dir, const std::string& text) {
     WriteBytes(dir.file("in.par"), text);
@@ -91,18 +88,20 @@ TEST(ParFileRead, Strings) {
                          "Sb = \"no closing quote, still text\n"
                          "Sc = plain\n"
                          "Sd = \"abcdef\"\n");
-    char text[64] = "junk";
-    EXPECT_EQ(file->serializeString("Sa", text, sizeof(text)), 1);
-    EXPECT_STREQ(text, "a b,c=d;e");
-    EXPECT_EQ(file->serializeString("Sb", text, sizeof(text)), 1);
-    EXPECT_STREQ(text, "no closing quote, still text");
-    EXPECT_EQ(file->serializeString("Sc", text, sizeof(text)), 1);
-    EXPECT_STREQ(text, "plain");
-    char small[4] = "xyz";
-    EXPECT_EQ(file->serializeString("Sd", small, sizeof(small)), 1);
-    EXPECT_STREQ(small, "abc");
-    EXPECT_EQ(file->serializeString("Missing", text, sizeof(text)), 0);
-    EXPECT_STREQ(text, "plain");
+    const struct {
+        const char* key;
+        std::size_t size;
+        const char* expected;  // nullptr: not found
+    } cases[] = {{"Sa", 64, "a b,c=d;e"},
+                 {"Sb", 64, "no closing quote, still text"},
+                 {"Sc", 64, "plain"},
+                 {"Sd", 4, "abc"},  // cut to the buffer
+                 {"Missing", 64, nullptr}};
+    for (const auto& c : cases) {
+        char text[64] = "untouched";
+        EXPECT_EQ(file->serializeString(c.key, text, c.size), c.expected ? 1 : 0);
+        EXPECT_STREQ(text, c.expected ? c.expected : "untouched");
+    }
 }
 
 TEST(ParFileRead, NumbersOfEveryType) {
@@ -141,9 +140,7 @@ TEST(ParFileRead, CompoundsZeroMissingComponentsValsKeepThem) {
     auto file = ReadText(dir, "Size = 7\nVals = 1\n");
     SIZE3D size{9, 9, 9};
     EXPECT_EQ(file->serialize("Size", &size), 1);
-    EXPECT_EQ(size.width, 7);
-    EXPECT_EQ(size.height, 0);
-    EXPECT_EQ(size.depth, 0);
+    EXPECT_EQ((std::vector<int>{size.width, size.height, size.depth}), (std::vector<int>{7, 0, 0}));
     int a = 9, b = 9;
     EXPECT_EQ(file->serializeVals("Vals", &a, &b), 1);
     EXPECT_EQ(a, 1);
@@ -223,10 +220,8 @@ TEST(ParFileWrite, RectanglesGoByExtentAndComeBackInOrder) {
     in.serialize("R3", &back);
     in.serialize("R2", &flatBack);
     EXPECT_TRUE(back.isIdentical(RECT3D{100, 150, 30, 50, 5, 9}));
-    EXPECT_EQ(flatBack.left, -10);
-    EXPECT_EQ(flatBack.right, 0);
-    EXPECT_EQ(flatBack.top, 7);
-    EXPECT_EQ(flatBack.bottom, 7);
+    EXPECT_EQ((std::vector<int>{flatBack.left, flatBack.right, flatBack.top, flatBack.bottom}),
+              (std::vector<int>{-10, 0, 7, 7}));
 }
 
 TEST(ParFileWrite, GroupDepthNineIsTheLimit) {
