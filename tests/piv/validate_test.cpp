@@ -54,6 +54,12 @@ bool isOutlier(const PIV_VECTOR& v) {
     return (v.flag & VECTOR_OUTLIER) && !(v.flag & VECTOR_ENABLED);
 }
 
+// Expected complaints stay out of the test output.
+class Validation : public ::testing::Test {
+    MessageCapture m_quiet;
+};
+using Interpolation = Validation;
+
 }  // namespace
 
 TEST(Erfc, AgreesWithTheLibraryFunctionOnBothSidesOfTheSeriesLimit) {
@@ -62,110 +68,100 @@ TEST(Erfc, AgreesWithTheLibraryFunctionOnBothSidesOfTheSeriesLimit) {
 }
 
 // One odd node in a uniform 5 x 5 field, the tests of the row switched on:
-// the row's node ends with the row's flag and count, every other node keeps
-// its flag.
-TEST(Validation, EachTestRejectsTheOddNodeAndNothingElse) {
-    constexpr int kOut = VECTOR_OUTLIER;
+// the row's node (12 unless said) ends with the row's flag and the row's
+// count is found, every other node keeps its flag.
+TEST_F(Validation, EachTestRejectsTheOddNodeAndNothingElse) {
+    using Cfg = OUTLIER_CFG;
     struct Case {
         const char* name;
-        void (*configure)(OUTLIER_CFG&);
-        void (*spoil)(Uniform&);
-        int node, found, flag;
+        void (*spoil)(Cfg&, Uniform&);
+        int node = 12, found = 1, flag = VECTOR_OUTLIER;
     };
     const Case cases[] = {
         // 30 px is beyond the 20 px allowed.
-        {"magnitude", [](OUTLIER_CFG& c) { c.CheckDisplacement = true; },
-         [](Uniform& f) { f[12].dx = 30.0f; }, 12, 1, kOut},
+        {"magnitude", [](Cfg& c, Uniform& f) { c.CheckDisplacement = true, f[12].dx = 30; }},
         // Nine px away from all eight neighbours, 5 allowed.
-        {"gradient", [](OUTLIER_CFG& c) { c.CheckDifference = true; },
-         [](Uniform& f) { f[12].dx = 10.0f; }, 12, 1, kOut},
+        {"gradient", [](Cfg& c, Uniform& f) { c.CheckDifference = true, f[12].dx = 10; }},
         // Median of the neighbours 1, the node 5: off by 4 > 3.
-        {"median", [](OUTLIER_CFG& c) { c.CheckMedian = true; },
-         [](Uniform& f) { f[12].dx = 5.0f; }, 12, 1, kOut},
+        {"median", [](Cfg& c, Uniform& f) { c.CheckMedian = true, f[12].dx = 5; }},
         // Off by 2 with no spread around: 2 / (0 + 0.2) = 10 > 3.
-        {"normalized median", [](OUTLIER_CFG& c) { c.CheckNormalizedMedian = true; },
-         [](Uniform& f) { f[12].dx = 3.0f; }, 12, 1, kOut},
+        {"normalized median",
+         [](Cfg& c, Uniform& f) { c.CheckNormalizedMedian = true, f[12].dx = 3; }},
         // A top-row node whose neighbours are 1, 3, 6, 7, 8: with four of them
         // disabled it has too few to be judged, and only those four count.
-        {"normalized median, border", [](OUTLIER_CFG& c) { c.CheckNormalizedMedian = true; },
-         [](Uniform& f) {
-             f[2].dx = 9.0f;
+        {"normalized median, border",
+         [](Cfg& c, Uniform& f) {
+             c.CheckNormalizedMedian = true, f[2].dx = 9;
              for (int k : {1, 3, 6, 7}) f[k].flag = VECTOR_OUTLIER;
          },
          2, 4, VECTOR_ENABLED},
         // Neighbours all of length 1.118 with no spread: 4.0 more is beyond 0 * 1 + 2.
-        {"dynamic mean", [](OUTLIER_CFG& c) { c.CheckDynMean = true; },
-         [](Uniform& f) { f[12].dx = 5.0f; }, 12, 1, kOut},
+        {"dynamic mean", [](Cfg& c, Uniform& f) { c.CheckDynMean = true, f[12].dx = 5; }},
         // 24 ones and one 11: mean 1.4, deviation 1.96, z = 4.9 > 4.
-        {"z-score", [](OUTLIER_CFG& c) { c.CheckZScore = true; },
-         [](Uniform& f) { f[12].dx = 11.0f; }, 12, 1, kOut},
+        {"z-score", [](Cfg& c, Uniform& f) { c.CheckZScore = true, f[12].dx = 11; }},
         // The same node: 25 erfc(4.9) is far below 0.5, 25 erfc(0.2) far above.
-        {"Chauvenet", [](OUTLIER_CFG& c) { c.CheckChauvenet = true; },
-         [](Uniform& f) { f[12].dx = 11.0f; }, 12, 1, kOut},
+        {"Chauvenet", [](Cfg& c, Uniform& f) { c.CheckChauvenet = true, f[12].dx = 11; }},
         {"global histogram",
-         [](OUTLIER_CFG& c) {
-             c.CheckGlobalHist = true;
-             c.GlobalHist[0] = GLOBALHIST_ROI{-2.0f, 2.0f, 2.0f, -2.0f, false, false};
-         },
-         [](Uniform& f) { f[12].dy = -2.5f; }, 12, 1, kOut},
+         [](Cfg& c, Uniform& f) {
+             c.CheckGlobalHist = true, f[12].dy = -2.5f;
+             c.GlobalHist[0] = GLOBALHIST_ROI{-2, 2, 2, -2, false, false};
+         }},
         // Outside the first window, inside the second and third: the first decides.
         {"first histogram window",
-         [](OUTLIER_CFG& c) {
-             c.CheckGlobalHist = true;
-             c.GlobalHist[0] = GLOBALHIST_ROI{-2.0f, 2.0f, -2.0f, 2.0f, false, false};
+         [](Cfg& c, Uniform& f) {
+             c.CheckGlobalHist = true, f[12].dx = 5;
+             c.GlobalHist[0] = GLOBALHIST_ROI{-2, 2, -2, 2, false, false};
              c.GlobalHist[1] = c.GlobalHist[2] = GLOBALHIST_ROI{4, 6, -2, 2, false, false};
-         },
-         [](Uniform& f) { f[12].dx = 5.0f; }, 12, 1, kOut},
+         }},
         // (1.5, 0.8): (0.75)^2 + (0.8)^2 > 1, outside although inside the box.
         {"histogram ellipse",
-         [](OUTLIER_CFG& c) {
-             c.CheckGlobalHist = true;
-             c.GlobalHist[0] = GLOBALHIST_ROI{-2.0f, 2.0f, -1.0f, 1.0f, true, false};
-         },
-         [](Uniform& f) { f[12].dx = 1.5f, f[12].dy = 0.8f; }, 12, 1, kOut},
-        {"SNR", [](OUTLIER_CFG& c) { c.CheckSNR = true; }, [](Uniform& f) { f[12].snr = 4.0f; }, 12,
-         1, kOut},
+         [](Cfg& c, Uniform& f) {
+             c.CheckGlobalHist = true, f[12].dx = 1.5f, f[12].dy = 0.8f;
+             c.GlobalHist[0] = GLOBALHIST_ROI{-2, 2, -1, 1, true, false};
+         }},
+        {"SNR", [](Cfg& c, Uniform& f) { c.CheckSNR = true, f[12].snr = 4; }},
         // Ratio 2 squared is 4: a second peak above a quarter of the first fails.
-        {"peak ratio", [](OUTLIER_CFG& c) { c.CheckPeakRatio = true; },
-         [](Uniform& f) { f[12].peak[1].value = 0.3f; }, 12, 1, kOut},
+        {"peak ratio",
+         [](Cfg& c, Uniform& f) { c.CheckPeakRatio = true, f[12].peak[1].value = 0.3f; }},
         // snr * meanSquaredCorr = 0.02 below 0.2 squared.
-        {"correlation", [](OUTLIER_CFG& c) { c.CheckCorrelation = true; },
-         [](Uniform& f) { f[12].meanSquaredCorr = 0.002f; }, 12, 1, kOut},
+        {"correlation",
+         [](Cfg& c, Uniform& f) { c.CheckCorrelation = true, f[12].meanSquaredCorr = 0.002f; }},
         // Residuals above the 0.5 allowed: a planar two-component field has none.
-        {"residuals, 2C", [](OUTLIER_CFG& c) { c.CheckResiduals = true; },
-         [](Uniform& f) { f[12].residual = 0.8f; }, 12, 0, VECTOR_ENABLED},
-        {"residuals, 3C", [](OUTLIER_CFG& c) { c.CheckResiduals = true; },
-         [](Uniform& f) { f[12].residual = 0.8f, f.setFlag3C(true); }, 12, 1, kOut},
+        {"residuals, 2C",
+         [](Cfg& c, Uniform& f) { c.CheckResiduals = true, f[12].residual = 0.8f; }, 12, 0,
+         VECTOR_ENABLED},
+        {"residuals, 3C",
+         [](Cfg& c, Uniform& f) {
+             c.CheckResiduals = true, f[12].residual = 0.8f, f.setFlag3C(true);
+         }},
         // A zero-length vector is found by the magnitude test alone, as no result.
-        {"zero length, no test", [](OUTLIER_CFG&) {},
-         [](Uniform& f) { f[12].dx = f[12].dy = 0.0f; }, 12, 0, VECTOR_ENABLED},
-        {"zero length", [](OUTLIER_CFG& c) { c.CheckDisplacement = true; },
-         [](Uniform& f) { f[12].dx = f[12].dy = 0.0f; }, 12, 1, VECTOR_NO_RESULT | kOut},
+        {"zero length, no test", [](Cfg&, Uniform& f) { f[12].dx = f[12].dy = 0; }, 12, 0,
+         VECTOR_ENABLED},
+        {"zero length",
+         [](Cfg& c, Uniform& f) { c.CheckDisplacement = true, f[12].dx = f[12].dy = 0; }, 12, 1,
+         VECTOR_NO_RESULT | VECTOR_OUTLIER},
         // Vectors edited by hand are left alone.
-        {"edited", [](OUTLIER_CFG& c) { c.CheckDisplacement = c.CheckNormalizedMedian = true; },
-         [](Uniform& f) { f[12].dx = 30.0f, f[12].flag |= VECTOR_EDITED; }, 12, 0,
-         VECTOR_ENABLED | VECTOR_EDITED},
+        {"edited",
+         [](Cfg& c, Uniform& f) {
+             c.CheckDisplacement = c.CheckNormalizedMedian = true, f[12].dx = 30;
+             f[12].flag |= VECTOR_EDITED;
+         },
+         12, 0, VECTOR_ENABLED | VECTOR_EDITED},
     };
     for (const Case& tc : cases) {
         SCOPED_TRACE(tc.name);
-        MessageCapture quiet;
         Uniform f(5, 5);
-        tc.spoil(f);
+        OUTLIER_CFG c = onlyEnable();
+        tc.spoil(c, f);
         std::vector<int> before;
         for (int k = 0; k < f.nodeCount(); k++) before.push_back(f[k].flag);
-        OUTLIER_CFG c = onlyEnable();
-        tc.configure(c);
         EXPECT_EQ(f.validatePivData(c), tc.found);
-        EXPECT_EQ(f[tc.node].flag, tc.flag);
         for (int k = 0; k < f.nodeCount(); k++)
-            if (k != tc.node) {
-                EXPECT_EQ(f[k].flag, before[size_t(k)]) << "node " << k;
-            }
+            EXPECT_EQ(f[k].flag, k == tc.node ? tc.flag : before[size_t(k)]) << "node " << k;
     }
 }
 
-TEST(Validation, PeakRatioOnlyInTheFirstPass) {
-    MessageCapture quiet;
+TEST_F(Validation, PeakRatioOnlyInTheFirstPass) {
     Uniform f(5, 5);
     f[3].peak[1].value = 0.9f;
     OUTLIER_CFG c = onlyEnable();
@@ -176,7 +172,7 @@ TEST(Validation, PeakRatioOnlyInTheFirstPass) {
     EXPECT_EQ(f.checkPeakRatio(tags.data(), 1), 1);
 }
 
-TEST(Validation, WithEnableOffTheFieldIsMarkedValidatedAndUnchanged) {
+TEST_F(Validation, WithEnableOffTheFieldIsMarkedValidatedAndUnchanged) {
     Uniform f(4, 4);
     f[5].dx = 100.0f;
     OUTLIER_CFG c;
@@ -187,8 +183,7 @@ TEST(Validation, WithEnableOffTheFieldIsMarkedValidatedAndUnchanged) {
     EXPECT_EQ(f[5].dx, 100.0f);
 }
 
-TEST(Validation, ForcedValidationStartsOverFromTheFirstPeak) {
-    MessageCapture quiet;
+TEST_F(Validation, ForcedValidationStartsOverFromTheFirstPeak) {
     Uniform f(4, 4);
     // An earlier validation had replaced node 5; a first peak of (0, 0) means no result.
     f[5].dx = 9.0f;
@@ -201,8 +196,7 @@ TEST(Validation, ForcedValidationStartsOverFromTheFirstPeak) {
     EXPECT_EQ(f[6].count, 0);
 }
 
-TEST(Validation, NarrowGridsRefuseTheNeighbourTestsButRunTheOthers) {
-    MessageCapture quiet;
+TEST_F(Validation, NarrowGridsRefuseTheNeighbourTestsButRunTheOthers) {
     Uniform f(2, 6);
     f[4].dx = 30.0f;
     OUTLIER_CFG c = onlyEnable();
@@ -221,8 +215,7 @@ TEST(Validation, NarrowGridsRefuseTheNeighbourTestsButRunTheOthers) {
 
 // The evaluation kept three peaks per node. Node 12's first peak is wrong and
 // its second is right; node 6's first two are wrong and its third is right.
-TEST(Validation, LowerPeaksAreTriedPassByPass) {
-    MessageCapture quiet;
+TEST_F(Validation, LowerPeaksAreTriedPassByPass) {
     OUTLIER_CFG c = onlyEnable();
     c.CheckNormalizedMedian = c.TryOtherPeaks = true;
     for (int passes : {3, 1}) {
@@ -252,8 +245,7 @@ TEST(Validation, LowerPeaksAreTriedPassByPass) {
     }
 }
 
-TEST(Validation, AnEmptyLowerPeakDisablesTheVector) {
-    MessageCapture quiet;
+TEST_F(Validation, AnEmptyLowerPeakDisablesTheVector) {
     Uniform f(5, 5);
     PIV_VECTOR& a = f[12];
     a.dx = a.peak[0].x = 9.0f;
@@ -266,8 +258,7 @@ TEST(Validation, AnEmptyLowerPeakDisablesTheVector) {
     EXPECT_EQ(a.count, 0);
 }
 
-TEST(Interpolation, AWellSurroundedNodeTakesThePlainMean) {
-    MessageCapture quiet;
+TEST_F(Interpolation, AWellSurroundedNodeTakesThePlainMean) {
     Uniform f(5, 5);
     // Neighbours of node 12 (2, 2) differ, so that the mean 3.5 is telling.
     const int around[8] = {6, 7, 8, 11, 13, 16, 17, 18};
@@ -279,8 +270,7 @@ TEST(Interpolation, AWellSurroundedNodeTakesThePlainMean) {
     EXPECT_EQ(f[12].flag, VECTOR_ENABLED | VECTOR_INTERPOLATED);
 }
 
-TEST(Interpolation, FiveGoodNeighboursGoToTheGaussianWeights) {
-    MessageCapture quiet;
+TEST_F(Interpolation, FiveGoodNeighboursGoToTheGaussianWeights) {
     Uniform f(3, 3);
     // The centre and three neighbours are rejected: five good ones stay, the
     // corners at distance sqrt(2) and node 7 below at distance 1.
@@ -295,8 +285,7 @@ TEST(Interpolation, FiveGoodNeighboursGoToTheGaussianWeights) {
     EXPECT_EQ(f[4].flag, VECTOR_ENABLED | VECTOR_INTERPOLATED);
 }
 
-TEST(Interpolation, ANodeWithNothingInReachHasNoResult) {
-    MessageCapture quiet;
+TEST_F(Interpolation, ANodeWithNothingInReachHasNoResult) {
     Uniform f(12, 1);
     for (int k = 0; k < 5; k++) f[k].flag = VECTOR_OUTLIER;
     f.interpolateOutliers(false);
@@ -305,8 +294,7 @@ TEST(Interpolation, ANodeWithNothingInReachHasNoResult) {
     EXPECT_EQ(f[1].flag, VECTOR_ENABLED | VECTOR_INTERPOLATED);
 }
 
-TEST(Interpolation, MaskedHolesAreFilledFromTheNearestRing) {
-    MessageCapture quiet;
+TEST_F(Interpolation, MaskedHolesAreFilledFromTheNearestRing) {
     Uniform f(5, 5);
     PIV_VECTOR& hole = f[12];
     hole.dx = hole.dy = 0.0f;
@@ -320,8 +308,7 @@ TEST(Interpolation, MaskedHolesAreFilledFromTheNearestRing) {
     EXPECT_FLOAT_EQ(hole.peak[2].value, 1.0f);
 }
 
-TEST(Interpolation, OnlyTheUsersOwnDisabledVectorsWhenAsked) {
-    MessageCapture quiet;
+TEST_F(Interpolation, OnlyTheUsersOwnDisabledVectorsWhenAsked) {
     Uniform f(5, 5);
     f[12].flag = VECTOR_OUTLIER | VECTOR_EDITED;
     f[6].flag = VECTOR_OUTLIER;
@@ -334,8 +321,7 @@ TEST(Interpolation, OnlyTheUsersOwnDisabledVectorsWhenAsked) {
     EXPECT_EQ(f[6].flag, VECTOR_OUTLIER);
 }
 
-TEST(Validation, AgainstTheMeanOfASeries) {
-    MessageCapture quiet;
+TEST_F(Validation, AgainstTheMeanOfASeries) {
     Uniform f(3, 3), mean(3, 3), dev(3, 3), other(4, 3);
     for (int k = 0; k < 9; k++) dev[k].dx = dev[k].dy = 0.5f;
     f[2].dx = 2.6f;   // 3.2 deviations off: disabled at factor 3
@@ -352,8 +338,7 @@ TEST(Validation, AgainstTheMeanOfASeries) {
 // A smooth flow with planted outliers: dx = 2 sin(2 pi y / 32), dy = 2 sin(2
 // pi x / 32) in node units, 5% of the nodes replaced by errors of 2 to 10 px,
 // some of them next to each other.
-TEST(Validation, RecoversASmoothFlowFromPlantedOutliers) {
-    MessageCapture quiet;
+TEST_F(Validation, RecoversASmoothFlowFromPlantedOutliers) {
     const int n = 64;
     PIV_Data2D f(gridOf(n, n));
     auto truth = [](int k, float* dx, float* dy) {
@@ -404,7 +389,7 @@ TEST(Validation, RecoversASmoothFlowFromPlantedOutliers) {
     EXPECT_LT(rms, 0.05);
 }
 
-TEST(Validation, WithoutReplacementTheLoopRunsEveryPass) {
+TEST_F(Validation, WithoutReplacementTheLoopRunsEveryPass) {
     MessageCapture capture;
     DebugLevelScope level(1);
     Uniform f(5, 5);
@@ -426,8 +411,7 @@ TEST(Validation, WithoutReplacementTheLoopRunsEveryPass) {
 
 // The chain after an evaluation validates with the field's own settings
 // and replaces what it rejects.
-TEST(Validation, PostProcessingValidatesAndReplaces) {
-    MessageCapture quiet;
+TEST_F(Validation, PostProcessingValidatesAndReplaces) {
     Uniform f(6, 6);
     f[14].dx = f[14].peak[0].x = 8.0f;
     PIV_PARAMETERS p = f.pivParameters();
@@ -444,8 +428,7 @@ TEST(Validation, PostProcessingValidatesAndReplaces) {
 
 // An evaluation that validated between its own passes asks the next
 // validation to be skipped once; a forced one runs anyway.
-TEST(Validation, SkipValidationIsOneShot) {
-    MessageCapture quiet;
+TEST_F(Validation, SkipValidationIsOneShot) {
     Uniform f(5, 5);
     f[12].dx = f[12].peak[0].x = 9.0f;
     OUTLIER_CFG c = onlyEnable();
