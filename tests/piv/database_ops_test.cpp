@@ -313,72 +313,46 @@ TEST(PIV_Data2D, NearestVectorIndexByCell) {
     EXPECT_FALSE(found);
 }
 
-namespace {
+// A field of enabled 1 px vectors, post-processed with validation on or off.
+struct Processed : PIV_Data2D {
+    Processed(bool validate, bool allowed, int mode = PIV::ANALYSIS_CROSS_CORRELATION)
+        : PIV_Data2D(grid3x2()) {
+        PIV_Parameters params;
+        OUTLIER_CFG outlier = params.outlierCfg();
+        outlier.Enable = validate;
+        params.setOutlierCfg(outlier);
+        PIVCONVERT_CFG conversion = params.pivConvertCfg();
+        conversion.LengthConversion[0] = conversion.LengthConversion[1] = 10.0;  // px per mm
+        conversion.PulseDelay = 100.0;                                           // us
+        params.setPivConvertCfg(conversion);
+        setAnalysisMode(mode);
+        for (int k = 0; k < nodeCount(); k++) data()[k] = withPeaks(1.0f, 0.0f);
+        setFlagRawData(true);
+        setFlagAllowPostProcess(allowed);
+        EXPECT_TRUE(postProcess(&params, nullptr, false));
+    }
+};
 
-void setOutlierCheck(PIV_Parameters& params, bool enable) {
-    OUTLIER_CFG outlier = params.outlierCfg();
-    outlier.Enable = enable;
-    params.setOutlierCfg(outlier);
-}
-
-void fillEnabled(PIV_Data2D& f) {
-    for (int k = 0; k < f.nodeCount(); k++) f.data()[k] = withPeaks(1.0f, 0.0f);
-    f.setFlagRawData(true);
-}
-
-}  // namespace
-
-TEST(PIV_Data2D, PostProcessRunsValidationOnlyWhenDue) {
+TEST(PIV_Data2D, PostProcessRunsTheStagesThatAreDue) {
     MessageCapture quiet;
-    PIV_Parameters checking, plain;
-    setOutlierCheck(checking, true);
-    setOutlierCheck(plain, false);
-    PIVCONVERT_CFG conversion = checking.pivConvertCfg();
-    conversion.LengthConversion[0] = conversion.LengthConversion[1] = 10.0;  // px per mm
-    conversion.PulseDelay = 100.0;                                           // us
-    checking.setPivConvertCfg(conversion);
+    // A fresh field needs validation: it is validated, converted and
+    // differentiated. 1 px at 10 px/mm in 100 us: 0.1 mm in 1e-4 s, 1 m/s.
     for (int mode : {PIV::ANALYSIS_CROSS_CORRELATION, PIV::ANALYSIS_SPECKLE}) {
-        // A fresh field needs validation: it is validated, converted and
-        // differentiated in that order.
-        PIV_Data2D f(grid3x2());
-        f.setAnalysisMode(mode);
-        fillEnabled(f);
-        f.setFlagAllowPostProcess(true);
-        ASSERT_TRUE(f.postProcess(&checking, nullptr, false));
-        EXPECT_TRUE(f.isValidated());
-        EXPECT_TRUE(f.isConverted());
-        EXPECT_TRUE(f.isDifferentiated());
+        Processed f(true, true, mode);
+        EXPECT_TRUE(f.isValidated() && f.isConverted() && f.isDifferentiated());
         EXPECT_FALSE(f.needsDifferentiation());
-        // 1 px at 10 px/mm in 100 us: 0.1 mm in 1e-4 s, 1 m/s.
         EXPECT_NEAR(f.data()[0].u, 1.0f, 1e-5f);
         EXPECT_EQ(f.dataType(),
                   mode == PIV::ANALYSIS_SPECKLE ? PIV::DATA_SPECKLE : PIV::DATA_VELOCITY);
     }
-    {
-        PIV_Data2D f(grid3x2());
-        fillEnabled(f);
-        f.setFlagAllowPostProcess(true);
-        ASSERT_TRUE(f.postProcess(&plain, nullptr, false));
-        EXPECT_FALSE(f.needsValidation());
-        EXPECT_FALSE(f.needsConversion());
-        EXPECT_FALSE(f.needsDifferentiation());
-        // Validated and nothing pending: the check is not due, unless forced.
-        f.setFlagValidated(true);
-        EXPECT_TRUE(f.postProcess(&checking, nullptr, false));
-        EXPECT_TRUE(f.postProcess(&checking, nullptr, true));
-    }
-    {
-        // Post-processing not allowed: the stages are dropped, the field is
-        // not converted, but differentials, statistics and the data type
-        // still follow.
-        PIV_Data2D f(grid3x2());
-        fillEnabled(f);
-        ASSERT_TRUE(f.postProcess(&checking, nullptr, false));
-        EXPECT_FALSE(f.needsValidation());
-        EXPECT_FALSE(f.needsConversion());
-        EXPECT_FALSE(f.isConverted());
-        EXPECT_TRUE(f.isDifferentiated());
-        EXPECT_EQ(f.vectorsActive(), 6u);
-        EXPECT_EQ(f.dataType() & PIV::DATA_VELOCITY, PIV::DATA_VELOCITY);
-    }
+    Processed plain(false, true);
+    EXPECT_FALSE(plain.needsValidation() || plain.needsConversion());
+    EXPECT_FALSE(plain.needsDifferentiation());
+    // Post-processing not allowed: the stages are dropped, the field is not
+    // converted, but differentials, statistics and the data type still follow.
+    Processed barred(true, false);
+    EXPECT_FALSE(barred.needsValidation() || barred.needsConversion() || barred.isConverted());
+    EXPECT_TRUE(barred.isDifferentiated());
+    EXPECT_EQ(barred.vectorsActive(), 6u);
+    EXPECT_EQ(barred.dataType() & PIV::DATA_VELOCITY, PIV::DATA_VELOCITY);
 }

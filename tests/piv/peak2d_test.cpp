@@ -147,16 +147,6 @@ TEST(PeakDetect2D, AutoShapeFromAutocorrelationPlane) {
     EXPECT_TRUE(det.needAutoShape());
 }
 
-TEST(PeakDetect2D, LastRowIsNegativeDisplacement) {
-    PIV_PeakDetect2D det;
-    det.setPivEvalCfg(PeakCfg(PIV::PEAKFIT_GAUSS_3X3));
-    const std::vector<float> plane = GaussPlane(2.0, -1.0, kDiameter, true);
-    ASSERT_EQ(std::max_element(plane.begin(), plane.end()) - plane.begin(), (kN - 1) * kN + 2);
-    ASSERT_TRUE(det.findPeaks(plane.data(), kSize, PIV::PEAK_MULTIPLE, false));
-    EXPECT_NEAR(det.peaks()[0].y, -1.0, 1e-5);
-    EXPECT_NEAR(det.peaks()[0].x, 2.0, 1e-5);
-}
-
 // Refused at every debug level; the error is kept only above level 0.
 TEST(PeakDetect2D, ThreeRowPlaneRefused) {
     MessageCapture quiet;
