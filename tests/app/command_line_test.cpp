@@ -41,7 +41,7 @@ TEST(CommandLineScan, DebugLevelsOfTheScanAndOfTheEarlyLook) {
 }
 
 TEST(CommandLineScan, OptionsKeepBothSpellingsAndFilesAreCleaned) {
-    const CommandLine cl =
+    CommandLine cl =
         scanned({"kelvane2c", "-Auto", "", "\"C:\\data\\run 1\\img_a.tif\"", "-CROSS", "b.par"});
     EXPECT_EQ(cl.options(), (std::vector<std::string>{"auto", "cross"}));
     EXPECT_EQ(cl.optionsOriginal(), (std::vector<std::string>{"Auto", "CROSS"}));
@@ -49,6 +49,12 @@ TEST(CommandLineScan, OptionsKeepBothSpellingsAndFilesAreCleaned) {
     EXPECT_TRUE(cl.hasOption("auto"));
     EXPECT_FALSE(cl.hasOption("speckle"));
     EXPECT_EQ(cl.command(), "kelvane2c -Auto  \"C:\\data\\run 1\\img_a.tif\" -CROSS b.par");
+    // A second scan starts from empty lists.
+    const char* again[] = {"k"};
+    cl.scan(1, again);
+    EXPECT_TRUE(cl.options().empty());
+    EXPECT_TRUE(cl.files().empty());
+    EXPECT_EQ(cl.command(), "k");
 }
 
 TEST(CommandLineScan, HelpAndInfoFlags) {
@@ -56,17 +62,6 @@ TEST(CommandLineScan, HelpAndInfoFlags) {
     EXPECT_TRUE(scanned({"k", "-info"}).info());
     EXPECT_FALSE(scanned({"k", "-information"}).info());
     EXPECT_EQ(scanned({"k", "-information"}).options(), (std::vector<std::string>{"information"}));
-}
-
-TEST(CommandLineScan, RescanStartsFromEmptyLists) {
-    CommandLine cl;
-    const char* first[] = {"k", "-auto", "a.tif"};
-    cl.scan(3, first);
-    const char* second[] = {"k"};
-    cl.scan(1, second);
-    EXPECT_TRUE(cl.options().empty());
-    EXPECT_TRUE(cl.files().empty());
-    EXPECT_EQ(cl.command(), "k");
 }
 
 TEST(CommandLineScan, NoArgumentsAppliesTheStoredLevel) {
