@@ -52,15 +52,10 @@ int Extent(const Zone& z) {
 // Gradients chosen so that every derived value differs from node to node.
 DIFFERENTIALS Gradients(int n) {
     DIFFERENTIALS d;
-    d.dudx = 0.5f * float(n + 1);
-    d.dudy = 0.25f;
-    d.dudz = 0.125f * float(n);
-    d.dvdx = 1.0f + float(n);
-    d.dvdy = -0.5f;
-    d.dvdz = 2.0f;
-    d.dwdx = 0.75f;
-    d.dwdy = -1.0f * float(n);
-    d.dwdz = 0.25f;
+    const float f = float(n);
+    d.dudx = 0.5f * (f + 1), d.dudy = 0.25f, d.dudz = 0.125f * f;
+    d.dvdx = 1 + f, d.dvdy = -0.5f, d.dvdz = 2;
+    d.dwdx = 0.75f, d.dwdy = -f, d.dwdz = 0.25f;
     return d;
 }
 
