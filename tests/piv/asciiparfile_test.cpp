@@ -259,23 +259,6 @@ TEST(ParFileWrite, TooLongStringIsRefused) {
     EXPECT_NE(messages.all().find("String too long for: Str"), std::string::npos);
 }
 
-TEST(ParFileWrite, ManyEntriesGrowTheList) {
-    ScratchDir dir;
-    const std::string path = dir.file("many.par");
-    {
-        ASCIIParFile out(path.c_str(), ASCIIParFile::WRITE);
-        for (int i = 0; i < 1000; i++) out.serialize(("Key" + std::to_string(i)).c_str(), &i);
-        EXPECT_EQ(out.entryCount(), 1000);
-        out.close();
-    }
-    ASCIIParFile in(path.c_str());
-    for (int i : {0, 126, 127, 128, 999}) {
-        int v = -1;
-        EXPECT_EQ(in.serialize(("Key" + std::to_string(i)).c_str(), &v), 1);
-        EXPECT_EQ(v, i);
-    }
-}
-
 TEST(ParFileWrite, AppendKeepsWhatTheFileHeld) {
     ScratchDir dir;
     const std::string path = dir.file("a.par");

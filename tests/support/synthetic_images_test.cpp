@@ -90,28 +90,19 @@ TEST(SyntheticImages, ParticleOnAPixelEdgeSplitsEvenly) {
     EXPECT_FLOAT_EQ(At(image, 21, 9, 8), At(image, 21, 12, 8));
 }
 
-TEST(SyntheticImages, ImageHoldsTheWholeParticleVolume) {
+TEST(SyntheticImages, AnIsolatedParticleKeepsItsVolumeAndCentroid) {
     // Pixels are unit squares, so their sum is the profile's volume
-    // 2 pi sigma^2 * peak = pi d^2 / 8 * peak, here pi / 2 * 0.6.
-    const std::vector<Particle> particles{{16.37, 15.81, 0.6, 2.0}};
-    const std::vector<float> image = RenderParticles(particles, 32, 32, FloatImage(32, 32));
-    double sum = 0.0;
-    for (float v : image) sum += v;
-    EXPECT_NEAR(sum, kPi / 2 * 0.6, 1e-6);
-}
-
-TEST(SyntheticImages, CentroidOfAnIsolatedParticleIsItsPosition) {
+    // 2 pi sigma^2 * peak = pi d^2 / 8 * peak, here 9 pi / 8 * 0.8; the
+    // intensity-weighted mean position is the particle's.
     const std::vector<Particle> particles{{20.3, 17.8, 0.8, 3.0}};
     const std::vector<float> image = RenderParticles(particles, 40, 40, FloatImage(40, 40));
     double sum = 0.0, sx = 0.0, sy = 0.0;
-    for (int y = 8; y <= 28; ++y) {
-        for (int x = 10; x <= 30; ++x) {
+    for (int y = 0; y < 40; ++y)
+        for (int x = 0; x < 40; ++x) {
             const double v = At(image, 40, x, y);
-            sum += v;
-            sx += v * x;
-            sy += v * y;
+            sum += v, sx += v * x, sy += v * y;
         }
-    }
+    EXPECT_NEAR(sum, 9 * kPi / 8 * 0.8, 1e-6);
     EXPECT_NEAR(sx / sum, 20.3, 0.01);
     EXPECT_NEAR(sy / sum, 17.8, 0.01);
 }
