@@ -154,7 +154,7 @@ TEST(ParFileRead, MissingFileIsError26AndAnEmptyList) {
     EXPECT_TRUE(file.isEmpty());
     EXPECT_FALSE(file.isValid());
     EXPECT_EQ(file.error().getLastErrorCode(), PIVerror::FILE_OPEN_FAILED);
-    EXPECT_NE(messages.all().find("readList() - failed opening file: '"), std::string::npos);
+    EXPECT_TRUE(HasText(messages.all(), "readList() - failed opening file: '"));
 }
 
 TEST(ParFileWrite, FormatOfEveryKind) {
@@ -256,7 +256,7 @@ TEST(ParFileWrite, TooLongStringIsRefused) {
     char unterminated[4] = {'a', 'b', 'c', 'd'};
     EXPECT_EQ(file.serializeString("Str", unterminated, sizeof(unterminated)), 0);
     EXPECT_TRUE(file.isEmpty());
-    EXPECT_NE(messages.all().find("String too long for: Str"), std::string::npos);
+    EXPECT_TRUE(HasText(messages.all(), "String too long for: Str"));
 }
 
 TEST(ParFileWrite, AppendKeepsWhatTheFileHeld) {

@@ -80,7 +80,7 @@ TEST(PIV_DataBase, ScaleDataByZeroIsReportedAndStillDone) {
               (std::vector<float>{1.5f, -1, 15, -100, 1.5f, -1, 0.5f, 0.5f, 0, 0, 9}));
     EXPECT_FALSE(f.scaleData(0.0f));
     EXPECT_EQ(f.error().getLastErrorCode(), PIVerror::BAD_PARAMETERS);
-    EXPECT_NE(quiet.all().find("scaleData() - scale factor is zero"), std::string::npos);
+    EXPECT_TRUE(HasText(quiet.all(), "scaleData() - scale factor is zero"));
     const PIV_VECTOR& v = f.data()[1];
     EXPECT_EQ(v.dx + v.dy + v.u + v.sy + v.peak[0].x + v.peak[1].y, 0.0f);
     EXPECT_EQ(v.flag, VECTOR_ENABLED);
@@ -227,7 +227,7 @@ TEST(PIV_DataBase, StatusBits) {
     // Nodes 0, 2, 4 and 5 have dx = dy = 0; node 1 has dy 1, node 3 dx 1.
     EXPECT_EQ(f.disableNullVectors(), 4);
     SetDebugLevel(level);
-    EXPECT_NE(capture.all().find("PIV_DataBase: disabled 4 null-vectors"), std::string::npos);
+    EXPECT_TRUE(HasText(capture.all(), "PIV_DataBase: disabled 4 null-vectors"));
     EXPECT_EQ(f.data()[0].flag, VECTOR_OUTLIER);
     EXPECT_EQ(f.data()[0].count, 0);
     EXPECT_EQ(f.data()[1].flag, VECTOR_ENABLED);

@@ -154,7 +154,7 @@ TEST(ParameterFileKeys, MethodDescriptionFollowsMethodAndDeformation) {
         r.params.eval.ImageMapping2D.Mode = c.mode;
         const std::string line =
             "View0_PIV_Eval_MethodDescription = \"" + std::string(c.text) + "\"\n";
-        EXPECT_NE(ReadBytes(Save(dir, r)).find(line), std::string::npos) << line;
+        EXPECT_TRUE(HasText(ReadBytes(Save(dir, r)), line));
     }
 }
 
@@ -176,11 +176,9 @@ TEST(ParameterFileKeys, SquarenessRatioCarriesTheYFactor) {
     ParRecords r;
     r.params.convert.LengthConversion[0] = 2.0;
     r.params.convert.LengthConversion[1] = 4.0;
-    EXPECT_NE(ReadBytes(Save(dir, r)).find("View0_PIV_Conv_SquarenessRatio = 0.5\n"),
-              std::string::npos);
+    EXPECT_TRUE(HasText(ReadBytes(Save(dir, r)), "View0_PIV_Conv_SquarenessRatio = 0.5\n"));
     r.params.convert.LengthConversion[1] = 0.0;
-    EXPECT_NE(ReadBytes(Save(dir, r)).find("View0_PIV_Conv_SquarenessRatio = 1\n"),
-              std::string::npos);
+    EXPECT_TRUE(HasText(ReadBytes(Save(dir, r)), "View0_PIV_Conv_SquarenessRatio = 1\n"));
 
     WriteBytes(dir.file("r.par"),
                "View0_PIV_Conv_LengthConversion = 3\nView0_PIV_Conv_SquarenessRatio = 0\n");
@@ -237,13 +235,12 @@ TEST(ParameterFileSave, UnwritableTargetIsReportedButSaveSaysOne) {
     ParRecords r;
     const std::string path = dir.file("missing/x.par");
     EXPECT_EQ(PIV::SaveParametersASCII(path.c_str(), &r.params, &r.image, &r.post, 0), 1);
-    EXPECT_NE(messages.all().find("failed creating file"), std::string::npos);
+    EXPECT_TRUE(HasText(messages.all(), "failed creating file"));
     EXPECT_FALSE(std::filesystem::exists(path));
 
     const std::string longName(2048, 'n');
     EXPECT_EQ(PIV::SaveParametersASCII(longName.c_str(), &r.params, &r.image, &r.post, 0), 0);
-    EXPECT_NE(messages.all().find("ERROR in 'SaveParametersASCII()' : bad file name"),
-              std::string::npos);
+    EXPECT_TRUE(HasText(messages.all(), "ERROR in 'SaveParametersASCII()' : bad file name"));
     EXPECT_EQ(PIV::SaveParametersASCII(path.c_str(), nullptr, &r.image, &r.post, 0), 0);
 }
 
@@ -364,7 +361,7 @@ TEST(HolderFiles, ReadFailuresLeaveTheDefaults) {
         EXPECT_FALSE(held.read(c.name.c_str())) << c.name;
         EXPECT_EQ(held.error().getLastErrorCode(), c.code) << c.name;
     }
-    EXPECT_NE(messages.all().find("read() - no such parameter file: '"), std::string::npos);
+    EXPECT_TRUE(HasText(messages.all(), "read() - no such parameter file: '"));
     EXPECT_TRUE(SameRecords(
         ParRecords{held.pivParameters(), held.imageCfg(), held.postProcessCfg()}, ParRecords()));
 }

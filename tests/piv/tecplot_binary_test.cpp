@@ -298,10 +298,7 @@ TEST(TecplotBinary, SequenceHasOneZonePerStep) {
     };
     for (const auto& b : bad) {
         EXPECT_FALSE(b.field->saveSequenceTecplotBinary(b.path.c_str(), b.first, b.last));
-        EXPECT_NE(
-            std::string(b.field->getLastError()).find("saveSequenceTecplotBinary() - " + b.text),
-            std::string::npos)
-            << b.field->getLastError();
+        EXPECT_TRUE(HasText(b.field->getLastError(), "saveSequenceTecplotBinary() - " + b.text));
     }
     EXPECT_EQ(field.error().getLastErrorCode(), PIVerror::FILE_CREATE_FAILED);
     EXPECT_EQ(std::distance(std::filesystem::directory_iterator(dir.path()), {}), 1);  // seq.plt
@@ -343,8 +340,7 @@ TEST(TecplotBinary, BadInputLeavesNothingBehind) {
         for (bool block : {true, false}) {
             EXPECT_FALSE(field.saveTecplotBinary(c.path.c_str(), 0, block));
             EXPECT_EQ(field.error().getLastErrorCode(), c.code);
-            EXPECT_NE(std::string(field.getLastError()).find(c.text), std::string::npos)
-                << field.getLastError();
+            EXPECT_TRUE(HasText(field.getLastError(), c.text));
         }
     }
     EXPECT_TRUE(std::filesystem::is_empty(dir.path()));
