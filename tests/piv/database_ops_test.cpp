@@ -314,17 +314,21 @@ TEST(PIV_Data2D, NearestVectorIndexByCell) {
 }
 
 // A field of enabled 1 px vectors, post-processed with validation on or off.
+void configure(PIV_Parameters& params, bool validate) {
+    OUTLIER_CFG outlier = params.outlierCfg();
+    outlier.Enable = validate;
+    params.setOutlierCfg(outlier);
+    PIVCONVERT_CFG conversion = params.pivConvertCfg();
+    conversion.LengthConversion[0] = conversion.LengthConversion[1] = 10.0;  // px per mm
+    conversion.PulseDelay = 100.0;                                           // us
+    params.setPivConvertCfg(conversion);
+}
+
 struct Processed : PIV_Data2D {
     Processed(bool validate, bool allowed, int mode = PIV::ANALYSIS_CROSS_CORRELATION)
         : PIV_Data2D(grid3x2()) {
         PIV_Parameters params;
-        OUTLIER_CFG outlier = params.outlierCfg();
-        outlier.Enable = validate;
-        params.setOutlierCfg(outlier);
-        PIVCONVERT_CFG conversion = params.pivConvertCfg();
-        conversion.LengthConversion[0] = conversion.LengthConversion[1] = 10.0;  // px per mm
-        conversion.PulseDelay = 100.0;                                           // us
-        params.setPivConvertCfg(conversion);
+        configure(params, validate);
         setAnalysisMode(mode);
         for (int k = 0; k < nodeCount(); k++) data()[k] = withPeaks(1.0f, 0.0f);
         setFlagRawData(true);
@@ -348,6 +352,12 @@ TEST(PIV_Data2D, PostProcessRunsTheStagesThatAreDue) {
     Processed plain(false, true);
     EXPECT_FALSE(plain.needsValidation() || plain.needsConversion());
     EXPECT_FALSE(plain.needsDifferentiation());
+    // Validated and nothing pending: no stage is due, unless forced.
+    PIV_Parameters checking;
+    configure(checking, true);
+    plain.setFlagValidated(true);
+    EXPECT_TRUE(plain.postProcess(&checking, nullptr, false));
+    EXPECT_TRUE(plain.postProcess(&checking, nullptr, true));
     // Post-processing not allowed: the stages are dropped, the field is not
     // converted, but differentials, statistics and the data type still follow.
     Processed barred(true, false);

@@ -275,7 +275,7 @@ TEST(KelvaneEval, SeriesPairUpByName) {
         for (const auto& [a, b, seed] :
              {std::tuple{name("run%04da.tif", i), name("run%04db.tif", i), i},
               {name("img%04d.tif", 2 * i - 1), name("img%04d.tif", 2 * i), 10 + i}})
-            ASSERT_EQ(Synth(dir, {"--dx", std::to_string(i), "--size", "128", "--seed",
+            ASSERT_EQ(Synth(dir, {"--dx", std::to_string(i), "--dy", "0", "--size", "128", "--seed",
                                   std::to_string(seed), dir.file(a), dir.file(b), dir.file("t.nc")})
                           .exit,
                       0);
@@ -283,9 +283,9 @@ TEST(KelvaneEval, SeriesPairUpByName) {
                                   dir.file("run0003a.tif"), "--output-dir", dir.file("ab"),
                                   "--format", "nc,dat", "--stats"});
     ASSERT_EQ(ab.exit, 0) << ab.err;
-    const Outcome seq = Eval(dir, {"--method", "single", "--series", dir.file("img0001.tif"),
-                                   dir.file("img0005.tif"), "--increment", "2", "--separation",
-                                   "1", "--output-dir", dir.file("seq")});
+    const Outcome seq = Eval(
+        dir, {"--method", "multipass", "--series", dir.file("img0001.tif"), dir.file("img0005.tif"),
+              "--increment", "2", "--separation", "1", "--output-dir", dir.file("seq")});
     ASSERT_EQ(seq.exit, 0) << seq.err;
     for (int i = 1; i <= 3; i++) {
         EXPECT_NEAR(meanDx(name("ab/run%04da.nc", i)), i, 0.1);
