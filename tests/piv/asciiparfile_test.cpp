@@ -109,30 +109,20 @@ TEST(ParFileRead, NumbersOfEveryType) {
     auto file = ReadText(dir,
                          "Fa = 1e300\nFb = -1e300\nDa = 1e999\nUa = -5\nUc = 300\nBa = 2\n"
                          "Bb = 0\nFc = 0.1\nEmpty =\n");
-    float f = 0;
-    EXPECT_EQ(file->serialize("Fa", &f), 1);
-    EXPECT_EQ(f, FLT_MAX);
-    file->serialize("Fb", &f);
-    EXPECT_EQ(f, -FLT_MAX);
-    file->serialize("Fc", &f);
-    EXPECT_EQ(f, 0.1f);
-    double d = 0;
-    file->serialize("Da", &d);
-    EXPECT_EQ(d, DBL_MAX);
-    unsigned int u = 9;
-    file->serialize("Ua", &u);
-    EXPECT_EQ(u, 0u);
-    unsigned char uc = 9;
-    file->serialize("Uc", &uc);
-    EXPECT_EQ(uc, 255);
-    bool b = false;
-    file->serialize("Ba", &b);
-    EXPECT_TRUE(b);
-    file->serialize("Bb", &b);
-    EXPECT_FALSE(b);
-    int empty = 5;
-    EXPECT_EQ(file->serialize("Empty", &empty), 1);
-    EXPECT_EQ(empty, 0);
+    // Each key read into a variable of the type its start value has.
+    auto read = [&](const char* key, auto start) {
+        EXPECT_EQ(file->serialize(key, &start), 1) << key;
+        return start;
+    };
+    EXPECT_EQ(read("Fa", 0.0f), FLT_MAX);
+    EXPECT_EQ(read("Fb", 0.0f), -FLT_MAX);
+    EXPECT_EQ(read("Fc", 0.0f), 0.1f);
+    EXPECT_EQ(read("Da", 0.0), DBL_MAX);
+    EXPECT_EQ(read("Ua", 9u), 0u);
+    EXPECT_EQ(read("Uc", static_cast<unsigned char>(9)), 255);
+    EXPECT_TRUE(read("Ba", false));
+    EXPECT_FALSE(read("Bb", true));
+    EXPECT_EQ(read("Empty", 5), 0);
 }
 
 TEST(ParFileRead, CompoundsZeroMissingComponentsValsKeepThem) {
@@ -165,26 +155,19 @@ TEST(ParFileWrite, FormatOfEveryKind) {
     file.addComment("#!top");
     file.beginGroup("A_");
     file.beginGroup("B_");
-    int i = -3;
-    unsigned int u = 4000000000u;
-    bool b = true;
-    float f = 0.1f;
-    double d = 1234567.0;
-    SIZE3D size{1, 2, 3};
-    POINT2D point{-4, 5};
-    FPOINT3D fpoint{0.5f, -2.25f, 1e-7f};
-    char text[] = "a, b = c";
-    double arr[3] = {1.5, 2, 1e20};
-    file.serialize("Int", &i);
-    file.serialize("UInt", &u);
-    file.serialize("Bool", &b);
+    auto put = [&](const char* key, auto value) { file.serialize(key, &value); };
+    put("Int", -3);
+    put("UInt", 4000000000u);
+    put("Bool", true);
     file.endGroup();
-    file.serialize("Float", &f);
-    file.serialize("Double", &d);
-    file.serialize("Size", &size);
-    file.serialize("Point", &point);
-    file.serialize("FPoint", &fpoint);
+    put("Float", 0.1f);
+    put("Double", 1234567.0);
+    put("Size", SIZE3D{1, 2, 3});
+    put("Point", POINT2D{-4, 5});
+    put("FPoint", FPOINT3D{0.5f, -2.25f, 1e-7f});
+    char text[] = "a, b = c";
     file.serializeString("Text", text, sizeof(text));
+    double arr[3] = {1.5, 2, 1e20};
     file.serializeArray("Array", arr, 3);
     file.endGroup();
     EXPECT_EQ(file.endGroup(), 0);
