@@ -8,6 +8,7 @@
 #include <random>
 #include <set>
 #include <string>
+#include <utility>
 #include <vector>
 
 #include "field_grids.h"
@@ -205,12 +206,13 @@ TEST_F(Validation, NarrowGridsRefuseTheNeighbourTestsButRunTheOthers) {
     EXPECT_EQ(f.validatePivData(c), 1);
     EXPECT_TRUE(isOutlier(f[4]));
     std::vector<unsigned char> tags(size_t(f.nodeCount()));
-    EXPECT_EQ(f.checkNormalizedMedian(tags.data()), 0);
-    EXPECT_EQ(f.error().getLastErrorCode(), PIVerror::BAD_GRID_DIMENSION);
-    EXPECT_EQ(f.checkDynMean(tags.data()), 0);
-    EXPECT_EQ(f.error().getLastErrorCode(), PIVerror::BAD_GRID_DIMENSION);
-    EXPECT_EQ(f.checkGradient(tags.data()), 0);
-    EXPECT_EQ(f.error().getLastErrorCode(), PIVerror::CORRUPT_DATA);
+    for (const auto& [check, code] :
+         {std::pair{&PIV_Data2D::checkNormalizedMedian, int(PIVerror::BAD_GRID_DIMENSION)},
+          {&PIV_Data2D::checkDynMean, PIVerror::BAD_GRID_DIMENSION},
+          {&PIV_Data2D::checkGradient, PIVerror::CORRUPT_DATA}}) {
+        EXPECT_EQ((f.*check)(tags.data()), 0);
+        EXPECT_EQ(f.error().getLastErrorCode(), code);
+    }
 }
 
 // The evaluation kept three peaks per node. Node 12's first peak is wrong and
@@ -221,15 +223,11 @@ TEST_F(Validation, LowerPeaksAreTriedPassByPass) {
     for (int passes : {3, 1}) {
         Uniform f(5, 5);
         PIV_VECTOR &a = f[12], &b = f[6];
-        a.peak[0] = PIV_PEAK{8.0f, -3.0f, 1.0f};
-        a.peak[1] = PIV_PEAK{1.0f, 0.5f, 0.9f};
-        a.dx = 8.0f;
-        a.dy = -3.0f;
-        b.peak[0] = PIV_PEAK{-6.0f, 4.0f, 1.0f};
-        b.peak[1] = PIV_PEAK{7.0f, 7.0f, 0.9f};
+        a.peak[0] = PIV_PEAK{8.0f, -3.0f, 1.0f}, a.peak[1] = PIV_PEAK{1.0f, 0.5f, 0.9f};
+        a.dx = 8.0f, a.dy = -3.0f;
+        b.peak[0] = PIV_PEAK{-6.0f, 4.0f, 1.0f}, b.peak[1] = PIV_PEAK{7.0f, 7.0f, 0.9f};
         b.peak[2] = PIV_PEAK{1.0f, 0.5f, 0.8f};
-        b.dx = -6.0f;
-        b.dy = 4.0f;
+        b.dx = -6.0f, b.dy = 4.0f;
         c.NumberOfPasses = passes;
         EXPECT_EQ(f.validatePivData(c), 2);
         for (const PIV_VECTOR* v : {&a, &b}) {
