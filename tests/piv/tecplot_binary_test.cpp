@@ -222,15 +222,6 @@ TEST(TecplotBinary, CasesReadBackAndMeetEveryQuirk) {
 
 // ---- edge cases ------------------------------------------------------------
 
-TEST(TecplotBinary, StepsOutsideTheAxisAreClamped) {
-    // Step 1 has dx raised by 100; step 7 writes it, step -3 writes step 0.
-    PIV_Data2D field;
-    MakeField(field, Kind::Raw, 2);
-    for (const auto& [step, dx] : {std::pair{7, 101.5}, {-3, 1.5}, {1, 101.5}})
-        EXPECT_EQ(Saved(field, "step", nullptr, step).zones.at(0).values.at("dx").at(0), dx)
-            << step;
-}
-
 TEST(TecplotBinary, OneCharacterTitleGivesTheComposedOne) {
     PIV_Data2D field;
     MakeField(field, Kind::Speckle);
@@ -271,7 +262,7 @@ TEST(TecplotBinary, SkippingWithNothingToSkipKeepsTheGrid) {
     EXPECT_EQ(z.records, 6);
 }
 
-TEST(TecplotBinary, SequenceHasOneZonePerStep) {
+TEST(TecplotBinary, StepsAreClampedAndASequenceHasOneZonePerStep) {
     PIV_Data2D field;
     MakeField(field, Kind::Raw, 3);
     test_support::ScratchDir dir;
@@ -282,6 +273,10 @@ TEST(TecplotBinary, SequenceHasOneZonePerStep) {
     EXPECT_TRUE(f.atEnd);
     EXPECT_EQ(f.zones[0].values.at("dx").at(0), 101.5);
     EXPECT_EQ(f.zones[1].values.at("dx").at(0), 201.5);
+    // One step alone: steps outside the axis are clamped to its ends.
+    for (const auto& [step, dx] : {std::pair{7, 201.5}, {-3, 1.5}, {1, 101.5}})
+        EXPECT_EQ(Saved(field, "step", nullptr, step).zones.at(0).values.at("dx").at(0), dx)
+            << step;
 
     MessageCapture capture;
     PIV_Data2D empty;
