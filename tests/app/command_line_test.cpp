@@ -18,41 +18,30 @@ CommandLine scanned(std::vector<const char*> args) {
 
 }  // namespace
 
-TEST(CommandLineScan, DebugLevels) {
-    struct Case {
+// The scanner reads a lower-case copy and takes "-debug" too, level 0
+// without a number; the early look, before anything else is set up,
+// compares as typed, knows "-dbg" alone and makes it at least 1.
+TEST(CommandLineScan, DebugLevelsOfTheScanAndOfTheEarlyLook) {
+    const struct {
         std::vector<const char*> args;
-        int level;
+        int scanned, early;
+    } cases[] = {
+        {{"kelvane2c", "-dbg3"}, 3, 3},
+        {{"kelvane2c", "-dbg"}, 0, 1},
+        {{"kelvane2c", "-DBG3"}, 3, 0},
+        {{"kelvane2c", "-debug2"}, 2, 0},
+        {{"kelvane2c", "-dbg5", "x", "-dbg2"}, 2, 2},  // the last one wins
+        {{"kelvane2c", "a.tif"}, 0, 0},
     };
-    const Case cases[] = {
-        {{"kelvane2c", "-dbg3"}, 3},
-        {{"kelvane2c", "-dbg"}, 0},   // no number: level 0 through the scanner
-        {{"kelvane2c", "-DBG3"}, 3},  // the scanner reads a lower-case copy
-        {{"kelvane2c", "-debug2"}, 2},
-        {{"kelvane2c", "-dbg1", "-dbg4"}, 4},  // the last one wins
-        {{"kelvane2c", "a.tif"}, 0},
-    };
-    for (const Case& c : cases) EXPECT_EQ(scanned(c.args).debugLevel(), c.level) << c.args[1];
-}
-
-TEST(CommandLineEarlyLook, IsCaseSensitiveAndAtLeastOne) {
-    struct Case {
-        std::vector<const char*> args;
-        int level;
-    };
-    const Case cases[] = {
-        {{"kelvane2c", "-dbg3"}, 3},
-        {{"kelvane2c", "-dbg"}, 1},     // no number: at least 1 here
-        {{"kelvane2c", "-DBG3"}, 0},    // missed: this look compares as typed
-        {{"kelvane2c", "-debug2"}, 0},  // only "-dbg" counts here
-        {{"kelvane2c", "-dbg5", "x", "-dbg2"}, 2},
-    };
-    for (const Case& c : cases)
-        EXPECT_EQ(CommandLine::earlyDebugLevel(int(c.args.size()), c.args.data()), c.level)
+    for (const auto& c : cases) {
+        EXPECT_EQ(scanned(c.args).debugLevel(), c.scanned) << c.args[1];
+        EXPECT_EQ(CommandLine::earlyDebugLevel(int(c.args.size()), c.args.data()), c.early)
             << c.args[1];
+    }
 }
 
 TEST(CommandLineScan, OptionsKeepBothSpellingsAndFilesAreCleaned) {
-    const CommandLine cl =
+    CommandLine cl =
         scanned({"kelvane2c", "-Auto", "", "\"C:\\data\\run 1\\img_a.tif\"", "-CROSS", "b.par"});
     EXPECT_EQ(cl.options(), (std::vector<std::string>{"auto", "cross"}));
     EXPECT_EQ(cl.optionsOriginal(), (std::vector<std::string>{"Auto", "CROSS"}));
@@ -60,26 +49,19 @@ TEST(CommandLineScan, OptionsKeepBothSpellingsAndFilesAreCleaned) {
     EXPECT_TRUE(cl.hasOption("auto"));
     EXPECT_FALSE(cl.hasOption("speckle"));
     EXPECT_EQ(cl.command(), "kelvane2c -Auto  \"C:\\data\\run 1\\img_a.tif\" -CROSS b.par");
-}
-
-TEST(CommandLineScan, HelpAndInfoFlags) {
-    EXPECT_TRUE(scanned({"k", "-help"}).help());
-    EXPECT_TRUE(scanned({"k", "-?"}).help());
-    EXPECT_TRUE(scanned({"k", "-HELP"}).help());
-    EXPECT_TRUE(scanned({"k", "-info"}).info());
-    EXPECT_FALSE(scanned({"k", "-information"}).info());
-    EXPECT_EQ(scanned({"k", "-information"}).options(), (std::vector<std::string>{"information"}));
-}
-
-TEST(CommandLineScan, RescanStartsFromEmptyLists) {
-    CommandLine cl;
-    const char* first[] = {"k", "-auto", "a.tif"};
-    cl.scan(3, first);
-    const char* second[] = {"k"};
-    cl.scan(1, second);
+    // A second scan starts from empty lists.
+    const char* again[] = {"k"};
+    cl.scan(1, again);
     EXPECT_TRUE(cl.options().empty());
     EXPECT_TRUE(cl.files().empty());
     EXPECT_EQ(cl.command(), "k");
+}
+
+TEST(CommandLineScan, HelpAndInfoFlags) {
+    for (const char* help : {"-help", "-?", "-HELP"}) EXPECT_TRUE(scanned({"k", help}).help());
+    EXPECT_TRUE(scanned({"k", "-info"}).info());
+    EXPECT_FALSE(scanned({"k", "-information"}).info());
+    EXPECT_EQ(scanned({"k", "-information"}).options(), (std::vector<std::string>{"information"}));
 }
 
 TEST(CommandLineScan, NoArgumentsAppliesTheStoredLevel) {

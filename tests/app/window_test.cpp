@@ -35,24 +35,18 @@ QApplication* Gui::app = nullptr;
 
 }  // namespace
 
+// Messages of worker threads are queued to the window.
 TEST_F(Gui, LibraryAndToolkitMessagesReachTheLogWindow) {
     QLogBuffer log(0, QStringLiteral("Kelvane2C"));
     InstallMessageRouting(&log);
     ShowStatus("evaluated %d vectors", 225);
     qWarning("toolkit says %d", 1);
-    InstallMessageRouting(nullptr);
-    ShowStatus("after the window is gone");  // back on stderr, not in the window
-    EXPECT_EQ(log.text(), QStringLiteral("evaluated 225 vectors\nWarning: toolkit says 1"));
-}
-
-TEST_F(Gui, MessagesFromWorkerThreadsAreQueuedToTheWindow) {
-    QLogBuffer log(0, QStringLiteral("Kelvane2C"));
-    InstallMessageRouting(&log);
-    std::thread worker([] { ShowStatus("from a worker"); });
-    worker.join();
+    std::thread([] { ShowStatus("from a worker"); }).join();
     QCoreApplication::processEvents();
     InstallMessageRouting(nullptr);
-    EXPECT_EQ(log.text(), QStringLiteral("from a worker"));
+    ShowStatus("after the window is gone");  // back on stderr, not in the window
+    EXPECT_EQ(log.text(),
+              QStringLiteral("evaluated 225 vectors\nWarning: toolkit says 1\nfrom a worker"));
 }
 
 TEST_F(Gui, MessagesAreDroppedWhenTheLogWindowIsGone) {
@@ -86,17 +80,13 @@ TEST_F(Gui, CommandLineOptionsChooseTheAnalysisMode) {
     }
 }
 
-TEST_F(Gui, TheLogoIsLinkedIntoTheProgram) {
+// The logo is linked into the program; closing the window announces the exit.
+TEST_F(Gui, TheMainWindowShowsTheLogoAndAnnouncesItsExit) {
     MySettings settings(QStringLiteral("SODREL"), QStringLiteral("Kelvane3.6"));
     Kelvane window(true, false, &settings, nullptr);
     const QPixmap logo(Kelvane::logoPath());
     EXPECT_EQ(logo.width(), 480);
     EXPECT_EQ(logo.height(), 240);
-}
-
-TEST_F(Gui, ClosingTheMainWindowAnnouncesTheExit) {
-    MySettings settings(QStringLiteral("SODREL"), QStringLiteral("Kelvane3.6"));
-    Kelvane window(true, false, &settings, nullptr);
     QSignalSpy spy(&window, &Kelvane::signalKelvaneExiting);
     window.show();
     window.close();

@@ -398,16 +398,6 @@ TEST(Binning, SumsCellsAndRejectsBadFactors) {
     EXPECT_EQ(out.pixel(11, 5), 3.0f);  // one column and one row
 }
 
-TEST(Interpolation, OneThreadAndAllThreadsAgreeBytewise) {
-    const Image2D src = AnalyticImage(67, 53, Sinusoid);
-    Image2D one(src), all(src);
-    PIV::SetMaxThreads(1);
-    ASSERT_TRUE(one.translate(0.3, -0.7));
-    PIV::SetMaxThreads(0);
-    ASSERT_TRUE(all.translate(0.3, -0.7));
-    EXPECT_TRUE(one == all);
-}
-
 TEST(Transform, SkewGoesThroughTheGeneralMapping) {
     const Fn f = [](double x, double y) { return 10 + x + 3 * y; };
     Image2D img = AnalyticImage(24, 24, f);

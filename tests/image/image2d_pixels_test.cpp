@@ -96,15 +96,6 @@ TEST(Image2DPixels, SetPixelOutsideIsQuietBelowDebugLevelThree) {
     EXPECT_EQ(LastCode(img), PIVerror::OUTSIDE_IMAGE);
 }
 
-TEST(Image2DPixels, LineClampsItsRowIndex) {
-    Image2D img(5, 3, IMAGE_UINT16);
-    EXPECT_EQ(img.line(-1), img.bits());
-    EXPECT_EQ(img.line(1), img.bits() + 12);
-    EXPECT_EQ(img.line(3), img.bits() + 36);
-    EXPECT_EQ(img.line(99), img.bits() + 36);
-    EXPECT_EQ(Image2D().line(0), nullptr);
-}
-
 // fill stores the truncated value but keeps the asked-for value as the
 // statistics, until the next change asks for a new scan.
 TEST(Image2DPixels, FillStoresTruncatedValueButReportsTheFloat) {
@@ -235,14 +226,6 @@ TEST(Image2DPixels, ReplicateAndVectorMultiplyMakeFloatImages) {
     EXPECT_FALSE(rows.replicate(nullptr, 3, 2, true));
     EXPECT_EQ(LastCode(rows), PIVerror::INVALID_POINTER);
     EXPECT_NE(LastText(rows).find("Bad line data"), std::string::npos);
-}
-
-TEST(Image2DPixels, DumpContentsPrintsRowByRow) {
-    const Image2D img = MakeImage(3, 2, IMAGE_UINT8, {1, 2, 3, 4, 5, 6});
-    testing::internal::CaptureStdout();
-    img.dumpContents();
-    EXPECT_EQ(testing::internal::GetCapturedStdout(),
-              "w=3 h=2 8-bits/pixel\nr=0 -  1  2  3\nr=1 -  4  5  6\n");
 }
 
 // Comparison is bytewise, padding included. In a 3x2 8-bit image (stride 4)

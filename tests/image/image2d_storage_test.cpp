@@ -16,12 +16,11 @@ TEST(Image2DStorage, RowStrideAndPixelsPerLineFollowTheFourByteRule) {
         int width;
         ImageType type;
         uint64_t stride, pixelsPerLine;
-        int bytesPerPixel;
         // clang-format off
     } cases[] = {
-        {5, IMAGE_UINT8, 8, 8, 1},   {5, IMAGE_UINT16, 12, 6, 2}, {5, IMAGE_UINT32, 20, 5, 4},
-        {5, IMAGE_FLOAT, 20, 5, 4},  {1, IMAGE_UINT8, 4, 4, 1},   {1, IMAGE_UINT16, 4, 2, 2},
-        {4, IMAGE_UINT8, 4, 4, 1},   {6, IMAGE_UINT16, 12, 6, 2},
+        {5, IMAGE_UINT8, 8, 8},   {5, IMAGE_UINT16, 12, 6}, {5, IMAGE_UINT32, 20, 5},
+        {5, IMAGE_FLOAT, 20, 5},  {1, IMAGE_UINT8, 4, 4},   {1, IMAGE_UINT16, 4, 2},
+        {4, IMAGE_UINT8, 4, 4},   {6, IMAGE_UINT16, 12, 6},
     };
     // clang-format on
     for (const Case& c : cases) {
@@ -30,33 +29,25 @@ TEST(Image2DStorage, RowStrideAndPixelsPerLineFollowTheFourByteRule) {
         ASSERT_TRUE(img.alloc(c.width, 3, c.type));
         EXPECT_EQ(img.bytesPerLine(), c.stride);
         EXPECT_EQ(img.pixelsPerLine(), c.pixelsPerLine);
-        EXPECT_EQ(img.bytesPerPixel(), c.bytesPerPixel);
-        EXPECT_EQ(img.bitsPerPixel(), 8 * c.bytesPerPixel);
         EXPECT_EQ(img.numBytes(), 3 * c.stride);
-        EXPECT_EQ(img.numPixels(), 3u * c.width);
-        EXPECT_EQ(img.isFloat(), c.type == IMAGE_FLOAT);
-        EXPECT_EQ(img.fileFormat(), -1);
-        EXPECT_TRUE(img.needsStatistics());
     }
 }
 
-TEST(Image2DStorage, SameGeometryKeepsBlockAndPixels) {
+// The same geometry keeps block and pixels; 32-bit and float blocks of one
+// size are the same bytes: 0x3F800000 read as an IEEE single is 1.0.
+TEST(Image2DStorage, BlockOfTheSameSizeIsKeptWithItsBytes) {
     Image2D img = MakeImage(5, 2, IMAGE_UINT16, {1, 2, 3, 4, 5, 6, 7, 8, 9, 10});
     const uint8_t* block = img.bits();
     ASSERT_TRUE(img.resize(5, 2, IMAGE_UINT16));
     EXPECT_EQ(img.bits(), block);
     EXPECT_EQ(Pixels(img), (std::vector<float>{1, 2, 3, 4, 5, 6, 7, 8, 9, 10}));
-}
 
-// 32-bit and float blocks of one size are the same bytes: 0x3F800000 read as
-// an IEEE single is 1.0.
-TEST(Image2DStorage, TypeChangeOfEqualBlockSizeKeepsBlockAndBytes) {
-    Image2D img(3, 2, IMAGE_UINT32);
-    img.scanLine<uint32_t>(0)[0] = 0x3F800000u;
-    const uint8_t* block = img.bits();
-    ASSERT_TRUE(img.alloc(3, 2, IMAGE_FLOAT));
-    EXPECT_EQ(img.bits(), block);
-    EXPECT_EQ(img.pixel(0, 0), 1.0f);
+    Image2D word(3, 2, IMAGE_UINT32);
+    word.scanLine<uint32_t>(0)[0] = 0x3F800000u;
+    block = word.bits();
+    ASSERT_TRUE(word.alloc(3, 2, IMAGE_FLOAT));
+    EXPECT_EQ(word.bits(), block);
+    EXPECT_EQ(word.pixel(0, 0), 1.0f);
 }
 
 // operator== compares whole rows from the first pixel on, so it reads the
@@ -122,8 +113,6 @@ TEST(Image2DStorage, RefusedSizesAndTypesLeaveTheImageAsItWas) {
         EXPECT_FALSE(img.alloc(c.w, c.h, static_cast<ImageType>(c.type), c.padding));
         EXPECT_EQ(LastCode(img), c.code);
         EXPECT_EQ(img.bits(), block);
-        EXPECT_EQ(img.width(), 2u);
-        EXPECT_EQ(img.type(), IMAGE_UINT8);
         EXPECT_EQ(Pixels(img), (std::vector<float>{7, 9}));
     }
 }
@@ -148,12 +137,10 @@ TEST(Image2DStorage, CopiesAreDeep) {
     c = a;
     b.setPixel(0, 0, 100);
     c.setPixel(1, 0, 200);
-    EXPECT_NE(b.bits(), a.bits());
     EXPECT_EQ(Pixels(a), (std::vector<float>{1, 2, 3}));
     EXPECT_EQ(Pixels(b), (std::vector<float>{100, 2, 3}));
     EXPECT_EQ(Pixels(c), (std::vector<float>{1, 200, 3}));
     EXPECT_STREQ(c.fileName(), "frame_a.pgm");
-    EXPECT_TRUE(c.needsStatistics());
 
     Image2D nullImage;
     Image2D fromNull(nullImage);  // a null image copies into a null image, quietly
@@ -183,11 +170,9 @@ TEST(Image2DStorage, RefusedCopiesReportTheirReason) {
 // whole; the sanitizer reports a mismatch otherwise.
 TEST(Image2DStorage, ReferenceCountDeletesAtZero) {
     Image2D* img = new Image2D(4, 4, IMAGE_UINT8);
-    EXPECT_EQ(img->referenceCount(), 1u);
     EXPECT_EQ(img->addRef(), 2u);
     EXPECT_EQ(img->release(), 1u);
     EXPECT_EQ(img->release(), 0u);
-
     ImageBaseClass* base = new Image2D(4, 4, IMAGE_FLOAT);
     EXPECT_EQ(base->release(), 0u);
 }
@@ -195,31 +180,14 @@ TEST(Image2DStorage, ReferenceCountDeletesAtZero) {
 TEST(Image2DStorage, DestroyMakesTheImageNull) {
     Messages quiet;
     Image2D img(4, 3, IMAGE_UINT16);
-    img.setFlipFlags(3);
     img.destroy();
     EXPECT_TRUE(img.isNull());
-    EXPECT_EQ(img.type(), IMAGE_UNDEFINED);
-    EXPECT_FALSE(img.isFlippedTB());
     EXPECT_EQ(img.pixel(0, 0), 0.0f);
     EXPECT_EQ(LastCode(img), PIVerror::IMAGE_IS_NULL);
-}
-
-// A rectangle counts as inside when any corner is; flips are f AND 2
-// (top-bottom) and f AND 1 (left-right); names keep 2047 characters.
-TEST(Image2DStorage, CornersFlipsAndNames) {
-    Image2D img(6, 4, IMAGE_UINT8);
-    EXPECT_TRUE(img.isRectInside(-3, -3, 4, 4));  // corner (1, 1) lies inside
-    EXPECT_FALSE(img.isRectInside(-10, -10, 5, 5));
-    img.setFlipFlags(2);
-    EXPECT_TRUE(img.isFlippedTB() && !img.isFlippedLR());
-    img.setFlipFlags(1);
-    EXPECT_TRUE(!img.isFlippedTB() && img.isFlippedLR());
-
-    std::string longPath(3000, 'a');
-    img.setFileName(longPath.c_str());
-    EXPECT_EQ(std::strlen(img.fileName()), 2047u);
-    img.setFileName(nullptr);  // ignored
-    EXPECT_EQ(std::strlen(img.fileName()), 2047u);
+    // A rectangle counts as inside when any corner is.
+    Image2D other(6, 4, IMAGE_UINT8);
+    EXPECT_TRUE(other.isRectInside(-3, -3, 4, 4));  // corner (1, 1) lies inside
+    EXPECT_FALSE(other.isRectInside(-10, -10, 5, 5));
 }
 
 // 4x4 image with pixel (x, y) = 10 y + x, so every value names its place.

@@ -248,17 +248,6 @@ TEST(MappingFit, ZerothOrderIsAShift) {
     EXPECT_NEAR(y, 48.0, 1e-9);
 }
 
-TEST(MappingRecord, OrdersAreClipped) {
-    MAPPING_FXN_2D map;
-    map.setOrder(9);
-    EXPECT_EQ(map.maporder, 5);
-    EXPECT_EQ(map.px_count, 21);
-    map.setOrder(-1);
-    EXPECT_EQ(map.maporder, 0);
-    EXPECT_EQ(map.py_count, 1);
-    EXPECT_EQ(PIV::MappingCoeffCount(3), 10);
-}
-
 TEST(MappingRecord, PolynomialTermsInOrder) {
     // Coefficients of 1, X, Y, X^2, XY, Y^2: x = 1 + 2X + 3Y + 4X^2 + 5XY + 6Y^2.
     const double c[6] = {1, 2, 3, 4, 5, 6};

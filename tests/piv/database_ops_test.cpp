@@ -1,26 +1,21 @@
-// Arithmetic on whole fields, status bits, masks, the nearest node and the
-// post-processing chain.
+// Arithmetic on whole fields, statistics, status bits, masks, the nearest
+// node and the post-processing chain.
 #include <gtest/gtest.h>
 
+#include <cmath>
 #include <string>
+#include <vector>
 
+#include "field_grids.h"
 #include "image2d.h"
 #include "message_capture.h"
 #include "piv_data2d.h"
 #include "piv_params.h"
 
-namespace {
+using field_test::grid3x2;
+using field_test::numberNodes;
 
-// 3 x 2 nodes over a 100 x 80 image: x 10, 30, 50 and y 20, 45.
-DATA_GRID4D grid3x2(int steps = 1) {
-    DATA_GRID4D g;
-    g.nodes = SIZE3D{3, 2, 1};
-    g.timeSteps = steps;
-    g.first = POINT3D{10, 20, 0};
-    g.step = SIZE3D{20, 25, 1};
-    g.imageSize = SIZE3D{100, 80, 1};
-    return g;
-}
+namespace {
 
 PIV_VECTOR withPeaks(float dx, float dy) {
     PIV_VECTOR v;
@@ -35,6 +30,13 @@ PIV_VECTOR withPeaks(float dx, float dy) {
     return v;
 }
 
+// What the arithmetic moves: dx, dy, u, sy, the three peaks' x and y, and
+// the first peak's value, which must stay.
+std::vector<float> moved(const PIV_VECTOR& v) {
+    return {v.dx,        v.dy,        v.u,         v.sy,        v.peak[0].x,    v.peak[0].y,
+            v.peak[1].x, v.peak[1].y, v.peak[2].x, v.peak[2].y, v.peak[0].value};
+}
+
 }  // namespace
 
 TEST(PIV_DataBase, SubtractAndAddMovePeaksByTheOtherDisplacement) {
@@ -45,19 +47,10 @@ TEST(PIV_DataBase, SubtractAndAddMovePeaksByTheOtherDisplacement) {
     b.data()[4].peak[0] = PIV_PEAK{50.0f, 60.0f, 1.0f};  // b's own peaks play no part
     ASSERT_TRUE(a.subtractData(b));
     const PIV_VECTOR& v = a.data()[4];
-    EXPECT_FLOAT_EQ(v.dx, 2.0f);
-    EXPECT_FLOAT_EQ(v.dy, 2.0f);
-    EXPECT_FLOAT_EQ(v.u, 20.0f);
-    EXPECT_FLOAT_EQ(v.sy, 200.0f);
-    EXPECT_FLOAT_EQ(v.peak[0].x, 2.0f);
-    EXPECT_FLOAT_EQ(v.peak[0].y, 2.0f);
-    EXPECT_FLOAT_EQ(v.peak[1].x, 0.0f);
-    EXPECT_FLOAT_EQ(v.peak[1].y, -1.0f);
-    EXPECT_FLOAT_EQ(v.peak[2].x, -1.0f);  // even an empty peak moves
-    EXPECT_FLOAT_EQ(v.peak[0].value, 9.0f);
+    // Every peak moves by b's (1, 2), even an empty one.
+    EXPECT_EQ(moved(v), (std::vector<float>{2, 2, 20, 200, 2, 2, 0, -1, -1, -2, 9}));
     ASSERT_TRUE(a.addData(b));
-    EXPECT_FLOAT_EQ(v.dx, 3.0f);
-    EXPECT_FLOAT_EQ(v.peak[1].y, 1.0f);
+    EXPECT_EQ(moved(v), moved(withPeaks(3.0f, 4.0f)));
 
     const PIV_VECTOR before = v;
     PIV_Data2D other(grid3x2(2)), empty;
@@ -83,20 +76,13 @@ TEST(PIV_DataBase, ScaleDataByZeroIsReportedAndStillDone) {
     PIV_Data2D f(grid3x2());
     f.data()[1] = withPeaks(3.0f, -2.0f);
     ASSERT_TRUE(f.scaleData(0.5f));
-    EXPECT_FLOAT_EQ(f.data()[1].dx, 1.5f);
-    EXPECT_FLOAT_EQ(f.data()[1].u, 15.0f);
-    EXPECT_FLOAT_EQ(f.data()[1].peak[1].y, 0.5f);
-    EXPECT_FLOAT_EQ(f.data()[1].peak[1].value, 5.0f);
+    EXPECT_EQ(moved(f.data()[1]),
+              (std::vector<float>{1.5f, -1, 15, -100, 1.5f, -1, 0.5f, 0.5f, 0, 0, 9}));
     EXPECT_FALSE(f.scaleData(0.0f));
     EXPECT_EQ(f.error().getLastErrorCode(), PIVerror::BAD_PARAMETERS);
-    EXPECT_NE(quiet.all().find("scaleData() - scale factor is zero"), std::string::npos);
+    EXPECT_TRUE(HasText(quiet.all(), "scaleData() - scale factor is zero"));
     const PIV_VECTOR& v = f.data()[1];
-    EXPECT_EQ(v.dx, 0.0f);
-    EXPECT_EQ(v.dy, 0.0f);
-    EXPECT_EQ(v.u, 0.0f);
-    EXPECT_EQ(v.sy, 0.0f);
-    EXPECT_EQ(v.peak[0].x, 0.0f);
-    EXPECT_EQ(v.peak[1].y, 0.0f);
+    EXPECT_EQ(v.dx + v.dy + v.u + v.sy + v.peak[0].x + v.peak[1].y, 0.0f);
     EXPECT_EQ(v.flag, VECTOR_ENABLED);
 }
 
@@ -109,22 +95,16 @@ TEST(PIV_DataBase, ScaleGridAndDataRoundsPositions) {
     EXPECT_FALSE(f.scaleGridAndData(0.0f));
     EXPECT_FALSE(f.scaleGridAndData(-2.0f));
     EXPECT_TRUE(f.scaleGridAndData(1.0f));
-    EXPECT_EQ(f.grid().step.width, 20);
     ASSERT_TRUE(f.scaleGridAndData(1.5f));
     const PIV_VECTOR& v = f.data()[4];
     EXPECT_EQ(v.ix, 45);
     EXPECT_EQ(v.iy, 68);  // 67.5 rounds up
-    EXPECT_EQ(f.data()[0].ix, 15);
-    EXPECT_EQ(f.data()[0].iy, 30);
-    EXPECT_FLOAT_EQ(v.dx, 3.0f);
-    EXPECT_FLOAT_EQ(v.peak[1].x, 1.5f);
-    EXPECT_FLOAT_EQ(v.u, 20.0f) << "velocities are not scaled";
-    EXPECT_FLOAT_EQ(v.y, 35.0f) << "physical positions are not scaled";
-    EXPECT_EQ(f.grid().step.width, 30);
-    EXPECT_EQ(f.grid().step.height, 37);
-    EXPECT_EQ(f.grid().first.x, 15);
-    EXPECT_EQ(f.grid().imageSize.width, 150);
-    EXPECT_EQ(f.grid().imageSize.height, 120);
+    // Displacements and peaks scale; velocities, shifts and physical positions do not.
+    EXPECT_EQ(moved(v), (std::vector<float>{3, 1.5f, 20, 100, 3, 1.5f, 1.5f, 1.5f, 0, 0, 9}));
+    EXPECT_FLOAT_EQ(v.y, 35.0f);
+    const DATA_GRID4D& g = f.grid();
+    EXPECT_EQ((std::vector<int>{g.step.width, g.step.height, g.first.x, g.imageSize.height}),
+              (std::vector<int>{30, 37, 15, 120}));
 }
 
 TEST(PIV_DataBase, TranslateGridMovesRowsAgainstY) {
@@ -148,17 +128,81 @@ TEST(PIV_DataBase, InitShiftAndAddShift) {
     const PIV_VECTOR& v = f.data()[5];
     EXPECT_EQ(v.flag, VECTOR_ENABLED);
     EXPECT_EQ(v.count, 1);
-    EXPECT_FLOAT_EQ(v.peak[2].x, 2.0f);
-    EXPECT_FLOAT_EQ(v.peak[2].y, -1.0f);
-    EXPECT_EQ(v.peak[2].value, 0.0f);
+    EXPECT_EQ(moved(v), (std::vector<float>{2, -1, 0, 0, 2, -1, 2, -1, 2, -1, 0}));
     f.data()[5].peak[0].value = 4.0f;
     EXPECT_FALSE(f.addShift(0.0f, 0.0f, 0.0f));
     ASSERT_TRUE(f.addShift(0.5f, 1.0f, 0.0f));
-    EXPECT_FLOAT_EQ(v.dx, 2.5f);
-    EXPECT_FLOAT_EQ(v.dy, 0.0f);
-    EXPECT_FLOAT_EQ(v.peak[0].x, 2.5f);  // a peak with a value moves
-    EXPECT_FLOAT_EQ(v.peak[1].x, 2.0f);  // a peak of value 0 stays
-    EXPECT_FLOAT_EQ(v.peak[1].y, -1.0f);
+    // A peak with a value moves, one of value 0 stays.
+    EXPECT_EQ(moved(v), (std::vector<float>{2.5f, 0, 0, 0, 2.5f, 0, 2, -1, 2, -1, 4}));
+}
+
+TEST(PIV_Data2D, StatisticsOverEnabledVectors) {
+    MessageCapture quiet;
+    PIV_Data2D field(grid3x2());
+    EXPECT_FALSE(field.doStatistics());  // no raw data yet
+    EXPECT_EQ(field.error().getLastErrorCode(), PIVerror::DATA_IS_NULL);
+    field.setFlagRawData(true);
+    EXPECT_FALSE(field.doStatistics());  // nothing enabled
+    EXPECT_EQ(field.error().getLastErrorCode(), PIVerror::OPERATION_FAILED);
+
+    // dx 1, 2, 3 on enabled nodes; the disabled node's 100 must not count.
+    const float dx[] = {1.0f, 2.0f, 3.0f};
+    for (int k = 0; k < 3; k++) {
+        field.data()[k].dx = dx[k];
+        field.data()[k].flag = VECTOR_ENABLED;
+    }
+    field.data()[3].dx = 100.0f;
+    field.data()[4].flag = VECTOR_MASKED | VECTOR_OUTLIER;
+    field.data()[5].flag = VECTOR_ENABLED | VECTOR_INTERPOLATED;
+    field.data()[5].dx = 2.0f;
+    ASSERT_TRUE(field.doStatistics());
+    // Over 1, 2, 3, 2: mean 2, population deviation sqrt(2/4).
+    EXPECT_FLOAT_EQ(field.vectorMean().dx, 2.0f);
+    EXPECT_FLOAT_EQ(field.vectorStdDev().dx, std::sqrt(0.5f));
+    EXPECT_FLOAT_EQ(field.vectorMinimum().dx, 1.0f);
+    EXPECT_FLOAT_EQ(field.vectorMaximum().dx, 3.0f);
+    EXPECT_EQ(field.vectorsActive(), 4u);
+    EXPECT_EQ(field.vectorsMasked(), 1u);
+    EXPECT_EQ(field.vectorsInterpolated(), 1u);
+    EXPECT_EQ(field.vectorsDisabled(), 2u);  // node 3 (still flag 8) and node 4
+
+    // Differentiated data bring their own statistics: over dudy 2, 4, 0 and
+    // the interpolated node's 0 (the disabled node's 100 left out).
+    field.setFlagDifferentiated(true);
+    EXPECT_FALSE(field.doStatistics()) << "differentiated without differentials";
+    ASSERT_TRUE(field.allocDifferentials());
+    field.diffData()[0].dudy = 2.0f;
+    field.diffData()[1].dudy = 4.0f;
+    field.diffData()[3].dudy = 100.0f;
+    ASSERT_TRUE(field.doStatistics());
+    EXPECT_FLOAT_EQ(field.diffMean().dudy, 1.5f);
+    EXPECT_FLOAT_EQ(field.diffMaximum().dudy, 4.0f);
+    EXPECT_FLOAT_EQ(field.diffMinimum().dudy, 0.0f);
+}
+
+TEST(PIV_Data2D, SelfCorrelationPeaksMoveToTheBack) {
+    MessageCapture quiet;
+    PIV_Data2D field(grid3x2());
+    EXPECT_EQ(field.eliminateSelfCorrelationPeaks(1.0f), 0);
+    EXPECT_EQ(field.error().getLastErrorCode(), PIVerror::DATA_IS_NULL);
+    field.setFlagRawData(true);
+    for (int k = 0; k < field.nodeCount(); k++) field.data()[k].flag = VECTOR_ENABLED;
+    PIV_VECTOR& v = field.data()[0];
+    v.peak[0] = PIV_PEAK{0.3f, -0.4f, 9.0f};  // 0.5 from zero
+    v.peak[1] = PIV_PEAK{4.0f, 1.0f, 5.0f};
+    v.peak[2] = PIV_PEAK{-2.0f, 0.0f, 2.0f};
+    field.data()[1].peak[0] = PIV_PEAK{3.0f, 0.0f, 8.0f};
+    // Four nodes have all-zero peaks: with a result they lie at zero and
+    // count at any radius. Node 0 lies 0.5 out: the radius must exceed that.
+    EXPECT_EQ(field.eliminateSelfCorrelationPeaks(0.5f), 4);
+    EXPECT_FLOAT_EQ(v.peak[0].x, 0.3f);
+    EXPECT_EQ(field.eliminateSelfCorrelationPeaks(0.6f), 5);
+    EXPECT_FLOAT_EQ(v.dx, 4.0f);
+    EXPECT_FLOAT_EQ(v.dy, 1.0f);
+    EXPECT_FLOAT_EQ(v.snr, 5.0f);
+    EXPECT_FLOAT_EQ(v.peak[2].x, 0.3f);
+    EXPECT_FLOAT_EQ(v.peak[2].value, 0.0f);
+    EXPECT_FLOAT_EQ(field.data()[1].peak[0].x, 3.0f);
 }
 
 TEST(PIV_DataBase, StatusBits) {
@@ -183,7 +227,7 @@ TEST(PIV_DataBase, StatusBits) {
     // Nodes 0, 2, 4 and 5 have dx = dy = 0; node 1 has dy 1, node 3 dx 1.
     EXPECT_EQ(f.disableNullVectors(), 4);
     SetDebugLevel(level);
-    EXPECT_NE(capture.all().find("PIV_DataBase: disabled 4 null-vectors"), std::string::npos);
+    EXPECT_TRUE(HasText(capture.all(), "PIV_DataBase: disabled 4 null-vectors"));
     EXPECT_EQ(f.data()[0].flag, VECTOR_OUTLIER);
     EXPECT_EQ(f.data()[0].count, 0);
     EXPECT_EQ(f.data()[1].flag, VECTOR_ENABLED);
@@ -195,11 +239,8 @@ TEST(PIV_DataBase, MaskOutVectorsClearsNodeAndDifferentials) {
     PIV_Data2D f(grid3x2(2));
     ASSERT_TRUE(f.allocDifferentials());
     for (int k = 0; k < f.nodeCount(); k++) {
-        PIV_VECTOR v = withPeaks(1.0f, 1.0f);
-        v.ix = f.data()[k].ix;
-        v.iy = f.data()[k].iy;
-        v.corr = 0.8f;
-        f.data()[k] = v;
+        f.data()[k].setSuccess();
+        f.data()[k].corr = f.data()[k].peak[1].value = 0.8f;
         f.diffData()[k].dudx = 1.0f;
     }
     Image2D mask(100, 80, IMAGE_UINT8);
@@ -209,12 +250,9 @@ TEST(PIV_DataBase, MaskOutVectorsClearsNodeAndDifferentials) {
     EXPECT_EQ(f.vectorsMasked(), 2u);  // the node in both time steps
     for (int k : {4, 10}) {
         const PIV_VECTOR& v = f.data()[k];
-        EXPECT_EQ(v.flag, VECTOR_MASKED | VECTOR_OUTLIER);
-        EXPECT_EQ(v.count, 0);
-        EXPECT_EQ(v.corr, 0.0f);
-        EXPECT_EQ(v.peak[1].value, 0.0f);
-        EXPECT_EQ(v.ix, 30);
-        EXPECT_EQ(f.diffData()[k].dudx, 0.0f);
+        EXPECT_EQ((std::vector<int>{v.flag, v.count, v.ix}),
+                  (std::vector<int>{VECTOR_MASKED | VECTOR_OUTLIER, 0, 30}));
+        EXPECT_EQ(v.corr + v.peak[1].value + f.diffData()[k].dudx, 0.0f);
     }
     EXPECT_EQ(f.data()[3].flag, VECTOR_ENABLED);
     EXPECT_EQ(f.diffData()[3].dudx, 1.0f);
@@ -269,63 +307,56 @@ TEST(PIV_Data2D, NearestVectorIndexByCell) {
     EXPECT_FALSE(found);
 }
 
-namespace {
-
-void setOutlierCheck(PIV_Parameters& params, bool enable) {
+// A field of enabled 1 px vectors, post-processed with validation on or off.
+void configure(PIV_Parameters& params, bool validate) {
     OUTLIER_CFG outlier = params.outlierCfg();
-    outlier.Enable = enable;
+    outlier.Enable = validate;
     params.setOutlierCfg(outlier);
+    PIVCONVERT_CFG conversion = params.pivConvertCfg();
+    conversion.LengthConversion[0] = conversion.LengthConversion[1] = 10.0;  // px per mm
+    conversion.PulseDelay = 100.0;                                           // us
+    params.setPivConvertCfg(conversion);
 }
 
-void fillEnabled(PIV_Data2D& f) {
-    for (int k = 0; k < f.nodeCount(); k++) f.data()[k] = withPeaks(1.0f, 0.0f);
-    f.setFlagRawData(true);
-}
+struct Processed : PIV_Data2D {
+    Processed(bool validate, bool allowed, int mode = PIV::ANALYSIS_CROSS_CORRELATION)
+        : PIV_Data2D(grid3x2()) {
+        PIV_Parameters params;
+        configure(params, validate);
+        setAnalysisMode(mode);
+        for (int k = 0; k < nodeCount(); k++) data()[k] = withPeaks(1.0f, 0.0f);
+        setFlagRawData(true);
+        setFlagAllowPostProcess(allowed);
+        EXPECT_TRUE(postProcess(&params, nullptr, false));
+    }
+};
 
-}  // namespace
-
-TEST(PIV_Data2D, PostProcessRunsValidationOnlyWhenDue) {
+TEST(PIV_Data2D, PostProcessRunsTheStagesThatAreDue) {
     MessageCapture quiet;
-    PIV_Parameters checking, plain;
-    setOutlierCheck(checking, true);
-    setOutlierCheck(plain, false);
-    {
-        // A fresh field needs validation: it is validated, converted and
-        // differentiated in that order.
-        PIV_Data2D f(grid3x2());
-        fillEnabled(f);
-        f.setFlagAllowPostProcess(true);
-        ASSERT_TRUE(f.postProcess(&checking, nullptr, false));
-        EXPECT_TRUE(f.isValidated());
-        EXPECT_TRUE(f.isConverted());
-        EXPECT_TRUE(f.isDifferentiated());
+    // A fresh field needs validation: it is validated, converted and
+    // differentiated. 1 px at 10 px/mm in 100 us: 0.1 mm in 1e-4 s, 1 m/s.
+    for (int mode : {PIV::ANALYSIS_CROSS_CORRELATION, PIV::ANALYSIS_SPECKLE}) {
+        Processed f(true, true, mode);
+        EXPECT_TRUE(f.isValidated() && f.isConverted() && f.isDifferentiated());
         EXPECT_FALSE(f.needsDifferentiation());
+        EXPECT_NEAR(f.data()[0].u, 1.0f, 1e-5f);
+        EXPECT_EQ(f.dataType(),
+                  mode == PIV::ANALYSIS_SPECKLE ? PIV::DATA_SPECKLE : PIV::DATA_VELOCITY);
     }
-    {
-        PIV_Data2D f(grid3x2());
-        fillEnabled(f);
-        f.setFlagAllowPostProcess(true);
-        ASSERT_TRUE(f.postProcess(&plain, nullptr, false));
-        EXPECT_FALSE(f.needsValidation());
-        EXPECT_FALSE(f.needsConversion());
-        EXPECT_FALSE(f.needsDifferentiation());
-        // Validated and nothing pending: the check is not due, unless forced.
-        f.setFlagValidated(true);
-        EXPECT_TRUE(f.postProcess(&checking, nullptr, false));
-        EXPECT_TRUE(f.postProcess(&checking, nullptr, true));
-    }
-    {
-        // Post-processing not allowed: the stages are dropped, the field is
-        // not converted, but differentials, statistics and the data type
-        // still follow.
-        PIV_Data2D f(grid3x2());
-        fillEnabled(f);
-        ASSERT_TRUE(f.postProcess(&checking, nullptr, false));
-        EXPECT_FALSE(f.needsValidation());
-        EXPECT_FALSE(f.needsConversion());
-        EXPECT_FALSE(f.isConverted());
-        EXPECT_TRUE(f.isDifferentiated());
-        EXPECT_EQ(f.vectorsActive(), 6u);
-        EXPECT_EQ(f.dataType() & PIV::DATA_VELOCITY, PIV::DATA_VELOCITY);
-    }
+    Processed plain(false, true);
+    EXPECT_FALSE(plain.needsValidation() || plain.needsConversion());
+    EXPECT_FALSE(plain.needsDifferentiation());
+    // Validated and nothing pending: no stage is due, unless forced.
+    PIV_Parameters checking;
+    configure(checking, true);
+    plain.setFlagValidated(true);
+    EXPECT_TRUE(plain.postProcess(&checking, nullptr, false));
+    EXPECT_TRUE(plain.postProcess(&checking, nullptr, true));
+    // Post-processing not allowed: the stages are dropped, the field is not
+    // converted, but differentials, statistics and the data type still follow.
+    Processed barred(true, false);
+    EXPECT_FALSE(barred.needsValidation() || barred.needsConversion() || barred.isConverted());
+    EXPECT_TRUE(barred.isDifferentiated());
+    EXPECT_EQ(barred.vectorsActive(), 6u);
+    EXPECT_EQ(barred.dataType() & PIV::DATA_VELOCITY, PIV::DATA_VELOCITY);
 }

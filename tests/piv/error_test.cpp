@@ -49,18 +49,6 @@ TEST(PIVerror, HandleErrorNamesThePlaceAndAppendsAPendingDetail) {
     EXPECT_STREQ(e.getLastError(), "ERROR 'PIV_Parameters' : bad range");
 }
 
-TEST(PIVerror, UnnamedOwnerAndInit) {
-    PIVerror e;
-    EXPECT_STREQ(e.name(), "_undefined_");
-    e.setName("X");
-    e.setErrorHandling(PIVerror::ERROR_QUIET);
-    e.handleError(5, "f()");
-    e.init();
-    EXPECT_STREQ(e.name(), "_undefined_");
-    EXPECT_EQ(e.getLastErrorCode(), 0);
-    EXPECT_STREQ(e.getLastError(), "");
-}
-
 TEST(PIVerror, NoErrorRecordsTheCodeAndReportsNothing) {
     MessageCapture capture;
     PIVerror e("X");
@@ -86,15 +74,6 @@ TEST(PIVerror, QuietModeSpeaksOnlyAboveDebugLevelZero) {
         e.handleError(PIVerror::BAD_RANGE, "f()");
         EXPECT_EQ(capture.lines().size(), 1u);
     }
-}
-
-TEST(PIVerror, OverrideIsUndoneByClear) {
-    PIVerror e("X");
-    EXPECT_EQ(e.errorHandling(), PIVerror::ERROR_REPORT);
-    e.setOverrideErrorHandling(PIVerror::ERROR_QUIET);
-    EXPECT_EQ(e.errorHandling(), PIVerror::ERROR_QUIET);
-    e.clearOverrideErrorHandling();
-    EXPECT_EQ(e.errorHandling(), PIVerror::ERROR_REPORT);
 }
 
 namespace {

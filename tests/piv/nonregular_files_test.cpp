@@ -36,8 +36,6 @@ TEST(SpecialFiles, NeitherParametersNorFieldsAreReadFromThem) {
         EXPECT_FALSE(field.load(p));
         EXPECT_TRUE(field.isNull());
         EXPECT_EQ(field.error().getLastErrorCode(), PIVerror::FILE_READ_FAILED);
-        EXPECT_NE(std::string(field.getLastError()).find("'" + path + "' is not a regular file"),
-                  std::string::npos)
-            << field.getLastError();
+        EXPECT_TRUE(HasText(field.getLastError(), "'" + path + "' is not a regular file"));
     }
 }

@@ -143,56 +143,43 @@ const std::vector<Field>& carriedFields() {
 #undef D
 #undef T
 
-// A double read from a field of either precision.
+// Floats and doubles alike, told apart by the field's size.
 double number(const Field& f, ParRecords& r) {
     void* p = f.at(r);
-    if (f.size == sizeof(float)) return *static_cast<float*>(p);
-    return *static_cast<double*>(p);
+    return f.size == sizeof(float) ? *static_cast<float*>(p) : *static_cast<double*>(p);
 }
 
 void setNumber(const Field& f, ParRecords& r, double v) {
     void* p = f.at(r);
-    if (f.size == sizeof(float))
-        *static_cast<float*>(p) = static_cast<float>(v);
-    else
-        *static_cast<double*>(p) = v;
+    if (f.size == sizeof(float)) *static_cast<float*>(p) = static_cast<float>(v);
+    if (f.size == sizeof(double)) *static_cast<double*>(p) = v;
 }
 
 // Six significant digits: %g rounds within half a unit of the sixth digit.
 bool closeEnough(double a, double b, double relative) {
-    if (a == b) return true;
-    return std::fabs(a - b) <= relative * std::max(std::fabs(a), std::fabs(b));
+    return a == b || std::fabs(a - b) <= relative * std::max(std::fabs(a), std::fabs(b));
 }
 
 double randomMagnitude(std::mt19937& rng, int minExp, int maxExp) {
-    std::uniform_int_distribution<int> exp(minExp, maxExp);
-    std::uniform_real_distribution<double> mantissa(1.0, 10.0);
-    return mantissa(rng) * std::pow(10.0, exp(rng));
+    return std::uniform_real_distribution<double>(1.0, 10.0)(rng) *
+           std::pow(10.0, std::uniform_int_distribution<int>(minExp, maxExp)(rng));
 }
 
+// Printable characters, blanks and separators included, no double quote.
 std::string randomText(std::mt19937& rng, std::size_t maxLength) {
-    // Printable characters, blanks and separators included, no double quote.
     static const std::string alphabet =
         "abcdefghijklmnopqrstuvwxyzABCDEFGHIJKLMNOPQRSTUVWXYZ0123456789 =;,._-/\\#[%!()";
-    std::uniform_int_distribution<std::size_t> length(0, maxLength);
-    std::uniform_int_distribution<std::size_t> pick(0, alphabet.size() - 1);
-    std::string s(length(rng), ' ');
-    for (char& c : s) c = alphabet[pick(rng)];
+    std::string s(std::uniform_int_distribution<std::size_t>(0, maxLength)(rng), ' ');
+    for (char& c : s)
+        c = alphabet[std::uniform_int_distribution<std::size_t>(0, alphabet.size() - 1)(rng)];
     return s;
 }
 
+// Mostly moderate, now and then the extremes and zero.
 int randomInt(std::mt19937& rng) {
-    std::uniform_int_distribution<int> choice(0, 19);
-    switch (choice(rng)) {
-        case 0:
-            return INT_MAX;
-        case 1:
-            return INT_MIN;
-        case 2:
-            return 0;
-        default:
-            return std::uniform_int_distribution<int>(-100000, 100000)(rng);
-    }
+    const int extremes[3] = {INT_MAX, INT_MIN, 0};
+    const int choice = std::uniform_int_distribution<int>(0, 19)(rng);
+    return choice < 3 ? extremes[choice] : std::uniform_int_distribution<int>(-100000, 100000)(rng);
 }
 
 std::string show(double v) {
@@ -208,30 +195,18 @@ void FillRandom(ParRecords& r, std::mt19937& rng) {
     std::bernoulli_distribution coin(0.5);
     for (const Field& f : carriedFields()) {
         void* p = f.at(r);
-        switch (f.kind) {
-            case Kind::Int:
-                *static_cast<int32_t*>(p) = randomInt(rng);
-                break;
-            case Kind::PositiveInt:
-                *static_cast<int32_t*>(p) = std::uniform_int_distribution<int>(1, 4096)(rng);
-                break;
-            case Kind::Bool:
-                *static_cast<bool*>(p) = coin(rng);
-                break;
-            case Kind::Float:
-            case Kind::Double: {
-                const double v = coin(rng) ? randomMagnitude(rng, -6, 6) : 0.0;
-                setNumber(f, r, coin(rng) ? -v : v);
-                break;
-            }
-            case Kind::PositiveDouble:
-                setNumber(f, r, randomMagnitude(rng, -3, 3));
-                break;
-            case Kind::Text: {
-                const std::string s = randomText(rng, std::min<std::size_t>(f.size - 1, 200));
-                PIV::CopyText(static_cast<char*>(p), f.size, s.c_str());
-                break;
-            }
+        if (f.kind == Kind::Int) *static_cast<int32_t*>(p) = randomInt(rng);
+        if (f.kind == Kind::PositiveInt)
+            *static_cast<int32_t*>(p) = std::uniform_int_distribution<int>(1, 4096)(rng);
+        if (f.kind == Kind::Bool) *static_cast<bool*>(p) = coin(rng);
+        if (f.kind == Kind::Float || f.kind == Kind::Double) {
+            const double v = coin(rng) ? randomMagnitude(rng, -6, 6) : 0.0;
+            setNumber(f, r, coin(rng) ? -v : v);
+        }
+        if (f.kind == Kind::PositiveDouble) setNumber(f, r, randomMagnitude(rng, -3, 3));
+        if (f.kind == Kind::Text) {
+            const std::string s = randomText(rng, std::min<std::size_t>(f.size - 1, 200));
+            PIV::CopyText(static_cast<char*>(p), f.size, s.c_str());
         }
     }
     r.params.convert.LengthConversion[1] = randomMagnitude(rng, -3, 3);
@@ -259,32 +234,19 @@ std::vector<std::string> CarriedDifferences(const ParRecords& expected, const Pa
     for (const Field& f : carriedFields()) {
         const void* pe = f.at(e);
         const void* pa = f.at(a);
-        switch (f.kind) {
-            case Kind::Int:
-            case Kind::PositiveInt: {
-                const int32_t x = *static_cast<const int32_t*>(pe);
-                const int32_t y = *static_cast<const int32_t*>(pa);
-                if (x != y) report(f.name, std::to_string(x), std::to_string(y));
-                break;
-            }
-            case Kind::Bool: {
-                const bool x = *static_cast<const bool*>(pe);
-                const bool y = *static_cast<const bool*>(pa);
-                if (x != y) report(f.name, std::to_string(x), std::to_string(y));
-                break;
-            }
-            case Kind::Float:
-            case Kind::Double:
-            case Kind::PositiveDouble: {
-                const double x = number(f, e), y = number(f, a);
-                if (!closeEnough(x, y, 1e-5)) report(f.name, show(x), show(y));
-                break;
-            }
-            case Kind::Text:
-                // Whole arrays: the tail behind the text must be cleared too.
-                if (std::memcmp(pe, pa, f.size) != 0)
-                    report(f.name, static_cast<const char*>(pe), static_cast<const char*>(pa));
-                break;
+        if (f.kind == Kind::Int || f.kind == Kind::PositiveInt || f.kind == Kind::Bool) {
+            const auto get = [&f](const void* p) -> int64_t {
+                return f.kind == Kind::Bool ? *static_cast<const bool*>(p)
+                                            : *static_cast<const int32_t*>(p);
+            };
+            if (get(pe) != get(pa))
+                report(f.name, std::to_string(get(pe)), std::to_string(get(pa)));
+        } else if (f.kind == Kind::Text) {
+            // Whole arrays: the tail behind the text must be cleared too.
+            if (std::memcmp(pe, pa, f.size) != 0)
+                report(f.name, static_cast<const char*>(pe), static_cast<const char*>(pa));
+        } else if (!closeEnough(number(f, e), number(f, a), 1e-5)) {
+            report(f.name, show(number(f, e)), show(number(f, a)));
         }
     }
     if (!e.image.CropRect.isIdentical(a.image.CropRect)) report("image.CropRect", "", "other");

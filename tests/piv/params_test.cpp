@@ -6,85 +6,36 @@
 
 namespace {
 
-struct MendCase {
-    const char* name;
-    void (*spoil)(PIVEVAL_CFG&);
-    void (*check)(const PIVEVAL_CFG&);
-};
-
-class CheckPivEvalCfg : public ::testing::TestWithParam<MendCase> {};
-
-TEST_P(CheckPivEvalCfg, MendsTheSpoiledField) {
-    PIVEVAL_CFG cfg;
-    GetParam().spoil(cfg);
-    PIV_Parameters::checkPivEvalCfg(cfg);
-    GetParam().check(cfg);
+bool Is(const SIZE3D& s, int w, int h, int d) {
+    return s.width == w && s.height == h && s.depth == d;
 }
 
-INSTANTIATE_TEST_SUITE_P(Cases, CheckPivEvalCfg,
-                         ::testing::Values(MendCase{"NodesBelowOneBecomeOne",
-                                                    [](PIVEVAL_CFG& c) {
-                                                        c.grid.nodes = {0, -3, 0};
-                                                    },
-                                                    [](const PIVEVAL_CFG& c) {
-                                                        EXPECT_EQ(c.grid.nodes.width, 1);
-                                                        EXPECT_EQ(c.grid.nodes.height, 1);
-                                                        EXPECT_EQ(c.grid.nodes.depth, 1);
-                                                    }},
-                                           MendCase{"NegativeImageSizeBecomesZero",
-                                                    [](PIVEVAL_CFG& c) {
-                                                        c.grid.imageSize = {-5, 0, -1};
-                                                    },
-                                                    [](const PIVEVAL_CFG& c) {
-                                                        EXPECT_EQ(c.grid.imageSize.width, 0);
-                                                        EXPECT_EQ(c.grid.imageSize.height, 0);
-                                                        EXPECT_EQ(c.grid.imageSize.depth, 0);
-                                                    }},
-                                           MendCase{"StepBelowOneBecomes16",
-                                                    [](PIVEVAL_CFG& c) {
-                                                        c.grid.step = {0, -2, 8};
-                                                    },
-                                                    [](const PIVEVAL_CFG& c) {
-                                                        EXPECT_EQ(c.grid.step.width, 16);
-                                                        EXPECT_EQ(c.grid.step.height, 16);
-                                                        EXPECT_EQ(c.grid.step.depth, 8);
-                                                    }},
-                                           MendCase{"WindowBelowTwoBecomes32AndTheTransformFollows",
-                                                    [](PIVEVAL_CFG& c) {
-                                                        c.SampleSize = {1, 64, 1};
-                                                        c.FFTSize = {8, 8, 1};
-                                                    },
-                                                    [](const PIVEVAL_CFG& c) {
-                                                        EXPECT_EQ(c.SampleSize.width, 32);
-                                                        EXPECT_EQ(c.SampleSize.height, 64);
-                                                        EXPECT_EQ(c.SampleSize.depth, 32);
-                                                        EXPECT_EQ(c.FFTSize.width, 32);
-                                                        EXPECT_EQ(c.FFTSize.height, 64);
-                                                        EXPECT_EQ(c.FFTSize.depth, 32);
-                                                    }},
-                                           MendCase{"OffsetBeyondThousandBecomesZero",
-                                                    [](PIVEVAL_CFG& c) {
-                                                        c.SampleOffset = {1001, -1000, -2000};
-                                                    },
-                                                    [](const PIVEVAL_CFG& c) {
-                                                        EXPECT_EQ(c.SampleOffset.x, 0);
-                                                        EXPECT_EQ(c.SampleOffset.y, -1000);
-                                                        EXPECT_EQ(c.SampleOffset.z, 0);
-                                                    }},
-                                           MendCase{"NegativeFirstNodeBecomesZero",
-                                                    [](PIVEVAL_CFG& c) {
-                                                        c.grid.first = {-1, 5, -9};
-                                                    },
-                                                    [](const PIVEVAL_CFG& c) {
-                                                        EXPECT_EQ(c.grid.first.x, 0);
-                                                        EXPECT_EQ(c.grid.first.y, 5);
-                                                        EXPECT_EQ(c.grid.first.z, 0);
-                                                    }}),
-                         [](const ::testing::TestParamInfo<MendCase>& info) {
-                             return info.param.name;
-                         });
-
 }  // namespace
+
+TEST(PIV_Parameters, CheckPivEvalCfgMendsEachSpoiledField) {
+    // Nonsense in every mended field at once; each field is mended on its
+    // own, what lies in range stays.
+    PIVEVAL_CFG c;
+    c.grid.nodes = {0, -3, 0};       // below one: one
+    c.grid.imageSize = {-5, 0, -1};  // negative: zero
+    c.grid.step = {0, -2, 8};        // below one: 16
+    c.SampleSize = {1, 64, 1};       // below two: 32, and the transform follows
+    c.FFTSize = {8, 8, 1};
+    c.SampleOffset = {1001, -1000, -2000};  // beyond a thousand: zero
+    c.grid.first = {-1, 5, -9};             // negative: zero
+    PIV_Parameters::checkPivEvalCfg(c);
+    EXPECT_TRUE(Is(c.grid.nodes, 1, 1, 1));
+    EXPECT_TRUE(Is(c.grid.imageSize, 0, 0, 0));
+    EXPECT_TRUE(Is(c.grid.step, 16, 16, 8));
+    EXPECT_TRUE(Is(c.SampleSize, 32, 64, 32));
+    EXPECT_TRUE(Is(c.FFTSize, 32, 64, 32));
+    EXPECT_EQ(c.SampleOffset.x, 0);
+    EXPECT_EQ(c.SampleOffset.y, -1000);
+    EXPECT_EQ(c.SampleOffset.z, 0);
+    EXPECT_EQ(c.grid.first.x, 0);
+    EXPECT_EQ(c.grid.first.y, 5);
+    EXPECT_EQ(c.grid.first.z, 0);
+}
 
 TEST(PIV_Parameters, SetPivEvalCfgReportsWhatMatters) {
     PIV_Parameters p;
@@ -134,21 +85,16 @@ TEST(PIV_Parameters, RequiresNewGridReportsAGridThatCannotBeLaid) {
     cfg.SampleSize = SIZE3D{512, 512, 1};
     MessageCapture capture;
     EXPECT_TRUE(p.requiresNewGrid(cfg));
-    EXPECT_NE(std::string(p.error().getLastError()).find("trouble with grid calculation"),
-              std::string::npos);
+    EXPECT_TRUE(HasText(p.error().getLastError(), "trouble with grid calculation"));
 }
 
 TEST(PIV_Parameters, SetRoiSortsClipsAndLays) {
     PIV_Parameters p;
     p.setImageSize(256, 256, 1, true);
     EXPECT_TRUE(p.setROI(RECT3D{300, 40, 100, -20, 0, 0}, true));
-    const DATA_GRID4D g = p.dataGrid();
-    EXPECT_TRUE(g.roiEnabled);
-    EXPECT_EQ(g.roi.left, 40);
-    EXPECT_EQ(g.roi.right, 256);
-    EXPECT_EQ(g.roi.top, 0);
-    EXPECT_EQ(g.roi.bottom, 100);
-    EXPECT_EQ(g.nodes.width, 12);
+    // The grid test works the same region out node by node.
+    EXPECT_TRUE(p.dataGrid().roiEnabled);
+    EXPECT_EQ(p.dataGrid().nodes.width, 12);
     EXPECT_FALSE(p.setROI(RECT3D{40, 256, 0, 100, 0, 0}, true));
 }
 
@@ -166,11 +112,4 @@ TEST(PIV_Parameters, ScaleFactorAndOriginFeedTheConversion) {
     EXPECT_FLOAT_EQ(v.y, 40.0f);
     // Default pulse delay 1000 us: 0.5 mm in 1 ms = 0.5 m/s.
     EXPECT_FLOAT_EQ(v.u, 0.5f);
-}
-
-TEST(PIV_Parameters, ReferenceCountStartsAtOne) {
-    auto* p = new PIV_Parameters;
-    EXPECT_EQ(p->addRef(), 2u);
-    EXPECT_EQ(p->release(), 1u);
-    EXPECT_EQ(p->release(), 0u);  // deleted here; the sanitizer checks the rest
 }

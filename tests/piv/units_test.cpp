@@ -2,6 +2,7 @@
 #include <gtest/gtest.h>
 
 #include <cstring>
+#include <vector>
 
 #include "piv_units.h"
 
@@ -18,59 +19,46 @@ PIVCONVERT_CFG labSetup() {
     return cfg;
 }
 
-PIV_VECTOR node(int ix, int iy, float dx, float dy) {
-    PIV_VECTOR v;
-    v.ix = ix;
-    v.iy = iy;
-    v.dx = dx;
-    v.dy = dy;
-    return v;
-}
-
 }  // namespace
 
-TEST(ConvertVector, MillimetreGridMetresPerSecondMicrometres) {
-    PIVCONVERT_CFG cfg = labSetup();
+// Node (100, 112) moved by (5, -2) px, converted under three setups.
+TEST(ConvertVector, PositionsVelocitiesAndShiftsInTheChosenUnits) {
+    using Setup = void (*)(PIVCONVERT_CFG&);
+    const struct {
+        const char* name;
+        Setup setup;
+        float x, y, u, v, sx, sy;
+    } cases[] = {
+        // x = 100 px / 10 = 10 mm; y counts up from row 512: (512 - 112) / 10 = 40 mm.
+        // 5 px = 0.5 mm = 500 um in 100 us = 5 m/s.
+        {"mm, m/s, um", [](PIVCONVERT_CFG&) {}, 10, 40, 5, -2, 500, -200},
+        // 10 px per cm: 5 px = 0.5 cm = 5 mm in 100 us = 50 m/s = 5000 cm/s.
+        {"cm, cm/s, mm",
+         [](PIVCONVERT_CFG& c) {
+             PIV::CopyText(c.VelocityUnits, "cm/s");
+             PIV::CopyText(c.DisplacementUnits, "mm");
+             PIV::CopyText(c.LengthConversionUnits, "cm");
+         },
+         10, 40, 5000, -2000, 5, -2},
+        // No magnification on x gives zero there, not infinity.
+        {"zero magnification", [](PIVCONVERT_CFG& c) { c.LengthConversion[0] = 0.0; }, 0, 40, 0, -2,
+         0, -200},
+    };
+    for (const auto& c : cases) {
+        PIVCONVERT_CFG cfg = labSetup();
+        c.setup(cfg);
+        PIV::UpdateConversionFactors(&cfg);
+        PIV_VECTOR v;
+        v.ix = 100, v.iy = 112, v.dx = 5.0f, v.dy = -2.0f;
+        PIV::ConvertVector(&v, cfg);
+        const std::vector<float> got{v.x, v.y, v.u, v.v, v.sx, v.sy};
+        const std::vector<float> want{c.x, c.y, c.u, c.v, c.sx, c.sy};
+        for (size_t i = 0; i < got.size(); i++)
+            EXPECT_FLOAT_EQ(got[i], want[i]) << c.name << " " << i;
+    }
     // mm grid over m/s: 1 / 1000; mm grid over um: 1 / 0.001.
-    EXPECT_DOUBLE_EQ(cfg.velocityFactor, 0.001);
-    EXPECT_DOUBLE_EQ(cfg.displacementFactor, 1000.0);
-
-    PIV_VECTOR v = node(100, 112, 5.0f, -2.0f);
-    PIV::ConvertVector(&v, cfg);
-    // Position: x = 100 px / 10 = 10 mm; y counts up from row 512: (512-112)/10 = 40 mm.
-    EXPECT_FLOAT_EQ(v.x, 10.0f);
-    EXPECT_FLOAT_EQ(v.y, 40.0f);
-    // 5 px = 0.5 mm in 100 us = 5 m/s; -2 px = -0.2 mm in 100 us = -2 m/s.
-    EXPECT_FLOAT_EQ(v.u, 5.0f);
-    EXPECT_FLOAT_EQ(v.v, -2.0f);
-    // 0.5 mm = 500 um.
-    EXPECT_FLOAT_EQ(v.sx, 500.0f);
-    EXPECT_FLOAT_EQ(v.sy, -200.0f);
-}
-
-TEST(ConvertVector, OtherUnitsScaleByTheirTables) {
-    PIVCONVERT_CFG cfg = labSetup();
-    PIV::CopyText(cfg.VelocityUnits, "cm/s");
-    PIV::CopyText(cfg.DisplacementUnits, "mm");
-    PIV::CopyText(cfg.LengthConversionUnits, "cm");  // now 10 px per centimetre
-    PIV::UpdateConversionFactors(&cfg);
-    PIV_VECTOR v = node(100, 112, 5.0f, 0.0f);
-    PIV::ConvertVector(&v, cfg);
-    // 5 px = 0.5 cm = 5 mm in 100 us = 50 m/s = 5000 cm/s.
-    EXPECT_FLOAT_EQ(v.u, 5000.0f);
-    EXPECT_FLOAT_EQ(v.sx, 5.0f);  // 5 mm
-    EXPECT_FLOAT_EQ(v.x, 10.0f);  // 10 cm
-}
-
-TEST(ConvertVector, ZeroMagnificationGivesZeroNotInfinity) {
-    PIVCONVERT_CFG cfg = labSetup();
-    cfg.LengthConversion[0] = 0.0;
-    PIV_VECTOR v = node(100, 112, 5.0f, 1.0f);
-    PIV::ConvertVector(&v, cfg);
-    EXPECT_EQ(v.x, 0.0f);
-    EXPECT_EQ(v.u, 0.0f);
-    EXPECT_EQ(v.sx, 0.0f);
-    EXPECT_FLOAT_EQ(v.v, 1.0f);
+    EXPECT_DOUBLE_EQ(labSetup().velocityFactor, 0.001);
+    EXPECT_DOUBLE_EQ(labSetup().displacementFactor, 1000.0);
 }
 
 TEST(UpdateConversionFactors, UnknownNamesFallBackAndTheFactorsFollow) {

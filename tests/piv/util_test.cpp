@@ -1,7 +1,6 @@
 // Process-wide helpers: the software's name, threads, sorting, names of variables.
 #include <gtest/gtest.h>
 
-#include <cstring>
 #include <vector>
 
 #include "piv_enums.h"
@@ -62,11 +61,6 @@ TEST(Paths, BackslashesBecomeSlashes) {
     EXPECT_STREQ(PIV::ReplaceBackslashes(path), "C:/data/run1/a.tif");
 }
 
-TEST(Version, LineNamesTheLibraryVersion) {
-    EXPECT_EQ(std::strncmp(PIV::LibraryVersionLine(), "LIBTORVO Version: 3.6.0.a  (Build: ", 35),
-              0);
-}
-
 TEST(VariableNames, ListAndLookup) {
     EXPECT_STREQ(PIV::GetVariableNameFromType(0), "flag");
     EXPECT_STREQ(PIV::GetVariableNameFromType(16), "u");
@@ -91,8 +85,4 @@ TEST(AnalysisMode, AnythingButTwoAndThreeIsCrossCorrelation) {
     EXPECT_EQ(PIV::ToAnalysisMode(7), PIV::ANALYSIS_CROSS_CORRELATION);
     EXPECT_EQ(PIV::DataTypeOfAnalysisMode(3), 4096);
     EXPECT_EQ(PIV::DataTypeOfAnalysisMode(2), 2048);
-}
-
-TEST(Endianness, AgreesWithTheCompiler) {
-    EXPECT_EQ(PIV::IsSystemBigEndian(), __BYTE_ORDER__ == __ORDER_BIG_ENDIAN__);
 }

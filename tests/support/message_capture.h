@@ -2,6 +2,8 @@
 // expected errors neither clutter the test output nor go unchecked.
 #pragma once
 
+#include <gtest/gtest.h>
+
 #include <string>
 #include <vector>
 
@@ -45,3 +47,9 @@ private:
     }
     int m_old;
 };
+
+// Whether `text` holds `part`; a failure shows the whole text.
+inline ::testing::AssertionResult HasText(const std::string& text, const std::string& part) {
+    if (text.find(part) != std::string::npos) return ::testing::AssertionSuccess();
+    return ::testing::AssertionFailure() << "\"" << part << "\" is not in:\n" << text;
+}

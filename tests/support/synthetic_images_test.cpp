@@ -36,66 +36,40 @@ float At(const std::vector<float>& image, int width, int x, int y) {
     return image[static_cast<std::size_t>(y) * width + x];
 }
 
-TEST(SyntheticFlows, ShearGrowsLinearlyFromTheReferenceRow) {
-    // dx = 1 + 0.05 (y - 100): 1 px on row 100, 1 + 0.05 * 40 = 3 px on row 140.
-    ShearFlow flow(1.0, 0.05, 100.0);
-    double dx, dy;
-    flow.displacement(7.0, 100.0, dx, dy);
-    EXPECT_DOUBLE_EQ(dx, 1.0);
-    EXPECT_DOUBLE_EQ(dy, 0.0);
-    flow.displacement(200.0, 140.0, dx, dy);
-    EXPECT_DOUBLE_EQ(dx, 3.0);
-}
-
-TEST(SyntheticFlows, SinusoidPeaksAQuarterWavelengthIn) {
-    // Wavelength 64: sin is 1 at y = 16, 0 at y = 32, -1 at y = 48.
-    SinusoidalFlow flow(2.0, 64.0, 0.0, 0.5);
-    double dx, dy;
-    flow.displacement(0.0, 16.0, dx, dy);
-    EXPECT_NEAR(dx, 2.0, 1e-12);
-    EXPECT_DOUBLE_EQ(dy, 0.5);
-    flow.displacement(0.0, 32.0, dx, dy);
-    EXPECT_NEAR(dx, 0.0, 1e-12);
-    flow.displacement(0.0, 48.0, dx, dy);
-    EXPECT_NEAR(dx, -2.0, 1e-12);
-
-    // A phase of pi/2 moves the crest to y = 0.
-    SinusoidalFlow shifted(2.0, 64.0, kPi / 2);
-    shifted.displacement(0.0, 0.0, dx, dy);
-    EXPECT_NEAR(dx, 2.0, 1e-12);
-}
-
-TEST(SyntheticFlows, VortexAtTheCoreRadius) {
-    // Gamma 60, rc 10: at r = rc the speed is 60 / (2 pi 10) * (1 - e^-1)
-    // = 0.954930 * 0.632121 = 0.603631 px. On the +x side of the centre the
-    // tangential direction for positive gamma is +y.
-    LambOseenVortex vortex(128.0, 128.0, 60.0, 10.0);
-    double dx, dy;
-    vortex.displacement(138.0, 128.0, dx, dy);
-    EXPECT_NEAR(dx, 0.0, 1e-12);
-    EXPECT_NEAR(dy, 0.6036307, 1e-6);
-}
-
-TEST(SyntheticFlows, VortexIsTangentialOffAxis) {
-    // Offset (3, 4), r = 5: speed 60 / (2 pi 5) * (1 - e^-0.25) = 0.422459 px
-    // along the tangent (-4, 3) / 5.
-    LambOseenVortex vortex(128.0, 128.0, 60.0, 10.0);
-    double dx, dy;
-    vortex.displacement(131.0, 132.0, dx, dy);
-    EXPECT_NEAR(dx, -0.3379675, 1e-6);
-    EXPECT_NEAR(dy, 0.2534756, 1e-6);
-}
-
-TEST(SyntheticFlows, VortexCentreIsAtRestAndItsCoreTurnsAsASolidBody) {
-    LambOseenVortex vortex(128.0, 128.0, 60.0, 10.0);
-    double dx, dy;
-    vortex.displacement(128.0, 128.0, dx, dy);
-    EXPECT_EQ(dx, 0.0);
-    EXPECT_EQ(dy, 0.0);
-    // For r << rc, speed = gamma / (2 pi rc^2) * r = 0.0954930 * r.
-    vortex.displacement(128.0, 128.0 + 1e-6, dx, dy);
-    EXPECT_NEAR(dx, -0.0954930e-6, 1e-12);
-    EXPECT_NEAR(dy, 0.0, 1e-18);
+TEST(SyntheticFlows, DisplacementsWorkedByHand) {
+    const ShearFlow shear(1.0, 0.05, 100.0);
+    const SinusoidalFlow sine(2.0, 64.0, 0.0, 0.5), shifted(2.0, 64.0, kPi / 2);
+    const LambOseenVortex vortex(128.0, 128.0, 60.0, 10.0);
+    const struct {
+        const char* why;
+        const Flow& flow;
+        double x, y, dx, dy, tolerance;
+    } cases[] = {
+        // dx = 1 + 0.05 (y - 100): 1 px on row 100, 1 + 0.05 * 40 = 3 px on row 140.
+        {"shear, reference row", shear, 7, 100, 1, 0, 0},
+        {"shear, 40 rows on", shear, 200, 140, 3, 0, 0},
+        // Wavelength 64: sin is 1 at y = 16, 0 at y = 32, -1 at y = 48.
+        {"sine crest", sine, 0, 16, 2, 0.5, 1e-12},
+        {"sine zero", sine, 0, 32, 0, 0.5, 1e-12},
+        {"sine trough", sine, 0, 48, -2, 0.5, 1e-12},
+        {"a phase of pi/2 moves the crest to y = 0", shifted, 0, 0, 2, 0, 1e-12},
+        // Gamma 60, rc 10: at r = rc the speed is 60 / (2 pi 10) * (1 - e^-1)
+        // = 0.954930 * 0.632121 = 0.603631 px. On the +x side of the centre the
+        // tangential direction for positive gamma is +y.
+        {"vortex at the core radius", vortex, 138, 128, 0, 0.6036307, 1e-6},
+        // Offset (3, 4), r = 5: speed 60 / (2 pi 5) * (1 - e^-0.25) = 0.422459 px
+        // along the tangent (-4, 3) / 5.
+        {"vortex off axis", vortex, 131, 132, -0.3379675, 0.2534756, 1e-6},
+        {"vortex centre at rest", vortex, 128, 128, 0, 0, 0},
+        // For r << rc, a solid body: speed = gamma / (2 pi rc^2) * r = 0.0954930 * r.
+        {"vortex core", vortex, 128, 128 + 1e-6, -0.0954930e-6, 0, 1e-12},
+    };
+    for (const auto& c : cases) {
+        double dx = -99, dy = -99;
+        c.flow.displacement(c.x, c.y, dx, dy);
+        EXPECT_NEAR(dx, c.dx, c.tolerance) << c.why;
+        EXPECT_NEAR(dy, c.dy, c.tolerance) << c.why;
+    }
 }
 
 TEST(SyntheticImages, ParticleOnAPixelCentreMatchesTheNormalTable) {
@@ -116,28 +90,19 @@ TEST(SyntheticImages, ParticleOnAPixelEdgeSplitsEvenly) {
     EXPECT_FLOAT_EQ(At(image, 21, 9, 8), At(image, 21, 12, 8));
 }
 
-TEST(SyntheticImages, ImageHoldsTheWholeParticleVolume) {
+TEST(SyntheticImages, AnIsolatedParticleKeepsItsVolumeAndCentroid) {
     // Pixels are unit squares, so their sum is the profile's volume
-    // 2 pi sigma^2 * peak = pi d^2 / 8 * peak, here pi / 2 * 0.6.
-    const std::vector<Particle> particles{{16.37, 15.81, 0.6, 2.0}};
-    const std::vector<float> image = RenderParticles(particles, 32, 32, FloatImage(32, 32));
-    double sum = 0.0;
-    for (float v : image) sum += v;
-    EXPECT_NEAR(sum, kPi / 2 * 0.6, 1e-6);
-}
-
-TEST(SyntheticImages, CentroidOfAnIsolatedParticleIsItsPosition) {
+    // 2 pi sigma^2 * peak = pi d^2 / 8 * peak, here 9 pi / 8 * 0.8; the
+    // intensity-weighted mean position is the particle's.
     const std::vector<Particle> particles{{20.3, 17.8, 0.8, 3.0}};
     const std::vector<float> image = RenderParticles(particles, 40, 40, FloatImage(40, 40));
     double sum = 0.0, sx = 0.0, sy = 0.0;
-    for (int y = 8; y <= 28; ++y) {
-        for (int x = 10; x <= 30; ++x) {
+    for (int y = 0; y < 40; ++y)
+        for (int x = 0; x < 40; ++x) {
             const double v = At(image, 40, x, y);
-            sum += v;
-            sx += v * x;
-            sy += v * y;
+            sum += v, sx += v * x, sy += v * y;
         }
-    }
+    EXPECT_NEAR(sum, 9 * kPi / 8 * 0.8, 1e-6);
     EXPECT_NEAR(sx / sum, 20.3, 0.01);
     EXPECT_NEAR(sy / sum, 17.8, 0.01);
 }
@@ -210,22 +175,16 @@ TEST(SyntheticPairs, ParticleCountFollowsDensityOverTheWidenedArea) {
     const SyntheticPair pair = RenderPair(SynthParams{}, UniformFlow(0.0, 0.0));
     ASSERT_EQ(pair.particlesA.size(), 1659u);
     ASSERT_EQ(pair.particlesB.size(), 1659u);
-    double minX = 1e9, maxX = -1e9, minY = 1e9, maxY = -1e9;
-    for (const Particle& p : pair.particlesA) {
-        minX = std::min(minX, p.x);
-        maxX = std::max(maxX, p.x);
-        minY = std::min(minY, p.y);
-        maxY = std::max(maxY, p.y);
-    }
-    EXPECT_GE(minX, -16.5);
-    EXPECT_LE(maxX, 271.5);
-    EXPECT_GE(minY, -16.5);
-    EXPECT_LE(maxY, 271.5);
     // The margins are populated, not just the image.
-    EXPECT_LT(minX, -10.0);
-    EXPECT_GT(maxX, 265.0);
-    EXPECT_LT(minY, -10.0);
-    EXPECT_GT(maxY, 265.0);
+    for (auto coordinate : {&Particle::x, &Particle::y}) {
+        const auto [lo, hi] = std::minmax_element(
+            pair.particlesA.begin(), pair.particlesA.end(),
+            [&](const Particle& a, const Particle& b) { return a.*coordinate < b.*coordinate; });
+        EXPECT_GE((*lo).*coordinate, -16.5);
+        EXPECT_LT((*lo).*coordinate, -10.0);
+        EXPECT_LE((*hi).*coordinate, 271.5);
+        EXPECT_GT((*hi).*coordinate, 265.0);
+    }
 }
 
 TEST(SyntheticPairs, UniformShiftMovesEveryParticleAndEveryPixel) {
@@ -279,19 +238,14 @@ TEST(SyntheticPairs, SeedDeterminesThePair) {
 }
 
 TEST(SyntheticPairs, RejectsParametersItCannotHonour) {
-    const UniformFlow still(0.0, 0.0);
-    SynthParams params;
-    params.bitDepth = 4;
-    EXPECT_THROW(RenderPair(params, still), std::invalid_argument);
-    params = SynthParams{};
-    params.width = 0;
-    EXPECT_THROW(RenderPair(params, still), std::invalid_argument);
-    params = SynthParams{};
-    params.particleDiameter = 0.0;
-    EXPECT_THROW(RenderPair(params, still), std::invalid_argument);
-    params = SynthParams{};
-    params.particleDensity = -0.1;
-    EXPECT_THROW(RenderPair(params, still), std::invalid_argument);
+    for (void (*spoil)(SynthParams&) :
+         {+[](SynthParams& p) { p.bitDepth = 4; }, +[](SynthParams& p) { p.width = 0; },
+          +[](SynthParams& p) { p.particleDiameter = 0.0; },
+          +[](SynthParams& p) { p.particleDensity = -0.1; }}) {
+        SynthParams params;
+        spoil(params);
+        EXPECT_THROW(RenderPair(params, UniformFlow(0.0, 0.0)), std::invalid_argument);
+    }
 }
 
 }  // namespace

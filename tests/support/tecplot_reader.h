@@ -21,23 +21,13 @@ namespace tecplot_reader {
 
 // ---- the exceptions to the published layout ------------------------------
 enum Quirk {
-    // Point form: a third raw coordinate is named ("d") but never written.
     kPointNoThirdRawCoordinate,
-    // Point form, velocity or speckle data: vorticity, shear and normal
-    // strain always follow flag, count and magnitude, whatever the names say.
     kPointFixedDerivedGroup,
-    // Point form: "count" is declared a 32-bit integer but written in 16 bits.
     kPointCountTwoBytes,
-    // Point form with skipped nodes: the header counts the nodes of the
-    // desampled grid, the data holds every kept node of the full grid.
     kPointCountIgnoresDesampling,
-    // Block form: the "count" run is 8 bytes a node, the counts in the first half.
     kBlockCountEightBytes,
-    // Block form in 3-D: "shear" stands for three runs, x, y and z.
     kBlockThreeShearRuns,
-    // Block form: "corr" is a fraction, in point form it is in percent.
     kBlockCorrUnscaled,
-    // Block form: the "resid3c" run holds the velocity magnitude.
     kBlockResidualIsSpeed,
     kQuirkCount
 };
@@ -48,14 +38,19 @@ struct QuirkRow {
 };
 
 inline const QuirkRow kQuirks[] = {
-    {kPointNoThirdRawCoordinate, "point form: 'd' named, not written"},
-    {kPointFixedDerivedGroup, "point form: vorticity, shear, nstrain always written"},
-    {kPointCountTwoBytes, "point form: count in 16 bits"},
-    {kPointCountIgnoresDesampling, "point form: more records than the header's count"},
-    {kBlockCountEightBytes, "block form: count run of 8 bytes a node"},
-    {kBlockThreeShearRuns, "block form, 3-D: three runs under 'shear'"},
-    {kBlockCorrUnscaled, "block form: corr not in percent"},
-    {kBlockResidualIsSpeed, "block form: resid3c holds |(u, v, w)|"},
+    {kPointNoThirdRawCoordinate, "point form: a third raw coordinate 'd' named, never written"},
+    {kPointFixedDerivedGroup,
+     "point form, velocity or speckle data: vorticity, shear and nstrain always follow flag, "
+     "count and magnitude, whatever the names say"},
+    {kPointCountTwoBytes, "point form: count declared a 32-bit integer, written in 16 bits"},
+    {kPointCountIgnoresDesampling,
+     "point form with skipped nodes: the header counts the nodes of the desampled grid, the "
+     "data holds every kept node of the full grid"},
+    {kBlockCountEightBytes,
+     "block form: count run of 8 bytes a node, the counts in the first half"},
+    {kBlockThreeShearRuns, "block form, 3-D: 'shear' stands for three runs, x, y and z"},
+    {kBlockCorrUnscaled, "block form: corr a fraction; in point form it is in percent"},
+    {kBlockResidualIsSpeed, "block form: the resid3c run holds |(u, v, w)|"},
 };
 static_assert(sizeof(kQuirks) / sizeof(kQuirks[0]) == kQuirkCount, "one row per quirk");
 
@@ -98,26 +93,14 @@ public:
         const int n = i32();
         for (int v = 0; v < n; v++) f.names.push_back(text());
         float marker = f32();
-        while (marker == 299.0f) {
-            Zone z;
-            z.name = text();
-            z.format = i32();
-            z.color = i32();
-            z.i = i32();
-            z.j = i32();
-            z.k = i32();
-            f.zones.push_back(z);
-            marker = f32();
-        }
+        for (; marker == 299.0f; marker = f32())  // name, format, colour, i, j, k, in order
+            f.zones.push_back(Zone{text(), i32(), i32(), i32(), i32(), i32(), {}, {}, 0});
         EXPECT_EQ(marker, 357.0f) << "end of header";
         for (Zone& z : f.zones) {
             EXPECT_EQ(f32(), 299.0f) << "zone data marker";
             EXPECT_EQ(i32(), 0) << "no repeated variables";
             for (size_t v = 0; v < f.names.size(); v++) z.types.push_back(i32());
-            if (z.format == 0)
-                readBlock(f.names, z);
-            else
-                readPoints(f.names, z);
+            z.format == 0 ? readBlock(f.names, z) : readPoints(f.names, z);
         }
         f.atEnd = m_at == m_b.size();
         return f;
@@ -199,7 +182,7 @@ private:
             }
             if (r.first == "count") {
                 QuirksMet().insert(kPointCountTwoBytes);
-                plan.emplace_back(r.first, 4);  // 16-bit integer
+                plan.emplace_back(r.first, 4);  // short integer
                 continue;
             }
             plan.push_back(r);
@@ -214,34 +197,14 @@ private:
         if (z.records != z.i * z.j * z.k) QuirksMet().insert(kPointCountIgnoresDesampling);
     }
 
-    static int bytesOf(int type) {
-        switch (type) {
-            case 1:
-                return 4;  // float
-            case 2:
-                return 8;  // double
-            case 3:
-                return 4;  // long integer
-            case 4:
-                return 2;  // short integer
-            default:
-                return 1;  // byte, bit
-        }
-    }
-
+    // Types 1 float, 2 double, 3 long integer, 4 short integer, 5 byte, 6 bit.
+    static int bytesOf(int type) { return type == 2 ? 8 : type == 4 ? 2 : type >= 5 ? 1 : 4; }
     double value(int type) {
-        switch (type) {
-            case 1:
-                return f32();
-            case 2:
-                return get<double>();
-            case 3:
-                return i32();
-            case 4:
-                return get<int16_t>();
-            default:
-                return get<uint8_t>();
-        }
+        if (type == 1) return f32();
+        if (type == 2) return get<double>();
+        if (type == 3) return i32();
+        if (type == 4) return get<int16_t>();
+        return get<uint8_t>();
     }
 
     template <class T>
