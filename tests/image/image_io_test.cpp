@@ -17,12 +17,6 @@ using namespace image_test;
 
 namespace {
 
-std::string Bytes(std::initializer_list<int> bytes) {
-    std::string s;
-    for (int b : bytes) s.push_back(static_cast<char>(b));
-    return s;
-}
-
 // A LaVision-style header: version at 0, pack type at 2, the word at 6.
 std::string LaVision(int version, int packType, int word6) {
     std::string s(16, '\0');
