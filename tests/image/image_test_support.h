@@ -47,6 +47,14 @@ inline std::string LastText(const Image2D& img) {
     return img.error().getLastError();
 }
 
+// "w x h type t": an image's geometry, to compare in one line.
+inline std::string Shape(uint64_t w, uint64_t h, int type) {
+    return std::to_string(w) + "x" + std::to_string(h) + " type " + std::to_string(type);
+}
+inline std::string Shape(const Image2D& img) {
+    return Shape(img.width(), img.height(), img.type());
+}
+
 // The code a failed operation left on the image, or -1 when it succeeded.
 inline int FailCode(const Image2D& img, bool ok) {
     return ok ? -1 : LastCode(img);
