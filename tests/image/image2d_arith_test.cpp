@@ -185,10 +185,9 @@ TEST(Image2DArithmetic, SubtractIntoANullImage) {
 
     Messages messages;
     EXPECT_FALSE(wrapped.subtract(Image2D(), true));
-    EXPECT_NE(LastText(wrapped).find("subtract() - Source image contains no data"),
-              std::string::npos);
-    EXPECT_FALSE(wrapped.subtract(Image2D(3, 1, IMAGE_UINT8), true));
-    EXPECT_EQ(LastCode(wrapped), PIVerror::IMAGE_SIZE_MISMATCH);
+    EXPECT_TRUE(Holds(LastText(wrapped), "subtract() - Source image contains no data"));
+    EXPECT_EQ(FailCode(wrapped, wrapped.subtract(Image2D(3, 1, IMAGE_UINT8), true)),
+              PIVerror::IMAGE_SIZE_MISMATCH);
 }
 
 // On 8-bit images clipHigh tests its limit against 65535, so 300 becomes its
@@ -227,14 +226,12 @@ TEST(Image2DArithmetic, ScaleToRange) {
     // clang-format on
     Messages messages;
     Image2D img(2, 1, IMAGE_UINT8), empty;
-    EXPECT_FALSE(img.scaleToRange(5, 5));
-    EXPECT_EQ(LastCode(img), PIVerror::BAD_RANGE);
-    EXPECT_NE(LastText(img).find("scaleToRange() - bad range (5,5)"), std::string::npos);
+    EXPECT_EQ(FailCode(img, img.scaleToRange(5, 5)), PIVerror::BAD_RANGE);
+    EXPECT_TRUE(Holds(LastText(img), "scaleToRange() - bad range (5,5)"));
     // An image without a type is reported under the name this function has
     // always used.
-    EXPECT_FALSE(empty.scaleToRange(0, 1));
-    EXPECT_EQ(LastCode(empty), PIVerror::IMAGE_TYPE_UNSUPPORTED);
-    EXPECT_NE(LastText(empty).find("sclaeToRange()"), std::string::npos);
+    EXPECT_EQ(FailCode(empty, empty.scaleToRange(0, 1)), PIVerror::IMAGE_TYPE_UNSUPPORTED);
+    EXPECT_TRUE(Holds(LastText(empty), "sclaeToRange()"));
 }
 
 // (v - 2) / (6 - 2) for pixels 2, 4, 6. The cached statistics are left as
@@ -277,10 +274,8 @@ TEST(Image2DArithmetic, GammaCorrectionOfFloatImages) {
     EXPECT_EQ(Pixels(img), (std::vector<float>{0, 50, 100, 100, 0}));
     Messages messages;
     Image2D byte(2, 1, IMAGE_UINT8);
-    EXPECT_FALSE(byte.gammaCorrection(2, 100));
-    EXPECT_EQ(LastCode(byte), PIVerror::IMAGE_TYPE_UNSUPPORTED);
-    EXPECT_FALSE(img.gammaCorrection(2, 0));
-    EXPECT_EQ(LastCode(img), PIVerror::BAD_RANGE);
+    EXPECT_EQ(FailCode(byte, byte.gammaCorrection(2, 100)), PIVerror::IMAGE_TYPE_UNSUPPORTED);
+    EXPECT_EQ(FailCode(img, img.gammaCorrection(2, 0)), PIVerror::BAD_RANGE);
 }
 
 // A value beyond the table takes its last entry, whatever the type.
@@ -321,10 +316,10 @@ TEST(Image2DArithmetic, MaskClearsPixelsUnder255OrUnderZeroInverted) {
     EXPECT_EQ(Pixels(img), (std::vector<float>{1, 0, 3}));
 
     Messages messages;
-    EXPECT_FALSE(img.applyMask(Image2D(3, 1, IMAGE_UINT16), false));
-    EXPECT_EQ(LastCode(img), PIVerror::IMAGE_SIZE_MISMATCH);
-    EXPECT_FALSE(img.applyMask(Image2D(2, 1, IMAGE_UINT8), false));
-    EXPECT_EQ(LastCode(img), PIVerror::IMAGE_SIZE_MISMATCH);
+    EXPECT_EQ(FailCode(img, img.applyMask(Image2D(3, 1, IMAGE_UINT16), false)),
+              PIVerror::IMAGE_SIZE_MISMATCH);
+    EXPECT_EQ(FailCode(img, img.applyMask(Image2D(2, 1, IMAGE_UINT8), false)),
+              PIVerror::IMAGE_SIZE_MISMATCH);
 }
 
 // Limits 9.9 and 15.7 truncate to 9 and 15: of 5, 10, 15, 20 the middle two
@@ -341,9 +336,8 @@ TEST(Image2DArithmetic, ValidPixelsOfARange) {
     EXPECT_EQ(Pixels(mask), (std::vector<float>{0, 0, 255, 0}));
 
     Messages messages;
-    EXPECT_FALSE(valid.getValidPixels(src, 3, 1));
-    EXPECT_EQ(LastCode(valid), PIVerror::BAD_RANGE);
-    EXPECT_NE(LastText(valid).find("getValidPixels() - Bad range: 3 to 1"), std::string::npos);
+    EXPECT_EQ(FailCode(valid, valid.getValidPixels(src, 3, 1)), PIVerror::BAD_RANGE);
+    EXPECT_TRUE(Holds(LastText(valid), "getValidPixels() - Bad range: 3 to 1"));
 }
 
 TEST(Image2DArithmetic, MinimumAndMaximumImages) {
@@ -357,12 +351,9 @@ TEST(Image2DArithmetic, MinimumAndMaximumImages) {
     EXPECT_EQ(Pixels(fresh), (std::vector<float>{3, 2}));
 
     Messages messages;
-    EXPECT_FALSE(lo.minImage(lo));
-    EXPECT_EQ(LastCode(lo), PIVerror::OVERWRITE_OWN_DATA);
-    EXPECT_NE(LastText(lo).find("minImage() - Source image identical to destination"),
-              std::string::npos);
-    EXPECT_FALSE(hi.maxImage(Image2D(2, 1, IMAGE_UINT8)));
-    EXPECT_EQ(LastCode(hi), PIVerror::IMAGE_SIZE_MISMATCH);
+    EXPECT_EQ(FailCode(lo, lo.minImage(lo)), PIVerror::OVERWRITE_OWN_DATA);
+    EXPECT_TRUE(Holds(LastText(lo), "minImage() - Source image identical to destination"));
+    EXPECT_EQ(FailCode(hi, hi.maxImage(Image2D(2, 1, IMAGE_UINT8))), PIVerror::IMAGE_SIZE_MISMATCH);
 }
 
 // Status lines go to standard output while enabled.

@@ -108,15 +108,12 @@ TEST(Image2DConvert, ConversionKeepsGeometryAndSetsTheFlags) {
 TEST(Image2DConvert, RefusedConversions) {
     Messages messages;
     Image2D empty;
-    EXPECT_FALSE(empty.toFloat());
-    EXPECT_EQ(LastCode(empty), PIVerror::IMAGE_TYPE_UNSUPPORTED);
-    EXPECT_NE(LastText(empty).find("toFloat() - undefined type!!"), std::string::npos);
-    EXPECT_FALSE(empty.to8Bit(true));
-    EXPECT_EQ(LastCode(empty), PIVerror::IMAGE_IS_NULL);
-    EXPECT_FALSE(empty.convertToType(IMAGE_UINT16));
-    EXPECT_EQ(LastCode(empty), PIVerror::IMAGE_IS_NULL);
+    EXPECT_EQ(FailCode(empty, empty.toFloat()), PIVerror::IMAGE_TYPE_UNSUPPORTED);
+    EXPECT_TRUE(Holds(LastText(empty), "toFloat() - undefined type!!"));
+    EXPECT_EQ(FailCode(empty, empty.to8Bit(true)), PIVerror::IMAGE_IS_NULL);
+    EXPECT_EQ(FailCode(empty, empty.convertToType(IMAGE_UINT16)), PIVerror::IMAGE_IS_NULL);
     Image2D img(2, 2, IMAGE_UINT8);
-    EXPECT_FALSE(img.convertToType(static_cast<ImageType>(12)));
-    EXPECT_EQ(LastCode(img), PIVerror::IMAGE_TYPE_UNSUPPORTED);
+    EXPECT_EQ(FailCode(img, img.convertToType(static_cast<ImageType>(12))),
+              PIVerror::IMAGE_TYPE_UNSUPPORTED);
     EXPECT_EQ(img.type(), IMAGE_UINT8);
 }

@@ -12,7 +12,7 @@
 #include "piv_util.h"
 #include "synthetic_images.h"
 
-using image_test::Messages;
+using namespace image_test;
 
 namespace {
 
@@ -306,18 +306,17 @@ TEST(Translate, ParticleImageMatchesTheRenderedShift) {
 }
 
 TEST(Translate, WholePixelsCopyAndClearTheBorder) {
-    const Image2D src =
-        image_test::MakeImage(4, 3, IMAGE_UINT16, {1, 2, 3, 4, 5, 6, 7, 8, 9, 10, 11, 12});
+    const Image2D src = MakeImage(4, 3, IMAGE_UINT16, {1, 2, 3, 4, 5, 6, 7, 8, 9, 10, 11, 12});
     Image2D img(src);
     ASSERT_TRUE(img.translate(1.0, -1.0));
     EXPECT_EQ(img.type(), IMAGE_UINT16);
-    EXPECT_EQ(image_test::Pixels(img), (std::vector<float>{0, 0, 0, 0, 2, 3, 4, 0, 6, 7, 8, 0}));
+    EXPECT_EQ(Pixels(img), (std::vector<float>{0, 0, 0, 0, 2, 3, 4, 0, 6, 7, 8, 0}));
 }
 
 TEST(Translate, EightBitKeepsItsTypeAndMinimum) {
-    Image2D img = image_test::MakeImage(
-        6, 5, IMAGE_UINT8, {20, 20, 20, 20, 20,  20, 20, 200, 20, 20, 20, 20, 20, 20, 20,
-                            20, 20, 20, 20, 200, 20, 20, 20,  20, 20, 20, 20, 20, 20, 20});
+    Image2D img = MakeImage(6, 5, IMAGE_UINT8,
+                            {20, 20, 20, 20, 20,  20, 20, 200, 20, 20, 20, 20, 20, 20, 20,
+                             20, 20, 20, 20, 200, 20, 20, 20,  20, 20, 20, 20, 20, 20, 20});
     img.setInterpolationMethod(PIV::INTERPOLATE_BSPLINE, 5);
     ASSERT_TRUE(img.translate(0.5, 0.0, true));
     EXPECT_EQ(img.type(), IMAGE_UINT8);
@@ -329,7 +328,7 @@ TEST(Translate, NullAndEmptyImagesFail) {
     Messages quiet;
     Image2D null;
     EXPECT_FALSE(null.translate(0.5, 0.5));
-    EXPECT_EQ(image_test::LastCode(null), PIVerror::IMAGE_IS_NULL);
+    EXPECT_EQ(LastCode(null), PIVerror::IMAGE_IS_NULL);
     Image2D zero(8, 8, IMAGE_FLOAT);
     zero.fill(0.0f);
     Image2D_Interpolation interp;
@@ -387,9 +386,9 @@ TEST(Binning, SumsCellsAndRejectsBadFactors) {
     EXPECT_EQ(out.type(), IMAGE_FLOAT);
     EXPECT_EQ(out.pixel(5, 5), 12.0f);
     EXPECT_FALSE(out.binning(src, 17));
-    EXPECT_EQ(image_test::LastCode(out), PIVerror::BAD_PARAMETERS);
+    EXPECT_EQ(LastCode(out), PIVerror::BAD_PARAMETERS);
     EXPECT_FALSE(out.binning(src, 4));
-    EXPECT_EQ(image_test::LastCode(out), PIVerror::BAD_IMAGE_SIZE);
+    EXPECT_EQ(LastCode(out), PIVerror::BAD_IMAGE_SIZE);
     ASSERT_TRUE(out.binnedFrom(src, 3, 3, 1, 16));
     EXPECT_EQ(out.width(), 12u);
     EXPECT_EQ(out.height(), 6u);
@@ -421,7 +420,7 @@ TEST(Transform, StretchOnlyNeedsASplineMethod) {
     cfg.StretchX = 0.5;
     img.setInterpolationMethod(PIV::INTERPOLATE_BILINEAR, 2);
     EXPECT_FALSE(img.transform(cfg));
-    EXPECT_NE(image_test::LastText(img).find("only spport B-spline"), std::string::npos);
+    EXPECT_TRUE(Holds(LastText(img), "only spport B-spline"));
     img.setInterpolationMethod(PIV::INTERPOLATE_BSPLINE, 5);
     ASSERT_TRUE(img.transform(cfg));
     // (i, j) samples (i / 2, j): the spline of degree 5 is exact on a plane

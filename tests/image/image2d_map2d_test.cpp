@@ -93,7 +93,7 @@ TEST(Image2D_Map2D, BadInput) {
     Messages messages;
     EXPECT_FALSE(mapper.mapImage(empty, dest, false, false));
     EXPECT_EQ(mapper.error().getLastErrorCode(), PIVerror::IMAGE_IS_NULL);
-    EXPECT_NE(messages.all().find("mapImage() - no data in source image"), std::string::npos);
+    EXPECT_TRUE(Holds(messages.all(), "mapImage() - no data in source image"));
     Image2D source(8, 8, IMAGE_UINT8);
     source.fill(1.0f);
     map.dest_img_width = 0;

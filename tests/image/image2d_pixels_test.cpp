@@ -89,11 +89,9 @@ TEST(Image2DPixels, AccessOutsideTheImageIsReported) {
 TEST(Image2DPixels, SetPixelOutsideIsQuietBelowDebugLevelThree) {
     Messages messages;
     Image2D img(2, 2, IMAGE_UINT8);
-    EXPECT_FALSE(img.setPixel(2, 0, 1.0f));
-    EXPECT_EQ(LastCode(img), PIVerror::NO_ERROR);
+    EXPECT_EQ(FailCode(img, img.setPixel(2, 0, 1.0f)), PIVerror::NO_ERROR);
     DebugLevelScope level(3);
-    EXPECT_FALSE(img.setPixel(2, 0, 1.0f));
-    EXPECT_EQ(LastCode(img), PIVerror::OUTSIDE_IMAGE);
+    EXPECT_EQ(FailCode(img, img.setPixel(2, 0, 1.0f)), PIVerror::OUTSIDE_IMAGE);
 }
 
 // fill stores the truncated value but keeps the asked-for value as the
@@ -221,9 +219,8 @@ TEST(Image2DPixels, ReplicateAndVectorMultiplyMakeFloatImages) {
     EXPECT_EQ(Pixels(outer), (std::vector<float>{10, 20, 30, 100, 200, 300}));
 
     Messages messages;
-    EXPECT_FALSE(rows.replicate(nullptr, 3, 2, true));
-    EXPECT_EQ(LastCode(rows), PIVerror::INVALID_POINTER);
-    EXPECT_NE(LastText(rows).find("Bad line data"), std::string::npos);
+    EXPECT_EQ(FailCode(rows, rows.replicate(nullptr, 3, 2, true)), PIVerror::INVALID_POINTER);
+    EXPECT_TRUE(Holds(LastText(rows), "Bad line data"));
 }
 
 // Comparison is bytewise, padding included. In a 3x2 8-bit image (stride 4)
@@ -238,8 +235,7 @@ TEST(Image2DPixels, EqualityComparesTypeSizeAndBytes) {
         Messages messages;
         DebugLevelScope level(1);
         EXPECT_TRUE(a != b);
-        EXPECT_NE(messages.all().find("images different at byte 5 (7 vs 9)"), std::string::npos)
-            << messages.all();
+        EXPECT_TRUE(Holds(messages.all(), "images different at byte 5 (7 vs 9)"));
     }
     Image2D c(4, 2, IMAGE_UINT8);
     c.fill(7);

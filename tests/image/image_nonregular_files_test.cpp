@@ -30,23 +30,16 @@ TEST(SpecialFiles, NoImageLoaderOpensThem) {
         EXPECT_EQ(frames, 0);
 
         Image2D img;
-        EXPECT_FALSE(img.load(p));
-        EXPECT_EQ(LastCode(img), PIVerror::FILE_NOT_FOUND);
+        EXPECT_EQ(FailCode(img, img.load(p)), PIVerror::FILE_NOT_FOUND);
         EXPECT_TRUE(img.isNull());
         // Each reader called directly cannot open them either.
-        EXPECT_FALSE(img.loadTIFF(p, 0));
-        EXPECT_EQ(LastCode(img), PIVerror::FILE_OPEN_FAILED);
-        EXPECT_FALSE(img.loadPGM(p));
-        EXPECT_EQ(LastCode(img), PIVerror::FILE_OPEN_FAILED);
-        EXPECT_FALSE(img.loadBMP(p, 0));
-        EXPECT_EQ(LastCode(img), PIVerror::FILE_OPEN_FAILED);
-        EXPECT_FALSE(img.loadPCO(p, 0));
-        EXPECT_EQ(LastCode(img), PIVerror::FILE_OPEN_FAILED);
-        EXPECT_FALSE(img.loadLavVC7(p, 0));
-        EXPECT_EQ(LastCode(img), PIVerror::FILE_READ_FAILED);
+        EXPECT_EQ(FailCode(img, img.loadTIFF(p, 0)), PIVerror::FILE_OPEN_FAILED);
+        EXPECT_EQ(FailCode(img, img.loadPGM(p)), PIVerror::FILE_OPEN_FAILED);
+        EXPECT_EQ(FailCode(img, img.loadBMP(p, 0)), PIVerror::FILE_OPEN_FAILED);
+        EXPECT_EQ(FailCode(img, img.loadPCO(p, 0)), PIVerror::FILE_OPEN_FAILED);
+        EXPECT_EQ(FailCode(img, img.loadLavVC7(p, 0)), PIVerror::FILE_READ_FAILED);
         // A raw frame of 4 x 4 bytes would read as zeros from /dev/zero.
-        EXPECT_FALSE(img.loadRaw(p, 4, 4, 8, 0));
-        EXPECT_EQ(LastCode(img), PIVerror::FILE_OPEN_FAILED);
+        EXPECT_EQ(FailCode(img, img.loadRaw(p, 4, 4, 8, 0)), PIVerror::FILE_OPEN_FAILED);
         EXPECT_TRUE(img.isNull());
     }
 }
