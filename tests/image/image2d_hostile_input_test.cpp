@@ -86,17 +86,6 @@ TEST(Image2DHostileInput, StatisticsLeaveOutABorder) {
     EXPECT_DOUBLE_EQ(img.maximum(), 4.0);
 }
 
-TEST(Image2DHostileInput, TruncatedPgmLoadsWithAWarning) {
-    ScratchDir dir;
-    const std::string path = dir.file("short.pgm");
-    WriteBytes(path, std::string("P5 4 2 255\n") + "\x01\x02\x03\x04\x05");
-    Messages messages;
-    Image2D img;
-    ASSERT_TRUE(img.load(path.c_str()));
-    EXPECT_EQ(Pixels(img), (std::vector<float>{1, 2, 3, 4, 5, 0, 0, 0}));
-    EXPECT_TRUE(Holds(messages.all(), "holds 5 of 8 bytes of pixel data"));
-}
-
 TEST(Image2DHostileInput, SavingOverAFileKeepsItsMode) {
     ScratchDir dir;
     const std::string path = dir.file("kept.pgm");
