@@ -11,22 +11,7 @@ using namespace image_test;
 
 namespace {
 
-struct OpCase {
-    const char* what;
-    ImageType type;
-    std::vector<float> before;
-    std::function<bool(Image2D&)> op;
-    std::vector<float> after;
-};
-
-void RunCases(const std::vector<OpCase>& cases) {
-    for (const OpCase& c : cases) {
-        SCOPED_TRACE(c.what);
-        Image2D img = MakeImage(static_cast<int>(c.before.size()), 1, c.type, c.before);
-        ASSERT_TRUE(c.op(img)) << LastText(img);
-        EXPECT_EQ(Pixels(img), c.after);
-    }
-}
+const ImageType U8 = IMAGE_UINT8, U16 = IMAGE_UINT16, U32 = IMAGE_UINT32, F = IMAGE_FLOAT;
 
 std::function<bool(Image2D&)> With(ImageType type, std::vector<float> other,
                                    bool (*op)(Image2D&, const Image2D&)) {
@@ -48,16 +33,23 @@ bool Mul(Image2D& a, const Image2D& b) {
 bool Div(Image2D& a, const Image2D& b) {
     return a /= b;
 }
+bool SubClip(Image2D& a, const Image2D& b) {
+    return a.subtract(b, true);
+}
+bool SubWrap(Image2D& a, const Image2D& b) {
+    return a.subtract(b, false);
+}
 
 }  // namespace
 
 // 8 and 16 bits saturate high and stop at 0; 32 bits wrap when adding and
 // multiplying (2^32 - 256 + 512 = 256, 2^16 * 2^16 = 0) but stop at 0 when
-// subtracting; division by 0 gives 0 in every type.
+// subtracting; division by 0 gives 0 in every type. subtract() takes any two
+// types: a float source is truncated first (2.9 -> 2, -1.5 -> -1); integer
+// destinations clip or wrap, 32-bit ones always stop at 0.
 TEST(Image2DArithmetic, OperatorsBetweenImages) {
-    const ImageType U8 = IMAGE_UINT8, U16 = IMAGE_UINT16, U32 = IMAGE_UINT32, F = IMAGE_FLOAT;
     // clang-format off
-    RunCases({
+    RunOpCases({
         {"8-bit +", U8, {200, 10}, With(U8, {100, 20}, Add), {255, 30}},
         {"8-bit -", U8, {10, 30}, With(U8, {20, 10}, Sub), {0, 20}},
         {"8-bit *", U8, {20, 3}, With(U8, {20, 4}, Mul), {255, 12}},
@@ -69,6 +61,13 @@ TEST(Image2DArithmetic, OperatorsBetweenImages) {
         {"32-bit *", U32, {65536, 3}, With(U32, {65536, 3}, Mul), {0, 9}},
         {"float /", F, {1.5f, 1}, With(F, {0, 4}, Div), {0, 0.25f}},
         {"float -", F, {1, 3}, With(F, {3, 1}, Sub), {-2, 2}},
+        {"8-bit - 16-bit clip", U8, {10, 200}, With(U16, {20, 100}, SubClip), {0, 100}},
+        {"8-bit - 16-bit wrap", U8, {10, 200}, With(U16, {20, 100}, SubWrap), {246, 100}},
+        {"16-bit - float", U16, {5, 1000}, With(F, {2.9f, 1000.5f}, SubClip), {3, 0}},
+        {"8-bit - negative float", U8, {1, 2}, With(F, {-1.5f, 0}, SubClip), {2, 2}},
+        {"32-bit - 8-bit wrap", U32, {5, 100}, With(U8, {10, 1}, SubWrap), {0, 99}},
+        {"float - 8-bit", F, {1, 2}, With(U8, {3, 1}, SubWrap), {-2, 1}},
+        {"float - 32-bit", F, {1, 2}, With(U32, {3, 1}, SubClip), {-2, 1}},
     });
     // clang-format on
 }
@@ -76,60 +75,75 @@ TEST(Image2DArithmetic, OperatorsBetweenImages) {
 TEST(Image2DArithmetic, OperatorsRefuseMismatchedImages) {
     Messages messages;
     Image2D a = MakeImage(2, 1, IMAGE_UINT8, {1, 2});
-    struct Case {
-        Image2D other;
-        int code;
-        // clang-format off
-    } cases[] = {
-        {Image2D(3, 1, IMAGE_UINT8), PIVerror::IMAGE_SIZE_MISMATCH},
-        {Image2D(2, 1, IMAGE_UINT16), PIVerror::IMAGE_SIZE_MISMATCH},
-        {Image2D(), PIVerror::IMAGE_IS_NULL},
-    };
-    // clang-format on
-    for (const Case& c : cases) {
-        EXPECT_FALSE(a += c.other);
-        EXPECT_EQ(LastCode(a), c.code);
-    }
-    EXPECT_FALSE(a *= a);
-    EXPECT_EQ(LastCode(a), PIVerror::OVERWRITE_OWN_DATA);
+    EXPECT_EQ(FailCode(a, a += Image2D(3, 1, IMAGE_UINT8)), PIVerror::IMAGE_SIZE_MISMATCH);
+    EXPECT_EQ(FailCode(a, a += Image2D(2, 1, IMAGE_UINT16)), PIVerror::IMAGE_SIZE_MISMATCH);
+    EXPECT_EQ(FailCode(a, a += Image2D()), PIVerror::IMAGE_IS_NULL);
+    EXPECT_EQ(FailCode(a, a *= a), PIVerror::OVERWRITE_OWN_DATA);
     EXPECT_EQ(Pixels(a), (std::vector<float>{1, 2}));
 }
 
-TEST(Image2DArithmetic, OffsetsFactorsAndSquares) {
-    const ImageType U8 = IMAGE_UINT8, U16 = IMAGE_UINT16, U32 = IMAGE_UINT32, F = IMAGE_FLOAT;
-    auto call = [](auto f) { return std::function<bool(Image2D&)>(f); };
+// Each operation on a row of pixels of one type.
+TEST(Image2DArithmetic, OperationsOnOneImage) {
     // clang-format off
-    RunCases({
+    RunOpCases({
         // operator*= works in float, truncates and clamps; 32 bits only at 0.
-        {"8-bit *= 3", U8, {100, 2}, call([](Image2D& i) { return i *= 3.0f; }), {255, 6}},
-        {"8-bit *= -1", U8, {100, 0}, call([](Image2D& i) { return i *= -1.0f; }), {0, 0}},
-        {"16-bit *= 1.5", U16, {3, 10}, call([](Image2D& i) { return i *= 1.5f; }), {4, 15}},
-        {"32-bit *= -1", U32, {10, 0}, call([](Image2D& i) { return i *= -1.0f; }), {0, 0}},
+        {"8-bit *= 3", U8, {100, 2}, [](Image2D& i) { return i *= 3.0f; }, {255, 6}},
+        {"8-bit *= -1", U8, {100, 0}, [](Image2D& i) { return i *= -1.0f; }, {0, 0}},
+        {"16-bit *= 1.5", U16, {3, 10}, [](Image2D& i) { return i *= 1.5f; }, {4, 15}},
+        {"32-bit *= -1", U32, {10, 0}, [](Image2D& i) { return i *= -1.0f; }, {0, 0}},
         // operator+= truncates the offset, clamps 8 and 16 bits, wraps 32.
-        {"8-bit += 10.9", U8, {250, 1}, call([](Image2D& i) { return i += 10.9f; }), {255, 11}},
-        {"16-bit += -10", U16, {5, 65530}, call([](Image2D& i) { return i += -10.0f; }), {0, 65520}},
-        {"32-bit += -1", U32, {0, 5}, call([](Image2D& i) { return i += -1.0f; }), {4294967295.0f, 4}},
+        {"8-bit += 10.9", U8, {250, 1}, [](Image2D& i) { return i += 10.9f; }, {255, 11}},
+        {"16-bit += -10", U16, {5, 65530}, [](Image2D& i) { return i += -10.0f; }, {0, 65520}},
+        {"32-bit += -1", U32, {0, 5}, [](Image2D& i) { return i += -1.0f; }, {4294967295.0f, 4}},
         // bias: with clip the type's range, else the low bits; 260 & 255 = 4.
-        {"8-bit bias clip", U8, {250, 5}, call([](Image2D& i) { return i.bias(10, true); }), {255, 15}},
-        {"8-bit bias wrap", U8, {250, 5}, call([](Image2D& i) { return i.bias(10, false); }), {4, 15}},
-        {"8-bit bias -10 wrap", U8, {5, 20}, call([](Image2D& i) { return i.bias(-10, false); }), {251, 10}},
-        {"8-bit bias 2.9", U8, {5, 0}, call([](Image2D& i) { return i.bias(2.9, true); }), {7, 2}},
-        {"32-bit bias clip", U32, {5, 20}, call([](Image2D& i) { return i.bias(-10, true); }), {0, 10}},
-        {"32-bit bias wrap", U32, {5, 20}, call([](Image2D& i) { return i.bias(-10, false); }), {4294967291.0f, 10}},
-        {"float bias", F, {1.5f, 0}, call([](Image2D& i) { return i.bias(0.25, true); }), {1.75f, 0.25f}},
-        {"8-bit subtract 10", U8, {5, 30}, call([](Image2D& i) { return i.subtract(10.0, true); }), {0, 20}},
+        {"8-bit bias clip", U8, {250, 5}, [](Image2D& i) { return i.bias(10, true); }, {255, 15}},
+        {"8-bit bias wrap", U8, {250, 5}, [](Image2D& i) { return i.bias(10, false); }, {4, 15}},
+        {"8-bit bias -10 wrap", U8, {5, 20}, [](Image2D& i) { return i.bias(-10, false); }, {251, 10}},
+        {"8-bit bias 2.9", U8, {5, 0}, [](Image2D& i) { return i.bias(2.9, true); }, {7, 2}},
+        {"32-bit bias clip", U32, {5, 20}, [](Image2D& i) { return i.bias(-10, true); }, {0, 10}},
+        {"32-bit bias wrap", U32, {5, 20}, [](Image2D& i) { return i.bias(-10, false); }, {4294967291.0f, 10}},
+        {"float bias", F, {1.5f, 0}, [](Image2D& i) { return i.bias(0.25, true); }, {1.75f, 0.25f}},
+        {"8-bit subtract 10", U8, {5, 30}, [](Image2D& i) { return i.subtract(10.0, true); }, {0, 20}},
         // scale: 300 & 255 = 44; 7.5 truncates to 7.
-        {"8-bit scale clip", U8, {100, 1}, call([](Image2D& i) { return i.scale(3, true); }), {255, 3}},
-        {"8-bit scale wrap", U8, {100, 1}, call([](Image2D& i) { return i.scale(3, false); }), {44, 3}},
-        {"16-bit scale 2.5", U16, {3, 0}, call([](Image2D& i) { return i.scale(2.5, true); }), {7, 0}},
-        {"32-bit scale -2", U32, {10, 0}, call([](Image2D& i) { return i.scale(-2, true); }), {0, 0}},
+        {"8-bit scale clip", U8, {100, 1}, [](Image2D& i) { return i.scale(3, true); }, {255, 3}},
+        {"8-bit scale wrap", U8, {100, 1}, [](Image2D& i) { return i.scale(3, false); }, {44, 3}},
+        {"16-bit scale 2.5", U16, {3, 0}, [](Image2D& i) { return i.scale(2.5, true); }, {7, 0}},
+        {"32-bit scale -2", U32, {10, 0}, [](Image2D& i) { return i.scale(-2, true); }, {0, 0}},
         // square: 400 & 255 = 144; 90000 - 65536 = 24464; 32 bits wrap even
         // with clip: 70000^2 - 2^32 = 605032704.
-        {"8-bit square clip", U8, {20, 3}, call([](Image2D& i) { return i.square(true); }), {255, 9}},
-        {"8-bit square wrap", U8, {20, 3}, call([](Image2D& i) { return i.square(false); }), {144, 9}},
-        {"16-bit square wrap", U16, {300, 3}, call([](Image2D& i) { return i.square(false); }), {24464, 9}},
-        {"32-bit square", U32, {70000, 3}, call([](Image2D& i) { return i.square(true); }), {605032704, 9}},
-        {"float square", F, {1.5f, -2}, call([](Image2D& i) { return i.square(true); }), {2.25f, 4}},
+        {"8-bit square clip", U8, {20, 3}, [](Image2D& i) { return i.square(true); }, {255, 9}},
+        {"8-bit square wrap", U8, {20, 3}, [](Image2D& i) { return i.square(false); }, {144, 9}},
+        {"16-bit square wrap", U16, {300, 3}, [](Image2D& i) { return i.square(false); }, {24464, 9}},
+        {"32-bit square", U32, {70000, 3}, [](Image2D& i) { return i.square(true); }, {605032704, 9}},
+        {"float square", F, {1.5f, -2}, [](Image2D& i) { return i.square(true); }, {2.25f, 4}},
+        // clipHigh on 8-bit images tests its limit against 65535, so 300
+        // becomes its low byte 44; clipLow has no such quirk.
+        {"8-bit clipHigh 300", U8, {10, 100, 250}, [](Image2D& i) { return i.clipHigh(300); }, {10, 44, 44}},
+        {"8-bit clipHigh 70000", U8, {10, 100, 250}, [](Image2D& i) { return i.clipHigh(70000); }, {10, 100, 250}},
+        {"8-bit clipHigh -5", U8, {10, 100, 250}, [](Image2D& i) { return i.clipHigh(-5); }, {0, 0, 0}},
+        {"8-bit clipLow 300", U8, {10, 100, 250}, [](Image2D& i) { return i.clipLow(300); }, {255, 255, 255}},
+        {"8-bit clipLow -3", U8, {10, 100, 250}, [](Image2D& i) { return i.clipLow(-3); }, {10, 100, 250}},
+        {"8-bit clipRange", U8, {10, 100, 250}, [](Image2D& i) { return i.clipRange(20, 200); }, {20, 100, 200}},
+        {"16-bit clipHigh 100.7", U16, {50, 100, 101}, [](Image2D& i) { return i.clipHigh(100.7); }, {50, 100, 100}},
+        {"32-bit clipHigh 3e9", U32, {3e9f, 5, 0}, [](Image2D& i) { return i.clipHigh(3e9); }, {2147483647.0f, 5, 0}},
+        {"float clipRange", F, {-1, 0.5f, 2}, [](Image2D& i) { return i.clipRange(-0.5, 1.5); }, {-0.5f, 0.5f, 1.5f}},
+        // sf = (high - low) / (max - min): 255 / 3 = 85 for 0..3, 100 / 10 =
+        // 10 for 10..20. 32-bit results stop at 2^31.
+        {"8-bit scaleToRange", U8, {0, 1, 2, 3}, [](Image2D& i) { return i.scaleToRange(0, 255); }, {0, 85, 170, 255}},
+        {"16-bit scaleToRange", U16, {10, 20}, [](Image2D& i) { return i.scaleToRange(100, 200); }, {100, 200}},
+        {"float scaleToRange", F, {2, 4}, [](Image2D& i) { return i.scaleToRange(-1, 1); }, {-1, 1}},
+        {"32-bit scaleToRange", U32, {0, 1}, [](Image2D& i) { return i.scaleToRange(0, 3e9); }, {0, 2147483648.0f}},
+        {"constant scaleToRange", U8, {7, 7}, [](Image2D& i) { return i.scaleToRange(3, 9); }, {3, 3}},
+        // Integer negatives are (offset AND top, or the top for 0) - v,
+        // wrapping: 300 AND 255 = 44 and 44 - 100 wraps to 200.
+        {"8-bit negative", U8, {0, 100}, [](Image2D& i) { return i.negative(0); }, {255, 155}},
+        {"8-bit negative 300", U8, {0, 100}, [](Image2D& i) { return i.negative(300); }, {44, 200}},
+        {"16-bit negative", U16, {0, 100}, [](Image2D& i) { return i.negative(0); }, {65535, 65435}},
+        {"32-bit negative", U32, {0, 1}, [](Image2D& i) { return i.negative(0); }, {2147483647.0f, 2147483646.0f}},
+        {"32-bit negative 3", U32, {5, 1}, [](Image2D& i) { return i.negative(3); }, {4294967294.0f, 2}},
+        {"float negative", F, {0.5f, 2}, [](Image2D& i) { return i.negative(1.5); }, {1, -0.5f}},
+        // top * (clamp(v) / top)^(1/gamma) with top 100 and gamma 2: 25 -> 50.
+        {"gamma", F, {0, 25, 100, 150, -5}, [](Image2D& i) { return i.gammaCorrection(2, 100); }, {0, 50, 100, 100, 0}},
     });
     // clang-format on
 }
@@ -140,37 +154,6 @@ TEST(Image2DArithmetic, SquaredSizesANullDestinationFromTheSource) {
     ASSERT_TRUE(dst.squared(src, true));
     EXPECT_EQ(dst.type(), IMAGE_UINT8);
     EXPECT_EQ(Pixels(dst), (std::vector<float>{9, 255}));
-}
-
-// Any two types: a float source is truncated first (2.9 -> 2, -1.5 -> -1);
-// integer destinations clip or wrap, 32-bit ones always stop at 0.
-TEST(Image2DArithmetic, SubtractImagesOfDifferentTypes) {
-    struct Case {
-        ImageType dstType;
-        std::vector<float> dst;
-        ImageType srcType;
-        std::vector<float> src;
-        bool clip;
-        std::vector<float> expected;
-        // clang-format off
-    } cases[] = {
-        {IMAGE_UINT8, {10, 200}, IMAGE_UINT16, {20, 100}, true, {0, 100}},
-        {IMAGE_UINT8, {10, 200}, IMAGE_UINT16, {20, 100}, false, {246, 100}},
-        {IMAGE_UINT16, {5, 1000}, IMAGE_FLOAT, {2.9f, 1000.5f}, true, {3, 0}},
-        {IMAGE_UINT8, {1, 2}, IMAGE_FLOAT, {-1.5f, 0}, true, {2, 2}},
-        {IMAGE_UINT32, {5, 100}, IMAGE_UINT8, {10, 1}, false, {0, 99}},
-        {IMAGE_FLOAT, {1, 2}, IMAGE_UINT8, {3, 1}, false, {-2, 1}},
-        {IMAGE_FLOAT, {1, 2}, IMAGE_UINT32, {3, 1}, true, {-2, 1}},
-    };
-    // clang-format on
-    for (const Case& c : cases) {
-        SCOPED_TRACE(testing::Message() << c.dstType << " - " << c.srcType << " clip " << c.clip);
-        Image2D dst = MakeImage(2, 1, c.dstType, c.dst);
-        const Image2D src = MakeImage(2, 1, c.srcType, c.src);
-        ASSERT_TRUE(dst.subtract(src, c.clip));
-        EXPECT_EQ(dst.type(), c.dstType);
-        EXPECT_EQ(Pixels(dst), c.expected);
-    }
 }
 
 // A null destination becomes zeros of the source's size and type; with clip
@@ -190,40 +173,7 @@ TEST(Image2DArithmetic, SubtractIntoANullImage) {
               PIVerror::IMAGE_SIZE_MISMATCH);
 }
 
-// On 8-bit images clipHigh tests its limit against 65535, so 300 becomes its
-// low byte 44; clipLow has no such quirk.
-TEST(Image2DArithmetic, ClippingLimitsInTheImageType) {
-    const ImageType U8 = IMAGE_UINT8, U16 = IMAGE_UINT16, U32 = IMAGE_UINT32, F = IMAGE_FLOAT;
-    auto call = [](auto f) { return std::function<bool(Image2D&)>(f); };
-    // clang-format off
-    RunCases({
-        {"8-bit clipHigh 300", U8, {10, 100, 250}, call([](Image2D& i) { return i.clipHigh(300); }), {10, 44, 44}},
-        {"8-bit clipHigh 70000", U8, {10, 100, 250}, call([](Image2D& i) { return i.clipHigh(70000); }), {10, 100, 250}},
-        {"8-bit clipHigh -5", U8, {10, 100, 250}, call([](Image2D& i) { return i.clipHigh(-5); }), {0, 0, 0}},
-        {"8-bit clipLow 300", U8, {10, 100, 250}, call([](Image2D& i) { return i.clipLow(300); }), {255, 255, 255}},
-        {"8-bit clipLow -3", U8, {10, 100, 250}, call([](Image2D& i) { return i.clipLow(-3); }), {10, 100, 250}},
-        {"8-bit clipRange", U8, {10, 100, 250}, call([](Image2D& i) { return i.clipRange(20, 200); }), {20, 100, 200}},
-        {"16-bit clipHigh 100.7", U16, {50, 100, 101}, call([](Image2D& i) { return i.clipHigh(100.7); }), {50, 100, 100}},
-        {"32-bit clipHigh 3e9", U32, {3e9f, 5, 0}, call([](Image2D& i) { return i.clipHigh(3e9); }), {2147483647.0f, 5, 0}},
-        {"float clipRange", F, {-1, 0.5f, 2}, call([](Image2D& i) { return i.clipRange(-0.5, 1.5); }), {-0.5f, 0.5f, 1.5f}},
-    });
-    // clang-format on
-}
-
-// sf = (high - low) / (max - min): 255 / 3 = 85 for 0..3, 100 / 10 = 10 for
-// 10..20. 32-bit results stop at 2^31.
-TEST(Image2DArithmetic, ScaleToRange) {
-    const ImageType U8 = IMAGE_UINT8, U16 = IMAGE_UINT16, U32 = IMAGE_UINT32, F = IMAGE_FLOAT;
-    auto call = [](auto f) { return std::function<bool(Image2D&)>(f); };
-    // clang-format off
-    RunCases({
-        {"8-bit", U8, {0, 1, 2, 3}, call([](Image2D& i) { return i.scaleToRange(0, 255); }), {0, 85, 170, 255}},
-        {"16-bit", U16, {10, 20}, call([](Image2D& i) { return i.scaleToRange(100, 200); }), {100, 200}},
-        {"float", F, {2, 4}, call([](Image2D& i) { return i.scaleToRange(-1, 1); }), {-1, 1}},
-        {"32-bit", U32, {0, 1}, call([](Image2D& i) { return i.scaleToRange(0, 3e9); }), {0, 2147483648.0f}},
-        {"constant", U8, {7, 7}, call([](Image2D& i) { return i.scaleToRange(3, 9); }), {3, 3}},
-    });
-    // clang-format on
+TEST(Image2DArithmetic, ScaleToRangeRefusesAnEmptyRange) {
     Messages messages;
     Image2D img(2, 1, IMAGE_UINT8), empty;
     EXPECT_EQ(FailCode(img, img.scaleToRange(5, 5)), PIVerror::BAD_RANGE);
@@ -250,30 +200,9 @@ TEST(Image2DArithmetic, NormalizeMakesAFloatImageAndLeavesTheFlags) {
     EXPECT_EQ(Pixels(flat), (std::vector<float>{0, 0}));
 }
 
-// Integer negatives are (offset AND top, or the top for 0) - v, wrapping:
-// 300 AND 255 = 44 and 44 - 100 wraps to 200.
-TEST(Image2DArithmetic, NegativeWithAndWithoutOffset) {
-    const ImageType U8 = IMAGE_UINT8, U16 = IMAGE_UINT16, U32 = IMAGE_UINT32, F = IMAGE_FLOAT;
-    auto call = [](auto f) { return std::function<bool(Image2D&)>(f); };
-    // clang-format off
-    RunCases({
-        {"8-bit", U8, {0, 100}, call([](Image2D& i) { return i.negative(0); }), {255, 155}},
-        {"8-bit 300", U8, {0, 100}, call([](Image2D& i) { return i.negative(300); }), {44, 200}},
-        {"16-bit", U16, {0, 100}, call([](Image2D& i) { return i.negative(0); }), {65535, 65435}},
-        {"32-bit", U32, {0, 1}, call([](Image2D& i) { return i.negative(0); }), {2147483647.0f, 2147483646.0f}},
-        {"32-bit 3", U32, {5, 1}, call([](Image2D& i) { return i.negative(3); }), {4294967294.0f, 2}},
-        {"float", F, {0.5f, 2}, call([](Image2D& i) { return i.negative(1.5); }), {1, -0.5f}},
-    });
-    // clang-format on
-}
-
-// top * (clamp(v) / top)^(1/gamma) with top 100 and gamma 2: 25 -> 50.
-TEST(Image2DArithmetic, GammaCorrectionOfFloatImages) {
-    Image2D img = MakeImage(5, 1, IMAGE_FLOAT, {0, 25, 100, 150, -5});
-    ASSERT_TRUE(img.gammaCorrection(2, 100));
-    EXPECT_EQ(Pixels(img), (std::vector<float>{0, 50, 100, 100, 0}));
+TEST(Image2DArithmetic, GammaCorrectionIsForFloatImages) {
     Messages messages;
-    Image2D byte(2, 1, IMAGE_UINT8);
+    Image2D img(2, 1, IMAGE_FLOAT), byte(2, 1, IMAGE_UINT8);
     EXPECT_EQ(FailCode(byte, byte.gammaCorrection(2, 100)), PIVerror::IMAGE_TYPE_UNSUPPORTED);
     EXPECT_EQ(FailCode(img, img.gammaCorrection(2, 0)), PIVerror::BAD_RANGE);
 }
@@ -362,18 +291,13 @@ TEST(Image2DArithmetic, StatusLines) {
         std::function<void(Image2D&, Image2D&)> op;
         const char* text;
     } cases[] = {
+        // clang-format off
         {[](Image2D& i, Image2D&) { i.clipHigh(300); }, "  Clipping image at 300\n"},
         {[](Image2D& i, Image2D&) { i.negative(2.5); }, "  Negative (offset=2.5)\n"},
-        {[](Image2D& i, Image2D&) {
-             i.crop(RECT2D{1, 3, 1, 3});
-         },
-         "  Cropping image from (1,1) to (3,3)\n"},
+        {[](Image2D& i, Image2D&) { i.crop(RECT2D{1, 3, 1, 3}); }, "  Cropping image from (1,1) to (3,3)\n"},
         {[](Image2D& i, Image2D& s) { i.subtract(s, true); }, "  Subtracting image\n"},
-        {[](Image2D& i, Image2D& s) {
-             s.setFileName("bkgd.pgm");
-             i.subtract(s, true);
-         },
-         "  Subtracting image 'bkgd.pgm'\n"},
+        {[](Image2D& i, Image2D& s) { s.setFileName("bkgd.pgm"); i.subtract(s, true); }, "  Subtracting image 'bkgd.pgm'\n"},
+        // clang-format on
     };
     for (const Case& c : cases) {
         Image2D img(4, 4, IMAGE_UINT8), src(4, 4, IMAGE_UINT8);
