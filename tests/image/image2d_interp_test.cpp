@@ -312,8 +312,8 @@ TEST(Translate, NullAndEmptyImagesFail) {
     EXPECT_EQ(FailCode(null, null.translate(0.5, 0.5)), PIVerror::IMAGE_IS_NULL);
     Image2D zero = Filled(8, 8, IMAGE_FLOAT, 0);
     Image2D_Interpolation interp;
-    EXPECT_FALSE(interp.translateImage(zero, 0.5, 0.5, false, false));
-    EXPECT_EQ(interp.error().getLastErrorCode(), PIVerror::IMAGE_IS_NULL);
+    EXPECT_EQ(FailCode(interp, interp.translateImage(zero, 0.5, 0.5, false, false)),
+              PIVerror::IMAGE_IS_NULL);
 }
 
 TEST(Transform, TranslationOnlyFlipsTheYSign) {

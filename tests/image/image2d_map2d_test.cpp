@@ -10,21 +10,7 @@
 
 using namespace image_test;
 
-namespace {
-
 constexpr int kDest = 320, kSource = 360;
-
-// Largest distance between a dot's centroid in the dewarped image and its node.
-double WorstCentroidError(const Image2D& dewarped, const std::vector<FPOINT2D>& nodes) {
-    double worst = 0.0;
-    for (const FPOINT2D& n : nodes) {
-        const FPOINT2D c = dot_grid::Centroid(dewarped, n.x, n.y);
-        worst = std::max(worst, std::hypot(double(c.x) - n.x, double(c.y) - n.y));
-    }
-    return worst;
-}
-
-}  // namespace
 
 TEST(Image2D_Map2D, DotsLandOnTheirNodes) {
     const std::vector<FPOINT2D> nodes = dot_grid::GridNodes(kDest);
@@ -46,9 +32,8 @@ TEST(Image2D_Map2D, DotsLandOnTheirNodes) {
         mapper.setInterpolationMethod(c.method, c.degree);
         Image2D dewarped;
         ASSERT_TRUE(mapper.mapImage(recorded, dewarped, false, false)) << c.name;
-        EXPECT_EQ(dewarped.width(), static_cast<uint64_t>(kDest));
-        EXPECT_EQ(dewarped.type(), IMAGE_FLOAT);
-        const double worst = WorstCentroidError(dewarped, nodes);
+        EXPECT_EQ(Shape(dewarped), Shape(kDest, kDest, IMAGE_FLOAT));
+        const double worst = dot_grid::WorstCentroidError(dewarped, nodes);
         RecordProperty(c.name, ::testing::PrintToString(worst));
         // Bilinear interpolation blurs a little but keeps the dot symmetric.
         EXPECT_LT(worst, 0.05) << c.name;
@@ -62,8 +47,7 @@ TEST(Image2D_Map2D, OutsideTheSourceIsDarkOrMasked) {
     shift.px[0] = 100.0;
     shift.dest_img_width = 64;
     shift.dest_img_height = 8;
-    Image2D source(128, 8, IMAGE_UINT8);
-    source.fill(50.0f);
+    const Image2D source = Filled(128, 8, IMAGE_UINT8, 50);
     Image2D_Map2D mapper;
     mapper.setMappingFunction(shift);
     mapper.setInterpolationMethod(3, 2);
@@ -91,13 +75,12 @@ TEST(Image2D_Map2D, BadInput) {
     mapper.setMappingFunction(map);
     Image2D empty, dest;
     Messages messages;
-    EXPECT_FALSE(mapper.mapImage(empty, dest, false, false));
-    EXPECT_EQ(mapper.error().getLastErrorCode(), PIVerror::IMAGE_IS_NULL);
+    EXPECT_EQ(FailCode(mapper, mapper.mapImage(empty, dest, false, false)),
+              PIVerror::IMAGE_IS_NULL);
     EXPECT_TRUE(Holds(messages.all(), "mapImage() - no data in source image"));
-    Image2D source(8, 8, IMAGE_UINT8);
-    source.fill(1.0f);
+    const Image2D source = Filled(8, 8, IMAGE_UINT8, 1);
     map.dest_img_width = 0;
     mapper.setMappingFunction(map);
-    EXPECT_FALSE(mapper.mapImage(source, dest, false, false));
-    EXPECT_EQ(mapper.error().getLastErrorCode(), PIVerror::ALLOCATION_FAILED);
+    EXPECT_EQ(FailCode(mapper, mapper.mapImage(source, dest, false, false)),
+              PIVerror::ALLOCATION_FAILED);
 }

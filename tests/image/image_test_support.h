@@ -55,9 +55,11 @@ inline std::string Shape(const Image2D& img) {
     return Shape(img.width(), img.height(), img.type());
 }
 
-// The code a failed operation left on the image, or -1 when it succeeded.
-inline int FailCode(const Image2D& img, bool ok) {
-    return ok ? -1 : LastCode(img);
+// The code a failed operation left on its object (an image or anything else
+// with an error()), or -1 when it succeeded.
+template <typename T>
+int FailCode(T& obj, bool ok) {
+    return ok ? -1 : obj.error().getLastErrorCode();
 }
 
 // Whether `text` holds `part`, showing the text when it does not.
