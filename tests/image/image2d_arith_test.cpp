@@ -2,6 +2,7 @@
 // results follow from the saturation or wrap rule of their type.
 #include <gtest/gtest.h>
 
+#include <cmath>
 #include <functional>
 
 #include "image2d.h"
@@ -68,6 +69,8 @@ TEST(Image2DArithmetic, OperatorsBetweenImages) {
         {"32-bit - 8-bit wrap", U32, {5, 100}, With(U8, {10, 1}, SubWrap), {0, 99}},
         {"float - 8-bit", F, {1, 2}, With(U8, {3, 1}, SubWrap), {-2, 1}},
         {"float - 32-bit", F, {1, 2}, With(U32, {3, 1}, SubClip), {-2, 1}},
+        // 5 - (-inf) clips at the top; NaN truncates to 0, so 9 stays 9.
+        {"16-bit - infinite float", U16, {5, 9}, With(F, {-INFINITY, NAN}, SubClip), {65535, 9}},
     });
     // clang-format on
 }
@@ -104,6 +107,11 @@ TEST(Image2DArithmetic, OperationsOnOneImage) {
         {"32-bit bias wrap", U32, {5, 20}, [](Image2D& i) { return i.bias(-10, false); }, {4294967291.0f, 10}},
         {"float bias", F, {1.5f, 0}, [](Image2D& i) { return i.bias(0.25, true); }, {1.75f, 0.25f}},
         {"8-bit subtract 10", U8, {5, 30}, [](Image2D& i) { return i.subtract(10.0, true); }, {0, 20}},
+        // Offsets of 1e20 are truncated to the widest integer the kernels
+        // use; with clipping the result is the top or bottom of the type.
+        {"8-bit bias 1e20", U8, {5, 200}, [](Image2D& i) { return i.bias(1e20, true); }, {255, 255}},
+        {"8-bit subtract 1e20", U8, {5, 200}, [](Image2D& i) { return i.subtract(1e20, true); }, {0, 0}},
+        {"16-bit += 1e20", U16, {5, 7}, [](Image2D& i) { return i += 1e20f; }, {65535, 65535}},
         // scale: 300 & 255 = 44; 7.5 truncates to 7.
         {"8-bit scale clip", U8, {100, 1}, [](Image2D& i) { return i.scale(3, true); }, {255, 3}},
         {"8-bit scale wrap", U8, {100, 1}, [](Image2D& i) { return i.scale(3, false); }, {44, 3}},
@@ -146,6 +154,17 @@ TEST(Image2DArithmetic, OperationsOnOneImage) {
         {"gamma", F, {0, 25, 100, 150, -5}, [](Image2D& i) { return i.gammaCorrection(2, 100); }, {0, 50, 100, 100, 0}},
     });
     // clang-format on
+}
+
+// 0xFFFFFFFF / 1 would be 4294967295; the clip limit of 32-bit images is
+// 2^31 - 1. A negative of a huge offset wraps, but is defined.
+TEST(Image2DArithmetic, ThirtyTwoBitExtremes) {
+    Image2D a(1, 1, IMAGE_UINT32), one(1, 1, IMAGE_UINT32);
+    a.scanLine<uint32_t>(0)[0] = 0xFFFFFFFFu;
+    one.scanLine<uint32_t>(0)[0] = 1;
+    ASSERT_TRUE(a /= one);
+    EXPECT_EQ(a.scanLine<uint32_t>(0)[0], 2147483647u);
+    EXPECT_TRUE(a.negative(-1e20));
 }
 
 TEST(Image2DArithmetic, SquaredSizesANullDestinationFromTheSource) {

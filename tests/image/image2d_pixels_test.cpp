@@ -15,23 +15,14 @@ using namespace image_test;
 TEST(Image2DPixels, StoreRulesOfSetPixelAndPutRow) {
     struct Case {
         ImageType type;
-        float value;
-        float viaSetPixel, viaPutRow;
-        // clang-format off
-    } cases[] = {
-        {IMAGE_UINT8, 256.0f, 0, 255},
-        {IMAGE_UINT8, 255.6f, 255, 255},
-        {IMAGE_UINT8, 254.5f, 254, 255},
-        {IMAGE_UINT8, 254.4f, 254, 254},
-        {IMAGE_UINT8, -1.0f, 255, 0},
-        {IMAGE_UINT8, 300.0f, 44, 255},
-        {IMAGE_UINT16, 70000.0f, 4464, 65535},
-        {IMAGE_UINT16, 1.5f, 1, 2},
-        {IMAGE_UINT32, -1.7f, 4294967295.0f, 4294967295.0f},  // int(-1.2) = -1 wraps
-        {IMAGE_UINT32, 2.5f, 2, 3},
-        {IMAGE_FLOAT, -3.75f, -3.75f, -3.75f},
-    };
-    // clang-format on
+        float value, viaSetPixel, viaPutRow;
+    } cases[] = {{IMAGE_UINT8, 256.0f, 0, 255},       {IMAGE_UINT8, 255.6f, 255, 255},
+                 {IMAGE_UINT8, 254.5f, 254, 255},     {IMAGE_UINT8, 254.4f, 254, 254},
+                 {IMAGE_UINT8, -1.0f, 255, 0},        {IMAGE_UINT16, 70000.0f, 4464, 65535},
+                 {IMAGE_UINT16, 1.5f, 1, 2},          {IMAGE_UINT32, 2.5f, 2, 3},
+                 {IMAGE_FLOAT, -3.75f, -3.75f, -3.75f},
+                 // int(-1.7) = -1 wraps
+                 {IMAGE_UINT32, -1.7f, 4294967295.0f, 4294967295.0f}};
     for (const Case& c : cases) {
         SCOPED_TRACE(testing::Message() << "type " << c.type << " value " << c.value);
         Image2D img(1, 1, c.type);
@@ -64,24 +55,13 @@ TEST(Image2DPixels, AccessOutsideTheImageIsReported) {
     Messages messages;
     Image2D img(5, 2, IMAGE_UINT8), empty;
     float buffer[8];
-    struct Case {
-        const char* what;
-        std::function<bool()> fails;
-        const Image2D& reporter;
-        int code;
-        // clang-format off
-    } cases[] = {
-        {"pixel(5,0)", [&] { return img.pixel(5, 0) == 0.0f; }, img, PIVerror::OUTSIDE_IMAGE},
-        {"getRow(2)", [&] { return !img.getRow(buffer, 2); }, img, PIVerror::OUTSIDE_IMAGE},
-        {"getColumn(-1)", [&] { return !img.getColumn(buffer, -1); }, img, PIVerror::OUTSIDE_IMAGE},
-        {"getRow(null)", [&] { return !img.getRow(nullptr, 0); }, img, PIVerror::INVALID_POINTER},
-        {"null image", [&] { return empty.pixel(0, 0) == 0.0f; }, empty, PIVerror::IMAGE_IS_NULL},
-    };
-    // clang-format on
-    for (const Case& c : cases) {
-        EXPECT_TRUE(c.fails()) << c.what;
-        EXPECT_EQ(LastCode(c.reporter), c.code) << c.what;
-    }
+    EXPECT_EQ(img.pixel(5, 0), 0.0f);
+    EXPECT_EQ(LastCode(img), PIVerror::OUTSIDE_IMAGE);
+    EXPECT_EQ(empty.pixel(0, 0), 0.0f);
+    EXPECT_EQ(LastCode(empty), PIVerror::IMAGE_IS_NULL);
+    EXPECT_EQ(FailCode(img, img.getRow(buffer, 2)), PIVerror::OUTSIDE_IMAGE);
+    EXPECT_EQ(FailCode(img, img.getColumn(buffer, -1)), PIVerror::OUTSIDE_IMAGE);
+    EXPECT_EQ(FailCode(img, img.getRow(nullptr, 0)), PIVerror::INVALID_POINTER);
 }
 
 // Writes near the borders are probed freely, so setPixel reports only from
@@ -140,7 +120,8 @@ TEST(Image2DPixels, NeedStatisticsAndChangedFlags) {
 }
 
 // Pixel (x, y) = 10 y + x of a 4x3 image; a 2x2 window at (1, 1) holds 11,
-// 12, 21, 22.
+// 12, 21, 22. Windows reaching outside, negative sizes and strides shorter
+// than a row are refused before anything is written.
 TEST(Image2DPixels, FillSampleWritesRowsStrideApartAndClearsTheRest) {
     Image2D img = MakeImage(4, 3, IMAGE_UINT16, {0, 1, 2, 3, 10, 11, 12, 13, 20, 21, 22, 23});
     std::vector<float> out(8, -1.0f);
@@ -151,27 +132,25 @@ TEST(Image2DPixels, FillSampleWritesRowsStrideApartAndClearsTheRest) {
     EXPECT_EQ(out, (std::vector<float>{11, 12, 21, 22, -1, -1, -1, -1}));
 
     Messages messages;
-    struct Case {
-        int x0, y0;
-        float* buffer;
-        int code;
-        // clang-format off
-    } cases[] = {
-        {-1, 0, out.data(), PIVerror::OUTSIDE_IMAGE},
-        {3, 0, out.data(), PIVerror::OUTSIDE_IMAGE},
-        {0, 2, out.data(), PIVerror::OUTSIDE_IMAGE},
-        {0, 0, nullptr, PIVerror::INVALID_POINTER},
-    };
-    // clang-format on
-    for (const Case& c : cases) {
-        EXPECT_FALSE(img.fillSample(c.buffer, 2, 2, c.x0, c.y0, 0));
-        EXPECT_EQ(LastCode(img), c.code);
-    }
+    // x0, y0, w, h, stride, code
+    const int cases[][6] = {{-1, 0, 2, 2, 0, PIVerror::OUTSIDE_IMAGE},
+                            {3, 0, 2, 2, 0, PIVerror::OUTSIDE_IMAGE},
+                            {0, 2, 2, 2, 0, PIVerror::OUTSIDE_IMAGE},
+                            {0, 0, -3, 2, 4, PIVerror::BAD_SAMPLE_SIZE},
+                            {0, 0, 2, -1, 0, PIVerror::BAD_SAMPLE_SIZE},
+                            {0, 0, 2, 2, -4, PIVerror::BAD_SAMPLE_SIZE},
+                            {0, 0, 3, 2, 2, PIVerror::BAD_SAMPLE_SIZE}};
+    std::fill(out.begin(), out.end(), -7.0f);
+    for (const auto& c : cases)
+        EXPECT_EQ(FailCode(img, img.fillSample(out.data(), c[2], c[3], c[0], c[1], c[4])), c[5])
+            << c[0] << " " << c[1] << " " << c[2] << " " << c[3] << " " << c[4];
+    EXPECT_EQ(out, std::vector<float>(8, -7.0f));
+    EXPECT_EQ(FailCode(img, img.fillSample(nullptr, 2, 2, 0, 0, 0)), PIVerror::INVALID_POINTER);
 }
 
 // Image [[10, 20], [30, 50]]. The value comes from the lower row y0 + 1
 // alone, interpolated in x: at (0.5, 0.5) that is (30 + 50) / 2 = 40, where a
-// bilinear interpolation would give 27.5.
+// bilinear interpolation would give 27.5. Far and NaN coordinates stay defined.
 TEST(Image2DPixels, InterpolatedPixelUsesOnlyTheLowerRow) {
     const Image2D img = MakeImage(2, 2, IMAGE_FLOAT, {10, 20, 30, 50});
     struct Case {
@@ -186,12 +165,18 @@ TEST(Image2DPixels, InterpolatedPixelUsesOnlyTheLowerRow) {
         {0.0f, 0.0f, 0, 30.0f},    // row 1 even at y = 0
         {1.0f, 1.0f, 0, 50.0f},    // last pixel: no neighbour, the pixel itself
         {-3.0f, 0.2f, 0, 30.0f},   // clamped into the image
+        {3e10f, 0.5f, 0, 50.0f},   // clamped to the last column
+        {-3e10f, 0.5f, 0, 30.0f},
         {0.4f, 0.6f, -1, 30.0f},   // nearest: pixel(int(0.9), int(1.1))
     };
     // clang-format on
     for (const Case& c : cases)
         EXPECT_FLOAT_EQ(img.interpolatedPixel(c.x, c.y, c.method), c.expected)
             << "(" << c.x << "," << c.y << ") method " << c.method;
+    Messages messages;
+    EXPECT_EQ(img.interpolatedPixel(3e10f, 0.0f, -1), 0.0f);  // nearest pixel is outside
+    EXPECT_EQ(LastCode(img), PIVerror::OUTSIDE_IMAGE);
+    EXPECT_TRUE(std::isnan(img.interpolatedPixel(std::nanf(""), 0.5f, 0)));
 }
 
 // s starts at `step` and grows by 1 ahead of each row whose number, counted
@@ -206,15 +191,14 @@ TEST(Image2DPixels, TestPatternGrowsItsStepEveryNthRow) {
 
 TEST(Image2DPixels, ReplicateAndVectorMultiplyMakeFloatImages) {
     const float line[3] = {1, 2, 3};
+    const float b[2] = {10, 100};
     Image2D rows, columns, outer;
     ASSERT_TRUE(rows.replicate(line, 3, 2, true));
-    EXPECT_EQ(rows.type(), IMAGE_FLOAT);
+    EXPECT_EQ(Shape(rows), Shape(3, 2, IMAGE_FLOAT));
     EXPECT_EQ(Pixels(rows), (std::vector<float>{1, 2, 3, 1, 2, 3}));
     ASSERT_TRUE(columns.replicate(line, 3, 2, false));
-    EXPECT_EQ(columns.width(), 2u);
+    EXPECT_EQ(Shape(columns), Shape(2, 3, IMAGE_FLOAT));
     EXPECT_EQ(Pixels(columns), (std::vector<float>{1, 1, 2, 2, 3, 3}));
-
-    const float b[2] = {10, 100};
     ASSERT_TRUE(outer.vectorMultiply(line, 3, b, 2));
     EXPECT_EQ(Pixels(outer), (std::vector<float>{10, 20, 30, 100, 200, 300}));
 
@@ -226,9 +210,7 @@ TEST(Image2DPixels, ReplicateAndVectorMultiplyMakeFloatImages) {
 // Comparison is bytewise, padding included. In a 3x2 8-bit image (stride 4)
 // pixel (1, 1) is byte 5.
 TEST(Image2DPixels, EqualityComparesTypeSizeAndBytes) {
-    Image2D a(3, 2, IMAGE_UINT8), b(3, 2, IMAGE_UINT8);
-    a.fill(7);
-    b.fill(7);
+    Image2D a = Filled(3, 2, IMAGE_UINT8, 7), b(a);
     EXPECT_TRUE(a == b);
     b.setPixel(1, 1, 9);
     {
@@ -237,10 +219,7 @@ TEST(Image2DPixels, EqualityComparesTypeSizeAndBytes) {
         EXPECT_TRUE(a != b);
         EXPECT_TRUE(Holds(messages.all(), "images different at byte 5 (7 vs 9)"));
     }
-    Image2D c(4, 2, IMAGE_UINT8);
-    c.fill(7);
-    EXPECT_FALSE(a == c);
-    Image2D d(3, 2, IMAGE_UINT16);
-    EXPECT_FALSE(a == d);
+    EXPECT_FALSE(a == Filled(4, 2, IMAGE_UINT8, 7));
+    EXPECT_FALSE(a == Image2D(3, 2, IMAGE_UINT16));
     EXPECT_FALSE(Image2D() == Image2D());
 }

@@ -1,6 +1,7 @@
 // Statistics of Image2D, worked by hand on small images.
 #include <gtest/gtest.h>
 
+#include <algorithm>
 #include <cmath>
 #include <limits>
 
@@ -29,6 +30,13 @@ TEST(Image2DStatistics, MomentsOfEveryTypeIgnorePadding) {
     Image2D single = MakeImage(1, 1, IMAGE_UINT16, {9});
     EXPECT_DOUBLE_EQ(single.variance(), 0.0);
     EXPECT_DOUBLE_EQ(single.mean(), 9.0);
+    // Nor does a border: 100 around the float pixels 1, 2, 3, 4.
+    Image2D bordered;
+    ASSERT_TRUE(bordered.alloc(2, 2, IMAGE_FLOAT, 1));
+    std::fill_n(reinterpret_cast<float*>(bordered.baseAddr()), 16, 100.0f);
+    for (int i = 0; i < 4; i++) bordered.setPixel(i % 2, i / 2, static_cast<float>(i + 1));
+    EXPECT_DOUBLE_EQ(bordered.mean(), 2.5);
+    EXPECT_DOUBLE_EQ(bordered.maximum(), 4.0);
 }
 
 // Without need-stats and without force nothing is scanned: a change made

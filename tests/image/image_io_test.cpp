@@ -5,6 +5,7 @@
 // there); the small files below are written byte by byte from the format
 // description.
 #include <gtest/gtest.h>
+#include <sys/stat.h>
 
 #include <filesystem>
 
@@ -247,6 +248,12 @@ TEST(ImageSave, PgmRoundTripAt8And16Bits) {
 
     // Nothing is left beside the targets.
     EXPECT_EQ(CountEntries(dir.path()), 2);
+    // Saving over a file keeps its mode.
+    ASSERT_EQ(::chmod(dir.file("b.pgm").c_str(), 0600), 0);
+    ASSERT_TRUE(byte.savePGM(dir.file("b.pgm").c_str()));
+    struct stat info;
+    ASSERT_EQ(::stat(dir.file("b.pgm").c_str(), &info), 0);
+    EXPECT_EQ(info.st_mode & 0777, 0600u);
 }
 
 // A failed save leaves an existing file as it was and no temporary behind.
