@@ -16,10 +16,14 @@ TEST(Image2DPixels, StoreRulesOfSetPixelAndPutRow) {
     struct Case {
         ImageType type;
         float value, viaSetPixel, viaPutRow;
-    } cases[] = {{IMAGE_UINT8, 256.0f, 0, 255},       {IMAGE_UINT8, 255.6f, 255, 255},
-                 {IMAGE_UINT8, 254.5f, 254, 255},     {IMAGE_UINT8, 254.4f, 254, 254},
-                 {IMAGE_UINT8, -1.0f, 255, 0},        {IMAGE_UINT16, 70000.0f, 4464, 65535},
-                 {IMAGE_UINT16, 1.5f, 1, 2},          {IMAGE_UINT32, 2.5f, 2, 3},
+    } cases[] = {{IMAGE_UINT8, 256.0f, 0, 255},
+                 {IMAGE_UINT8, 255.6f, 255, 255},
+                 {IMAGE_UINT8, 254.5f, 254, 255},
+                 {IMAGE_UINT8, 254.4f, 254, 254},
+                 {IMAGE_UINT8, -1.0f, 255, 0},
+                 {IMAGE_UINT16, 70000.0f, 4464, 65535},
+                 {IMAGE_UINT16, 1.5f, 1, 2},
+                 {IMAGE_UINT32, 2.5f, 2, 3},
                  {IMAGE_FLOAT, -3.75f, -3.75f, -3.75f},
                  // int(-1.7) = -1 wraps
                  {IMAGE_UINT32, -1.7f, 4294967295.0f, 4294967295.0f}};
@@ -133,13 +137,11 @@ TEST(Image2DPixels, FillSampleWritesRowsStrideApartAndClearsTheRest) {
 
     Messages messages;
     // x0, y0, w, h, stride, code
-    const int cases[][6] = {{-1, 0, 2, 2, 0, PIVerror::OUTSIDE_IMAGE},
-                            {3, 0, 2, 2, 0, PIVerror::OUTSIDE_IMAGE},
-                            {0, 2, 2, 2, 0, PIVerror::OUTSIDE_IMAGE},
-                            {0, 0, -3, 2, 4, PIVerror::BAD_SAMPLE_SIZE},
-                            {0, 0, 2, -1, 0, PIVerror::BAD_SAMPLE_SIZE},
-                            {0, 0, 2, 2, -4, PIVerror::BAD_SAMPLE_SIZE},
-                            {0, 0, 3, 2, 2, PIVerror::BAD_SAMPLE_SIZE}};
+    const int cases[][6] = {
+        {-1, 0, 2, 2, 0, PIVerror::OUTSIDE_IMAGE},   {3, 0, 2, 2, 0, PIVerror::OUTSIDE_IMAGE},
+        {0, 2, 2, 2, 0, PIVerror::OUTSIDE_IMAGE},    {0, 0, -3, 2, 4, PIVerror::BAD_SAMPLE_SIZE},
+        {0, 0, 2, -1, 0, PIVerror::BAD_SAMPLE_SIZE}, {0, 0, 2, 2, -4, PIVerror::BAD_SAMPLE_SIZE},
+        {0, 0, 3, 2, 2, PIVerror::BAD_SAMPLE_SIZE}};
     std::fill(out.begin(), out.end(), -7.0f);
     for (const auto& c : cases)
         EXPECT_EQ(FailCode(img, img.fillSample(out.data(), c[2], c[3], c[0], c[1], c[4])), c[5])
