@@ -108,6 +108,21 @@ struct FitCase {
     int order;
 };
 
+// A fitter holding `pts`, with the given scale and offsets when scale > 0.
+MappingFunction2D Fitter(const std::vector<POINT_PAIR>& pts, double scale = 0, double offX = 0,
+                         double offY = 0) {
+    MappingFunction2D fit;
+    if (scale > 0) {
+        MAPPING_PARAMS params;
+        params.scale = scale;
+        params.offset[0] = offX;
+        params.offset[1] = offY;
+        fit.setMappingParams(params);
+    }
+    fit.setCalibrationPoints(pts.data(), static_cast<int>(pts.size()));
+    return fit;
+}
+
 // The points of a file, or none when it does not load.
 std::vector<POINT_PAIR> LoadPoints(const std::string& path) {
     POINT_PAIR* pts = nullptr;
@@ -150,22 +165,13 @@ TEST(MappingFit, NoiseOfATenthPixelLeavesAtMostATenthPixelRms) {
                              {"perspective", Perspective(), 4, 1}};
     for (const FitCase& c : cases) {
         SCOPED_TRACE(testing::Message() << c.truthName << " type " << c.type);
-        const std::vector<POINT_PAIR> pts = GridPoints(c.truth, 0.1, 7);
-        MappingFunction2D fit;
-        MAPPING_PARAMS params;
-        params.scale = kMag;
-        params.offset[0] = kOffX;
-        params.offset[1] = kOffY;
-        fit.setMappingParams(params);
-        fit.setCalibrationPoints(pts.data(), static_cast<int>(pts.size()));
+        MappingFunction2D fit = Fitter(GridPoints(c.truth, 0.1, 7), kMag, kOffX, kOffY);
         MessageCapture quiet;
         ASSERT_TRUE(fit.calculateMapping(c.type, c.order, c.order, true));
         double rms, worst;
         ASSERT_TRUE(fit.calculateResiduals(rms, worst));
         // rms is of the distance (two coordinates): per coordinate / sqrt 2.
         const double perCoordinate = rms / std::sqrt(2.0);
-        RecordProperty(std::string(c.truthName) + "_type" + std::to_string(c.type) + "_rms",
-                       ::testing::PrintToString(perCoordinate));
         EXPECT_LE(perCoordinate, 0.1);
         EXPECT_GT(perCoordinate, 0.05) << "noise went missing";
         // Between the points, and out to the corners, the fit stays within
@@ -178,8 +184,7 @@ TEST(MappingFit, SevenPointsAreRefusedByEveryType) {
     std::vector<POINT_PAIR> pts = GridPoints(Polynomial(1));
     pts.resize(7);
     for (int type = 0; type <= 4; type++) {
-        MappingFunction2D fit;
-        fit.setCalibrationPoints(pts.data(), 7);
+        MappingFunction2D fit = Fitter(pts);
         Messages messages;
         EXPECT_FALSE(fit.calculateMapping(type, 1, 1, true)) << "type " << type;
         EXPECT_FALSE(fit.isValid());
@@ -320,35 +325,25 @@ TEST(MappingFiles, CalibrationPointsRoundTrip) {
     int n = 0;
     EXPECT_FALSE(PIV::LoadCalibrationPoints(dir.file("none.txt").c_str(), &none, &n));
     EXPECT_EQ(none, nullptr);
-}
 
-// A comment longer than the line buffer of 1024 characters is skipped
-// whole: its tail, which here starts with numbers right behind the first
-// 1023 characters, is no point.
-TEST(MappingFiles, LongCommentLinesAreSkippedWhole) {
-    ScratchDir dir;
-    const std::string path = dir.file("points.txt");
+    // A comment longer than the line buffer of 1024 characters is skipped
+    // whole: its tail, here numbers right behind the first 1023 characters,
+    // is no point.
     WriteBytes(path, "#" + std::string(1022, ' ') + "5 6 7 8\n" + "1 2 3 4 0\n" + "%" +
                          std::string(1022, '=') + "9 9 9 9 9\n");
-    const std::vector<POINT_PAIR> pts = LoadPoints(path);
-    ASSERT_EQ(pts.size(), 1u);
-    EXPECT_TRUE(PIV::SameRecord(pts[0], POINT_PAIR(1, 2, 3, 4)));
-}
+    ASSERT_EQ(LoadPoints(path).size(), 1u);
+    EXPECT_TRUE(PIV::SameRecord(LoadPoints(path)[0], POINT_PAIR(1, 2, 3, 4)));
 
-// Half a million points, 4.5 MB of text, all arrive in order: the point
-// store grows in proportion to what it holds, not by a fixed step, which
-// would copy it some 4000 times over.
-TEST(MappingFiles, LargePointFilesLoadWhole) {
-    ScratchDir dir;
-    const std::string path = dir.file("points.txt");
+    // Half a million points, 4.5 MB of text, all arrive in order: the point
+    // store grows in proportion to what it holds, not by a fixed step, which
+    // would copy it some 4000 times over.
     const int count = 500000;
     std::string text;
-    text.reserve(size_t(count) * 9);
     for (int i = 0; i < count; i++) text += std::to_string(i % 10) + " 1 2 3\n";
     WriteBytes(path, text);
-    const std::vector<POINT_PAIR> pts = LoadPoints(path);
-    ASSERT_EQ(pts.size(), size_t(count));
-    EXPECT_TRUE(PIV::SameRecord(pts.back(), POINT_PAIR((count - 1) % 10, 1, 2, 3)));
+    const std::vector<POINT_PAIR> many = LoadPoints(path);
+    ASSERT_EQ(many.size(), size_t(count));
+    EXPECT_TRUE(PIV::SameRecord(many.back(), POINT_PAIR((count - 1) % 10, 1, 2, 3)));
 }
 
 TEST(MappingFiles, CoefficientFileKeysByType) {
@@ -414,10 +409,8 @@ std::vector<POINT_PAIR> AffinePoints(int imageHeight = 0) {
 }  // namespace
 
 TEST(MappingFit, OriginAtTheBottomTurnsImageRowsRound) {
-    const std::vector<POINT_PAIR> top = AffinePoints(), bottom = AffinePoints(260);
-    MappingFunction2D a, b;
-    a.setCalibrationPoints(top.data(), static_cast<int>(top.size()));
-    b.setCalibrationPoints(bottom.data(), static_cast<int>(bottom.size()));
+    MappingFunction2D a = Fitter(AffinePoints()), b = Fitter(AffinePoints(260));
+    MappingFunction2D c = Fitter(AffinePoints(260));
     b.setOriginMode(1);
     b.setSourceImageSize(SIZE2D{240, 260});
     ASSERT_TRUE(a.calculateMapping(0, 1, 1, true));
@@ -425,8 +418,6 @@ TEST(MappingFit, OriginAtTheBottomTurnsImageRowsRound) {
     EXPECT_NEAR(b.mappedY(37.0, 81.0), a.mappedY(37.0, 81.0), 1e-9);
     EXPECT_NEAR(a.mappedY(37.0, 81.0), 30 + 2 * 81.0, 1e-9);
     // Without the size the fit still runs, with a warning.
-    MappingFunction2D c;
-    c.setCalibrationPoints(bottom.data(), static_cast<int>(bottom.size()));
     c.setOriginMode(1);
     Messages messages;
     EXPECT_TRUE(c.calculateMapping(0, 1, 1, true));
@@ -434,14 +425,8 @@ TEST(MappingFit, OriginAtTheBottomTurnsImageRowsRound) {
 }
 
 TEST(MappingFit, WithoutTheInverseFlagTheFitGoesFromImageToObject) {
-    const std::vector<POINT_PAIR> pts = AffinePoints();
-    MappingFunction2D fit;
-    MAPPING_PARAMS params;
-    params.scale = 4.0;  // dewarped pixels per object unit
-    params.offset[0] = 5.0;
-    fit.setMappingParams(params);
+    MappingFunction2D fit = Fitter(AffinePoints(), 4.0, 5.0);  // 4 px per object unit
     EXPECT_TRUE(fit.needsNewFit());
-    fit.setCalibrationPoints(pts.data(), static_cast<int>(pts.size()));
     ASSERT_TRUE(fit.calculateMapping(1, 1, 1, false));
     EXPECT_FALSE(fit.needsNewFit());
     // Image (60, 70) shows object (20, 20): dewarped pixel ((20 + 5) 4, 20 * 4).
@@ -449,14 +434,12 @@ TEST(MappingFit, WithoutTheInverseFlagTheFitGoesFromImageToObject) {
     EXPECT_NEAR(p.x, 100.0f, 1e-3);
     EXPECT_NEAR(p.y, 80.0f, 1e-3);
     // Setting the same parameters again is no change.
-    fit.setMappingParams(params);
+    fit.setMappingParams(MAPPING_PARAMS(fit.mappingParams()));
     EXPECT_FALSE(fit.needsNewFit());
 }
 
 TEST(MappingFit, BestFitToImageFillsTheDestination) {
-    const std::vector<POINT_PAIR> pts = AffinePoints();
-    MappingFunction2D fit;
-    fit.setCalibrationPoints(pts.data(), static_cast<int>(pts.size()));
+    MappingFunction2D fit = Fitter(AffinePoints());
     Messages quiet;
     // Image corners (0, 0) and (239, 259) show objects (-10, -15) and
     // (109.5, 114.5): 129.5 units high, the tighter axis of 511 pixels.
