@@ -11,7 +11,7 @@
 using namespace image_test;
 
 // setPixel truncates toward zero and keeps the low bits; putRow rounds half
-// up and clamps 8 and 16 bits, while 32 bits wrap.
+// up and clamps 8 and 16 bits, while 32 bits wrap (int(-1.7) = -1).
 TEST(Image2DPixels, StoreRulesOfSetPixelAndPutRow) {
     struct Case {
         ImageType type;
@@ -25,7 +25,6 @@ TEST(Image2DPixels, StoreRulesOfSetPixelAndPutRow) {
                  {IMAGE_UINT16, 1.5f, 1, 2},
                  {IMAGE_UINT32, 2.5f, 2, 3},
                  {IMAGE_FLOAT, -3.75f, -3.75f, -3.75f},
-                 // int(-1.7) = -1 wraps
                  {IMAGE_UINT32, -1.7f, 4294967295.0f, 4294967295.0f}};
     for (const Case& c : cases) {
         SCOPED_TRACE(testing::Message() << "type " << c.type << " value " << c.value);
@@ -43,45 +42,39 @@ TEST(Image2DPixels, StoreRulesOfSetPixelAndPutRow) {
     EXPECT_EQ(word.scanLine<uint32_t>(0)[0], 0xFFFFFFFFu);
 }
 
-TEST(Image2DPixels, RowsAndColumnsTravelAsFloat) {
-    Image2D img = MakeImage(3, 2, IMAGE_UINT16, {1, 2, 3, 4, 5, 6});
+// Writes near the borders are probed freely, so setPixel reports only from
+// debug level 3 on.
+TEST(Image2DPixels, RowsAndColumnsTravelAsFloatWithinTheImage) {
+    Image2D img = MakeImage(3, 2, IMAGE_UINT16, {1, 2, 3, 4, 5, 6}), empty;
     float row[3], column[2];
-    ASSERT_TRUE(img.getRow(row, 1));
-    EXPECT_EQ(std::vector<float>(row, row + 3), (std::vector<float>{4, 5, 6}));
-    ASSERT_TRUE(img.getColumn(column, 2));
-    EXPECT_EQ(std::vector<float>(column, column + 2), (std::vector<float>{3, 6}));
     const float newColumn[2] = {70, 80};
+    ASSERT_TRUE(img.getRow(row, 1) && img.getColumn(column, 2));
+    EXPECT_EQ(std::vector<float>(row, row + 3), (std::vector<float>{4, 5, 6}));
+    EXPECT_EQ(std::vector<float>(column, column + 2), (std::vector<float>{3, 6}));
     ASSERT_TRUE(img.putColumn(newColumn, 0));
     EXPECT_EQ(Pixels(img), (std::vector<float>{70, 2, 3, 80, 5, 6}));
-}
 
-TEST(Image2DPixels, AccessOutsideTheImageIsReported) {
     Messages messages;
-    Image2D img(5, 2, IMAGE_UINT8), empty;
-    float buffer[8];
-    EXPECT_EQ(img.pixel(5, 0), 0.0f);
+    EXPECT_EQ(img.pixel(3, 0), 0.0f);
     EXPECT_EQ(LastCode(img), PIVerror::OUTSIDE_IMAGE);
     EXPECT_EQ(empty.pixel(0, 0), 0.0f);
     EXPECT_EQ(LastCode(empty), PIVerror::IMAGE_IS_NULL);
-    EXPECT_EQ(FailCode(img, img.getRow(buffer, 2)), PIVerror::OUTSIDE_IMAGE);
-    EXPECT_EQ(FailCode(img, img.getColumn(buffer, -1)), PIVerror::OUTSIDE_IMAGE);
+    EXPECT_EQ(FailCode(img, img.getRow(row, 2)), PIVerror::OUTSIDE_IMAGE);
+    EXPECT_EQ(FailCode(img, img.getColumn(column, -1)), PIVerror::OUTSIDE_IMAGE);
     EXPECT_EQ(FailCode(img, img.getRow(nullptr, 0)), PIVerror::INVALID_POINTER);
-}
-
-// Writes near the borders are probed freely, so setPixel reports only from
-// debug level 3 on.
-TEST(Image2DPixels, SetPixelOutsideIsQuietBelowDebugLevelThree) {
-    Messages messages;
-    Image2D img(2, 2, IMAGE_UINT8);
-    EXPECT_EQ(FailCode(img, img.setPixel(2, 0, 1.0f)), PIVerror::NO_ERROR);
+    Image2D fresh(2, 2, IMAGE_UINT8);
+    EXPECT_EQ(FailCode(fresh, fresh.setPixel(2, 0, 1.0f)), PIVerror::NO_ERROR);
     DebugLevelScope level(3);
-    EXPECT_EQ(FailCode(img, img.setPixel(2, 0, 1.0f)), PIVerror::OUTSIDE_IMAGE);
+    EXPECT_EQ(FailCode(fresh, fresh.setPixel(2, 0, 1.0f)), PIVerror::OUTSIDE_IMAGE);
 }
 
 // fill stores the truncated value but keeps the asked-for value as the
-// statistics, until the next change asks for a new scan.
-TEST(Image2DPixels, FillStoresTruncatedValueButReportsTheFloat) {
+// statistics, until the next change asks for a new scan. Every change of
+// pixels asks for new statistics; the image operators leave the changed
+// flag alone.
+TEST(Image2DPixels, FillAndTheFlagsOfChange) {
     Image2D img(5, 2, IMAGE_UINT8);
+    EXPECT_TRUE(img.needsStatistics());
     ASSERT_TRUE(img.fill(3.7f));
     EXPECT_EQ(img.pixel(4, 1), 3.0f);
     EXPECT_FALSE(img.needsStatistics());
@@ -89,10 +82,17 @@ TEST(Image2DPixels, FillStoresTruncatedValueButReportsTheFloat) {
     EXPECT_DOUBLE_EQ(img.minimum(), 3.7f);
     EXPECT_DOUBLE_EQ(img.variance(), 0.0);
     for (int i = 0; i < 8; i++) EXPECT_EQ(img.bits()[i], 3) << "byte " << i << ", padding included";
-
     img.setPixel(0, 0, 3.0f);
     EXPECT_TRUE(img.needsStatistics());
     EXPECT_DOUBLE_EQ(img.mean(), 3.0);
+    const float row[5] = {5, 6, 7, 8, 9};
+    img.putRow(row, 0);
+    EXPECT_TRUE(img.needsStatistics() && img.isChanged());
+    img.doStatistics(true);
+    img.setFlagChanged(false);
+    img += Filled(5, 2, IMAGE_UINT8, 1);
+    EXPECT_TRUE(img.needsStatistics());
+    EXPECT_FALSE(img.isChanged());
 
     img.fill(300.0f);  // 300 keeps its low byte, 44
     EXPECT_EQ(img.pixel(0, 0), 44.0f);
@@ -100,27 +100,6 @@ TEST(Image2DPixels, FillStoresTruncatedValueButReportsTheFloat) {
     img.erase();
     EXPECT_EQ(img.pixel(2, 1), 0.0f);
     EXPECT_STREQ(img.description(), "");
-}
-
-// Every change of pixels asks for new statistics; the image operators leave
-// the changed flag alone.
-TEST(Image2DPixels, NeedStatisticsAndChangedFlags) {
-    Image2D img(2, 2, IMAGE_UINT16);
-    EXPECT_TRUE(img.needsStatistics());
-    img.fill(1.0f);
-    img.doStatistics(true);
-    EXPECT_FALSE(img.needsStatistics());
-    const float row[2] = {5, 6};
-    img.putRow(row, 0);
-    EXPECT_TRUE(img.needsStatistics());
-    EXPECT_TRUE(img.isChanged());
-
-    img.doStatistics(true);
-    img.setFlagChanged(false);
-    Image2D other = MakeImage(2, 2, IMAGE_UINT16, {1, 1, 1, 1});
-    img += other;
-    EXPECT_TRUE(img.needsStatistics());
-    EXPECT_FALSE(img.isChanged());
 }
 
 // Pixel (x, y) = 10 y + x of a 4x3 image; a 2x2 window at (1, 1) holds 11,
