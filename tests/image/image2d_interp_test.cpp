@@ -287,54 +287,47 @@ TEST(Translate, ParticleImageMatchesTheRenderedShift) {
     EXPECT_LT(spline * 2, bilinear);
 }
 
-TEST(Translate, WholePixelsCopyAndClearTheBorder) {
-    const Image2D src = MakeImage(4, 3, IMAGE_UINT16, {1, 2, 3, 4, 5, 6, 7, 8, 9, 10, 11, 12});
-    Image2D img(src);
+// Whole pixels copy and clear the border; an 8-bit image keeps its type and
+// a B-spline shift of a flat 20 with two peaks never dips below 20; null
+// and empty images are refused.
+TEST(Translate, SmallImages) {
+    Image2D img = MakeImage(4, 3, IMAGE_UINT16, {1, 2, 3, 4, 5, 6, 7, 8, 9, 10, 11, 12});
     ASSERT_TRUE(img.translate(1.0, -1.0));
     EXPECT_EQ(img.type(), IMAGE_UINT16);
     EXPECT_EQ(Pixels(img), (std::vector<float>{0, 0, 0, 0, 2, 3, 4, 0, 6, 7, 8, 0}));
-}
 
-TEST(Translate, EightBitKeepsItsTypeAndMinimum) {
-    Image2D img = MakeImage(6, 5, IMAGE_UINT8,
-                            {20, 20, 20, 20, 20,  20, 20, 200, 20, 20, 20, 20, 20, 20, 20,
-                             20, 20, 20, 20, 200, 20, 20, 20,  20, 20, 20, 20, 20, 20, 20});
-    img.setInterpolationMethod(PIV::INTERPOLATE_BSPLINE, 5);
-    ASSERT_TRUE(img.translate(0.5, 0.0, true));
-    EXPECT_EQ(img.type(), IMAGE_UINT8);
+    Image2D bytes = Spike(6, 5, IMAGE_UINT8, 7, 180);
+    bytes.setPixel(1, 3, 180);
+    bytes += Filled(6, 5, IMAGE_UINT8, 20);
+    bytes.setInterpolationMethod(PIV::INTERPOLATE_BSPLINE, 5);
+    ASSERT_TRUE(bytes.translate(0.5, 0.0, true));
+    EXPECT_EQ(bytes.type(), IMAGE_UINT8);
     for (int y = 0; y < 5; y++)
-        for (int x = 0; x < 5; x++) EXPECT_GE(img.pixel(x, y), 20.0f);
-}
+        for (int x = 0; x < 5; x++) EXPECT_GE(bytes.pixel(x, y), 20.0f);
 
-TEST(Translate, NullAndEmptyImagesFail) {
     Messages quiet;
-    Image2D null;
+    Image2D null, zero = Filled(8, 8, IMAGE_FLOAT, 0);
     EXPECT_EQ(FailCode(null, null.translate(0.5, 0.5)), PIVerror::IMAGE_IS_NULL);
-    Image2D zero = Filled(8, 8, IMAGE_FLOAT, 0);
     Image2D_Interpolation interp;
     EXPECT_EQ(FailCode(interp, interp.translateImage(zero, 0.5, 0.5, false, false)),
               PIVerror::IMAGE_IS_NULL);
 }
 
-TEST(Transform, TranslationOnlyFlipsTheYSign) {
+// A translation alone flips the sign of y against translate(); all-zero
+// stretches do nothing and unit stretches copy.
+TEST(Transform, TranslationAndUnitStretch) {
     const Image2D src = AnalyticImage(24, 20, Blob);
     IMAGE_TRANSFORMATION_CFG cfg;
     cfg.Enable = true;
     cfg.StretchX = cfg.StretchY = 1.0;
     cfg.TranslateX = 0.4;
     cfg.TranslateY = 0.25;
-    Image2D a(src), b(src);
+    Image2D a(src), b(src), img(src);
     ASSERT_TRUE(a.transform(cfg));
     ASSERT_TRUE(b.translate(0.4, -0.25));
     EXPECT_TRUE(a == b);
-}
 
-TEST(Transform, AllZeroDoesNothingAndUnitStretchCopies) {
-    const Image2D src = AnalyticImage(24, 20, Blob);
-    IMAGE_TRANSFORMATION_CFG cfg;
-    cfg.Enable = true;
-    cfg.StretchX = cfg.StretchY = 0.0;
-    Image2D img(src);
+    cfg.TranslateX = cfg.TranslateY = cfg.StretchX = cfg.StretchY = 0.0;
     Image2D_Interpolation interp;
     EXPECT_FALSE(interp.transformImage(img, cfg, false, false));
     EXPECT_TRUE(img == src);
@@ -370,32 +363,29 @@ TEST(Binning, SumsCellsAndRejectsBadFactors) {
     EXPECT_EQ(out.pixel(11, 5), 3.0f);  // one column and one row
 }
 
-TEST(Transform, SkewGoesThroughTheGeneralMapping) {
-    Image2D img = AnalyticImage(24, 24, Plane);
-    img.setInterpolationMethod(PIV::INTERPOLATE_BILINEAR, 2);
+// Skew and stretch go through the general mapping. A skew of 10 degrees
+// samples (i, sin(10 deg) i + j), where bilinear is exact on a plane; a
+// stretch of 0.5 samples (i / 2, j) and needs a B-spline, of degree 5 exact
+// on a plane away from the mirrored border.
+TEST(Transform, SkewAndStretchOnAPlane) {
+    Messages quiet;
+    Image2D skewed = AnalyticImage(24, 24, Plane), stretched(skewed);
     IMAGE_TRANSFORMATION_CFG cfg;
     cfg.Enable = true;
     cfg.SkewX = 10.0;
-    ASSERT_TRUE(img.transform(cfg));
-    // (i, j) samples (i, sin(10 deg) i + j); bilinear is exact on a plane.
+    skewed.setInterpolationMethod(PIV::INTERPOLATE_BILINEAR, 2);
+    ASSERT_TRUE(skewed.transform(cfg));
     const double kx = std::sin(10.0 * M_PI / 180.0);
     for (int j = 1; j < 18; j++)
-        for (int i = 1; i < 22; i++) EXPECT_NEAR(img.pixel(i, j), Plane(i, kx * i + j), 1e-3);
-}
+        for (int i = 1; i < 22; i++) EXPECT_NEAR(skewed.pixel(i, j), Plane(i, kx * i + j), 1e-3);
 
-TEST(Transform, StretchOnlyNeedsASplineMethod) {
-    Messages quiet;
-    Image2D img = AnalyticImage(24, 24, Plane);
-    IMAGE_TRANSFORMATION_CFG cfg;
-    cfg.Enable = true;
+    cfg.SkewX = 0.0;
     cfg.StretchX = 0.5;
-    img.setInterpolationMethod(PIV::INTERPOLATE_BILINEAR, 2);
-    EXPECT_FALSE(img.transform(cfg));
-    EXPECT_TRUE(Holds(LastText(img), "only spport B-spline"));
-    img.setInterpolationMethod(PIV::INTERPOLATE_BSPLINE, 5);
-    ASSERT_TRUE(img.transform(cfg));
-    // (i, j) samples (i / 2, j): the spline of degree 5 is exact on a plane
-    // away from the mirrored border.
+    stretched.setInterpolationMethod(PIV::INTERPOLATE_BILINEAR, 2);
+    EXPECT_FALSE(stretched.transform(cfg));
+    EXPECT_TRUE(Holds(LastText(stretched), "only spport B-spline"));
+    stretched.setInterpolationMethod(PIV::INTERPOLATE_BSPLINE, 5);
+    ASSERT_TRUE(stretched.transform(cfg));
     for (int j = 8; j < 16; j++)
-        for (int i = 16; i < 24; i++) EXPECT_NEAR(img.pixel(i, j), Plane(0.5 * i, j), 1e-3);
+        for (int i = 16; i < 24; i++) EXPECT_NEAR(stretched.pixel(i, j), Plane(0.5 * i, j), 1e-3);
 }
