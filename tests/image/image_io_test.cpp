@@ -188,22 +188,6 @@ TEST(ImageLoad, MalformedPgmHeadersAreRefused) {
     }
 }
 
-// Called directly, the reader checks the magic itself.
-TEST(ImageLoad, PgmReaderChecksMagicAndFile) {
-    ScratchDir dir;
-    Messages messages;
-    Image2D img;
-    WriteBytes(dir.file("one"), "P");
-    EXPECT_EQ(FailCode(img, img.loadPGM(dir.file("one").c_str())), PIVerror::INVALID_FILE_CONTENT);
-    EXPECT_TRUE(Holds(LastText(img),
-                      "Bad magic number on image '" + dir.file("one") + "' - Not a PGM-image!"));
-    WriteBytes(dir.file("p3"), "P3 1 1 255\n0 0 0\n");
-    EXPECT_FALSE(img.loadPGM(dir.file("p3").c_str()));
-    EXPECT_TRUE(Holds(LastText(img), "bad magic number - not a PGM or PBM file"));
-    EXPECT_EQ(FailCode(img, img.loadPGM(dir.file("missing").c_str())), PIVerror::FILE_OPEN_FAILED);
-    EXPECT_TRUE(Holds(LastText(img), "loadPGM() - trouble opening file"));
-}
-
 TEST(ImageLoad, MissingAndUnreadableFiles) {
     ScratchDir dir;
     Messages messages;
@@ -227,6 +211,16 @@ TEST(ImageLoad, MissingAndUnreadableFiles) {
         EXPECT_EQ(FailCode(img, img.load(dir.file("other").c_str())), c.code);
         EXPECT_FALSE(img.isChanged());
     }
+    // Called directly, the PGM reader checks the magic itself.
+    WriteBytes(dir.file("one"), "P");
+    EXPECT_EQ(FailCode(img, img.loadPGM(dir.file("one").c_str())), PIVerror::INVALID_FILE_CONTENT);
+    EXPECT_TRUE(Holds(LastText(img),
+                      "Bad magic number on image '" + dir.file("one") + "' - Not a PGM-image!"));
+    WriteBytes(dir.file("p3"), "P3 1 1 255\n0 0 0\n");
+    EXPECT_FALSE(img.loadPGM(dir.file("p3").c_str()));
+    EXPECT_TRUE(Holds(LastText(img), "bad magic number - not a PGM or PBM file"));
+    EXPECT_EQ(FailCode(img, img.loadPGM(dir.file("missing").c_str())), PIVerror::FILE_OPEN_FAILED);
+    EXPECT_TRUE(Holds(LastText(img), "loadPGM() - trouble opening file"));
 }
 
 // The writer puts "P5 " in front (a blank, for the detection), then the
