@@ -1,11 +1,8 @@
 // Pixel arithmetic of Image2D: each case is two or three pixels whose
 // results follow from the saturation or wrap rule of their type.
-#include <gtest/gtest.h>
 
 #include <cmath>
-#include <functional>
 
-#include "image2d.h"
 #include "image_test_support.h"
 
 using namespace image_test;

@@ -1,7 +1,5 @@
 // Type changes of Image2D, one pixel per case of the conversion table.
-#include <gtest/gtest.h>
 
-#include "image2d.h"
 #include "image_test_support.h"
 
 using namespace image_test;

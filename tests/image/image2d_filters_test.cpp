@@ -1,11 +1,7 @@
 // The pre-processing filters of Image2D against small hand-computed images.
-#include <gtest/gtest.h>
 
 #include <algorithm>
 #include <cmath>
-#include <functional>
-#include <string>
-#include <vector>
 
 #include "image_test_support.h"
 #include "piv_util.h"

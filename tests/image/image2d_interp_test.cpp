@@ -1,10 +1,7 @@
 // Interpolation kernels, splines and the resampling front ends, held against
 // analytic images and the synthetic particle renderer.
-#include <gtest/gtest.h>
 
 #include <cmath>
-#include <functional>
-#include <vector>
 
 #include "image2d_interp.h"
 #include "image_spline.h"

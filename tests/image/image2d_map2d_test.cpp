@@ -1,6 +1,5 @@
 // Dewarping a synthetic calibration target: after resampling through the
 // mapping that made it, every dot must sit on its grid node.
-#include <gtest/gtest.h>
 
 #include <cmath>
 

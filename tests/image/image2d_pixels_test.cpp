@@ -1,11 +1,8 @@
 // Pixel access of Image2D: the store rules, bounds, fill, sampling,
 // the lower-row interpolation, generated images, dump and comparison.
-#include <gtest/gtest.h>
 
 #include <cmath>
-#include <functional>
 
-#include "image2d.h"
 #include "image_test_support.h"
 
 using namespace image_test;

@@ -1,11 +1,9 @@
 // Statistics of Image2D, worked by hand on small images.
-#include <gtest/gtest.h>
 
 #include <algorithm>
 #include <cmath>
 #include <limits>
 
-#include "image2d.h"
 #include "image_test_support.h"
 
 using namespace image_test;

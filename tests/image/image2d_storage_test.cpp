@@ -1,10 +1,8 @@
 // Storage of Image2D: row strides, re-allocation, refused sizes, copies,
 // crops and reference counting.
-#include <gtest/gtest.h>
 
 #include <cstring>
 
-#include "image2d.h"
 #include "image_test_support.h"
 
 using namespace image_test;

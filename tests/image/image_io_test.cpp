@@ -4,12 +4,8 @@
 // The files under tests/data/image were written by netpbm (see the README
 // there); the small files below are written byte by byte from the format
 // description.
-#include <gtest/gtest.h>
 #include <sys/stat.h>
 
-#include <filesystem>
-
-#include "image2d.h"
 #include "image2d_pair.h"
 #include "image_format.h"
 #include "image_test_support.h"

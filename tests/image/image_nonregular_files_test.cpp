@@ -2,16 +2,9 @@
 // to, an endless device. A series whose list names one of them by mistake
 // must go on with the next frame: opening a pipe without a writer would
 // wait for ever, and a device would be read without end.
-#include <gtest/gtest.h>
 
-#include <filesystem>
-#include <string>
-#include <vector>
-
-#include "image2d.h"
 #include "image_format.h"
 #include "image_test_support.h"
-#include "message_capture.h"
 
 using namespace image_test;
 using test_support::SpecialFiles;

@@ -1,12 +1,7 @@
 // TIFF and BMP files. The files under tests/data/image were written by
 // libtiff-tools and netpbm from sources whose pixels follow the formulas in
 // the README there; the expected values below come from those formulas.
-#include <gtest/gtest.h>
 
-#include <filesystem>
-#include <functional>
-
-#include "image2d.h"
 #include "image_file_builders.h"
 #include "image_format.h"
 #include "image_test_support.h"

@@ -2,12 +2,9 @@
 // the fitted mapping must put every point, and points between them, where
 // the known mapping does. Positions are compared, never coefficients, since
 // several coefficient sets can describe one mapping.
-#include <gtest/gtest.h>
 
 #include <cmath>
-#include <functional>
 #include <random>
-#include <string>
 
 #include "image_test_support.h"
 #include "mapping_fxn2d.h"

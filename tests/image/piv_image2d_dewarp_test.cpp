@@ -1,7 +1,6 @@
 // Dewarping on load: a view calibration file with two mappings, a recorded
 // calibration target, and the dewarped frame whose dots must sit on their
 // grid nodes.
-#include <gtest/gtest.h>
 
 #include <cmath>
 
