@@ -11,32 +11,22 @@ namespace {
 
 const ImageType U8 = IMAGE_UINT8, U16 = IMAGE_UINT16, U32 = IMAGE_UINT32, F = IMAGE_FLOAT;
 
-std::function<bool(Image2D&)> With(ImageType type, std::vector<float> other,
-                                   bool (*op)(Image2D&, const Image2D&)) {
+using BinOp = bool (*)(Image2D&, const Image2D&);
+
+// The operation against a one-row image of `type` and `other` pixels.
+std::function<bool(Image2D&)> With(ImageType type, std::vector<float> other, BinOp op) {
     return [=](Image2D& img) {
         const Image2D b = MakeImage(static_cast<int>(other.size()), 1, type, other);
         return op(img, b);
     };
 }
 
-bool Add(Image2D& a, const Image2D& b) {
-    return a += b;
-}
-bool Sub(Image2D& a, const Image2D& b) {
-    return a -= b;
-}
-bool Mul(Image2D& a, const Image2D& b) {
-    return a *= b;
-}
-bool Div(Image2D& a, const Image2D& b) {
-    return a /= b;
-}
-bool SubClip(Image2D& a, const Image2D& b) {
-    return a.subtract(b, true);
-}
-bool SubWrap(Image2D& a, const Image2D& b) {
-    return a.subtract(b, false);
-}
+const BinOp Add = [](Image2D& a, const Image2D& b) { return a += b; };
+const BinOp Sub = [](Image2D& a, const Image2D& b) { return a -= b; };
+const BinOp Mul = [](Image2D& a, const Image2D& b) { return a *= b; };
+const BinOp Div = [](Image2D& a, const Image2D& b) { return a /= b; };
+const BinOp SubClip = [](Image2D& a, const Image2D& b) { return a.subtract(b, true); };
+const BinOp SubWrap = [](Image2D& a, const Image2D& b) { return a.subtract(b, false); };
 
 }  // namespace
 
