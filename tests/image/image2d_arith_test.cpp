@@ -27,6 +27,11 @@ const BinOp Mul = [](Image2D& a, const Image2D& b) { return a *= b; };
 const BinOp Div = [](Image2D& a, const Image2D& b) { return a /= b; };
 const BinOp SubClip = [](Image2D& a, const Image2D& b) { return a.subtract(b, true); };
 const BinOp SubWrap = [](Image2D& a, const Image2D& b) { return a.subtract(b, false); };
+const BinOp MinOp = [](Image2D& a, const Image2D& b) { return a.minImage(b); };
+const BinOp MaxOp = [](Image2D& a, const Image2D& b) { return a.maxImage(b); };
+const BinOp Mask = [](Image2D& a, const Image2D& b) { return a.applyMask(b, false); };
+const BinOp InvertedMask = [](Image2D& a, const Image2D& b) { return a.applyMask(b, true); };
+const BinOp Valid = [](Image2D& a, const Image2D& b) { return a.getValidPixels(b, 9.9f, 15.7f); };
 
 }  // namespace
 
@@ -56,6 +61,13 @@ TEST(Image2DArithmetic, OperatorsBetweenImages) {
         {"32-bit - 8-bit wrap", U32, {5, 100}, With(U8, {10, 1}, SubWrap), {0, 99}},
         {"float - 8-bit", F, {1, 2}, With(U8, {3, 1}, SubWrap), {-2, 1}},
         {"float - 32-bit", F, {1, 2}, With(U32, {3, 1}, SubClip), {-2, 1}},
+        {"minimum", U16, {1, 5}, With(U16, {3, 2}, MinOp), {1, 2}},
+        {"maximum", U16, {1, 5}, With(U16, {3, 2}, MaxOp), {3, 5}},
+        // A mask clears the pixels under 255, or inverted under 0.
+        {"mask", U16, {1, 2, 3}, With(U8, {255, 0, 7}, Mask), {0, 2, 3}},
+        {"inverted mask", U16, {1, 2, 3}, With(U8, {255, 0, 7}, InvertedMask), {1, 0, 3}},
+        // An existing mask of the right size is narrowed, not replaced.
+        {"valid pixels", U8, {255, 0, 255, 255}, With(U16, {5, 10, 15, 20}, Valid), {0, 0, 255, 0}},
         // 5 - (-inf) clips at the top; NaN truncates to 0, so 9 stays 9.
         {"16-bit - infinite float", U16, {5, 9}, With(F, {-INFINITY, NAN}, SubClip), {65535, 9}},
     });
@@ -139,6 +151,12 @@ TEST(Image2DArithmetic, OperationsOnOneImage) {
         {"float negative", F, {0.5f, 2}, [](Image2D& i) { return i.negative(1.5); }, {1, -0.5f}},
         // top * (clamp(v) / top)^(1/gamma) with top 100 and gamma 2: 25 -> 50.
         {"gamma", F, {0, 25, 100, 150, -5}, [](Image2D& i) { return i.gammaCorrection(2, 100); }, {0, 50, 100, 100, 0}},
+        // normalize gives (v - 2) / (6 - 2) times its factor, as floats.
+        {"normalize", U8, {2, 4, 6}, [](Image2D& i) { return i.normalize(0) && i.type() == IMAGE_FLOAT; }, {0, 0.5f, 1}},
+        {"normalize 10", U16, {2, 4, 6}, [](Image2D& i) { return i.normalize(10); }, {0, 5, 10}},
+        {"normalize flat", U8, {9, 9}, [](Image2D& i) { return i.normalize(1); }, {0, 0}},
+        // A value beyond the table takes its last entry, as a float.
+        {"table", U8, {0, 2, 255}, [](Image2D& i) { const float t[3] = {10, 20, 30}; return i.applyLUT(t, 3) && i.type() == IMAGE_FLOAT; }, {10, 30, 30}},
     });
     // clang-format on
 }
@@ -190,22 +208,6 @@ TEST(Image2DArithmetic, ScaleToRangeRefusesAnEmptyRange) {
     EXPECT_TRUE(Holds(LastText(empty), "sclaeToRange()"));
 }
 
-// (v - 2) / (6 - 2) for pixels 2, 4, 6. The cached statistics are left as
-// they were: the minimum still reads 2.
-TEST(Image2DArithmetic, NormalizeMakesAFloatImageAndLeavesTheFlags) {
-    Image2D img = MakeImage(3, 1, IMAGE_UINT8, {2, 4, 6});
-    ASSERT_TRUE(img.normalize(0));
-    EXPECT_EQ(img.type(), IMAGE_FLOAT);
-    EXPECT_EQ(Pixels(img), (std::vector<float>{0, 0.5f, 1}));
-    EXPECT_DOUBLE_EQ(img.minimum(), 2.0);
-    Image2D scaled = MakeImage(3, 1, IMAGE_UINT16, {2, 4, 6});
-    ASSERT_TRUE(scaled.normalize(10));
-    EXPECT_EQ(Pixels(scaled), (std::vector<float>{0, 5, 10}));
-    Image2D flat = MakeImage(2, 1, IMAGE_UINT8, {9, 9});
-    ASSERT_TRUE(flat.normalize(1));
-    EXPECT_EQ(Pixels(flat), (std::vector<float>{0, 0}));
-}
-
 TEST(Image2DArithmetic, GammaCorrectionIsForFloatImages) {
     Messages messages;
     Image2D img(2, 1, IMAGE_FLOAT), byte(2, 1, IMAGE_UINT8);
@@ -213,82 +215,36 @@ TEST(Image2DArithmetic, GammaCorrectionIsForFloatImages) {
     EXPECT_EQ(FailCode(img, img.gammaCorrection(2, 0)), PIVerror::BAD_RANGE);
 }
 
-// A value beyond the table takes its last entry, whatever the type.
-TEST(Image2DArithmetic, LookUpTableMakesAFloatImage) {
-    const float lut[3] = {10, 20, 30};
-    Image2D img = MakeImage(3, 1, IMAGE_UINT8, {0, 2, 255});
-    ASSERT_TRUE(img.applyLUT(lut, 3));
-    EXPECT_EQ(img.type(), IMAGE_FLOAT);
-    EXPECT_EQ(Pixels(img), (std::vector<float>{10, 30, 30}));
-
-    Messages messages;
-    Image2D word(2, 1, IMAGE_UINT16);
-    struct Case {
-        Image2D& img;
-        const float* table;
-        uint64_t count;
-        int code;
-        // clang-format off
-    } cases[] = {
-        {img, lut, 3, PIVerror::IMAGE_TYPE_UNSUPPORTED},
-        {word, nullptr, 3, PIVerror::INVALID_POINTER},
-        {word, lut, 0, PIVerror::BAD_DIMENSIONS},
-    };
-    // clang-format on
-    for (const Case& c : cases) {
-        EXPECT_FALSE(c.img.applyLUT(c.table, c.count));
-        EXPECT_EQ(LastCode(c.img), c.code);
-    }
-}
-
-TEST(Image2DArithmetic, MaskClearsPixelsUnder255OrUnderZeroInverted) {
-    const Image2D mask = MakeImage(3, 1, IMAGE_UINT8, {255, 0, 7});
-    Image2D img = MakeImage(3, 1, IMAGE_UINT16, {1, 2, 3});
-    ASSERT_TRUE(img.applyMask(mask, false));
-    EXPECT_EQ(Pixels(img), (std::vector<float>{0, 2, 3}));
-    img = MakeImage(3, 1, IMAGE_UINT16, {1, 2, 3});
-    ASSERT_TRUE(img.applyMask(mask, true));
-    EXPECT_EQ(Pixels(img), (std::vector<float>{1, 0, 3}));
-
-    Messages messages;
-    EXPECT_EQ(FailCode(img, img.applyMask(Image2D(3, 1, IMAGE_UINT16), false)),
-              PIVerror::IMAGE_SIZE_MISMATCH);
-    EXPECT_EQ(FailCode(img, img.applyMask(Image2D(2, 1, IMAGE_UINT8), false)),
-              PIVerror::IMAGE_SIZE_MISMATCH);
-}
-
-// Limits 9.9 and 15.7 truncate to 9 and 15: of 5, 10, 15, 20 the middle two
-// stay valid.
-TEST(Image2DArithmetic, ValidPixelsOfARange) {
+// Refusals of the operations with a second image or a table, and the
+// operations that make new images: a null target becomes a copy of the
+// larger image, and a valid-pixel mask of the source's size (limits 9.9 and
+// 15.7 truncate to 9 and 15: of 5, 10, 15, 20 the middle two stay valid).
+// normalize leaves the cached statistics as they were.
+TEST(Image2DArithmetic, NewImagesAndRefusals) {
     const Image2D src = MakeImage(4, 1, IMAGE_UINT16, {5, 10, 15, 20});
-    Image2D valid;
-    ASSERT_TRUE(valid.getValidPixels(src, 9.9f, 15.7f));
+    Image2D fresh, valid, img = MakeImage(3, 1, IMAGE_UINT8, {2, 4, 6}), word(2, 1, IMAGE_UINT16);
+    ASSERT_TRUE(fresh.maxImage(src) && valid.getValidPixels(src, 9.9f, 15.7f));
+    EXPECT_EQ(Pixels(fresh), Pixels(src));
     EXPECT_EQ(valid.type(), IMAGE_UINT8);
     EXPECT_EQ(Pixels(valid), (std::vector<float>{0, 255, 255, 0}));
-    // An existing mask of the right size is narrowed, not replaced.
-    Image2D mask = MakeImage(4, 1, IMAGE_UINT8, {255, 0, 255, 255});
-    ASSERT_TRUE(mask.getValidPixels(src, 9.9f, 15.7f));
-    EXPECT_EQ(Pixels(mask), (std::vector<float>{0, 0, 255, 0}));
+    ASSERT_TRUE(img.normalize(0));
+    EXPECT_DOUBLE_EQ(img.minimum(), 2.0);
 
     Messages messages;
+    const float lut[3] = {10, 20, 30};
+    EXPECT_EQ(FailCode(img, img.applyLUT(lut, 3)), PIVerror::IMAGE_TYPE_UNSUPPORTED);
+    EXPECT_EQ(FailCode(word, word.applyLUT(nullptr, 3)), PIVerror::INVALID_POINTER);
+    EXPECT_EQ(FailCode(word, word.applyLUT(lut, 0)), PIVerror::BAD_DIMENSIONS);
     EXPECT_EQ(FailCode(valid, valid.getValidPixels(src, 3, 1)), PIVerror::BAD_RANGE);
     EXPECT_TRUE(Holds(LastText(valid), "getValidPixels() - Bad range: 3 to 1"));
-}
-
-TEST(Image2DArithmetic, MinimumAndMaximumImages) {
-    const Image2D b = MakeImage(2, 1, IMAGE_UINT16, {3, 2});
-    Image2D lo = MakeImage(2, 1, IMAGE_UINT16, {1, 5}), hi = lo, fresh;
-    ASSERT_TRUE(lo.minImage(b));
-    ASSERT_TRUE(hi.maxImage(b));
-    ASSERT_TRUE(fresh.maxImage(b));  // a null target becomes a copy
-    EXPECT_EQ(Pixels(lo), (std::vector<float>{1, 2}));
-    EXPECT_EQ(Pixels(hi), (std::vector<float>{3, 5}));
-    EXPECT_EQ(Pixels(fresh), (std::vector<float>{3, 2}));
-
-    Messages messages;
-    EXPECT_EQ(FailCode(lo, lo.minImage(lo)), PIVerror::OVERWRITE_OWN_DATA);
-    EXPECT_TRUE(Holds(LastText(lo), "minImage() - Source image identical to destination"));
-    EXPECT_EQ(FailCode(hi, hi.maxImage(Image2D(2, 1, IMAGE_UINT8))), PIVerror::IMAGE_SIZE_MISMATCH);
+    EXPECT_EQ(FailCode(fresh, fresh.minImage(fresh)), PIVerror::OVERWRITE_OWN_DATA);
+    EXPECT_TRUE(Holds(LastText(fresh), "minImage() - Source image identical to destination"));
+    EXPECT_EQ(FailCode(fresh, fresh.maxImage(Image2D(4, 1, IMAGE_UINT8))),
+              PIVerror::IMAGE_SIZE_MISMATCH);
+    EXPECT_EQ(FailCode(word, word.applyMask(Image2D(2, 1, IMAGE_UINT16), false)),
+              PIVerror::IMAGE_SIZE_MISMATCH);
+    EXPECT_EQ(FailCode(word, word.applyMask(Image2D(3, 1, IMAGE_UINT8), false)),
+              PIVerror::IMAGE_SIZE_MISMATCH);
 }
 
 // Status lines go to standard output while enabled.
