@@ -93,6 +93,12 @@ TEST(Box, HandComputedSmallImages) {
         {"rotate 90", U8, {1, 2, 3, 4, 5, 6}, [](Image2D& i) { return i.rotate90() && i.width() == 2; }, {4, 1, 5, 2, 6, 3}, 3},
         {"rotate 270", U8, {4, 1, 5, 2, 6, 3}, [](Image2D& i) { return i.rotate270(); }, {1, 2, 3, 4, 5, 6}, 2},
         {"flip", U8, {1, 2, 3, 4, 5, 6}, [](Image2D& i) { return i.rotate(0, 1, true) && i.isFlippedLR(); }, {3, 2, 1, 6, 5, 4}, 3},
+        // Min-max and the sliding minimum leave nothing of a flat image.
+        {"min-max", IMAGE_UINT16, {50, 50, 50, 50}, [](Image2D& i) { return i.minMaxFilter(3, 0) && i.type() == F; }, {0, 0, 0, 0}, 2},
+        {"sliding minimum", U8, {50, 50, 50, 50}, [](Image2D& i) { return i.subtractSlidingMinimum(5, 0); }, {0, 0, 0, 0}, 2},
+        // Clipping negatives runs without a high pass.
+        {"clip low", F, {-5, 0, 5}, [](Image2D& i) { IMAGE_FILTER_CFG f; f.UseFloat = false; f.HighpassClipNegative = true; return i.applyImageFilters(f, false); }, {0, 0, 5}},
+        {"no clip low", F, {-5, 0, 5}, [](Image2D& i) { IMAGE_FILTER_CFG f; f.UseFloat = false; return i.applyImageFilters(f, false); }, {-5, 0, 5}},
     });
     // clang-format on
     const Image2D src = MakeImage(2, 1, IMAGE_UINT8, {1, 2});
@@ -142,16 +148,6 @@ TEST(Gauss, FlatImageStaysFlatAndAnImpulseSpreadsSymmetrically) {
     EXPECT_GT(off.pixel(6, 5), off.pixel(4, 5));
 }
 
-TEST(Extremes, MinMaxAndSlidingMinimumOfAFlatImageAreZero) {
-    Image2D img = Filled(8, 8, IMAGE_UINT16, 50);
-    ASSERT_TRUE(img.minMaxFilter(3, 0));
-    EXPECT_EQ(img.type(), IMAGE_FLOAT);
-    EXPECT_EQ(Pixels(img), std::vector<float>(64, 0.0f));
-    Image2D flat = Filled(8, 8, IMAGE_UINT8, 50);
-    ASSERT_TRUE(flat.subtractSlidingMinimum(5, 0));
-    EXPECT_EQ(Pixels(flat), std::vector<float>(64, 0.0f));
-}
-
 // Sizes below 1 are refused with 50 and leave the image; sizes above 63 are
 // capped, so a 100 box over 5 pixels is the mean of all of them.
 TEST(KernelSizes, BelowOneFailsAboveSixtyThreeIsCapped) {
@@ -170,40 +166,29 @@ TEST(KernelSizes, BelowOneFailsAboveSixtyThreeIsCapped) {
     for (float v : Pixels(ramp)) EXPECT_NEAR(v, 12.0f, 1e-4);
 }
 
-TEST(NullImages, EveryFilterReports37) {
+TEST(Refusals, NullImagesAndMasksOfAnotherSize) {
     Messages quiet;
     const Image2D mask(4, 4, IMAGE_UINT8);
     Image2D n;
     // A braced list runs its calls in order, each code read right after its call.
-    const std::vector<int> codes = {FailCode(n, n.medianFilter(3)),
-                                    FailCode(n, n.smooth(3, 3)),
-                                    FailCode(n, n.smooth2x2()),
-                                    FailCode(n, n.highPass(3, 3)),
-                                    FailCode(n, n.smoothGauss(1, true, 0.05f)),
-                                    FailCode(n, n.highPassGauss(1, 0.05f)),
-                                    FailCode(n, n.convolve(1, 2, 1)),
-                                    FailCode(n, n.dynamicClipping(0.1f, 0.9f)),
-                                    FailCode(n, n.histEqual(0, false)),
-                                    FailCode(n, n.localMaximum(3, 3, false)),
-                                    FailCode(n, n.minMaxFilter(3, 3)),
-                                    FailCode(n, n.subtractSlidingMinimum(3, 3)),
-                                    FailCode(n, n.binarize(1, false)),
-                                    FailCode(n, n.randomizeMaskedPixels(mask, {2, 2}, {2, 2})),
-                                    FailCode(n, n.erodeBinary()),
-                                    FailCode(n, n.dilateBinary()),
-                                    FailCode(n, n.despeckleBinary()),
-                                    FailCode(n, n.rotate90()),
-                                    FailCode(n, n.applyImageFilters(IMAGE_FILTER_CFG(), false))};
+    // clang-format off
+    const std::vector<int> codes = {
+        FailCode(n, n.medianFilter(3)), FailCode(n, n.smooth(3, 3)), FailCode(n, n.smooth2x2()),
+        FailCode(n, n.highPass(3, 3)), FailCode(n, n.smoothGauss(1, true, 0.05f)),
+        FailCode(n, n.highPassGauss(1, 0.05f)), FailCode(n, n.convolve(1, 2, 1)),
+        FailCode(n, n.dynamicClipping(0.1f, 0.9f)), FailCode(n, n.histEqual(0, false)),
+        FailCode(n, n.localMaximum(3, 3, false)), FailCode(n, n.minMaxFilter(3, 3)),
+        FailCode(n, n.subtractSlidingMinimum(3, 3)), FailCode(n, n.binarize(1, false)),
+        FailCode(n, n.randomizeMaskedPixels(mask, {2, 2}, {2, 2})), FailCode(n, n.erodeBinary()),
+        FailCode(n, n.dilateBinary()), FailCode(n, n.despeckleBinary()), FailCode(n, n.rotate90()),
+        FailCode(n, n.applyImageFilters(IMAGE_FILTER_CFG(), false))};
+    // clang-format on
     EXPECT_EQ(codes, std::vector<int>(codes.size(), PIVerror::IMAGE_IS_NULL));
     n.medianFilter(3);
     EXPECT_TRUE(Holds(LastText(n), "mediaFilter()"));
-}
-
-TEST(MaskSize, AnotherSizeReports34) {
-    Messages quiet;
+    // A mask of another size reports 34 and changes nothing.
     Image2D img = MakeImage(5, 5, IMAGE_UINT8, kSpiky);
     Image2D other = MakeImage(5, 5, IMAGE_UINT8, kSpiky);
-    const Image2D mask = Filled(4, 5, IMAGE_UINT8, 255);
     EXPECT_EQ(FailCode(img, img.randomizeMaskedPixels(mask, {2, 2}, {2, 2})),
               PIVerror::IMAGE_SIZE_MISMATCH);
     EXPECT_EQ(FailCode(img, img.swapMaskedPixels(other, mask, false)),
@@ -284,9 +269,7 @@ TEST(Clipping, EachTypeOnARamp) {
         const std::vector<float> got = Pixels(img);
         for (size_t i = 0; i < ramp.size(); i++) EXPECT_NEAR(got[i], r.expected(ramp[i]), 1e-4);
     }
-}
-
-TEST(Clipping, BadRangesAndConstantImages) {
+    // Bad ranges and constant images are refused.
     Messages quiet;
     Image2D img = MakeImage(10, 10, IMAGE_UINT8, Ramp(100));
     EXPECT_EQ(FailCode(img, img.dynamicClipping(0.0f, 1.0f)), PIVerror::BAD_RANGE);
@@ -376,17 +359,6 @@ TEST(Drivers, LowPassWeightsOfBothDrivers) {
     EXPECT_NEAR(pre.pixel(1, 2), 100 * 0.2f * 0.6f, 1e-3);
     ASSERT_TRUE(again.preProcess(cfg, false, true, 0));
     EXPECT_TRUE(again == pre);
-}
-
-TEST(Drivers, ClipLowRunsWithoutHighPass) {
-    IMAGE_FILTER_CFG f;
-    f.UseFloat = false;
-    for (bool clip : {true, false}) {
-        f.HighpassClipNegative = clip;
-        Image2D img = MakeImage(3, 1, IMAGE_FLOAT, {-5, 0, 5});
-        ASSERT_TRUE(img.applyImageFilters(f, false));
-        EXPECT_EQ(Pixels(img), (std::vector<float>{clip ? 0.0f : -5.0f, 0, 5}));
-    }
 }
 
 TEST(Drivers, InvertComesAfterMedianInApplyImageFilters) {
