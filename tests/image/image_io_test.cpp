@@ -130,15 +130,11 @@ TEST(ImageLoad, HandWrittenPgmAndPbmFiles) {
         std::vector<float> pixels;
         // clang-format off
     } cases[] = {
-        {"P2 with comments", "P2 # made by hand\n3 2\n# maxval next\n10\n0 5 10\n10 5 0\n", 3, 2,
-         IMAGE_UINT8, {0, 5, 10, 10, 5, 0}},
+        {"P2 with comments", "P2 # by hand\n3 2\n# maxval next\n10\n0 5 10\n10 5 0\n", 3, 2, IMAGE_UINT8, {0, 5, 10, 10, 5, 0}},
         {"P2 16-bit", "P2 2 1 1000\n999 1000\n", 2, 1, IMAGE_UINT16, {999, 1000}},
-        {"P5 two-byte samples", "P5 2 1 300\n" + Bytes({0x01, 0x2C, 0x00, 0x05}), 2, 1, IMAGE_UINT16,
-         {300, 5}},
-        {"P1 with and without blanks", "P1 4 2\n1 0 1 1\n0001\n", 4, 2, IMAGE_UINT8,
-         {0, 255, 0, 0, 255, 255, 255, 0}},
-        {"P4 rows start on a byte", "P4 3 2\n" + Bytes({0xA0, 0x40}), 3, 2, IMAGE_UINT8,
-         {0, 255, 0, 255, 0, 255}},
+        {"P5 two-byte samples", "P5 2 1 300\n" + Bytes({0x01, 0x2C, 0x00, 0x05}), 2, 1, IMAGE_UINT16, {300, 5}},
+        {"P1 with and without blanks", "P1 4 2\n1 0 1 1\n0001\n", 4, 2, IMAGE_UINT8, {0, 255, 0, 0, 255, 255, 255, 0}},
+        {"P4 rows start on a byte", "P4 3 2\n" + Bytes({0xA0, 0x40}), 3, 2, IMAGE_UINT8, {0, 255, 0, 255, 0, 255}},
         // Missing bits read as clear while the file holds at least half of them.
         {"P4 truncated", "P4 3 2\n" + Bytes({0xE0}), 3, 2, IMAGE_UINT8, {0, 0, 0, 255, 255, 255}},
     };
@@ -271,34 +267,23 @@ TEST(ImageSave, FailedPgmSaveKeepsTheTarget) {
 TEST(ImageSave, DispatchByFormatAndDepth) {
     ScratchDir dir;
     Messages messages;
-    struct Case {
-        ImageType type;
-        int format;
-        int written;  // the format of the file, or minus the error code
-        // clang-format off
-    } cases[] = {
-        {IMAGE_UINT16, -1, PIV::FORMAT_PCO},
-        {IMAGE_UINT16, PIV::FORMAT_TIFF, PIV::FORMAT_TIFF},
-        {IMAGE_UINT16, PIV::FORMAT_LAVISION_0, PIV::FORMAT_LAVISION_0},
-        {IMAGE_UINT16, PIV::FORMAT_BMP, PIV::FORMAT_PCO},
-        {IMAGE_UINT8, -1, PIV::FORMAT_TIFF},
-        {IMAGE_UINT8, PIV::FORMAT_PCO, PIV::FORMAT_TIFF},   // the PCO writer refuses bytes
-        {IMAGE_FLOAT, -1, PIV::FORMAT_LAVISION_3},
-        {IMAGE_FLOAT, PIV::FORMAT_LAVISION_3, PIV::FORMAT_LAVISION_3},
-        {IMAGE_FLOAT, PIV::FORMAT_TIFF, PIV::FORMAT_TIFF},
-        {IMAGE_UINT32, PIV::FORMAT_TIFF, PIV::FORMAT_TIFF},
-        {IMAGE_UINT32, -1, -PIVerror::IMAGE_TYPE_UNSUPPORTED},
-        {IMAGE_UINT32, PIV::FORMAT_PCO, -PIVerror::IMAGE_TYPE_UNSUPPORTED},
-        {IMAGE_FLOAT, PIV::FORMAT_PGM, -PIVerror::IMAGE_TYPE_UNSUPPORTED},
-    };
-    // clang-format on
-    for (const Case& c : cases) {
-        SCOPED_TRACE(testing::Message() << "type " << c.type << " format " << c.format);
-        Image2D img = Filled(4, 4, c.type, 3);
+    const int U8 = IMAGE_UINT8, U16 = IMAGE_UINT16, U32 = IMAGE_UINT32, F = IMAGE_FLOAT;
+    const int PCO = PIV::FORMAT_PCO, TIF = PIV::FORMAT_TIFF, LV0 = PIV::FORMAT_LAVISION_0,
+              LV3 = PIV::FORMAT_LAVISION_3, BMP = PIV::FORMAT_BMP, PGM = PIV::FORMAT_PGM,
+              REFUSED = -PIVerror::IMAGE_TYPE_UNSUPPORTED;
+    // Type, format asked for, the format of the file or minus the error code;
+    // the PCO writer refuses bytes.
+    const int cases[][3] = {
+        {U16, -1, PCO},     {U16, TIF, TIF},     {U16, LV0, LV0},  {U16, BMP, PCO}, {U8, -1, TIF},
+        {U8, PCO, TIF},     {F, -1, LV3},        {F, LV3, LV3},    {F, TIF, TIF},   {U32, TIF, TIF},
+        {U32, -1, REFUSED}, {U32, PCO, REFUSED}, {F, PGM, REFUSED}};
+    for (const auto& c : cases) {
+        SCOPED_TRACE(testing::Message() << "type " << c[0] << " format " << c[1]);
+        Image2D img = Filled(4, 4, static_cast<ImageType>(c[0]), 3);
         const std::string path = dir.file("out");
         std::filesystem::remove(path);
-        const int code = FailCode(img, img.save(path.c_str(), c.format));
-        EXPECT_EQ(code < 0 ? PIV::GetFileFormat(path.c_str()) : -code, c.written);
+        const int code = FailCode(img, img.save(path.c_str(), c[1]));
+        EXPECT_EQ(code < 0 ? PIV::GetFileFormat(path.c_str()) : -code, c[2]);
     }
     Image2D img32(4, 4, IMAGE_UINT32);
     EXPECT_FALSE(img32.save(dir.file("out").c_str(), -1));
