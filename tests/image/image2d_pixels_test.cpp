@@ -10,28 +10,23 @@ using namespace image_test;
 // setPixel truncates toward zero and keeps the low bits; putRow rounds half
 // up and clamps 8 and 16 bits, while 32 bits wrap (int(-1.7) = -1).
 TEST(Image2DPixels, StoreRulesOfSetPixelAndPutRow) {
-    struct Case {
-        ImageType type;
-        float value, viaSetPixel, viaPutRow;
-    } cases[] = {{IMAGE_UINT8, 256.0f, 0, 255},
-                 {IMAGE_UINT8, 255.6f, 255, 255},
-                 {IMAGE_UINT8, 254.5f, 254, 255},
-                 {IMAGE_UINT8, 254.4f, 254, 254},
-                 {IMAGE_UINT8, -1.0f, 255, 0},
-                 {IMAGE_UINT16, 70000.0f, 4464, 65535},
-                 {IMAGE_UINT16, 1.5f, 1, 2},
-                 {IMAGE_UINT32, 2.5f, 2, 3},
-                 {IMAGE_FLOAT, -3.75f, -3.75f, -3.75f},
-                 {IMAGE_UINT32, -1.7f, 4294967295.0f, 4294967295.0f}};
-    for (const Case& c : cases) {
-        SCOPED_TRACE(testing::Message() << "type " << c.type << " value " << c.value);
-        Image2D img(1, 1, c.type);
-        ASSERT_TRUE(img.setPixel(0, 0, c.value));
-        EXPECT_EQ(img.pixel(0, 0), c.viaSetPixel);
-        ASSERT_TRUE(img.putRow(&c.value, 0));
-        EXPECT_EQ(img.pixel(0, 0), c.viaPutRow);
-        ASSERT_TRUE(img.putColumn(&c.value, 0));
-        EXPECT_EQ(img.pixel(0, 0), c.viaPutRow);
+    const float U8 = IMAGE_UINT8, U16 = IMAGE_UINT16, U32 = IMAGE_UINT32, F = IMAGE_FLOAT;
+    // type, value, via setPixel, via putRow
+    const float cases[][4] = {
+        {U8, 256.0f, 0, 255},        {U8, 255.6f, 255, 255},
+        {U8, 254.5f, 254, 255},      {U8, 254.4f, 254, 254},
+        {U8, -1.0f, 255, 0},         {U16, 70000.0f, 4464, 65535},
+        {U16, 1.5f, 1, 2},           {U32, 2.5f, 2, 3},
+        {F, -3.75f, -3.75f, -3.75f}, {U32, -1.7f, 4294967295.0f, 4294967295.0f}};
+    for (const auto& c : cases) {
+        SCOPED_TRACE(testing::Message() << "type " << c[0] << " value " << c[1]);
+        Image2D img(1, 1, static_cast<ImageType>(c[0]));
+        ASSERT_TRUE(img.setPixel(0, 0, c[1]));
+        EXPECT_EQ(img.pixel(0, 0), c[2]);
+        ASSERT_TRUE(img.putRow(&c[1], 0));
+        EXPECT_EQ(img.pixel(0, 0), c[3]);
+        ASSERT_TRUE(img.putColumn(&c[1], 0));
+        EXPECT_EQ(img.pixel(0, 0), c[3]);
     }
     // 4294967295 is no float: read the word itself to see the wrap exactly.
     Image2D word(1, 1, IMAGE_UINT32);
@@ -131,26 +126,16 @@ TEST(Image2DPixels, FillSampleWritesRowsStrideApartAndClearsTheRest) {
 // bilinear interpolation would give 27.5. Far and NaN coordinates stay defined.
 TEST(Image2DPixels, InterpolatedPixelUsesOnlyTheLowerRow) {
     const Image2D img = MakeImage(2, 2, IMAGE_FLOAT, {10, 20, 30, 50});
-    struct Case {
-        float x, y;
-        int method;
-        float expected;
-        // clang-format off
-    } cases[] = {
-        {0.5f, 0.5f, 0, 40.0f},
-        {0.5f, 0.5f, 3, 40.0f},
-        {0.25f, 0.9f, 1, 35.0f},   // 30 + 20 * 0.25
-        {0.0f, 0.0f, 0, 30.0f},    // row 1 even at y = 0
-        {1.0f, 1.0f, 0, 50.0f},    // last pixel: no neighbour, the pixel itself
-        {-3.0f, 0.2f, 0, 30.0f},   // clamped into the image
-        {3e10f, 0.5f, 0, 50.0f},   // clamped to the last column
-        {-3e10f, 0.5f, 0, 30.0f},
-        {0.4f, 0.6f, -1, 30.0f},   // nearest: pixel(int(0.9), int(1.1))
-    };
-    // clang-format on
-    for (const Case& c : cases)
-        EXPECT_FLOAT_EQ(img.interpolatedPixel(c.x, c.y, c.method), c.expected)
-            << "(" << c.x << "," << c.y << ") method " << c.method;
+    // x, y, method, value: (0.5, 0.5) in the lower row; 30 + 20 * 0.25; row 1
+    // even at y = 0; the last pixel has no neighbour and gives itself; points
+    // outside are clamped into the image; nearest takes pixel(int(0.9), int(1.1)).
+    const float cases[][4] = {
+        {0.5f, 0.5f, 0, 40.0f},  {0.5f, 0.5f, 3, 40.0f},   {0.25f, 0.9f, 1, 35.0f},
+        {0.0f, 0.0f, 0, 30.0f},  {1.0f, 1.0f, 0, 50.0f},   {-3.0f, 0.2f, 0, 30.0f},
+        {3e10f, 0.5f, 0, 50.0f}, {-3e10f, 0.5f, 0, 30.0f}, {0.4f, 0.6f, -1, 30.0f}};
+    for (const auto& c : cases)
+        EXPECT_FLOAT_EQ(img.interpolatedPixel(c[0], c[1], static_cast<int>(c[2])), c[3])
+            << "(" << c[0] << "," << c[1] << ") method " << c[2];
     Messages messages;
     EXPECT_EQ(img.interpolatedPixel(3e10f, 0.0f, -1), 0.0f);  // nearest pixel is outside
     EXPECT_EQ(LastCode(img), PIVerror::OUTSIDE_IMAGE);
