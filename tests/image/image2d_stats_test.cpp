@@ -102,22 +102,16 @@ TEST(Image2DStatistics, HistogramRangesAndBins) {
 
 TEST(Image2DStatistics, IsConstantAgainstFirstPixelOrZero) {
     const float nan = std::numeric_limits<float>::quiet_NaN();
-    struct Case {
-        ImageType type;
-        std::vector<float> pixels;
-        bool constant, zero;
-        // clang-format off
-    } cases[] = {
-        {IMAGE_UINT8, {7, 7, 7, 7}, true, false},
-        {IMAGE_UINT16, {0, 0, 0, 0}, true, true},
-        {IMAGE_UINT32, {0, 0, 0, 1}, false, false},
-        {IMAGE_FLOAT, {nan, nan, nan, nan}, false, false},  // NaN equals nothing
-    };
-    // clang-format on
-    for (const Case& c : cases) {
-        const Image2D img = MakeImage(2, 2, c.type, c.pixels);
-        EXPECT_EQ(img.isConstant(false), c.constant) << "type " << c.type;
-        EXPECT_EQ(img.isZero(), c.zero) << "type " << c.type;
+    // Four pixels of each type, whether constant, whether zero; NaN equals nothing.
+    const float U8 = IMAGE_UINT8, U16 = IMAGE_UINT16, U32 = IMAGE_UINT32, F = IMAGE_FLOAT;
+    const float cases[][7] = {{U8, 7, 7, 7, 7, 1, 0},
+                              {U16, 0, 0, 0, 0, 1, 1},
+                              {U32, 0, 0, 0, 1, 0, 0},
+                              {F, nan, nan, nan, nan, 0, 0}};
+    for (const auto& c : cases) {
+        const Image2D img = MakeImage(2, 2, static_cast<ImageType>(c[0]), {c[1], c[2], c[3], c[4]});
+        EXPECT_EQ(img.isConstant(false), c[5] != 0) << "type " << c[0];
+        EXPECT_EQ(img.isZero(), c[6] != 0) << "type " << c[0];
     }
     // Row padding is no pixel: 9s behind each 5-pixel row do not count.
     Image2D padded = Filled(5, 2, IMAGE_UINT8, 9);
@@ -128,49 +122,39 @@ TEST(Image2DStatistics, IsConstantAgainstFirstPixelOrZero) {
 }
 
 // The 3x2 image of pixels 0..5 again: mean 2.5 and deviation
-// sqrt(6 * 55 - 15^2) / 6 = sqrt(105) / 6.
-TEST(Image2DStatistics, LocalMeanOfARectangle) {
-    const Image2D img = MakeImage(3, 2, IMAGE_UINT16, {0, 1, 2, 3, 4, 5});
+// sqrt(6 * 55 - 15^2) / 6 = sqrt(105) / 6. Then a 5x5 image with pixel
+// (x, y) = x + 10 y: a 3x3 window at (2, 2) covers x and y in 1..3: mean 22,
+// and the squared deviations 3 (1 + 0 + 1) + 3 (100 + 0 + 100) = 606 over 8
+// give the variance 75.75. At the right edge the exclusive end is pulled back
+// to the last column, so the window at (4, 2) keeps column 3 alone: 13, 23, 33.
+TEST(Image2DStatistics, LocalMeans) {
+    const Image2D rect = MakeImage(3, 2, IMAGE_UINT16, {0, 1, 2, 3, 4, 5});
     double mean = -1, deviation = -1;
-    ASSERT_TRUE(img.localMean(0, 0, 3, 2, mean, deviation));
+    ASSERT_TRUE(rect.localMean(0, 0, 3, 2, mean, deviation));
     EXPECT_DOUBLE_EQ(mean, 2.5);
     EXPECT_DOUBLE_EQ(deviation, std::sqrt(105.0) / 6.0);
-    ASSERT_TRUE(img.localMean(1, 1, 0, 0, mean, deviation));
+    ASSERT_TRUE(rect.localMean(1, 1, 0, 0, mean, deviation));
     EXPECT_TRUE(mean == 0.0 && deviation == 0.0);
-
     Messages messages;
-    EXPECT_EQ(FailCode(img, img.localMean(1, 0, 3, 2, mean, deviation)), PIVerror::OUTSIDE_IMAGE);
-}
+    EXPECT_EQ(FailCode(rect, rect.localMean(1, 0, 3, 2, mean, deviation)), PIVerror::OUTSIDE_IMAGE);
 
-// 5x5 image with pixel (x, y) = x + 10 y. A 3x3 window at (2, 2) covers x and
-// y in 1..3: mean 22, and the squared deviations 3 (1 + 0 + 1) +
-// 3 (100 + 0 + 100) = 606 over 8 give the variance 75.75. At the right edge
-// the exclusive end is pulled back to the last column, so the window at
-// (4, 2) keeps column 3 alone: 13, 23, 33.
-TEST(Image2DStatistics, LocalMeanOfAWindowAroundAPixel) {
     std::vector<float> v;
     for (int y = 0; y < 5; y++)
         for (int x = 0; x < 5; x++) v.push_back(static_cast<float>(x + 10 * y));
     const Image2D img = MakeImage(5, 5, IMAGE_FLOAT, v);
-    struct Case {
-        int x, y;
-        float mean, variance;
-        bool ok;
-        // clang-format off
-    } cases[] = {
-        {2, 2, 22.0f, 75.75f, true},
-        {4, 2, 23.0f, 100.0f, true},
-        {0, 0, 5.5f, 101.0f / 3.0f, true},  // clipped to x, y in 0..1: 0, 1, 10, 11
-        {10, 2, 0.0f, 0.0f, false},         // misses the image
-    };
-    // clang-format on
-    for (const Case& c : cases) {
-        SCOPED_TRACE(testing::Message() << "(" << c.x << "," << c.y << ")");
+    // x, y, mean, variance, ok; the window at (0, 0) is clipped to x, y in
+    // 0..1 (0, 1, 10, 11); the one at (10, 2) misses the image.
+    const float cases[][5] = {{2, 2, 22.0f, 75.75f, 1},
+                              {4, 2, 23.0f, 100.0f, 1},
+                              {0, 0, 5.5f, 101.0f / 3.0f, 1},
+                              {10, 2, 0, 0, 0}};
+    for (const auto& c : cases) {
+        SCOPED_TRACE(testing::Message() << "(" << c[0] << "," << c[1] << ")");
         float variance = -1;
-        bool ok = !c.ok;
-        EXPECT_FLOAT_EQ(img.localMean(c.x, c.y, &variance, &ok, 3), c.mean);
-        EXPECT_FLOAT_EQ(variance, c.variance);
-        EXPECT_EQ(ok, c.ok);
+        bool ok = c[4] == 0;
+        EXPECT_FLOAT_EQ(img.localMean(int(c[0]), int(c[1]), &variance, &ok, 3), c[2]);
+        EXPECT_FLOAT_EQ(variance, c[3]);
+        EXPECT_EQ(ok, c[4] != 0);
     }
 }
 
