@@ -107,7 +107,9 @@ TEST(Box, HandComputedSmallImages) {
     EXPECT_EQ(Pixels(img), (std::vector<float>{1, 1, 2, 2, 1, 1, 2, 2}));
 }
 
-TEST(Gauss, KernelChecksAndSmallWidths) {
+// Bad widths and cut-offs are refused and leave the image; a flat image
+// stays flat and an impulse spreads symmetrically.
+TEST(Gauss, KernelChecksAndSymmetry) {
     Messages quiet;
     Image2D img = MakeImage(5, 5, IMAGE_FLOAT, Ramp(25));
     struct Row {
@@ -128,17 +130,14 @@ TEST(Gauss, KernelChecksAndSmallWidths) {
         EXPECT_EQ(Pixels(img), Ramp(25));
     }
     EXPECT_TRUE(img.smoothGauss(0.3f, true, 0.05f));
-}
-
-TEST(Gauss, FlatImageStaysFlatAndAnImpulseSpreadsSymmetrically) {
     Image2D flat = Filled(9, 7, IMAGE_FLOAT, 40.0f);
     ASSERT_TRUE(flat.smoothGauss(1.5f, true, 0.05f));
     for (float v : Pixels(flat)) EXPECT_NEAR(v, 40.0f, 1e-4);
-    Image2D img = Spike(7, 7, IMAGE_FLOAT, 24, 100);
-    ASSERT_TRUE(img.smoothGauss(1.0f, true, 0.05f));
-    EXPECT_NEAR(img.pixel(2, 3), img.pixel(4, 3), 1e-5);
-    EXPECT_NEAR(img.pixel(3, 2), img.pixel(3, 4), 1e-5);
-    EXPECT_LT(img.pixel(3, 3), 100.0f);
+    Image2D spike = Spike(7, 7, IMAGE_FLOAT, 24, 100);
+    ASSERT_TRUE(spike.smoothGauss(1.0f, true, 0.05f));
+    EXPECT_NEAR(spike.pixel(2, 3), spike.pixel(4, 3), 1e-5);
+    EXPECT_NEAR(spike.pixel(3, 2), spike.pixel(3, 4), 1e-5);
+    EXPECT_LT(spike.pixel(3, 3), 100.0f);
     // Non-centred: the kernel is symmetric about -1/2, so an impulse spreads
     // half a pixel to the right: columns 5 and 6 weigh alike, as do 4 and 7.
     Image2D off = Spike(11, 11, IMAGE_FLOAT, 5 * 11 + 5, 100);
@@ -347,7 +346,9 @@ TEST(Randomize, MaskedPixelsTakeFreeValuesOfTheirWindow) {
 // ---------------------------------------------------------------------------
 // drivers
 
-TEST(Drivers, LowPassWeightsOfBothDrivers) {
+// The low-pass weights of both drivers; invert comes after the median in
+// applyImageFilters; a failed clipping ends the chain.
+TEST(Drivers, LowPassWeightsOrderAndFailures) {
     IMAGE_CFG cfg;
     cfg.filters.Lowpass = true;
     Image2D img = Spike(5, 5, IMAGE_FLOAT, 12, 100), pre(img), again(img);
@@ -359,25 +360,18 @@ TEST(Drivers, LowPassWeightsOfBothDrivers) {
     EXPECT_NEAR(pre.pixel(1, 2), 100 * 0.2f * 0.6f, 1e-3);
     ASSERT_TRUE(again.preProcess(cfg, false, true, 0));
     EXPECT_TRUE(again == pre);
-}
-
-TEST(Drivers, InvertComesAfterMedianInApplyImageFilters) {
     IMAGE_FILTER_CFG f;
     f.UseFloat = f.Median = f.Invert = true;
-    Image2D img = MakeImage(5, 5, IMAGE_FLOAT, kSpiky), ref(img);
-    ASSERT_TRUE(img.applyImageFilters(f, false));
+    Image2D spiky = MakeImage(5, 5, IMAGE_FLOAT, kSpiky), ref(spiky);
+    ASSERT_TRUE(spiky.applyImageFilters(f, false));
     ref.medianFilter(3);
     ref.negative(0);
-    EXPECT_TRUE(img == ref);
-}
-
-TEST(Drivers, FailedClippingEndsTheChain) {
+    EXPECT_TRUE(spiky == ref);
     Messages quiet;
-    IMAGE_CFG cfg;
-    cfg.filters.HistEqual = cfg.filters.Lowpass = true;
-    Image2D img = Filled(5, 5, IMAGE_FLOAT, 7);
-    EXPECT_FALSE(img.applyImageFilters(cfg.filters, false));
-    EXPECT_FALSE(img.preProcessUsingMaskAndBackground(cfg, nullptr, nullptr, false, true, 0));
+    cfg.filters.HistEqual = true;
+    Image2D flat = Filled(5, 5, IMAGE_FLOAT, 7);
+    EXPECT_FALSE(flat.applyImageFilters(cfg.filters, false));
+    EXPECT_FALSE(flat.preProcessUsingMaskAndBackground(cfg, nullptr, nullptr, false, true, 0));
 }
 
 TEST(Threads, OneAndAllGiveTheSameBytes) {
