@@ -87,12 +87,13 @@ TEST(TiffFiles, WrittenByIndependentTools) {
     }
 }
 
-TEST(TiffFiles, PagesAndImageInfo) {
+// A page beyond the last is reported and the first one read; the pages
+// split into numbered files, a single page or another target format is refused.
+TEST(TiffFiles, PagesImageInfoAndSequences) {
     Messages messages;
     Image2D first, missing;
     ASSERT_TRUE(first.load(DataFile("gray8_gray16_pages.tif"), 0));
     EXPECT_EQ(first.type(), IMAGE_UINT8);
-    // A page beyond the last is reported and the first one read.
     ASSERT_TRUE(missing.loadTIFF(DataFile("gray8_gray16_pages.tif").c_str(), 5));
     EXPECT_EQ(LastCode(missing), PIVerror::FILE_ACCESS_ERROR);
     EXPECT_TRUE(
@@ -100,6 +101,24 @@ TEST(TiffFiles, PagesAndImageInfo) {
     EXPECT_EQ(Pixels(missing), Pixels(first));
     EXPECT_EQ(Info("gray8_gray16_pages.tif"),
               (std::vector<int>{PIV::FORMAT_TIFF, IMAGE_UINT8, 8, 4, 2}));
+    ScratchDir dir;
+    Image2D img;
+    const std::string base = dir.file("seq");
+    auto split = [&](const char* file, int first, int digits, int format) {
+        return img.convertFromTIFFSequence(DataFile(file).c_str(), base.c_str(), first, digits,
+                                           format, 0);
+    };
+    EXPECT_EQ(split("gray8_gray16_pages.tif", 7, 3, PIV::FORMAT_TIFF), 2);
+    EXPECT_EQ(Pixels(Image2D(base + "_007.tif")),
+              Expected(8, 4, [](int x, int y) { return 30 * y + 3 * x + 1; }));
+    EXPECT_EQ(Image2D(base + "_008.tif").type(), IMAGE_UINT16);
+    EXPECT_EQ(split("gray8_gray16_pages.tif", 0, 1, PIV::FORMAT_TIFF), 2);
+    EXPECT_TRUE(std::filesystem::exists(base + "_1.tif"));
+    // A single page, or another target format, is refused.
+    EXPECT_EQ(split("gray8_strips.tif", 0, 2, PIV::FORMAT_TIFF), 0);
+    EXPECT_EQ(LastCode(img), PIVerror::OPERATION_FAILED);
+    EXPECT_EQ(split("gray8_gray16_pages.tif", 0, 2, PIV::FORMAT_PCO), 0);
+    EXPECT_EQ(LastCode(img), PIVerror::IMAGE_TYPE_UNSUPPORTED);
 }
 
 // Colour, tiled and 2-bit files are refused with 33, reported under
@@ -204,28 +223,6 @@ TEST(TiffFiles, RoundTripsAtEveryDepthAndCompression) {
     img.setCompression(ccitt);
     EXPECT_TRUE(img.saveTIFF(dir.file("c.tif").c_str()));
     EXPECT_EQ(FailCode(back, back.load(dir.file("c.tif"))), PIVerror::OPERATION_FAILED);
-}
-
-TEST(TiffFiles, SequenceIsSplitIntoNumberedFiles) {
-    ScratchDir dir;
-    Messages messages;
-    Image2D img;
-    const std::string base = dir.file("seq");
-    auto split = [&](const char* file, int first, int digits, int format) {
-        return img.convertFromTIFFSequence(DataFile(file).c_str(), base.c_str(), first, digits,
-                                           format, 0);
-    };
-    EXPECT_EQ(split("gray8_gray16_pages.tif", 7, 3, PIV::FORMAT_TIFF), 2);
-    EXPECT_EQ(Pixels(Image2D(base + "_007.tif")),
-              Expected(8, 4, [](int x, int y) { return 30 * y + 3 * x + 1; }));
-    EXPECT_EQ(Image2D(base + "_008.tif").type(), IMAGE_UINT16);
-    EXPECT_EQ(split("gray8_gray16_pages.tif", 0, 1, PIV::FORMAT_TIFF), 2);
-    EXPECT_TRUE(std::filesystem::exists(base + "_1.tif"));
-    // A single page, or another target format, is refused.
-    EXPECT_EQ(split("gray8_strips.tif", 0, 2, PIV::FORMAT_TIFF), 0);
-    EXPECT_EQ(LastCode(img), PIVerror::OPERATION_FAILED);
-    EXPECT_EQ(split("gray8_gray16_pages.tif", 0, 2, PIV::FORMAT_PCO), 0);
-    EXPECT_EQ(LastCode(img), PIVerror::IMAGE_TYPE_UNSUPPORTED);
 }
 
 TEST(BmpFiles, WrittenByNetpbm) {
