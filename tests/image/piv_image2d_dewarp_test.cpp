@@ -67,7 +67,8 @@ double WorstPositionDifference(const MAPPING_FXN_2D& a, const MAPPING_FXN_2D& b)
 
 }  // namespace
 
-TEST(PIV3C_Parameters, TwoViewsReadBack) {
+// The two views read back from their file, and dewarp recorded targets on load.
+TEST(PIV_Image2D, TwoViewsReadBackAndDewarpTheirDotsOntoTheNodes) {
     ScratchDir dir;
     PIV3C_Parameters written = TwoViews();
     const std::string path = dir.file("views.cal");
@@ -100,17 +101,13 @@ TEST(PIV3C_Parameters, TwoViewsReadBack) {
     EXPECT_EQ(FailCode(read, read.load(dir.file("other.par").c_str())),
               PIVerror::INVALID_FILE_CONTENT);
     EXPECT_EQ(read.viewCount(), 2);  // a failed load keeps what was there
-}
 
-TEST(PIV_Image2D, DewarpOnLoadPutsTheDotsOnTheirNodes) {
-    ScratchDir dir;
-    const PIV3C_Parameters views = TwoViews();
-    ASSERT_TRUE(PIV3C_Parameters(views).save(dir.file("views.cal").c_str()));
+    // Dewarped on load through the file, the recorded dots sit on their nodes.
     const std::vector<FPOINT2D> nodes = dot_grid::GridNodes(kDest);
     for (int view = 0; view < 2; view++) {
         const std::string frame = dir.file("target" + std::to_string(view) + ".tif");
-        ASSERT_TRUE(
-            dot_grid::Render(kSource, kSource, views.mapping(view), nodes).saveTIFF(frame.c_str()));
+        ASSERT_TRUE(dot_grid::Render(kSource, kSource, written.mapping(view), nodes)
+                        .saveTIFF(frame.c_str()));
         IMAGE_CFG cfg;
         cfg.Dewarp = true;
         cfg.DewarpView = view;
