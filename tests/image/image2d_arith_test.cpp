@@ -75,7 +75,6 @@ TEST(Image2DArithmetic, OperatorsBetweenImages) {
 }
 
 TEST(Image2DArithmetic, OperatorsRefuseMismatchedImages) {
-    Messages messages;
     Image2D a = MakeImage(2, 1, IMAGE_UINT8, {1, 2});
     EXPECT_EQ(FailCode(a, a += Image2D(3, 1, IMAGE_UINT8)), PIVerror::IMAGE_SIZE_MISMATCH);
     EXPECT_EQ(FailCode(a, a += Image2D(2, 1, IMAGE_UINT16)), PIVerror::IMAGE_SIZE_MISMATCH);
@@ -190,7 +189,6 @@ TEST(Image2DArithmetic, SubtractIntoANullImage) {
     ASSERT_TRUE(wrapped.subtract(src, false));
     EXPECT_EQ(Pixels(wrapped), (std::vector<float>{255, 0}));
 
-    Messages messages;
     EXPECT_FALSE(wrapped.subtract(Image2D(), true));
     EXPECT_TRUE(Holds(LastText(wrapped), "subtract() - Source image contains no data"));
     EXPECT_EQ(FailCode(wrapped, wrapped.subtract(Image2D(3, 1, IMAGE_UINT8), true)),
@@ -198,7 +196,6 @@ TEST(Image2DArithmetic, SubtractIntoANullImage) {
 }
 
 TEST(Image2DArithmetic, ScaleToRangeRefusesAnEmptyRange) {
-    Messages messages;
     Image2D img(2, 1, IMAGE_UINT8), empty;
     EXPECT_EQ(FailCode(img, img.scaleToRange(5, 5)), PIVerror::BAD_RANGE);
     EXPECT_TRUE(Holds(LastText(img), "scaleToRange() - bad range (5,5)"));
@@ -209,7 +206,6 @@ TEST(Image2DArithmetic, ScaleToRangeRefusesAnEmptyRange) {
 }
 
 TEST(Image2DArithmetic, GammaCorrectionIsForFloatImages) {
-    Messages messages;
     Image2D img(2, 1, IMAGE_FLOAT), byte(2, 1, IMAGE_UINT8);
     EXPECT_EQ(FailCode(byte, byte.gammaCorrection(2, 100)), PIVerror::IMAGE_TYPE_UNSUPPORTED);
     EXPECT_EQ(FailCode(img, img.gammaCorrection(2, 0)), PIVerror::BAD_RANGE);
@@ -230,7 +226,6 @@ TEST(Image2DArithmetic, NewImagesAndRefusals) {
     ASSERT_TRUE(img.normalize(0));
     EXPECT_DOUBLE_EQ(img.minimum(), 2.0);
 
-    Messages messages;
     const float lut[3] = {10, 20, 30};
     EXPECT_EQ(FailCode(img, img.applyLUT(lut, 3)), PIVerror::IMAGE_TYPE_UNSUPPORTED);
     EXPECT_EQ(FailCode(word, word.applyLUT(nullptr, 3)), PIVerror::INVALID_POINTER);

@@ -90,7 +90,6 @@ TEST(Image2DConvert, ConversionKeepsGeometryAndSetsTheFlagsOrIsRefused) {
     EXPECT_TRUE(img.to16Bit(false));  // already 16-bit: nothing happens
     EXPECT_EQ(img.bits(), block);
 
-    Messages messages;
     Image2D empty;
     EXPECT_EQ(FailCode(empty, empty.toFloat()), PIVerror::IMAGE_TYPE_UNSUPPORTED);
     EXPECT_TRUE(Holds(LastText(empty), "toFloat() - undefined type!!"));

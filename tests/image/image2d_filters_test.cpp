@@ -55,7 +55,6 @@ TEST(Median, MatchesASortedWindowOnNoiseAndKeepsTheBorder) {
 }
 
 TEST(Median, WithMaskSkipsMaskedPixelsAndNeighbours) {
-    Messages quiet;
     Image2D img = MakeImage(5, 5, IMAGE_FLOAT, kSpiky);
     // The spike is masked: it stays and is left out.
     Image2D mask = Spike(5, 5, IMAGE_UINT8, 6, 255);
@@ -110,7 +109,6 @@ TEST(Box, HandComputedSmallImages) {
 // Bad widths and cut-offs are refused and leave the image; a flat image
 // stays flat and an impulse spreads symmetrically.
 TEST(Gauss, KernelChecksAndSymmetry) {
-    Messages quiet;
     Image2D img = MakeImage(5, 5, IMAGE_FLOAT, Ramp(25));
     struct Row {
         float width;
@@ -150,7 +148,6 @@ TEST(Gauss, KernelChecksAndSymmetry) {
 // Sizes below 1 are refused with 50 and leave the image; sizes above 63 are
 // capped, so a 100 box over 5 pixels is the mean of all of them.
 TEST(KernelSizes, BelowOneFailsAboveSixtyThreeIsCapped) {
-    Messages quiet;
     Image2D img = MakeImage(5, 5, IMAGE_UINT8, kSpiky), big(img);
     const std::vector<int> codes = {
         FailCode(img, img.smooth(0, 0)), FailCode(img, img.smooth(-1, 3)),
@@ -166,7 +163,6 @@ TEST(KernelSizes, BelowOneFailsAboveSixtyThreeIsCapped) {
 }
 
 TEST(Refusals, NullImagesAndMasksOfAnotherSize) {
-    Messages quiet;
     const Image2D mask(4, 4, IMAGE_UINT8);
     Image2D n;
     // A braced list runs its calls in order, each code read right after its call.
@@ -198,7 +194,6 @@ TEST(Refusals, NullImagesAndMasksOfAnotherSize) {
 }
 
 TEST(Binary, ErodeDilateDespeckle) {
-    Messages quiet;
     std::vector<float> v(36, 0.0f);
     for (int y = 1; y <= 3; y++)
         for (int x = 1; x <= 3; x++) v[static_cast<size_t>(y * 6 + x)] = 255;
@@ -269,7 +264,6 @@ TEST(Clipping, EachTypeOnARamp) {
         for (size_t i = 0; i < ramp.size(); i++) EXPECT_NEAR(got[i], r.expected(ramp[i]), 1e-4);
     }
     // Bad ranges and constant images are refused.
-    Messages quiet;
     Image2D img = MakeImage(10, 10, IMAGE_UINT8, Ramp(100));
     EXPECT_EQ(FailCode(img, img.dynamicClipping(0.0f, 1.0f)), PIVerror::BAD_RANGE);
     EXPECT_TRUE(Holds(LastText(img), "invalid clip range"));
@@ -284,7 +278,6 @@ TEST(Clipping, EachTypeOnARamp) {
 // A ramp maps to its cumulative count, as floats; keeping the type converts
 // back with clipping (256 -> 255). Float images have no histogram to equalise.
 TEST(HistEqual, RampMapsToItsCumulativeCount) {
-    Messages quiet;
     Image2D img = MakeImage(16, 16, IMAGE_UINT8, Ramp(256)), kept(img);
     ASSERT_TRUE(img.histEqual(0, false));
     EXPECT_EQ(img.type(), IMAGE_FLOAT);
@@ -367,7 +360,6 @@ TEST(Drivers, LowPassWeightsOrderAndFailures) {
     ref.medianFilter(3);
     ref.negative(0);
     EXPECT_TRUE(spiky == ref);
-    Messages quiet;
     cfg.filters.HistEqual = true;
     Image2D flat = Filled(5, 5, IMAGE_FLOAT, 7);
     EXPECT_FALSE(flat.applyImageFilters(cfg.filters, false));

@@ -90,7 +90,6 @@ TEST(SplineWeights, SumToOneAndMatchTheCubicClosedForm) {
 
 // Degrees outside 1..9 are refused; a line of one sample is left alone.
 TEST(SplinePrefilter, InvalidDegreesAndShortLines) {
-    Messages quiet;
     std::vector<float> data(16, 1.0f);
     EXPECT_EQ(Image2DToSplineCoefficients(data.data(), 4, 4, 0), 1);
     EXPECT_EQ(Image2DToSplineCoefficients(data.data(), 4, 4, 10), 1);
@@ -298,7 +297,6 @@ TEST(Translate, SmallImages) {
     for (int y = 0; y < 5; y++)
         for (int x = 0; x < 5; x++) EXPECT_GE(bytes.pixel(x, y), 20.0f);
 
-    Messages quiet;
     Image2D null, zero = Filled(8, 8, IMAGE_FLOAT, 0);
     EXPECT_EQ(FailCode(null, null.translate(0.5, 0.5)), PIVerror::IMAGE_IS_NULL);
     Image2D_Interpolation interp;
@@ -341,7 +339,6 @@ TEST(Transform, RotationAboutTheCentreByNinetyDegrees) {
 }
 
 TEST(Binning, SumsCellsAndRejectsBadFactors) {
-    Messages quiet;
     const Image2D src = Filled(34, 32, IMAGE_UINT8, 3);
     Image2D out;
     ASSERT_TRUE(out.binning(src, 2));
@@ -361,7 +358,6 @@ TEST(Binning, SumsCellsAndRejectsBadFactors) {
 // stretch of 0.5 samples (i / 2, j) and needs a B-spline, of degree 5 exact
 // on a plane away from the mirrored border.
 TEST(Transform, SkewAndStretchOnAPlane) {
-    Messages quiet;
     Image2D skewed = AnalyticImage(24, 24, Plane), stretched(skewed);
     IMAGE_TRANSFORMATION_CFG cfg;
     cfg.Enable = true;

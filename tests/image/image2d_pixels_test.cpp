@@ -46,7 +46,6 @@ TEST(Image2DPixels, RowsAndColumnsTravelAsFloatWithinTheImage) {
     ASSERT_TRUE(img.putColumn(newColumn, 0));
     EXPECT_EQ(Pixels(img), (std::vector<float>{70, 2, 3, 80, 5, 6}));
 
-    Messages messages;
     EXPECT_EQ(img.pixel(3, 0), 0.0f);
     EXPECT_EQ(LastCode(img), PIVerror::OUTSIDE_IMAGE);
     EXPECT_EQ(empty.pixel(0, 0), 0.0f);
@@ -106,7 +105,6 @@ TEST(Image2DPixels, FillSampleWritesRowsStrideApartAndClearsTheRest) {
     ASSERT_TRUE(img.fillSample(out.data(), 2, 2, 1, 1, 0));
     EXPECT_EQ(out, (std::vector<float>{11, 12, 21, 22, -1, -1, -1, -1}));
 
-    Messages messages;
     // x0, y0, w, h, stride, code
     const int cases[][6] = {
         {-1, 0, 2, 2, 0, PIVerror::OUTSIDE_IMAGE},   {3, 0, 2, 2, 0, PIVerror::OUTSIDE_IMAGE},
@@ -136,7 +134,6 @@ TEST(Image2DPixels, InterpolatedPixelUsesOnlyTheLowerRow) {
     for (const auto& c : cases)
         EXPECT_FLOAT_EQ(img.interpolatedPixel(c[0], c[1], static_cast<int>(c[2])), c[3])
             << "(" << c[0] << "," << c[1] << ") method " << c[2];
-    Messages messages;
     EXPECT_EQ(img.interpolatedPixel(3e10f, 0.0f, -1), 0.0f);  // nearest pixel is outside
     EXPECT_EQ(LastCode(img), PIVerror::OUTSIDE_IMAGE);
     EXPECT_TRUE(std::isnan(img.interpolatedPixel(std::nanf(""), 0.5f, 0)));
@@ -165,7 +162,6 @@ TEST(Image2DPixels, ReplicateAndVectorMultiplyMakeFloatImages) {
     ASSERT_TRUE(outer.vectorMultiply(line, 3, b, 2));
     EXPECT_EQ(Pixels(outer), (std::vector<float>{10, 20, 30, 100, 200, 300}));
 
-    Messages messages;
     EXPECT_EQ(FailCode(rows, rows.replicate(nullptr, 3, 2, true)), PIVerror::INVALID_POINTER);
     EXPECT_TRUE(Holds(LastText(rows), "Bad line data"));
 }

@@ -91,7 +91,6 @@ TEST(Image2DStatistics, HistogramRangesAndBins) {
             EXPECT_EQ(bins[static_cast<size_t>(f.first)], f.second) << "bin " << f.first;
     }
     // At least two bins and somewhere to put them.
-    Messages messages;
     Image2D img(2, 2, IMAGE_UINT8);
     uint32_t bins[2];
     double w, lo, hi;
@@ -135,7 +134,6 @@ TEST(Image2DStatistics, LocalMeans) {
     EXPECT_DOUBLE_EQ(deviation, std::sqrt(105.0) / 6.0);
     ASSERT_TRUE(rect.localMean(1, 1, 0, 0, mean, deviation));
     EXPECT_TRUE(mean == 0.0 && deviation == 0.0);
-    Messages messages;
     EXPECT_EQ(FailCode(rect, rect.localMean(1, 0, 3, 2, mean, deviation)), PIVerror::OUTSIDE_IMAGE);
 
     std::vector<float> v;

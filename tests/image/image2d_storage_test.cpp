@@ -94,7 +94,6 @@ TEST(Image2DStorage, RefusedSizesAndTypesLeaveTheImageAsItWas) {
                                 {5, 5, 0, 0, PIVerror::IMAGE_TYPE_UNSUPPORTED},
                                 {kHuge, 1, 8, 0, PIVerror::DATA_TOO_LARGE},
                                 {200000, 200000, IMAGE_FLOAT, 0, kAny}};
-    Messages quiet;
     for (const auto& c : cases) {
         SCOPED_TRACE(testing::Message() << c[0] << "x" << c[1] << " type " << c[2]);
         Image2D img = MakeImage(2, 1, IMAGE_UINT8, {7, 9});
@@ -123,7 +122,6 @@ TEST(Image2DStorage, CopiesAreDeepAndRefusedOnesReportTheirReason) {
     EXPECT_STREQ(c.fileName(), "frame_a.pgm");
     EXPECT_TRUE(Image2D(nullImage).isNull());  // a null image copies into a null image, quietly
 
-    Messages messages;
     Image2D& alias = a;
     a = alias;
     EXPECT_EQ(LastCode(a), PIVerror::OVERWRITE_OWN_DATA);
@@ -146,7 +144,6 @@ TEST(Image2DStorage, ReferenceCountDestroyAndRectangles) {
     EXPECT_EQ(counted->release(), 0u);
     ImageBaseClass* base = new Image2D(4, 4, IMAGE_FLOAT);
     EXPECT_EQ(base->release(), 0u);
-    Messages quiet;
     Image2D img(4, 3, IMAGE_UINT16), other(6, 4, IMAGE_UINT8);
     img.destroy();
     EXPECT_TRUE(img.isNull());
@@ -175,7 +172,6 @@ TEST(Image2DStorage, CropTakesCornersInEitherOrderAndClipsToTheImage) {
     Image2D img = Numbered(4, 4);
     ASSERT_TRUE(img.crop3D(RECT3D{1, 3, 1, 3, 0, 0}));
     EXPECT_EQ(Pixels(img), (std::vector<float>{11, 12, 21, 22}));
-    Messages messages;
     img = Numbered(4, 4);
     EXPECT_EQ(FailCode(img, img.crop(RECT2D{0, 1, 0, 4})), PIVerror::BAD_IMAGE_SIZE);
     EXPECT_TRUE(Holds(LastText(img), "crop() - bad sampling size (1x4)"));

@@ -82,7 +82,6 @@ TEST(ImageFormat, DetectionByFirstBytes) {
 // netpbm writes "P5" and a line feed; detection wants a blank as third byte,
 // so the file is not a PGM to the program and fails to load.
 TEST(ImageLoad, NetpbmFileWithLineFeedAfterMagicIsRefused) {
-    Messages messages;
     const std::string path = DataFile("ramp8_lf.pgm");
     Image2D img;
     // "P5\n256 2\n" read as a LaVision header has a non-zero word at 6,
@@ -151,7 +150,6 @@ TEST(ImageLoad, HandWrittenPgmAndPbmFiles) {
 
 TEST(ImageLoad, MalformedPgmHeadersAreRefused) {
     ScratchDir dir;
-    Messages messages;
     struct Case {
         const char* what;
         std::string bytes;
@@ -181,7 +179,6 @@ TEST(ImageLoad, MalformedPgmHeadersAreRefused) {
 
 TEST(ImageLoad, MissingAndUnreadableFiles) {
     ScratchDir dir;
-    Messages messages;
     Image2D img;
     EXPECT_EQ(FailCode(img, img.load(dir.file("missing.pgm").c_str())), PIVerror::FILE_NOT_FOUND);
     // Recognised formats whose reader refuses the file: libtiff cannot read
@@ -244,7 +241,6 @@ TEST(ImageSave, PgmRoundTripAt8And16Bits) {
 // A failed save leaves an existing file as it was and no temporary behind.
 TEST(ImageSave, FailedPgmSaveKeepsTheTarget) {
     ScratchDir dir;
-    Messages messages;
     const std::string target = dir.file("good.pgm");
     WriteBytes(target, "P5 1 1 255\n" + Bytes({42}));
     Image2D floats(1, 1, IMAGE_FLOAT);
@@ -265,7 +261,6 @@ TEST(ImageSave, FailedPgmSaveKeepsTheTarget) {
 // format, the depth decides: 16 bits PCO, 8 bits TIFF, float LaVision.
 TEST(ImageSave, DispatchByFormatAndDepth) {
     ScratchDir dir;
-    Messages messages;
     const int U8 = IMAGE_UINT8, U16 = IMAGE_UINT16, U32 = IMAGE_UINT32, F = IMAGE_FLOAT;
     const int PCO = PIV::FORMAT_PCO, TIF = PIV::FORMAT_TIFF, LV0 = PIV::FORMAT_LAVISION_0,
               LV3 = PIV::FORMAT_LAVISION_3, BMP = PIV::FORMAT_BMP, PGM = PIV::FORMAT_PGM,
@@ -292,7 +287,6 @@ TEST(ImageSave, DispatchByFormatAndDepth) {
 }
 
 TEST(ImagePair, ValidityAndSave) {
-    Messages messages;
     Image2D a16(4, 3, IMAGE_UINT16), b16(4, 3, IMAGE_UINT16), b8(4, 3, IMAGE_UINT8),
         small(4, 2, IMAGE_UINT16), empty;
     struct Case {
@@ -327,7 +321,6 @@ TEST(ImagePair, ValidityAndSave) {
 // every format but TIFF. Loaded with page 1 and 2 they come apart again.
 TEST(ImagePair, SaveWritesADoubleImage) {
     ScratchDir dir;
-    Messages messages;
     Image2D a(8, 8, IMAGE_UINT16), b(8, 8, IMAGE_UINT16);
     a.testPattern(1, 1, 1);
     b.testPattern(500, 3, 2);

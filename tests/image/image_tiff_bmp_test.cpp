@@ -55,7 +55,6 @@ std::string Tiff(const std::string& pixels, std::vector<Entry> entries) {
 }  // namespace
 
 TEST(TiffFiles, WrittenByIndependentTools) {
-    Messages messages;
     struct Case {
         const char* file;
         int page;
@@ -90,7 +89,6 @@ TEST(TiffFiles, WrittenByIndependentTools) {
 // A page beyond the last is reported and the first one read; the pages
 // split into numbered files, a single page or another target format is refused.
 TEST(TiffFiles, PagesImageInfoAndSequences) {
-    Messages messages;
     Image2D first, missing;
     ASSERT_TRUE(first.load(DataFile("gray8_gray16_pages.tif"), 0));
     EXPECT_EQ(first.type(), IMAGE_UINT8);
@@ -172,7 +170,6 @@ TEST(TiffFiles, LibtiffsReasonEndsTheMessageInsteadOfGoingToStderr) {
 // left behind; JPEG and CCITT are the exceptions.
 TEST(TiffFiles, RoundTripsAtEveryDepthAndCompression) {
     ScratchDir dir;
-    Messages messages;
     struct Case {
         ImageType type;
         int mode, predictor;
@@ -226,7 +223,6 @@ TEST(TiffFiles, RoundTripsAtEveryDepthAndCompression) {
 }
 
 TEST(BmpFiles, WrittenByNetpbm) {
-    Messages messages;
     const auto blue = [](int x, int y) { return 200 + x + y; };
     const auto green = [](int, int y) { return 100 + 20 * y; };
     const auto red = [](int x, int) { return 10 * x + 5; };
@@ -263,7 +259,6 @@ TEST(BmpFiles, WrittenByNetpbm) {
 
 // 8-bit pixels are the table indices, not the greys the table gives them.
 TEST(BmpFiles, EightBitPixelsAreTheIndices) {
-    Messages messages;
     Image2D img;
     ASSERT_TRUE(img.load(DataFile("gray8.bmp")));
     const std::string bytes = ReadBytes(DataFile("gray8.bmp"));
@@ -341,7 +336,6 @@ std::vector<float> Floats(const std::string& bytes) {
 
 TEST(BmpFiles, RulesOfTheHeaderAndTable) {
     ScratchDir dir;
-    Messages messages;
     const std::vector<uint32_t> whiteBlack = {0xFFFFFF, 0x000000};
     std::vector<uint32_t> greys(256);
     for (int i = 0; i < 256; i++) greys[i] = 0x010101u * static_cast<uint32_t>(255 - i);

@@ -79,7 +79,6 @@ MAPPING_FXN_2D Fit(const std::vector<POINT_PAIR>& pts, int type, int order) {
     map.obj_y_offset = kOffY;
     map.dest_img_width = 481;
     map.dest_img_height = 481;
-    MessageCapture quiet;
     EXPECT_TRUE(PIV::CalculateProjectionMatrix(pts.data(), static_cast<int>(pts.size()), &map,
                                                static_cast<PIV::MappingType>(type), order, order))
         << "type " << type << " order " << order;
@@ -163,7 +162,6 @@ TEST(MappingFit, NoiseOfATenthPixelLeavesAtMostATenthPixelRms) {
     for (const FitCase& c : cases) {
         SCOPED_TRACE(testing::Message() << c.truthName << " type " << c.type);
         MappingFunction2D fit = Fitter(GridPoints(c.truth, 0.1, 7), kMag, kOffX, kOffY);
-        MessageCapture quiet;
         ASSERT_TRUE(fit.calculateMapping(c.type, c.order, c.order, true));
         double rms, worst;
         ASSERT_TRUE(fit.calculateResiduals(rms, worst));
@@ -306,7 +304,6 @@ TEST(MappingFiles, CalibrationPointsRoundTrip) {
     ASSERT_EQ(again.size(), 3u);
     for (int i = 0; i < 3; i++) EXPECT_TRUE(PIV::SameRecord(pts[i], again[i]));
 
-    Messages quiet;
     POINT_PAIR* none = nullptr;
     int n = 0;
     EXPECT_FALSE(PIV::LoadCalibrationPoints(dir.file("none.txt").c_str(), &none, &n));
@@ -423,7 +420,6 @@ TEST(MappingFit, WithoutTheInverseFlagTheFitGoesFromImageToObject) {
 
 TEST(MappingFit, BestFitToImageFillsTheDestination) {
     MappingFunction2D fit = Fitter(AffinePoints());
-    Messages quiet;
     // Image corners (0, 0) and (239, 259) show objects (-10, -15) and
     // (109.5, 114.5): 129.5 units high, the tighter axis of 511 pixels.
     ASSERT_TRUE(fit.bestFitToImage(SIZE2D{240, 260}));

@@ -95,7 +95,6 @@ TEST(PIV_Image2D, TwoViewsReadBackAndDewarpTheirDotsOntoTheNodes) {
     const POINT3D origin = read.imageOrigin(1, 1);
     EXPECT_TRUE(origin.x == 20 && origin.y == 40);
 
-    Messages quiet;
     EXPECT_EQ(FailCode(read, read.load(dir.file("none.cal").c_str())), PIVerror::FILE_NOT_FOUND);
     WriteBytes(dir.file("other.par"), "Something = 1\n");
     EXPECT_EQ(FailCode(read, read.load(dir.file("other.par").c_str())),
@@ -117,7 +116,6 @@ TEST(PIV_Image2D, TwoViewsReadBackAndDewarpTheirDotsOntoTheNodes) {
         PIV::CopyText(cfg.DewarpFile, dir.file("views.cal").c_str());
         PIV_Image2D img;
         img.setImageCfg(cfg);
-        Messages quiet;
         ASSERT_TRUE(img.load(frame.c_str(), false));
         EXPECT_EQ(Shape(img), Shape(kDest, kDest, IMAGE_FLOAT));
         EXPECT_STREQ(img.fileName(), frame.c_str());
@@ -210,7 +208,6 @@ TEST(PIV_Image2D, MaskIsDewarpedWithItsFrame) {
         img.setStereoMode(mode > 0);
         img.setStereoCfg(&scene.views, 1);
         img.setImageCfg(scene.cfg);
-        Messages quiet;
         ASSERT_TRUE(img.load(scene.dir.file("s.tif").c_str(), false));
         ASSERT_TRUE(img.isMaskAvailable());
         const Image2D& mask = *img.imageMask();
@@ -230,7 +227,6 @@ TEST(PIV_Image2D, MaskIsDewarpedWithItsFrame) {
 TEST(PIV_ImagePair, MaskLoadedForBothFrames) {
     ShiftedScene scene;
     PIV_ImagePair pair;
-    Messages quiet;
     ASSERT_TRUE(pair.load(scene.dir.file("s.tif").c_str(), 1, false, false));
     EXPECT_FALSE(pair.isMaskAvailable());
     EXPECT_TRUE(pair.loadMask(scene.dir.file("mask.tif").c_str()));
