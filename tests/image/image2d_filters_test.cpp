@@ -193,7 +193,7 @@ TEST(Refusals, NullImagesAndMasksOfAnotherSize) {
     EXPECT_EQ(Pixels(other), kSpiky);
 }
 
-TEST(Binary, ErodeDilateDespeckle) {
+TEST(Binary, ErodeDilateDespeckleAndBitMasks) {
     std::vector<float> v(36, 0.0f);
     for (int y = 1; y <= 3; y++)
         for (int x = 1; x <= 3; x++) v[static_cast<size_t>(y * 6 + x)] = 255;
@@ -214,12 +214,10 @@ TEST(Binary, ErodeDilateDespeckle) {
     EXPECT_EQ(Pixels(speckled), s);
     Image2D wide = MakeImage(6, 6, IMAGE_UINT16, v);
     EXPECT_EQ(FailCode(wide, wide.erodeBinary()), PIVerror::IMAGE_TYPE_UNSUPPORTED);
-}
-
-TEST(Binary, BitMaskPacksTheLowestBitFirst) {
-    std::vector<float> v(40, 0.0f);
-    v[0] = v[9] = v[39] = 1;
-    const Image2D img = MakeImage(40, 1, IMAGE_UINT8, v);
+    // A bit mask packs the lowest bit first.
+    std::vector<float> row(40, 0.0f);
+    row[0] = row[9] = row[39] = 1;
+    const Image2D img = MakeImage(40, 1, IMAGE_UINT8, row);
     Image2D bits;
     ASSERT_TRUE(img.createBitMask(&bits));
     EXPECT_EQ(bits.width(), 2u);
@@ -293,7 +291,7 @@ TEST(HistEqual, RampMapsToItsCumulativeCount) {
 // 9 x 9 with distinct values y * 9 + x; 4 x 4 windows every 4 pixels start at
 // 0 and 4 (x < 9 - 4), so row and column 8 are never touched. Window (0, 0)
 // is masked whole, window (4, 0) but for two pixels.
-TEST(Randomize, FullWindowShuffledTwoFreePixelsLeftAlone) {
+TEST(Randomize, MaskedPixelsTakeValuesOfTheirWindow) {
     Image2D img = MakeImage(9, 9, IMAGE_UINT8, Ramp(81));
     Image2D mask = Filled(9, 9, IMAGE_UINT8, 0);
     for (int y = 0; y < 4; y++)
@@ -321,17 +319,14 @@ TEST(Randomize, FullWindowShuffledTwoFreePixelsLeftAlone) {
             changed = changed || v != img.pixel(x, y);
         }
     EXPECT_TRUE(changed);
-}
-
-// Masked (1, 1) and (2, 2), values 10 and 20, take values of the free pixels
-// of their window.
-TEST(Randomize, MaskedPixelsTakeFreeValuesOfTheirWindow) {
-    Image2D img = MakeImage(9, 9, IMAGE_FLOAT, Ramp(81));
-    Image2D mask = Spike(9, 9, IMAGE_UINT8, 10, 255);
-    mask.setPixel(2, 2, 255);
-    ASSERT_TRUE(img.randomizeMaskedPixels(mask, {4, 4}, {4, 4}));
+    // Masked (1, 1) and (2, 2), values 10 and 20, take values of the free pixels
+    // of their window.
+    Image2D floats = MakeImage(9, 9, IMAGE_FLOAT, Ramp(81));
+    Image2D some = Spike(9, 9, IMAGE_UINT8, 10, 255);
+    some.setPixel(2, 2, 255);
+    ASSERT_TRUE(floats.randomizeMaskedPixels(some, {4, 4}, {4, 4}));
     for (int p : {1, 2}) {
-        const int v = static_cast<int>(img.pixel(p, p));
+        const int v = static_cast<int>(floats.pixel(p, p));
         EXPECT_TRUE(v % 9 < 4 && v / 9 < 4 && v != 10 && v != 20) << v;
     }
 }

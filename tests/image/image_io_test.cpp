@@ -306,10 +306,8 @@ TEST(ImagePair, ValidityAndSave) {
     ScratchDir dir;
     for (const Case& c : cases) {
         Image2DPair pair(c.a, c.b);
-        EXPECT_EQ(pair.isValid(), c.validCode == PIVerror::NO_ERROR);
-        if (c.validCode != PIVerror::NO_ERROR) {
-            EXPECT_EQ(pair.error().getLastErrorCode(), c.validCode);
-        }
+        const int valid = FailCode(pair, pair.isValid());
+        EXPECT_EQ(valid < 0 ? PIVerror::NO_ERROR : valid, c.validCode);
         EXPECT_EQ(FailCode(pair, pair.save(dir.file("pair.b16").c_str(), PIV::FORMAT_PCO)),
                   c.saveCode);
         EXPECT_TRUE(Holds(std::string(pair.error().getLastError()), c.saveText));
