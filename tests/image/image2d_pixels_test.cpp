@@ -53,6 +53,13 @@ TEST(Image2DPixels, RowsAndColumnsTravelAsFloatWithinTheImage) {
     EXPECT_EQ(FailCode(img, img.getRow(row, 2)), PIVerror::OUTSIDE_IMAGE);
     EXPECT_EQ(FailCode(img, img.getColumn(column, -1)), PIVerror::OUTSIDE_IMAGE);
     EXPECT_EQ(FailCode(img, img.getRow(nullptr, 0)), PIVerror::INVALID_POINTER);
+    // Without a hook the messages go to stderr.
+    const PIVMessageHook held = MessageHook();
+    SetMessageHook(nullptr);
+    testing::internal::CaptureStderr();
+    img.pixel(3, 0);
+    SetMessageHook(held);
+    EXPECT_TRUE(Holds(testing::internal::GetCapturedStderr(), "outside of 3x2 image"));
     Image2D fresh(2, 2, IMAGE_UINT8);
     EXPECT_EQ(FailCode(fresh, fresh.setPixel(2, 0, 1.0f)), PIVerror::NO_ERROR);
     DebugLevelScope level(3);
