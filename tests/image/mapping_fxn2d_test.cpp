@@ -353,19 +353,16 @@ TEST(MappingFiles, CoefficientFileKeysByType) {
 
     // Type 1 writes only the linear groups, type 2 adds the quadratic
     // denominator, type 3 the quadratic numerators.
-    struct Case {
-        int type;
-        bool hasA04, hasA34;
-    };
-    for (const Case& c :
-         {Case{1, false, false}, Case{2, false, true}, Case{3, true, false}, Case{4, true, true}}) {
-        MAPPING_FXN_2D m = Fit(GridPoints(Perspective()), c.type, 1);
-        const std::string p = dir.file("nl" + std::to_string(c.type) + ".par");
+    // type, whether a04 is written, whether a34 is
+    const int cases[][3] = {{1, 0, 0}, {2, 0, 1}, {3, 1, 0}, {4, 1, 1}};
+    for (const auto& c : cases) {
+        const MAPPING_FXN_2D m = Fit(GridPoints(Perspective()), c[0], 1);
+        const std::string p = dir.file("nl" + std::to_string(c[0]) + ".par");
         ASSERT_TRUE(PIV::SaveProjectionMatrix(&m, p.c_str()));
         const std::string t = ReadBytes(p);
-        EXPECT_TRUE(Holds(t, "a33") && !Holds(t, "px00")) << c.type;
-        EXPECT_EQ(bool(Holds(t, "a04")), c.hasA04) << c.type;
-        EXPECT_EQ(bool(Holds(t, "a34")), c.hasA34) << c.type;
+        EXPECT_TRUE(Holds(t, "a33") && !Holds(t, "px00")) << c[0];
+        EXPECT_EQ(bool(Holds(t, "a04")), c[1] != 0) << c[0];
+        EXPECT_EQ(bool(Holds(t, "a34")), c[2] != 0) << c[0];
     }
 }
 
