@@ -3,6 +3,7 @@
 // the centroid measure that finds them again.
 #pragma once
 
+#include <algorithm>
 #include <cmath>
 #include <vector>
 
@@ -58,6 +59,16 @@ inline FPOINT2D Centroid(const Image2D& img, float x, float y, int r = 6) {
             sy += v * j;
         }
     return FPOINT2D{static_cast<float>(sx / sum), static_cast<float>(sy / sum)};
+}
+
+// Largest distance between a dot's centroid in a dewarped image and its node.
+inline double WorstCentroidError(const Image2D& img, const std::vector<FPOINT2D>& nodes) {
+    double worst = 0.0;
+    for (const FPOINT2D& n : nodes) {
+        const FPOINT2D c = Centroid(img, n.x, n.y);
+        worst = std::max(worst, std::hypot(double(c.x) - n.x, double(c.y) - n.y));
+    }
+    return worst;
 }
 
 // A camera looking obliquely at the target: the dewarped pixel (X, Y) is

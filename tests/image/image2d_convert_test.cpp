@@ -1,12 +1,12 @@
 // Type changes of Image2D, one pixel per case of the conversion table.
-#include <gtest/gtest.h>
 
-#include "image2d.h"
 #include "image_test_support.h"
 
 using namespace image_test;
 
 namespace {
+
+const ImageType U8 = IMAGE_UINT8, U16 = IMAGE_UINT16, U32 = IMAGE_UINT32, F = IMAGE_FLOAT;
 
 bool ConvertTo(Image2D& img, ImageType type, bool clip) {
     switch (type) {
@@ -45,32 +45,19 @@ TEST(Image2DConvert, ConversionTable) {
         double expected;
         // clang-format off
     } cases[] = {
-        {IMAGE_UINT16, 300, IMAGE_UINT8, true, 255},
-        {IMAGE_UINT16, 300, IMAGE_UINT8, false, 44},
-        {IMAGE_UINT16, 200, IMAGE_UINT8, false, 200},
-        {IMAGE_UINT32, 70000, IMAGE_UINT8, true, 255},
-        {IMAGE_UINT32, 70000, IMAGE_UINT8, false, 112},
-        {IMAGE_FLOAT, -5.5, IMAGE_UINT8, true, 0},
-        {IMAGE_FLOAT, -5.5, IMAGE_UINT8, false, 0},
-        {IMAGE_FLOAT, 3.9, IMAGE_UINT8, true, 3},
-        {IMAGE_FLOAT, 300.5, IMAGE_UINT8, true, 255},
-        {IMAGE_FLOAT, 300.5, IMAGE_UINT8, false, 44},
-        {IMAGE_UINT8, 200, IMAGE_UINT16, false, 200},
-        {IMAGE_UINT8, 255, IMAGE_UINT32, true, 255},
-        {IMAGE_UINT16, 65535, IMAGE_UINT32, false, 65535},
-        {IMAGE_UINT32, 70000, IMAGE_UINT16, true, 65535},
-        {IMAGE_UINT32, 70000, IMAGE_UINT16, false, 4464},
-        {IMAGE_FLOAT, -1, IMAGE_UINT16, false, 0},
-        {IMAGE_FLOAT, 70000.7, IMAGE_UINT16, true, 65535},
-        {IMAGE_FLOAT, 70000.7, IMAGE_UINT16, false, 4464},
-        {IMAGE_FLOAT, -3, IMAGE_UINT32, true, 0},
-        {IMAGE_FLOAT, 3e9, IMAGE_UINT32, true, 2147483648.0},
-        {IMAGE_FLOAT, 123.9, IMAGE_UINT32, true, 123},
-        {IMAGE_FLOAT, 3e9, IMAGE_UINT32, false, 3000000000.0},
-        {IMAGE_FLOAT, 5e9, IMAGE_UINT32, false, 705032704},
-        {IMAGE_FLOAT, -3, IMAGE_UINT32, false, 4294967293.0},
-        {IMAGE_UINT16, 65535, IMAGE_FLOAT, true, 65535},
-        {IMAGE_UINT32, 4294967295.0, IMAGE_FLOAT, true, 4294967296.0},  // nearest float
+        {U16, 300, U8, true, 255},           {U16, 300, U8, false, 44},
+        {U32, 70000, U8, true, 255},         {U32, 70000, U8, false, 112},
+        {F, -5.5, U8, true, 0},              {F, -5.5, U8, false, 0},
+        {F, 3.9, U8, true, 3},               {F, 300.5, U8, true, 255},
+        {F, 300.5, U8, false, 44},           {U8, 200, U16, false, 200},
+        {U8, 255, U32, true, 255},           {U16, 65535, U32, false, 65535},
+        {U32, 70000, U16, true, 65535},      {U32, 70000, U16, false, 4464},
+        {F, -1, U16, false, 0},              {F, 70000.7, U16, true, 65535},
+        {F, 70000.7, U16, false, 4464},      {F, -3, U32, true, 0},
+        {F, 3e9, U32, true, 2147483648.0},   {F, 123.9, U32, true, 123},
+        {F, 3e9, U32, false, 3000000000.0},  {F, 5e9, U32, false, 705032704},
+        {F, -3, U32, false, 4294967293.0},   {U16, 65535, F, true, 65535},
+        {U32, 4294967295.0, F, true, 4294967296.0},  // the nearest float
     };
     // clang-format on
     for (const Case& c : cases) {
@@ -86,15 +73,14 @@ TEST(Image2DConvert, ConversionTable) {
     }
 }
 
-TEST(Image2DConvert, ConversionKeepsGeometryAndSetsTheFlags) {
+TEST(Image2DConvert, ConversionKeepsGeometryAndSetsTheFlagsOrIsRefused) {
     Image2D img = MakeImage(5, 2, IMAGE_UINT8, {1, 2, 3, 4, 5, 6, 7, 8, 9, 10});
     img.doStatistics(true);
     img.setFlagChanged(false);
     ASSERT_TRUE(img.convertToType(IMAGE_FLOAT));
-    EXPECT_EQ(img.width(), 5u);
+    EXPECT_EQ(Shape(img), Shape(5, 2, IMAGE_FLOAT));
     EXPECT_EQ(img.bytesPerLine(), 20u);
-    EXPECT_TRUE(img.needsStatistics());
-    EXPECT_TRUE(img.isChanged());
+    EXPECT_TRUE(img.needsStatistics() && img.isChanged());
     EXPECT_EQ(Pixels(img), (std::vector<float>{1, 2, 3, 4, 5, 6, 7, 8, 9, 10}));
     ASSERT_TRUE(img.convertDepth(IMAGE_UINT16));
     EXPECT_EQ(img.bytesPerLine(), 12u);
@@ -103,20 +89,13 @@ TEST(Image2DConvert, ConversionKeepsGeometryAndSetsTheFlags) {
     const uint8_t* block = img.bits();
     EXPECT_TRUE(img.to16Bit(false));  // already 16-bit: nothing happens
     EXPECT_EQ(img.bits(), block);
-}
 
-TEST(Image2DConvert, RefusedConversions) {
-    Messages messages;
     Image2D empty;
-    EXPECT_FALSE(empty.toFloat());
-    EXPECT_EQ(LastCode(empty), PIVerror::IMAGE_TYPE_UNSUPPORTED);
-    EXPECT_NE(LastText(empty).find("toFloat() - undefined type!!"), std::string::npos);
-    EXPECT_FALSE(empty.to8Bit(true));
-    EXPECT_EQ(LastCode(empty), PIVerror::IMAGE_IS_NULL);
-    EXPECT_FALSE(empty.convertToType(IMAGE_UINT16));
-    EXPECT_EQ(LastCode(empty), PIVerror::IMAGE_IS_NULL);
-    Image2D img(2, 2, IMAGE_UINT8);
-    EXPECT_FALSE(img.convertToType(static_cast<ImageType>(12)));
-    EXPECT_EQ(LastCode(img), PIVerror::IMAGE_TYPE_UNSUPPORTED);
-    EXPECT_EQ(img.type(), IMAGE_UINT8);
+    EXPECT_EQ(FailCode(empty, empty.toFloat()), PIVerror::IMAGE_TYPE_UNSUPPORTED);
+    EXPECT_TRUE(Holds(LastText(empty), "toFloat() - undefined type!!"));
+    EXPECT_EQ(FailCode(empty, empty.to8Bit(true)), PIVerror::IMAGE_IS_NULL);
+    EXPECT_EQ(FailCode(empty, empty.convertToType(IMAGE_UINT16)), PIVerror::IMAGE_IS_NULL);
+    EXPECT_EQ(FailCode(img, img.convertToType(static_cast<ImageType>(12))),
+              PIVerror::IMAGE_TYPE_UNSUPPORTED);
+    EXPECT_EQ(img.type(), IMAGE_UINT16);
 }

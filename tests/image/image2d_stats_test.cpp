@@ -1,13 +1,20 @@
 // Statistics of Image2D, worked by hand on small images.
-#include <gtest/gtest.h>
 
+#include <algorithm>
 #include <cmath>
 #include <limits>
 
-#include "image2d.h"
 #include "image_test_support.h"
 
 using namespace image_test;
+
+namespace {
+
+std::vector<double> Moments(Image2D img) {
+    return {img.mean(), img.variance(), img.minimum(), img.maximum()};
+}
+
+}  // namespace
 
 // Pixels 0..5 of a 3x2 image: s1 = 15, s2 = 55, N = 6, so the mean is 2.5 and
 // the variance (6 * 55 - 15^2) / (36 - 6) = 3.5. The row padding of the
@@ -15,20 +22,21 @@ using namespace image_test;
 TEST(Image2DStatistics, MomentsOfEveryTypeIgnorePadding) {
     for (ImageType type : {IMAGE_UINT8, IMAGE_UINT16, IMAGE_UINT32, IMAGE_FLOAT}) {
         SCOPED_TRACE(testing::Message() << "type " << type);
-        Image2D img(3, 2, type);
-        img.fill(200);
+        Image2D img = Filled(3, 2, type, 200);
         const float values[6] = {0, 1, 2, 3, 4, 5};
         img.putRow(values, 0);
         img.putRow(values + 3, 1);
         ASSERT_TRUE(img.doStatistics(false));
-        EXPECT_DOUBLE_EQ(img.mean(), 2.5);
-        EXPECT_DOUBLE_EQ(img.variance(), 3.5);
-        EXPECT_DOUBLE_EQ(img.minimum(), 0.0);
-        EXPECT_DOUBLE_EQ(img.maximum(), 5.0);
+        EXPECT_EQ(Moments(img), (std::vector<double>{2.5, 3.5, 0, 5}));
     }
-    Image2D single = MakeImage(1, 1, IMAGE_UINT16, {9});
-    EXPECT_DOUBLE_EQ(single.variance(), 0.0);
-    EXPECT_DOUBLE_EQ(single.mean(), 9.0);
+    EXPECT_EQ(Moments(MakeImage(1, 1, IMAGE_UINT16, {9})), (std::vector<double>{9, 0, 9, 9}));
+    // Nor does a border: 100 around the float pixels 1, 2, 3, 4.
+    Image2D bordered;
+    ASSERT_TRUE(bordered.alloc(2, 2, IMAGE_FLOAT, 1));
+    std::fill_n(reinterpret_cast<float*>(bordered.baseAddr()), 16, 100.0f);
+    for (int i = 0; i < 4; i++) bordered.setPixel(i % 2, i / 2, static_cast<float>(i + 1));
+    EXPECT_EQ(Moments(bordered)[0], 2.5);
+    EXPECT_EQ(Moments(bordered)[3], 4.0);
 }
 
 // Without need-stats and without force nothing is scanned: a change made
@@ -44,8 +52,7 @@ TEST(Image2DStatistics, ScanOnlyWhenNeededOrForced) {
 
     Messages messages;
     Image2D empty;
-    EXPECT_FALSE(empty.doStatistics(true));
-    EXPECT_EQ(LastCode(empty), PIVerror::IMAGE_IS_NULL);
+    EXPECT_EQ(FailCode(empty, empty.doStatistics(true)), PIVerror::IMAGE_IS_NULL);
     EXPECT_EQ(messages.all(), "");  // quiet at debug level 0
 }
 
@@ -75,52 +82,38 @@ TEST(Image2DStatistics, HistogramRangesAndBins) {
         std::vector<uint32_t> bins(static_cast<size_t>(c.count), 99u);
         double binWidth = 0, low = 0, high = 0;
         ASSERT_TRUE(img.histogram(bins.data(), c.count, binWidth, low, high));
-        EXPECT_DOUBLE_EQ(binWidth, c.binWidth);
-        EXPECT_DOUBLE_EQ(low, c.low);
-        EXPECT_DOUBLE_EQ(high, c.high);
+        EXPECT_EQ(std::vector<double>({binWidth, low, high}),
+                  std::vector<double>({c.binWidth, c.low, c.high}));
         uint32_t total = 0;
         for (uint32_t b : bins) total += b;
         EXPECT_EQ(total, 4u);
         for (const auto& f : c.filled)
             EXPECT_EQ(bins[static_cast<size_t>(f.first)], f.second) << "bin " << f.first;
     }
-}
-
-TEST(Image2DStatistics, HistogramNeedsTwoBins) {
-    Messages messages;
+    // At least two bins and somewhere to put them.
     Image2D img(2, 2, IMAGE_UINT8);
     uint32_t bins[2];
     double w, lo, hi;
-    EXPECT_FALSE(img.histogram(bins, 1, w, lo, hi));
-    EXPECT_EQ(LastCode(img), PIVerror::OPERATION_FAILED);
-    EXPECT_NE(LastText(img).find("histogram() - not enough bins for computation"),
-              std::string::npos);
-    EXPECT_FALSE(img.histogram(nullptr, 2, w, lo, hi));
-    EXPECT_EQ(LastCode(img), PIVerror::OPERATION_FAILED);
+    EXPECT_EQ(FailCode(img, img.histogram(bins, 1, w, lo, hi)), PIVerror::OPERATION_FAILED);
+    EXPECT_TRUE(Holds(LastText(img), "histogram() - not enough bins for computation"));
+    EXPECT_EQ(FailCode(img, img.histogram(nullptr, 2, w, lo, hi)), PIVerror::OPERATION_FAILED);
 }
 
 TEST(Image2DStatistics, IsConstantAgainstFirstPixelOrZero) {
     const float nan = std::numeric_limits<float>::quiet_NaN();
-    struct Case {
-        ImageType type;
-        std::vector<float> pixels;
-        bool constant, zero;
-        // clang-format off
-    } cases[] = {
-        {IMAGE_UINT8, {7, 7, 7, 7}, true, false},
-        {IMAGE_UINT16, {0, 0, 0, 0}, true, true},
-        {IMAGE_UINT32, {0, 0, 0, 1}, false, false},
-        {IMAGE_FLOAT, {nan, nan, nan, nan}, false, false},  // NaN equals nothing
-    };
-    // clang-format on
-    for (const Case& c : cases) {
-        const Image2D img = MakeImage(2, 2, c.type, c.pixels);
-        EXPECT_EQ(img.isConstant(false), c.constant) << "type " << c.type;
-        EXPECT_EQ(img.isZero(), c.zero) << "type " << c.type;
+    // Four pixels of each type, whether constant, whether zero; NaN equals nothing.
+    const float U8 = IMAGE_UINT8, U16 = IMAGE_UINT16, U32 = IMAGE_UINT32, F = IMAGE_FLOAT;
+    const float cases[][7] = {{U8, 7, 7, 7, 7, 1, 0},
+                              {U16, 0, 0, 0, 0, 1, 1},
+                              {U32, 0, 0, 0, 1, 0, 0},
+                              {F, nan, nan, nan, nan, 0, 0}};
+    for (const auto& c : cases) {
+        const Image2D img = MakeImage(2, 2, static_cast<ImageType>(c[0]), {c[1], c[2], c[3], c[4]});
+        EXPECT_EQ(img.isConstant(false), c[5] != 0) << "type " << c[0];
+        EXPECT_EQ(img.isZero(), c[6] != 0) << "type " << c[0];
     }
     // Row padding is no pixel: 9s behind each 5-pixel row do not count.
-    Image2D padded(5, 2, IMAGE_UINT8);
-    padded.fill(9);
+    Image2D padded = Filled(5, 2, IMAGE_UINT8, 9);
     const float zeros[5] = {0, 0, 0, 0, 0};
     padded.putRow(zeros, 0);
     padded.putRow(zeros, 1);
@@ -128,51 +121,38 @@ TEST(Image2DStatistics, IsConstantAgainstFirstPixelOrZero) {
 }
 
 // The 3x2 image of pixels 0..5 again: mean 2.5 and deviation
-// sqrt(6 * 55 - 15^2) / 6 = sqrt(105) / 6.
-TEST(Image2DStatistics, LocalMeanOfARectangle) {
-    const Image2D img = MakeImage(3, 2, IMAGE_UINT16, {0, 1, 2, 3, 4, 5});
+// sqrt(6 * 55 - 15^2) / 6 = sqrt(105) / 6. Then a 5x5 image with pixel
+// (x, y) = x + 10 y: a 3x3 window at (2, 2) covers x and y in 1..3: mean 22,
+// and the squared deviations 3 (1 + 0 + 1) + 3 (100 + 0 + 100) = 606 over 8
+// give the variance 75.75. At the right edge the exclusive end is pulled back
+// to the last column, so the window at (4, 2) keeps column 3 alone: 13, 23, 33.
+TEST(Image2DStatistics, LocalMeans) {
+    const Image2D rect = MakeImage(3, 2, IMAGE_UINT16, {0, 1, 2, 3, 4, 5});
     double mean = -1, deviation = -1;
-    ASSERT_TRUE(img.localMean(0, 0, 3, 2, mean, deviation));
+    ASSERT_TRUE(rect.localMean(0, 0, 3, 2, mean, deviation));
     EXPECT_DOUBLE_EQ(mean, 2.5);
     EXPECT_DOUBLE_EQ(deviation, std::sqrt(105.0) / 6.0);
-    ASSERT_TRUE(img.localMean(1, 1, 0, 0, mean, deviation));
-    EXPECT_EQ(mean, 0.0);
-    EXPECT_EQ(deviation, 0.0);
+    ASSERT_TRUE(rect.localMean(1, 1, 0, 0, mean, deviation));
+    EXPECT_TRUE(mean == 0.0 && deviation == 0.0);
+    EXPECT_EQ(FailCode(rect, rect.localMean(1, 0, 3, 2, mean, deviation)), PIVerror::OUTSIDE_IMAGE);
 
-    Messages messages;
-    EXPECT_FALSE(img.localMean(1, 0, 3, 2, mean, deviation));
-    EXPECT_EQ(LastCode(img), PIVerror::OUTSIDE_IMAGE);
-}
-
-// 5x5 image with pixel (x, y) = x + 10 y. A 3x3 window at (2, 2) covers x and
-// y in 1..3: mean 22, and the squared deviations 3 (1 + 0 + 1) +
-// 3 (100 + 0 + 100) = 606 over 8 give the variance 75.75. At the right edge
-// the exclusive end is pulled back to the last column, so the window at
-// (4, 2) keeps column 3 alone: 13, 23, 33.
-TEST(Image2DStatistics, LocalMeanOfAWindowAroundAPixel) {
     std::vector<float> v;
     for (int y = 0; y < 5; y++)
         for (int x = 0; x < 5; x++) v.push_back(static_cast<float>(x + 10 * y));
     const Image2D img = MakeImage(5, 5, IMAGE_FLOAT, v);
-    struct Case {
-        int x, y;
-        float mean, variance;
-        bool ok;
-        // clang-format off
-    } cases[] = {
-        {2, 2, 22.0f, 75.75f, true},
-        {4, 2, 23.0f, 100.0f, true},
-        {0, 0, 5.5f, 101.0f / 3.0f, true},  // clipped to x, y in 0..1: 0, 1, 10, 11
-        {10, 2, 0.0f, 0.0f, false},         // misses the image
-    };
-    // clang-format on
-    for (const Case& c : cases) {
-        SCOPED_TRACE(testing::Message() << "(" << c.x << "," << c.y << ")");
+    // x, y, mean, variance, ok; the window at (0, 0) is clipped to x, y in
+    // 0..1 (0, 1, 10, 11); the one at (10, 2) misses the image.
+    const float cases[][5] = {{2, 2, 22.0f, 75.75f, 1},
+                              {4, 2, 23.0f, 100.0f, 1},
+                              {0, 0, 5.5f, 101.0f / 3.0f, 1},
+                              {10, 2, 0, 0, 0}};
+    for (const auto& c : cases) {
+        SCOPED_TRACE(testing::Message() << "(" << c[0] << "," << c[1] << ")");
         float variance = -1;
-        bool ok = !c.ok;
-        EXPECT_FLOAT_EQ(img.localMean(c.x, c.y, &variance, &ok, 3), c.mean);
-        EXPECT_FLOAT_EQ(variance, c.variance);
-        EXPECT_EQ(ok, c.ok);
+        bool ok = c[4] == 0;
+        EXPECT_FLOAT_EQ(img.localMean(int(c[0]), int(c[1]), &variance, &ok, 3), c[2]);
+        EXPECT_FLOAT_EQ(variance, c[3]);
+        EXPECT_EQ(ok, c[4] != 0);
     }
 }
 
@@ -180,19 +160,15 @@ TEST(Image2DStatistics, LocalMeanOfAWindowAroundAPixel) {
 // Binary: the 23 zero pixels of the 5x5 window weigh 1 each; their columns
 // sum to 50 - 1 - 3 = 46 and their rows to 50 - 1 - 1 = 48.
 TEST(Image2DStatistics, SampleCentroid) {
-    std::vector<float> v(25, 0.0f);
-    v[1 * 5 + 1] = 30;
-    v[1 * 5 + 3] = 10;
-    const Image2D img = MakeImage(5, 5, IMAGE_UINT8, v);
+    Image2D img = Spike(5, 5, IMAGE_UINT8, 1 * 5 + 1, 30);
+    img.setPixel(3, 1, 10);
     FPOINT2D p = img.getSampleCentroid(5, 5, 2, 2, false);
-    EXPECT_FLOAT_EQ(p.x, 1.5f);
-    EXPECT_FLOAT_EQ(p.y, 1.0f);
+    EXPECT_TRUE(p.x == 1.5f && p.y == 1.0f) << p.x << "," << p.y;
     p = img.getSampleCentroid(5, 5, 2, 2, true);
     EXPECT_FLOAT_EQ(p.x, 46.0f / 23.0f);
     EXPECT_FLOAT_EQ(p.y, 48.0f / 23.0f);
     p = img.getSampleCentroid(5, 5, 3, 2, false);  // window not wholly inside
-    EXPECT_EQ(p.x, 3.0f);
-    EXPECT_EQ(p.y, 2.0f);
+    EXPECT_TRUE(p.x == 3.0f && p.y == 2.0f);
     p = img.getSampleCentroid(1, 1, 4, 4, false);  // zero weight
     EXPECT_EQ(p.x, 4.0f);
 }

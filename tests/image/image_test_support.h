@@ -10,6 +10,7 @@
 #include <cstdlib>
 #include <filesystem>
 #include <fstream>
+#include <functional>
 #include <string>
 #include <vector>
 
@@ -44,6 +45,67 @@ inline int LastCode(const Image2D& img) {
 }
 inline std::string LastText(const Image2D& img) {
     return img.error().getLastError();
+}
+
+// "w x h type t": an image's geometry, to compare in one line.
+inline std::string Shape(uint64_t w, uint64_t h, int type) {
+    return std::to_string(w) + "x" + std::to_string(h) + " type " + std::to_string(type);
+}
+inline std::string Shape(const Image2D& img) {
+    return Shape(img.width(), img.height(), img.type());
+}
+
+// The code a failed operation left on its object (an image or anything else
+// with an error()), or -1 when it succeeded.
+template <typename T>
+int FailCode(T& obj, bool ok) {
+    return ok ? -1 : obj.error().getLastErrorCode();
+}
+
+// Whether `text` holds `part`, showing the text when it does not.
+inline ::testing::AssertionResult Holds(const std::string& text, const std::string& part) {
+    if (text.find(part) != std::string::npos) return ::testing::AssertionSuccess();
+    return ::testing::AssertionFailure() << "'" << text << "' lacks '" << part << "'";
+}
+
+// A w x h image of zeros but for `value` at row-major index `at`.
+inline Image2D Spike(int w, int h, ImageType type, int at, float value) {
+    std::vector<float> v(static_cast<size_t>(w) * h, 0.0f);
+    v[static_cast<size_t>(at)] = value;
+    return MakeImage(w, h, type, v);
+}
+
+inline Image2D Filled(int w, int h, ImageType type, float value) {
+    Image2D img(w, h, type);
+    img.fill(value);
+    return img;
+}
+
+inline std::string Bytes(std::initializer_list<int> bytes) {
+    std::string s;
+    for (int b : bytes) s.push_back(static_cast<char>(b));
+    return s;
+}
+
+// An operation on a small image: its pixels before and after, row-major in
+// rows of w (0: one row).
+struct OpCase {
+    const char* what;
+    ImageType type;
+    std::vector<float> before;
+    std::function<bool(Image2D&)> op;
+    std::vector<float> after;
+    int w = 0;
+};
+
+inline void RunOpCases(const std::vector<OpCase>& cases) {
+    for (const OpCase& c : cases) {
+        SCOPED_TRACE(c.what);
+        const int w = c.w ? c.w : static_cast<int>(c.before.size());
+        Image2D img = MakeImage(w, static_cast<int>(c.before.size()) / w, c.type, c.before);
+        ASSERT_TRUE(c.op(img)) << LastText(img);
+        EXPECT_EQ(Pixels(img), c.after);
+    }
 }
 
 using test_support::ReadBytes;
