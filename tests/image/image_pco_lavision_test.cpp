@@ -7,6 +7,7 @@
 #include <cstring>
 
 #include "image2d.h"
+#include "image_file_builders.h"
 #include "image_format.h"
 #include "image_test_support.h"
 #include "lavision_reader.h"
@@ -15,14 +16,6 @@ using namespace image_test;
 
 namespace {
 
-void Put16(std::string& s, size_t at, unsigned v) {
-    s[at] = static_cast<char>(v & 0xff);
-    s[at + 1] = static_cast<char>((v >> 8) & 0xff);
-}
-void Put32(std::string& s, size_t at, uint32_t v) {
-    Put16(s, at, v & 0xffff);
-    Put16(s, at + 2, v >> 16);
-}
 std::string Words(const std::vector<int>& values) {
     std::string s(2 * values.size(), '\0');
     for (size_t i = 0; i < values.size(); i++) Put16(s, 2 * i, static_cast<unsigned>(values[i]));
@@ -57,26 +50,18 @@ std::string Pco(int w, int h, const std::vector<int>& pixels) {
     return PcoHeader(static_cast<uint32_t>(24 + 2 * w * h), 24, w, h) + Words(pixels);
 }
 
-// The header of versions 18 to 23: version, height at 10, width at 12,
-// buffer format at 14, frames at 18, sub-version byte at 33, the 32-bit
-// sizes at 228 and 232, depth at 236.
+// The header of versions 18 to 23 with the frame count at 18 and the
+// sub-version byte at 33; the 32-bit sizes stand at 228 and 232, the depth at 236.
 std::string ImxHeader(int version, int w, int h, int sub = 0, int frames = 0) {
-    std::string s(256, '\0');
-    Put16(s, 0, static_cast<unsigned>(version));
-    Put16(s, 10, static_cast<unsigned>(h));
-    Put16(s, 12, static_cast<unsigned>(w));
+    std::string s = Imx(version, w, h, "");
     Put16(s, 18, static_cast<unsigned>(frames));
     s[33] = static_cast<char>(sub);
     return s;
 }
 // The newer header: version, pack type, buffer format, 0, sizes x, y, z, frames.
 std::string Im7Header(int pack, int format, int nx, int ny, int nz, int nf) {
-    std::string s(256, '\0');
-    Put16(s, 0, 7);
-    Put16(s, 2, static_cast<unsigned>(pack));
+    std::string s = Im7(pack, "", nx, ny);
     Put16(s, 4, static_cast<unsigned>(format));
-    Put32(s, 8, static_cast<uint32_t>(nx));
-    Put32(s, 12, static_cast<uint32_t>(ny));
     Put32(s, 16, static_cast<uint32_t>(nz));
     Put32(s, 20, static_cast<uint32_t>(nf));
     return s;
@@ -86,6 +71,14 @@ std::string Attribute(int type, const std::string& text) {
     Put32(s, 0, static_cast<uint32_t>(type));
     Put32(s, 4, static_cast<uint32_t>(text.size()));
     return s + text;
+}
+
+// What GetImageInfo tells of a file: its answer, format, type, frames, width, height.
+std::vector<int> Info(const std::string& path) {
+    int format = -1, w = -1, h = -1, frames = -1;
+    ImageType type = IMAGE_UINT8;
+    const bool ok = Image2D::GetImageInfo(path.c_str(), &format, &type, &w, &h, &frames);
+    return {ok, format, type, frames, w, h};
 }
 
 // The packed stream and the values it decodes to, step by step: plain
@@ -105,36 +98,24 @@ const std::vector<int> kUnpacked = {5,     3,     0x1234, 0x100, 0x200, 0x203,
 TEST(PcoFiles, BuiltFromTheHeaderTable) {
     ScratchDir dir;
     const std::vector<int> pixels = Ramp(60, 100, 997);
-    WriteBytes(dir.file("a.b16"), Pco(10, 6, pixels));
+    const std::string file = dir.file("a.b16"), cut = dir.file("short.b16");
+    WriteBytes(file, Pco(10, 6, pixels));
     Image2D img;
-    ASSERT_TRUE(img.load(dir.file("a.b16"))) << LastText(img);
+    ASSERT_TRUE(img.load(file)) << LastText(img);
     EXPECT_EQ(img.type(), IMAGE_UINT16);
     EXPECT_EQ(img.width(), 10u);
     EXPECT_EQ(Pixels(img), AsFloats(pixels));
-    EXPECT_TRUE(img.isPCOImage());
-    EXPECT_FALSE(img.isSplitPCO());
-    EXPECT_FALSE(img.wasSplitPCO());
-
+    EXPECT_TRUE(img.isPCOImage() && !img.isSplitPCO() && !img.wasSplitPCO());
     int w = 0, h = 0;
-    EXPECT_TRUE(Image2D::getPCOImageSizeInfo(dir.file("a.b16").c_str(), w, h));
-    EXPECT_EQ(w, 10);
-    EXPECT_EQ(h, 6);
-    int format = 0, frames = 0;
-    ImageType type = IMAGE_UNDEFINED;
-    EXPECT_TRUE(Image2D::GetImageInfo(dir.file("a.b16").c_str(), &format, &type, &w, &h, &frames));
-    EXPECT_EQ(format, PIV::FORMAT_PCO);
-    EXPECT_EQ(type, IMAGE_UINT16);
-    EXPECT_EQ(frames, 1);
+    EXPECT_TRUE(Image2D::getPCOImageSizeInfo(file.c_str(), w, h));
+    EXPECT_EQ(std::make_pair(w, h), std::make_pair(10, 6));
+    EXPECT_EQ(Info(file), (std::vector<int>{true, PIV::FORMAT_PCO, IMAGE_UINT16, 1, 10, 6}));
 
     // A PCO header that cannot be read still answers true, with no size.
     Messages messages;
-    WriteBytes(dir.file("short.b16"), "PCO-");
-    EXPECT_FALSE(Image2D::getPCOImageSizeInfo(dir.file("short.b16").c_str(), w, h));
-    EXPECT_TRUE(
-        Image2D::GetImageInfo(dir.file("short.b16").c_str(), &format, &type, &w, &h, &frames));
-    EXPECT_EQ(w, 0);
-    EXPECT_EQ(h, 0);
-    EXPECT_EQ(type, IMAGE_UNDEFINED);
+    WriteBytes(cut, "PCO-");
+    EXPECT_FALSE(Image2D::getPCOImageSizeInfo(cut.c_str(), w, h));
+    EXPECT_EQ(Info(cut), (std::vector<int>{true, PIV::FORMAT_PCO, IMAGE_UNDEFINED, 1, 0, 0}));
 }
 
 TEST(PcoFiles, SaveWritesTheTableAndLoadsBack) {
@@ -242,15 +223,8 @@ TEST(LaVisionFiles, OldHeaderWordsFloatsAndPackedWords) {
     EXPECT_EQ(img.width(), 40000u);
     EXPECT_EQ(img.height(), 1u);
     EXPECT_EQ(img.pixel(39999, 0), 257.0f);
-    int format = 0, w = 0, h = 0, frames = 0;
-    ImageType type = IMAGE_UINT8;
-    ASSERT_TRUE(
-        Image2D::GetImageInfo(dir.file("big.imx").c_str(), &format, &type, &w, &h, &frames));
-    EXPECT_EQ(format, PIV::FORMAT_LAVISION_0);
-    EXPECT_EQ(type, IMAGE_UNDEFINED);
-    EXPECT_EQ(w, 40000);
-    EXPECT_EQ(h, 2);
-    EXPECT_EQ(frames, 2);
+    EXPECT_EQ(Info(dir.file("big.imx")),
+              (std::vector<int>{true, PIV::FORMAT_LAVISION_0, IMAGE_UNDEFINED, 2, 40000, 2}));
 
     for (int refused : {21, 22}) {
         WriteBytes(dir.file("r.imx"), ImxHeader(refused, 2, 2) + Words({1, 2, 3, 4}));
@@ -464,11 +438,7 @@ TEST(CameraBuffers, CopiesAndBinning) {
 }
 
 TEST(ImageInfo, PgmIsNotTold) {
-    int format = 0, w = 0, h = 0, frames = 7;
-    ImageType type = IMAGE_UINT8;
-    EXPECT_FALSE(
-        Image2D::GetImageInfo(DataFile("ramp8.pgm").c_str(), &format, &type, &w, &h, &frames));
-    EXPECT_EQ(format, PIV::FORMAT_PGM);
-    EXPECT_EQ(frames, 0);
-    EXPECT_EQ(type, IMAGE_UNDEFINED);
+    std::vector<int> info = Info(DataFile("ramp8.pgm"));
+    info.resize(4);
+    EXPECT_EQ(info, (std::vector<int>{false, PIV::FORMAT_PGM, IMAGE_UNDEFINED, 0}));
 }
