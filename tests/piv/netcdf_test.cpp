@@ -316,28 +316,21 @@ TEST(NetCDF, ReadsPIVNET2WrittenByTheCAPI) {
         const int cols = 100, rows = 80;
         nc_put_att_int(nc.id, NC_GLOBAL, "image_cols", NC_INT, 1, &cols);
         nc_put_att_int(nc.id, NC_GLOBAL, "image_rows", NC_INT, 1, &rows);
-        int dims[4], gx, gy, vx, vy, fl, dx;
-        nc_def_dim(nc.id, "data_dim_time", 1, &dims[0]);
-        nc_def_dim(nc.id, "data_dim_z", 1, &dims[1]);
-        nc_def_dim(nc.id, "data_dim_y", 2, &dims[2]);
-        nc_def_dim(nc.id, "data_dim_x", 3, &dims[3]);
-        nc_def_var(nc.id, "grid_x", NC_FLOAT, 1, &dims[3], &gx);
-        nc_def_var(nc.id, "grid_y", NC_FLOAT, 1, &dims[2], &gy);
-        nc_def_var(nc.id, "vx", NC_FLOAT, 4, dims, &vx);
-        nc_def_var(nc.id, "vy", NC_FLOAT, 4, dims, &vy);
-        nc_def_var(nc.id, "dx", NC_FLOAT, 4, dims, &dx);
-        nc_def_var(nc.id, "flag", NC_FLOAT, 4, dims, &fl);
+        int dims[4], vars[6];
+        const char* dimNames[4] = {"data_dim_time", "data_dim_z", "data_dim_y", "data_dim_x"};
+        const size_t lengths[4] = {1, 1, 2, 3};
+        for (int i = 0; i < 4; i++) nc_def_dim(nc.id, dimNames[i], lengths[i], &dims[i]);
+        nc_def_var(nc.id, "grid_x", NC_FLOAT, 1, &dims[3], &vars[0]);
+        nc_def_var(nc.id, "grid_y", NC_FLOAT, 1, &dims[2], &vars[1]);
+        const char* names[4] = {"vx", "vy", "dx", "flag"};
+        for (int i = 0; i < 4; i++) nc_def_var(nc.id, names[i], NC_FLOAT, 4, dims, &vars[2 + i]);
         nc_enddef(nc.id);
-        const float gxv[3] = {10, 30, 50}, gyv[2] = {20, 40};
-        const float u[6] = {1, 2, 3, 4, 5, 6}, v[6] = {-1, -2, -3, -4, -5, -6};
-        // A flag that is no number reads as a clear one.
-        const float flags[6] = {1, 1, 8, 1, std::numeric_limits<float>::quiet_NaN(), 1};
-        nc_put_var_float(nc.id, gx, gxv);
-        nc_put_var_float(nc.id, gy, gyv);
-        nc_put_var_float(nc.id, vx, u);
-        nc_put_var_float(nc.id, vy, v);
-        nc_put_var_float(nc.id, dx, u);
-        nc_put_var_float(nc.id, fl, flags);
+        // grid_x, grid_y, vx, vy, dx and flag; a flag that is no number reads as a clear one.
+        const float values[6][6] = {
+            {10, 30, 50},       {20, 40},
+            {1, 2, 3, 4, 5, 6}, {-1, -2, -3, -4, -5, -6},
+            {1, 2, 3, 4, 5, 6}, {1, 1, 8, 1, std::numeric_limits<float>::quiet_NaN(), 1}};
+        for (int i = 0; i < 6; i++) nc_put_var_float(nc.id, vars[i], values[i]);
     }
     PIV_Data2D d(file.c_str());
     ASSERT_FALSE(d.isNull()) << d.getLastError();
