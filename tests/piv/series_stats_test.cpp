@@ -120,6 +120,7 @@ std::vector<std::string> linesOf(const std::string& path) {
 TEST(SeriesStatistics, MatchATwoPassReference) {
     MessageCapture quiet;
     const Series series = makeSeries();
+    EXPECT_EQ((new PIV_Data2D_Stats)->release(), 0u);  // the last reference deletes it
     PIV_Data2D_Stats stats;
     // Nothing summed yet: no update, and no field is no field.
     EXPECT_FALSE(stats.update());
