@@ -29,7 +29,8 @@ PIVEVAL_CFG WindowCfg(int window, int fit = PIV::PEAKFIT_GAUSS_3X3) {
 
 // Particle images whose content moves by (dx, dy), y down the rows.
 synth::SyntheticPair ParticlePair(int size, double dx, double dy) {
-    return synth::RenderPair(eval_test::StandardParams(size, 11), synth::UniformFlow(dx, dy));
+    return synth::RenderPair(eval_test::StandardParams(size, 11),
+                                    synth::UniformFlow(dx, dy));
 }
 
 std::vector<float> RandomValues(size_t n, unsigned seed) {
@@ -102,11 +103,8 @@ TEST(Corr2D, FFTCorrelationOfCircularShift) {
     const std::vector<float> a = RandomValues(size_t(n) * n, 5);
     const struct {
         int dx, dy, mode;
-    } cases[] = {{5, 3, PIV::CORR_CROSS},
-                 {-4, 7, PIV::CORR_CROSS},
-                 {0, -9, PIV::CORR_CROSS},
-                 {5, 3, PIV::CORR_PHASE_ONLY},
-                 {-11, -2, PIV::CORR_PHASE_ONLY}};
+    } cases[] = {{5, 3, PIV::CORR_CROSS}, {-4, 7, PIV::CORR_CROSS}, {0, -9, PIV::CORR_CROSS},
+                 {5, 3, PIV::CORR_PHASE_ONLY}, {-11, -2, PIV::CORR_PHASE_ONLY}};
     for (const auto& c : cases) {
         SCOPED_TRACE(testing::Message() << c.dx << "," << c.dy << " mode " << c.mode);
         PIVEVAL_CFG cfg = WindowCfg(n);
@@ -177,27 +175,17 @@ TEST(FFTWindow, OneDimensionalWeights) {
         int type, i, n;
         double w;
     } cases[] = {
-        {PIV::FFTWINDOW_HANN, 0, 8, 0.0},
-        {PIV::FFTWINDOW_HANN, 1, 8, 0.1882551},
-        {PIV::FFTWINDOW_HANN, 3, 8, 0.9504844},
-        {PIV::FFTWINDOW_HANN, 7, 8, 0.0},
-        {PIV::FFTWINDOW_HAMMING, 0, 8, 0.08},
-        {PIV::FFTWINDOW_HAMMING, 3, 8, 0.9544457},
-        {PIV::FFTWINDOW_BLACKMAN, 0, 8, 0.0},
-        {PIV::FFTWINDOW_BLACKMAN, 2, 8, 0.4591830},
-        {PIV::FFTWINDOW_COSINE, 0, 8, 0.0},
-        {PIV::FFTWINDOW_COSINE, 1, 8, 0.4338837},
-        {PIV::FFTWINDOW_GAUSS, 0, 8, 0.0439369},
-        {PIV::FFTWINDOW_GAUSS, 3, 8, 0.9382156},
+        {PIV::FFTWINDOW_HANN, 0, 8, 0.0},          {PIV::FFTWINDOW_HANN, 1, 8, 0.1882551},
+        {PIV::FFTWINDOW_HANN, 3, 8, 0.9504844},    {PIV::FFTWINDOW_HANN, 7, 8, 0.0},
+        {PIV::FFTWINDOW_HAMMING, 0, 8, 0.08},      {PIV::FFTWINDOW_HAMMING, 3, 8, 0.9544457},
+        {PIV::FFTWINDOW_BLACKMAN, 0, 8, 0.0},      {PIV::FFTWINDOW_BLACKMAN, 2, 8, 0.4591830},
+        {PIV::FFTWINDOW_COSINE, 0, 8, 0.0},        {PIV::FFTWINDOW_COSINE, 1, 8, 0.4338837},
+        {PIV::FFTWINDOW_GAUSS, 0, 8, 0.0439369},   {PIV::FFTWINDOW_GAUSS, 3, 8, 0.9382156},
         // Tukey, N = 16: a raised cosine over the first and last quarter.
-        {PIV::FFTWINDOW_TUKEY, 0, 16, 0.0},
-        {PIV::FFTWINDOW_TUKEY, 1, 16, 0.1464466},
-        {PIV::FFTWINDOW_TUKEY, 2, 16, 0.5},
-        {PIV::FFTWINDOW_TUKEY, 3, 16, 0.8535534},
-        {PIV::FFTWINDOW_TUKEY, 4, 16, 1.0},
-        {PIV::FFTWINDOW_TUKEY, 8, 16, 1.0},
-        {PIV::FFTWINDOW_TUKEY, 12, 16, 0.8535534},
-        {PIV::FFTWINDOW_TUKEY, 14, 16, 0.1464466},
+        {PIV::FFTWINDOW_TUKEY, 0, 16, 0.0},        {PIV::FFTWINDOW_TUKEY, 1, 16, 0.1464466},
+        {PIV::FFTWINDOW_TUKEY, 2, 16, 0.5},        {PIV::FFTWINDOW_TUKEY, 3, 16, 0.8535534},
+        {PIV::FFTWINDOW_TUKEY, 4, 16, 1.0},        {PIV::FFTWINDOW_TUKEY, 8, 16, 1.0},
+        {PIV::FFTWINDOW_TUKEY, 12, 16, 0.8535534}, {PIV::FFTWINDOW_TUKEY, 14, 16, 0.1464466},
         {PIV::FFTWINDOW_NONE, 0, 8, 1.0},
     };
     for (const auto& c : cases)
@@ -265,9 +253,8 @@ TEST(Corr2D, MaskTestReadsTopRow) {
         PIV_Corr2D corr;
         corr.setPivEvalCfg(WindowCfg(16));
         POINT2D pos{32, 32};
-        EXPECT_EQ(
-            corr.sampleAndCorrelateWithMask(&a, &b, &mask, nullptr, &pos, POINT2D{0, 0}, false),
-            c.pass);
+        EXPECT_EQ(corr.sampleAndCorrelateWithMask(&a, &b, &mask, nullptr, &pos, POINT2D{0, 0}, false),
+                  c.pass);
         EXPECT_EQ(corr.lastErrorCode(), c.pass ? 0 : int(PIVerror::SAMPLE_MASKED));
         EXPECT_EQ(corr.error().getLastErrorCode(), 0);  // a masked window fails silently
     }

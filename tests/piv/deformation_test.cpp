@@ -110,7 +110,7 @@ TEST(MultiGridLadder, LevelListsByLadder) {
 TEST(MultiGridLadder, StepsSearchAndFitPerLevel) {
     PIVEVAL_CFG cfg = LadderCfg(128, 32, false);
     cfg.MultiGrid_SampleStep = SIZE3D{32, 32, 1};  // ratio 0.25
-    cfg.Type = PIV::PEAKFIT_WHITTAKER + 1;         // capped at 4 before the final scans
+    cfg.Type = PIV::PEAKFIT_WHITTAKER + 1;          // capped at 4 before the final scans
     std::vector<MULTIGRID_LEVEL> levels;
     ASSERT_EQ(PIV::BuildMultiGridLevels(cfg, levels), PIVerror::NO_ERROR);
     EXPECT_EQ(Each(levels, [](const MULTIGRID_LEVEL& L) { return L.step.width; }),

@@ -71,9 +71,9 @@ TEST(SinglePassAccuracy, FractionalShiftSweepPerFit) {
         double rms, mean;
     };
     const Bound bounds[] = {
-        {PIV::PEAKFIT_GAUSS_3PT, 0.05, 0.04}, {PIV::PEAKFIT_GAUSS_3X3, 0.05, 0.04},
-        {PIV::PEAKFIT_PARABOLIC, 0.07, 0.08}, {PIV::PEAKFIT_CENTROID, 0.20, 0.25},
-        {PIV::PEAKFIT_WHITTAKER, 0.05, 0.02}, {PIV::PEAKFIT_NONLIN_GAUSS, 0.05, 0.04},
+        {PIV::PEAKFIT_GAUSS_3PT, 0.05, 0.04},    {PIV::PEAKFIT_GAUSS_3X3, 0.05, 0.04},
+        {PIV::PEAKFIT_PARABOLIC, 0.07, 0.08},    {PIV::PEAKFIT_CENTROID, 0.20, 0.25},
+        {PIV::PEAKFIT_WHITTAKER, 0.05, 0.02},    {PIV::PEAKFIT_NONLIN_GAUSS, 0.05, 0.04},
     };
     for (const Bound& b : bounds) {
         double sumSquares = 0.0;
