@@ -4,13 +4,11 @@
 // leaves a valid image, though not necessarily the one it had.
 #include <gtest/gtest.h>
 
-#include <cstring>
 
 #include "image2d.h"
 #include "image_file_builders.h"
 #include "image_format.h"
 #include "image_test_support.h"
-#include "lavision_reader.h"
 
 using namespace image_test;
 

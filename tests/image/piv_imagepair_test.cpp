@@ -2,7 +2,6 @@
 // found by name, the load steps against the same steps run by hand in
 // memory, double-frame files, the analysis modes and bad input.
 #include <gtest/gtest.h>
-#include <unistd.h>
 
 #include <cstring>
 #include <filesystem>
