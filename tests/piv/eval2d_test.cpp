@@ -74,13 +74,10 @@ TEST(Eval2D, FieldAfterASinglePass) {
     ASSERT_TRUE(e.run());
     const PIV_Data2D& f = e.field();
     // 128 px, 32 px windows, step 16: nodes from 16 to 112, 7 on each axis.
-    EXPECT_EQ(f.grid().nodes.width, 7);
-    EXPECT_EQ(f.grid().nodes.height, 7);
+    EXPECT_EQ(std::make_pair(f.grid().nodes.width, f.grid().nodes.height), std::make_pair(7, 7));
     const PIV_VECTOR& v = f.data()[8];  // row 1, col 1
-    EXPECT_EQ(v.ix, 32);
-    EXPECT_EQ(v.iy, 32);
-    EXPECT_EQ(v.flag, VECTOR_ENABLED);
-    EXPECT_EQ(v.count, 1);
+    EXPECT_EQ(std::vector<int>({v.ix, v.iy, v.flag, v.count}),
+              std::vector<int>({32, 32, VECTOR_ENABLED, 1}));
     EXPECT_NEAR(v.dx, 2.0f, 0.15f);
     EXPECT_NEAR(v.dy, 1.0f, 0.15f);  // the flow moves up by 1 px: dy counts upwards
     EXPECT_NEAR(v.peak[0].x, v.dx, 1e-6f);
@@ -97,11 +94,8 @@ TEST(Eval2D, FieldAfterASinglePass) {
     PIV_VECTOR probe;
     ASSERT_TRUE(e.eval->interrogateAtPoint(POINT2D{48, 64}, &probe, 0));
     const PIV_VECTOR& node = f.data()[3 * 7 + 2];  // row 3, col 2
-    ASSERT_EQ(node.ix, 48);
-    ASSERT_EQ(node.iy, 64);
-    EXPECT_EQ(probe.dx, node.dx);
-    EXPECT_EQ(probe.dy, node.dy);
-    EXPECT_EQ(probe.ix, 48);
+    ASSERT_EQ(std::make_pair(node.ix, node.iy), std::make_pair(48, 64));
+    EXPECT_EQ(std::make_tuple(probe.dx, probe.dy, probe.ix), std::make_tuple(node.dx, node.dy, 48));
     EXPECT_FALSE(e.eval->interrogateAtPoint(POINT2D{-1, 10}, &probe, 0));
     EXPECT_EQ(e.eval->getLastErrorCode(), PIVerror::SAMPLE_OUTSIDE_IMAGE);
 }
