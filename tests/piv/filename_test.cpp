@@ -281,28 +281,13 @@ TEST(FileList, SequencesInARealFolder) {
     EXPECT_EQ(list.fileIndex(-1), -1);
 }
 
-TEST(FileList, BadNamesAreRefused) {
-    MessageCapture messages;
-    DebugLevelScope level(1);
-    FileList list;
-    EXPECT_FALSE(list.buildList("", "p0002.tif", 1, false));
-    EXPECT_FALSE(list.buildList("p0001.tif", "p0002.b16", 1, false));
-    EXPECT_EQ(list.count(), 0);
-    EXPECT_NE(messages.all().find("Mismatch in file extensions"), std::string::npos);
-
-    StringArray names;
-    EXPECT_FALSE(PIV::BuildFileList(names, nullptr, "p0002.tif", 1, false));
-    EXPECT_FALSE(PIV::BuildFileList(names, "p0001.tif", "p0002.b16", 1, false));
-    EXPECT_NE(messages.all().find("BuildFileList() - Mismatch in file extensions"),
-              std::string::npos);
-}
-
-TEST(FileList, BuildFileListAndAppend) {
+TEST(FileList, BuildFileListAppendAndBadNames) {
     ScratchDir dir;
     Touch(dir, {"s01.b16", "s03.b16"});
     StringArray names;
     char stub[16];
     MessageCapture messages;
+    DebugLevelScope level(1);
     EXPECT_TRUE(PIV::BuildFileList(names, dir.file("s01.b16").c_str(), dir.file("s03.b16").c_str(),
                                    1, true, stub, sizeof(stub)));
     ASSERT_EQ(names.size(), 2u);
@@ -320,6 +305,17 @@ TEST(FileList, BuildFileListAndAppend) {
     EXPECT_STREQ(list.fileStub(), "/else/t");
     EXPECT_EQ(list.sigFigs(), 3);
     EXPECT_EQ(list.fileIndex(1), 7);
+
+    // No name, or two extensions, are refused.
+    FileList none;
+    EXPECT_FALSE(none.buildList("", "p0002.tif", 1, false));
+    EXPECT_FALSE(none.buildList("p0001.tif", "p0002.b16", 1, false));
+    EXPECT_EQ(none.count(), 0);
+    EXPECT_PRED_FORMAT2(testing::IsSubstring, "Mismatch in file extensions", messages.all());
+    EXPECT_FALSE(PIV::BuildFileList(names, nullptr, "p0002.tif", 1, false));
+    EXPECT_FALSE(PIV::BuildFileList(names, "p0001.tif", "p0002.b16", 1, false));
+    EXPECT_PRED_FORMAT2(testing::IsSubstring, "BuildFileList() - Mismatch in file extensions",
+                        messages.all());
 }
 
 TEST(StringFileList, BuildsWithoutLookingAtTheDisk) {
