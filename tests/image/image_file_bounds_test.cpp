@@ -27,9 +27,18 @@ long PeakRssMb() {
     return usage.ru_maxrss / 1024;
 }
 
+// Each test writes to a scratch folder of its own and catches the messages.
+class ScratchFiles : public testing::Test {
+protected:
+    ScratchDir dir;
+    Messages messages;
+};
+using FileBounds = ScratchFiles;
+using PixelLimit = ScratchFiles;
+
 }  // namespace
 
-TEST(FileBounds, HalfOfTheDeclaredBytesIsTheLine) {
+TEST_F(FileBounds, HalfOfTheDeclaredBytesIsTheLine) {
     struct Case {
         uint64_t declared, available;
         bool compressed;
@@ -59,9 +68,7 @@ TEST(FileBounds, HalfOfTheDeclaredBytesIsTheLine) {
 // rows 6 to 9 read as 0, and the user is told. Text samples need a
 // character and a separator each: 2 x 3 x 3 - 1 = 17 characters at the
 // least for 3 x 3 plain grey samples.
-TEST(FileBounds, PgmHoldingHalfLoadsWithItsWarning) {
-    ScratchDir dir;
-    Messages messages;
+TEST_F(FileBounds, PgmHoldingHalfLoadsWithItsWarning) {
     const std::string path = dir.file("cut.pgm");
     WriteBytes(path, "P5 10 10\n255\n" + std::string(60, '\x07'));
     Image2D img;
@@ -85,9 +92,7 @@ TEST(FileBounds, PgmHoldingHalfLoadsWithItsWarning) {
 // more, and two PGM files of about twenty bytes that ask for 8 GB and 900 MB
 // of pixels. Before the check they loaded "OK" after seconds with gigabytes
 // resident; now nothing is allocated and the process does not grow.
-TEST(FileBounds, InflatedHeadersOfEveryFormatAreRefused) {
-    ScratchDir dir;
-    Messages messages;
+TEST_F(FileBounds, InflatedHeadersOfEveryFormatAreRefused) {
     std::string bmp = ReadBytes(DataFile("rgb8x4.bmp"));
     Put32(bmp, 18, 30000);  // width and height of the info header
     Put32(bmp, 22, 30000);
@@ -153,9 +158,7 @@ TEST(FileBounds, InflatedHeadersOfEveryFormatAreRefused) {
 // Deflate data within the ratio passes the check: 40 x 25 words are 2000
 // bytes from the 10 bytes behind the header, 1:200. zlib then finds the
 // data broken, and the load fails the ordinary way.
-TEST(FileBounds, DeflateWithinTheRatioReachesTheDecoder) {
-    ScratchDir dir;
-    Messages messages;
+TEST_F(FileBounds, DeflateWithinTheRatioReachesTheDecoder) {
     const std::string path = dir.file("deflate.im7");
     WriteBytes(path, Im7(2, std::string("\x02\0\0\0\0\0\0\0\x78\x9c", 10), 40, 25));
     Image2D img;
@@ -169,9 +172,7 @@ TEST(FileBounds, DeflateWithinTheRatioReachesTheDecoder) {
 // pixel data loads with a warning, the rest as 0; less is refused. The
 // streams are zlib's (Python's zlib.compress) of the little-endian words
 // 1, 2, 3, ... for a frame of 3 x 4 words: 24 bytes declared.
-TEST(FileBounds, DeflateStreamsShorterThanTheFrame) {
-    ScratchDir dir;
-    Messages messages;
+TEST_F(FileBounds, DeflateStreamsShorterThanTheFrame) {
     const std::string path = dir.file("short.im7");
     struct Case {
         const char* what;
@@ -222,9 +223,9 @@ TEST(FileBounds, DeflateStreamsShorterThanTheFrame) {
 namespace {
 
 // The library's pixel limit for a scope; the default comes back at its end.
-struct PixelLimit {
-    explicit PixelLimit(uint64_t pixels) { PIV::SetMaxImagePixels(pixels); }
-    ~PixelLimit() { PIV::SetMaxImagePixels(0); }
+struct PixelLimitScope {
+    explicit PixelLimitScope(uint64_t pixels) { PIV::SetMaxImagePixels(pixels); }
+    ~PixelLimitScope() { PIV::SetMaxImagePixels(0); }
 };
 
 }  // namespace
@@ -233,9 +234,7 @@ struct PixelLimit {
 // at once counted, against the library's limit before it allocates or
 // decodes: each small file loads under a limit of its own size and is
 // refused one pixel below it, with the file, the size and the limit.
-TEST(PixelLimit, EveryReaderAsksBeforeDecoding) {
-    ScratchDir dir;
-    Messages messages;
+TEST_F(PixelLimit, EveryReaderAsksBeforeDecoding) {
     std::string im7 = Im7(0, std::string(24, '\x01'), 3, 2);
     Put32(im7, 20, 2);  // two frames of 3 x 2 words
     struct Case {
@@ -260,10 +259,10 @@ TEST(PixelLimit, EveryReaderAsksBeforeDecoding) {
         };
         Image2D fits;
         {
-            PixelLimit limit(c.pixels);
+            PixelLimitScope limit(c.pixels);
             EXPECT_TRUE(load(fits)) << LastText(fits);
         }
-        PixelLimit limit(c.pixels - 1);
+        PixelLimitScope limit(c.pixels - 1);
         Image2D refused;
         EXPECT_FALSE(load(refused));
         EXPECT_EQ(LastCode(refused), PIVerror::DATA_TOO_LARGE);
@@ -281,9 +280,7 @@ TEST(PixelLimit, EveryReaderAsksBeforeDecoding) {
 // before anything refused it. A page within the limit whose one strip of
 // 4000 x 4000 bytes is to come from the dozen bytes of a 16 x 16 frame is
 // refused by the 1:1000 rule on the strip, which its file of 20 KB passes.
-TEST(PixelLimit, HugeTiffPagesAndStripsAreRefusedBeforeDecoding) {
-    ScratchDir dir;
-    Messages messages;
+TEST_F(PixelLimit, HugeTiffPagesAndStripsAreRefusedBeforeDecoding) {
     Image2D small(16, 16, IMAGE_UINT8);
     small.fill(7);
     IMAGE_COMPRESSION deflate;

@@ -4,7 +4,6 @@
 // leaves a valid image, though not necessarily the one it had.
 #include <gtest/gtest.h>
 
-
 #include "image2d.h"
 #include "image_file_builders.h"
 #include "image_format.h"
@@ -57,11 +56,16 @@ std::vector<std::pair<std::string, std::string>> Sources() {
     return files;
 }
 
-}  // namespace
-
-TEST(DamagedFiles, CutShortAnywhere) {
+// Each test writes to a scratch folder of its own and catches the messages.
+class DamagedFiles : public testing::Test {
+protected:
     ScratchDir dir;
     Messages messages;
+};
+
+}  // namespace
+
+TEST_F(DamagedFiles, CutShortAnywhere) {
     const std::string path = dir.file("cut");
     for (const auto& [name, bytes] : Sources()) {
         const size_t n = bytes.size();
@@ -93,9 +97,7 @@ TEST(DamagedFiles, CutShortAnywhere) {
     }
 }
 
-TEST(DamagedFiles, FlippedHeaderBytes) {
-    ScratchDir dir;
-    Messages messages;
+TEST_F(DamagedFiles, FlippedHeaderBytes) {
     const std::string path = dir.file("flip");
     for (const auto& [name, bytes] : Sources()) {
         const size_t header = std::min<size_t>(bytes.size(), 300);
@@ -118,9 +120,7 @@ TEST(DamagedFiles, FlippedHeaderBytes) {
 // 24-bit data load without an error while at least half of the pixel data
 // is there; 1 and 4-bit data, the colour table and 8-bit data read in one go
 // give 30, and so does any file holding less than half.
-TEST(DamagedFiles, WhatACutGivesPerReader) {
-    ScratchDir dir;
-    Messages messages;
+TEST_F(DamagedFiles, WhatACutGivesPerReader) {
     const std::string path = dir.file("cut");
     struct Case {
         const char* what;
@@ -169,9 +169,7 @@ TEST(DamagedFiles, WhatACutGivesPerReader) {
 
 // Through load a damaged magic sends the file elsewhere (LaVision, or 33 for
 // an unknown format); the BMP and PCO readers called directly give 32.
-TEST(DamagedFiles, FlippedMagic) {
-    ScratchDir dir;
-    Messages messages;
+TEST_F(DamagedFiles, FlippedMagic) {
     const std::string path = dir.file("magic");
     std::string bmp = ReadBytes(DataFile("rgb8x4.bmp"));
     bmp[1] = 'X';
@@ -205,9 +203,7 @@ TEST(DamagedFiles, FlippedMagic) {
 // Headers that claim far more than their file holds, up to sizes whose
 // byte counts overflow 32 bits, end in a read error before anything is
 // allocated, and the image loaded before stays valid.
-TEST(DamagedFiles, HugeClaimedSizes) {
-    ScratchDir dir;
-    Messages messages;
+TEST_F(DamagedFiles, HugeClaimedSizes) {
     const std::string path = dir.file("huge");
     Image2D img = MakeImage(2, 2, IMAGE_UINT8, {1, 2, 3, 4});
     std::string bmp = ReadBytes(DataFile("rgb8x4.bmp")), pco = Pco(12, 10),
@@ -235,9 +231,7 @@ TEST(DamagedFiles, HugeClaimedSizes) {
 // finite time. gray8_gray16_pages.tif holds an 8-bit page and a 16-bit one;
 // its two directories of 11 entries start at 40 and 270, so their links to
 // the next directory stand at 40 + 2 + 132 = 174 and 270 + 2 + 132 = 404.
-TEST(DamagedFiles, TiffDirectoryLoops) {
-    ScratchDir dir;
-    Messages messages;
+TEST_F(DamagedFiles, TiffDirectoryLoops) {
     const std::string path = dir.file("loop.tif");
     const std::string pages = ReadBytes(DataFile("gray8_gray16_pages.tif"));
     ASSERT_EQ(pages.size(), 432u);

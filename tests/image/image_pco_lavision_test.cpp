@@ -93,10 +93,20 @@ const std::string kPacked =
 const std::vector<int> kUnpacked = {5,     3,     0x1234, 0x100, 0x200, 0x203,
                                     0x1FD, 0x204, 0x200,  0x1FF, 0x20F};
 
+// Each test writes to a scratch folder of its own and catches the messages.
+class ScratchFiles : public testing::Test {
+protected:
+    ScratchDir dir;
+    Messages messages;
+};
+using PcoFiles = ScratchFiles;
+using LaVisionFiles = ScratchFiles;
+using RawFiles = ScratchFiles;
+using CameraBuffers = ScratchFiles;
+
 }  // namespace
 
-TEST(PcoFiles, BuiltFromTheHeaderTableAndTold) {
-    ScratchDir dir;
+TEST_F(PcoFiles, BuiltFromTheHeaderTableAndTold) {
     const std::vector<int> pixels = Ramp(60, 100, 997);
     const std::string file = dir.file("a.b16"), cut = dir.file("short.b16");
     WriteBytes(file, Pco(10, 6, pixels));
@@ -112,7 +122,6 @@ TEST(PcoFiles, BuiltFromTheHeaderTableAndTold) {
     EXPECT_EQ(Info(file), (std::vector<int>{true, PIV::FORMAT_PCO, IMAGE_UINT16, 1, 10, 6}));
 
     // A PCO header that cannot be read still answers true, with no size.
-    Messages messages;
     WriteBytes(cut, "PCO-");
     EXPECT_FALSE(Image2D::getPCOImageSizeInfo(cut.c_str(), w, h));
     EXPECT_EQ(Info(cut), (std::vector<int>{true, PIV::FORMAT_PCO, IMAGE_UNDEFINED, 1, 0, 0}));
@@ -134,9 +143,7 @@ TEST(PcoFiles, BuiltFromTheHeaderTableAndTold) {
     EXPECT_EQ(pgm, (std::vector<int>{false, PIV::FORMAT_PGM, IMAGE_UNDEFINED, 0}));
 }
 
-TEST(PcoFiles, SaveWritesTheTableAndLoadsBack) {
-    ScratchDir dir;
-    Messages messages;
+TEST_F(PcoFiles, SaveWritesTheTableAndLoadsBack) {
     Image2D img = MakeImage(7, 20, IMAGE_UINT16, AsFloats(Ramp(140, 3, 467)));
     ASSERT_TRUE(img.savePCO(dir.file("s.b16").c_str()));
     const std::string bytes = ReadBytes(dir.file("s.b16"));
@@ -152,9 +159,7 @@ TEST(PcoFiles, SaveWritesTheTableAndLoadsBack) {
 }
 
 // The upper half of a double image is the first frame.
-TEST(PcoFiles, DoubleImagesSplitByPageOrMode) {
-    ScratchDir dir;
-    Messages messages;
+TEST_F(PcoFiles, DoubleImagesSplitByPageOrMode) {
     const std::vector<int> pixels = Ramp(2 * 2048, 0, 1);
     WriteBytes(dir.file("d.b16"), Pco(2, 2048, pixels));
     const std::vector<int> upper(pixels.begin(), pixels.begin() + 2048);
@@ -187,9 +192,7 @@ TEST(PcoFiles, DoubleImagesSplitByPageOrMode) {
     EXPECT_FALSE(odd.isChanged());
 }
 
-TEST(LaVisionFiles, OldHeaderWordsFloatsAndPackedWords) {
-    ScratchDir dir;
-    Messages messages;
+TEST_F(LaVisionFiles, OldHeaderWordsFloatsAndPackedWords) {
     const std::vector<int> words = Ramp(15, 40000, 1111);
     WriteBytes(dir.file("w.imx"), ImxHeader(18, 5, 3) + Words(words));
     Image2D img;
@@ -230,9 +233,7 @@ TEST(LaVisionFiles, OldHeaderWordsFloatsAndPackedWords) {
     }
 }
 
-TEST(LaVisionFiles, NewHeaderInEveryPackType) {
-    ScratchDir dir;
-    Messages messages;
+TEST_F(LaVisionFiles, NewHeaderInEveryPackType) {
     const std::vector<int> words = Ramp(24, 7, 170);  // 4 x 3, two frames
     // 12-bit: three bytes a b c for the pixel pair v0, v1.
     std::string packed12;
@@ -302,8 +303,7 @@ TEST(LaVisionFiles, NewHeaderInEveryPackType) {
     EXPECT_PRED_FORMAT2(testing::IsNotSubstring, "ERROR", messages.all());
 }
 
-TEST(LaVisionFiles, AttributesAndScales) {
-    ScratchDir dir;
+TEST_F(LaVisionFiles, AttributesAndScales) {
     std::string scaleX = "0.5\n10\nmm\nposition x";
     scaleX[3] = '\0';  // NUL bytes inside a scale become line feeds
     const std::string file =
@@ -342,9 +342,7 @@ TEST(LaVisionFiles, AttributesAndScales) {
     DestroyBuffer(&buffer);
 }
 
-TEST(LaVisionFiles, SaveWritesAnImgHeader) {
-    ScratchDir dir;
-    Messages messages;
+TEST_F(LaVisionFiles, SaveWritesAnImgHeader) {
     Image2D words = MakeImage(5, 3, IMAGE_UINT16, AsFloats(Ramp(15, 1, 4321)));
     ASSERT_TRUE(words.saveLavImg(dir.file("w.img").c_str()));
     std::string header = ImxHeader(18, 5, 3);
@@ -363,9 +361,7 @@ TEST(LaVisionFiles, SaveWritesAnImgHeader) {
     EXPECT_TRUE(floatsBack == floats);
 }
 
-TEST(RawFiles, ReadStraightIntoTheImage) {
-    ScratchDir dir;
-    Messages messages;
+TEST_F(RawFiles, ReadStraightIntoTheImage) {
     const std::vector<int> pixels = Ramp(12, 500, 333);
     WriteBytes(dir.file("r.raw"), std::string(10, 'h') + Words(pixels));
     Image2D img;
@@ -394,8 +390,7 @@ TEST(RawFiles, ReadStraightIntoTheImage) {
     EXPECT_EQ(LastCode(img), PIVerror::FILE_OPEN_FAILED);
 }
 
-TEST(CameraBuffers, CopiesAndBinning) {
-    Messages messages;
+TEST_F(CameraBuffers, CopiesAndBinning) {
     // 3 x 2 bytes in rows of 5: the stride's extra bytes are left behind.
     const uint8_t bytes[] = {1, 2, 3, 99, 99, 4, 5, 6, 99, 99};
     Image2D img;
