@@ -52,10 +52,15 @@ public:
     ~ThreadScope() { PIV::SetMaxThreads(0); }
 };
 
+// The evaluator's own messages stay out of the test output.
+class Eval2D : public testing::Test {
+protected:
+    MessageCapture quiet;
+};
+
 }  // namespace
 
-TEST(Eval2D, DefaultMethodIsMultiPass) {
-    MessageCapture quiet;
+TEST_F(Eval2D, DefaultMethodIsMultiPass) {
     const auto pair = RenderPair(StandardParams(128), UniformFlow(1.0, 0.0));
     PIVEVAL_CFG cfg = SinglePass();
     cfg.Method = PIVEVAL_CFG().Method;
@@ -67,8 +72,7 @@ TEST(Eval2D, DefaultMethodIsMultiPass) {
     EXPECT_TRUE(e.field().haveRawData());
 }
 
-TEST(Eval2D, FieldAfterASinglePass) {
-    MessageCapture quiet;
+TEST_F(Eval2D, FieldAfterASinglePass) {
     const auto pair = RenderPair(StandardParams(128), UniformFlow(2.0, -1.0));
     Evaluation e(pair, SinglePass());
     ASSERT_TRUE(e.run());
@@ -100,8 +104,7 @@ TEST(Eval2D, FieldAfterASinglePass) {
     EXPECT_EQ(e.eval->getLastErrorCode(), PIVerror::SAMPLE_OUTSIDE_IMAGE);
 }
 
-TEST(Eval2D, NodesAtTheEdgeSlideInwardAndKeepTheirPositions) {
-    MessageCapture quiet;
+TEST_F(Eval2D, NodesAtTheEdgeSlideInwardAndKeepTheirPositions) {
     const auto pair = RenderPair(StandardParams(128), UniformFlow(2.0, 0.0));
     Evaluation e(pair, SinglePass());
     // Nodes 3 px from the left edge and 2 px from the lower edge: their
@@ -121,8 +124,7 @@ TEST(Eval2D, NodesAtTheEdgeSlideInwardAndKeepTheirPositions) {
     EXPECT_EQ(vectors[1].iy, 128 - 16);
 }
 
-TEST(Eval2D, AccumulateAddsTheNewDisplacementToTheOld) {
-    MessageCapture quiet;
+TEST_F(Eval2D, AccumulateAddsTheNewDisplacementToTheOld) {
     const auto pair = RenderPair(StandardParams(128), UniformFlow(5.0, 0.0));
     Evaluation e(pair, SinglePass());
     // The windows are already 5 px apart; the correlation finds the rest (0).
@@ -134,8 +136,7 @@ TEST(Eval2D, AccumulateAddsTheNewDisplacementToTheOld) {
     EXPECT_NEAR(vectors[0].peak[0].x, 5.0f, 1e-3f);
 }
 
-TEST(Eval2D, EmptyWindowFailsAloneAndDisabledEntriesStayAsTheyWere) {
-    MessageCapture quiet;
+TEST_F(Eval2D, EmptyWindowFailsAloneAndDisabledEntriesStayAsTheyWere) {
     auto pair = RenderPair(StandardParams(128), UniformFlow(1.0, 1.0));
     // A black square in both frames around (32, 32).
     for (int y = 0; y < 64; y++)
@@ -157,8 +158,7 @@ TEST(Eval2D, EmptyWindowFailsAloneAndDisabledEntriesStayAsTheyWere) {
 // reach below row 63 cannot be read from it. Four workers fail there at
 // once; each failure belongs to its window, and the frame they all read
 // keeps no error.
-TEST(Eval2D, WindowsBeyondASharedFrameFailAloneAndLeaveItClean) {
-    MessageCapture quiet;
+TEST_F(Eval2D, WindowsBeyondASharedFrameFailAloneAndLeaveItClean) {
     ThreadScope threads(4);
     const auto pair = RenderPair(StandardParams(128), UniformFlow(1.0, 0.0));
     Image2D a = ToImage(pair.a, 128, 128), b = ToImage(pair.b, 128, 64);
@@ -181,8 +181,7 @@ TEST(Eval2D, WindowsBeyondASharedFrameFailAloneAndLeaveItClean) {
     EXPECT_EQ(a.error().getLastErrorCode(), PIVerror::NO_ERROR);
 }
 
-TEST(Eval2D, MaskOverTheTopRowOfAWindow) {
-    MessageCapture quiet;
+TEST_F(Eval2D, MaskOverTheTopRowOfAWindow) {
     const auto pair = RenderPair(StandardParams(128), UniformFlow(1.0, 0.0));
     Evaluation e(pair, SinglePass());
     // The window of node (64, 64) spans rows 48..79.
@@ -214,8 +213,7 @@ TEST(Eval2D, MaskOverTheTopRowOfAWindow) {
     EXPECT_EQ(e.eval->setMaskImages(nullptr, nullptr, true), 0);
 }
 
-TEST(Eval2D, OneProgressStepPerEntryBelowAHundred) {
-    MessageCapture quiet;
+TEST_F(Eval2D, OneProgressStepPerEntryBelowAHundred) {
     const auto pair = RenderPair(StandardParams(128), UniformFlow(1.0, 0.0));
     ProgressRecorder eval;
     Image2D a = ToImage(pair.a, 128, 128), b = ToImage(pair.b, 128, 128);
@@ -230,8 +228,7 @@ TEST(Eval2D, OneProgressStepPerEntryBelowAHundred) {
     EXPECT_EQ(eval.calls.back().first, -1);
 }
 
-TEST(Eval2D, OneAndTwoThreadsGiveTheSameField) {
-    MessageCapture quiet;
+TEST_F(Eval2D, OneAndTwoThreadsGiveTheSameField) {
     const auto pair = RenderPair(StandardParams(256), synth::LambOseenVortex(128, 128, 400, 40));
     auto run = [&](int threads, int fit) {
         ThreadScope scope(threads);
@@ -274,8 +271,7 @@ public:
 // Every worker stops at its next window: far from all nodes are evaluated
 // (an evaluated node has a count or a failure; the others stay as cleared),
 // and the run ends without raw data.
-TEST(Eval2D, CancelFromAnotherThreadStopsEveryWorker) {
-    MessageCapture quiet;
+TEST_F(Eval2D, CancelFromAnotherThreadStopsEveryWorker) {
     ThreadScope threads(4);
     const auto pair = RenderPair(StandardParams(256), UniformFlow(1.0, 0.0));
     Image2D a = ToImage(pair.a, 256, 256), b = ToImage(pair.b, 256, 256);
@@ -295,8 +291,7 @@ TEST(Eval2D, CancelFromAnotherThreadStopsEveryWorker) {
 }
 
 // A region of interest lays a smaller grid at once, and the field follows.
-TEST(Eval2D, RegionOfInterestLaysGridAndField) {
-    MessageCapture quiet;
+TEST_F(Eval2D, RegionOfInterestLaysGridAndField) {
     const auto pair = RenderPair(StandardParams(128), UniformFlow(1.0, 0.0));
     Evaluation e(pair, SinglePass());
     ASSERT_EQ(e.field().nodeCount(), 49);
@@ -311,8 +306,7 @@ TEST(Eval2D, RegionOfInterestLaysGridAndField) {
     }
 }
 
-TEST(Eval2D, RefusesWithoutImagesAndMismatchedImages) {
-    MessageCapture quiet;
+TEST_F(Eval2D, RefusesWithoutImagesAndMismatchedImages) {
     PIV_Eval2D eval;
     EXPECT_FALSE(eval.interrogateImage(false));
     EXPECT_EQ(eval.getLastErrorCode(), PIVerror::IMAGE_IS_NULL);
@@ -323,8 +317,7 @@ TEST(Eval2D, RefusesWithoutImagesAndMismatchedImages) {
     EXPECT_EQ(eval.getLastErrorCode(), PIVerror::IMAGE_IS_NULL);
 }
 
-TEST(Eval2D, ScanCorrelationModesFailEveryWindow) {
-    MessageCapture quiet;
+TEST_F(Eval2D, ScanCorrelationModesFailEveryWindow) {
     const auto pair = RenderPair(StandardParams(128), UniformFlow(1.0, 0.0));
     for (int mode : {PIV::CORR_MQD, PIV::CORR_DIRECT_CROSS, PIV::CORR_ERROR_FUNCTION}) {
         PIVEVAL_CFG cfg = SinglePass();
@@ -337,7 +330,7 @@ TEST(Eval2D, ScanCorrelationModesFailEveryWindow) {
     }
 }
 
-TEST(Eval2D, ValidationAskedForRunsAfterTheEvaluation) {
+TEST_F(Eval2D, ValidationAskedForRunsAfterTheEvaluation) {
     MessageCapture capture;
     const auto pair = RenderPair(StandardParams(128), UniformFlow(1.0, 0.0));
     Evaluation e(pair, SinglePass());
@@ -357,8 +350,7 @@ TEST(Eval2D, ValidationAskedForRunsAfterTheEvaluation) {
 // whose logarithm is twice the plane's; only the peak weights, which enter
 // the square once rather than twice, move the three-point Gaussian (by about
 // ln(N / (N - 1)) / 2 of the peak's curvature, under 0.03 px).
-TEST(Eval2D, DualPairOfTheSamePairMeasuresTheSame) {
-    MessageCapture quiet;
+TEST_F(Eval2D, DualPairOfTheSamePairMeasuresTheSame) {
     const auto pair = RenderPair(StandardParams(128), UniformFlow(1.3, -0.6));
     for (bool average : {true, false}) {
         PIVEVAL_CFG cfg = SinglePass(32, 16, PIV::PEAKFIT_GAUSS_3PT);

@@ -123,10 +123,15 @@ OUTPUT_CFG Native() {
     return o;
 }
 
+// Each test writes to a scratch folder of its own.
+class NetCDF : public testing::Test {
+protected:
+    ScratchDir dir;
+};
+
 }  // namespace
 
-TEST(NetCDF, NcdumpShowsTheNativeLayout) {
-    ScratchDir dir;
+TEST_F(NetCDF, NcdumpShowsTheNativeLayout) {
     Field f = MakeField(1, false, true);
     const std::string file = dir.file("field.nc");
     ASSERT_TRUE(f->save(file.c_str(), 0, Native()));
@@ -165,7 +170,7 @@ TEST(NetCDF, NcdumpShowsTheNativeLayout) {
 }
 
 // Every quantity a node holds comes back; several steps get a time axis.
-TEST(NetCDF, RoundTripsEveryStoredQuantity) {
+TEST_F(NetCDF, RoundTripsEveryStoredQuantity) {
     struct Case {
         int steps;
         bool threeC, peaks, stats;
@@ -206,8 +211,7 @@ TEST(NetCDF, RoundTripsEveryStoredQuantity) {
     }
 }
 
-TEST(NetCDF, DifferentialsKeepTheirFormulas) {
-    ScratchDir dir;
+TEST_F(NetCDF, DifferentialsKeepTheirFormulas) {
     OUTPUT_CFG o = Native();
     o.StoreDifferentials = o.StoreLambda2 = o.StoreDiscriminant = o.StoreVorticity = true;
     const std::string file = dir.file("d.nc");
@@ -253,8 +257,7 @@ TEST(NetCDF, DifferentialsKeepTheirFormulas) {
 
 // The region comes back ordered (left 10, right 50) and the image origin
 // counted from the bottom row.
-TEST(NetCDF, ParametersRoundTripAfterTheReadRules) {
-    ScratchDir dir;
+TEST_F(NetCDF, ParametersRoundTripAfterTheReadRules) {
     PIV_Parameters p;
     PIV_PARAMETERS r = p.pivParameters();
     r.eval.Method = 2;
@@ -288,8 +291,7 @@ TEST(NetCDF, ParametersRoundTripAfterTheReadRules) {
     EXPECT_EQ(got, (std::vector<double>{2, 40, 3, 4, 12, 10, 50, 3, 0, 5, 1, 2.5}));
 }
 
-TEST(NetCDF, MethodFromTheTextPrefersMultigrid) {
-    ScratchDir dir;
+TEST_F(NetCDF, MethodFromTheTextPrefersMultigrid) {
     const std::string file = dir.file("m.nc");
     {
         NcId nc(NC_CLOBBER, file);
@@ -305,8 +307,7 @@ TEST(NetCDF, MethodFromTheTextPrefersMultigrid) {
     EXPECT_EQ(p.eval.Type, 3);
 }
 
-TEST(NetCDF, ReadsPIVNET2WrittenByTheCAPI) {
-    ScratchDir dir;
+TEST_F(NetCDF, ReadsPIVNET2WrittenByTheCAPI) {
     const std::string file = dir.file("pivnet2.nc");
     {
         NcId nc(NC_CLOBBER, file);
@@ -343,8 +344,7 @@ TEST(NetCDF, ReadsPIVNET2WrittenByTheCAPI) {
     EXPECT_TRUE(d.dataType() & PIV::DATA_VELOCITY);
 }
 
-TEST(NetCDF, OwnPIVNET2VelocityIsNotReadBack) {
-    ScratchDir dir;
+TEST_F(NetCDF, OwnPIVNET2VelocityIsNotReadBack) {
     Field f = MakeField();
     for (int k = 0; k < 12; k++) f->data()[k].u = 3;
     f->setDataType(f->dataType() | PIV::DATA_VELOCITY);
@@ -362,8 +362,7 @@ TEST(NetCDF, OwnPIVNET2VelocityIsNotReadBack) {
     EXPECT_EQ(back.data()[4].u, 0);
 }
 
-TEST(NetCDF, EuropivInfinitiesBecomeOutliers) {
-    ScratchDir dir;
+TEST_F(NetCDF, EuropivInfinitiesBecomeOutliers) {
     const std::string file = dir.file("europiv.nc");
     {
         NcId nc(NC_CLOBBER, file);
@@ -391,8 +390,7 @@ TEST(NetCDF, EuropivInfinitiesBecomeOutliers) {
 // stays. Used as the predictor of a warp, neither 1e30 nor a NaN put back
 // into the field may reach a conversion to int (the sanitizers watch): a
 // pixel whose source cannot be placed reads as outside the image.
-TEST(NetCDF, NoNumbersAreDisabledAndAPredictorOfThemWarpsCleanly) {
-    ScratchDir dir;
+TEST_F(NetCDF, NoNumbersAreDisabledAndAPredictorOfThemWarpsCleanly) {
     Field f = MakeField(1, false, true);
     const float nan = std::numeric_limits<float>::quiet_NaN();
     f->data()[1].dx = nan;
@@ -441,8 +439,7 @@ TEST(NetCDF, NoNumbersAreDisabledAndAPredictorOfThemWarpsCleanly) {
             }
 }
 
-TEST(NetCDF, BadInputGivesTheErrors) {
-    ScratchDir dir;
+TEST_F(NetCDF, BadInputGivesTheErrors) {
     auto refused = [](const std::string& file, int code) {
         PIV_Data2D d;
         EXPECT_FALSE(d.load(file.c_str())) << file;
@@ -510,8 +507,7 @@ TEST(NetCDF, BadInputGivesTheErrors) {
 // name that leaves room for one temporary's suffix (".tmp-XXXXXX") and no
 // more is saved, and the parameters join the vectors. A failed save leaves
 // the earlier file and nothing else.
-TEST(NetCDF, OneTemporaryBesideTheTarget) {
-    ScratchDir dir;
+TEST_F(NetCDF, OneTemporaryBesideTheTarget) {
     Field f = MakeField();
     const std::string file = dir.file(std::string(255 - 11 - 3, 'n') + ".nc");
     ASSERT_TRUE(f->saveNetCDF(file.c_str(), 0)) << f->getLastError();
@@ -536,8 +532,7 @@ TEST(NetCDF, OneTemporaryBesideTheTarget) {
     }
 }
 
-TEST(NetCDF, FileInformation) {
-    ScratchDir dir;
+TEST_F(NetCDF, FileInformation) {
     Field f = MakeField(1, false, true);
     const std::string file = dir.file("info.nc");
     ASSERT_TRUE(f->saveNetCDF(file.c_str(), 0));
