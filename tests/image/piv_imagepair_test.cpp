@@ -56,10 +56,17 @@ private:
     std::filesystem::path m_old;
 };
 
+// Each test writes to a scratch folder of its own and catches the messages.
+class PivImagePair : public testing::Test {
+protected:
+    ScratchDir dir;
+    Messages messages;
+};
+using PivImage2D = PivImagePair;
+
 }  // namespace
 
-TEST(PIV_Image2D, LookForFileTriesPathAltDirAndBareName) {
-    ScratchDir dir;
+TEST_F(PivImage2D, LookForFileTriesPathAltDirAndBareName) {
     std::filesystem::create_directory(dir.file("alt"));
     std::filesystem::create_directory(dir.file("work"));
     WriteBytes(dir.file("frame.tif"), "x");
@@ -86,8 +93,7 @@ TEST(PIV_Image2D, LookForFileTriesPathAltDirAndBareName) {
     EXPECT_EQ(img.lookForFile(nullptr), "");
 }
 
-TEST(PIV_ImagePair, LoadedPairEqualsTheStepsRunByHand) {
-    ScratchDir dir;
+TEST_F(PivImagePair, LoadedPairEqualsTheStepsRunByHand) {
     Save(Ramp(16, 12, IMAGE_UINT8, 20.0f), dir.file("img0001.tif"));
     Save(Ramp(16, 12, IMAGE_UINT8, 25.0f), dir.file("img0002.tif"));
     Image2D mask = Flat(16, 12, IMAGE_UINT8, 0.0f);
@@ -108,7 +114,6 @@ TEST(PIV_ImagePair, LoadedPairEqualsTheStepsRunByHand) {
 
     PIV_ImagePair pair;
     pair.setImageCfg(cfg);
-    Messages quiet;
     ASSERT_TRUE(pair.load(dir.file("img0001.tif").c_str(), 1, false, true));
     ASSERT_TRUE(pair.isImagePair());
     EXPECT_TRUE(pair.isMaskAvailable());
@@ -127,8 +132,7 @@ TEST(PIV_ImagePair, LoadedPairEqualsTheStepsRunByHand) {
     }
 }
 
-TEST(PIV_ImagePair, DoubleHeightBackgroundGivesTheFramesHalf) {
-    ScratchDir dir;
+TEST_F(PivImagePair, DoubleHeightBackgroundGivesTheFramesHalf) {
     Save(Flat(8, 6, IMAGE_UINT16, 100.0f), dir.file("run_a.tif"));
     Save(Flat(8, 6, IMAGE_UINT16, 100.0f), dir.file("run_b.tif"));
     Image2D bkgd(8, 12, IMAGE_UINT16);
@@ -140,7 +144,6 @@ TEST(PIV_ImagePair, DoubleHeightBackgroundGivesTheFramesHalf) {
     PIV::CopyText(cfg.Bkgd, dir.file("bkgd.tif").c_str());
     PIV_ImagePair pair;
     pair.setImageCfg(cfg);
-    Messages quiet;
     // run_a -> run_b by the rule of the letter before the dot.
     ASSERT_TRUE(pair.load(dir.file("run_a.tif").c_str(), 1, false, true));
     ASSERT_TRUE(pair.isImagePair());
@@ -149,8 +152,7 @@ TEST(PIV_ImagePair, DoubleHeightBackgroundGivesTheFramesHalf) {
     EXPECT_LT(pair.imgA()->pixel(3, 3), 100.0f);
 }
 
-TEST(PIV_ImagePair, DoubleFramePcoFileGivesBothFrames) {
-    ScratchDir dir;
+TEST_F(PivImagePair, DoubleFramePcoFileGivesBothFrames) {
     Image2D a = Ramp(8, 6, IMAGE_UINT16, 1000.0f), b = Ramp(8, 6, IMAGE_UINT16, 3000.0f);
     Image2DPair both(&a, &b);
     const std::string path = dir.file("double.b16");
@@ -159,7 +161,6 @@ TEST(PIV_ImagePair, DoubleFramePcoFileGivesBothFrames) {
     PIV_ImagePair pair;
     pair.setPCOMode(true);
     EXPECT_TRUE(pair.imageCfg().SplitPCO);
-    Messages quiet;
     ASSERT_TRUE(pair.loadPair(path.c_str(), ""));
     ASSERT_TRUE(pair.isImagePair());
     EXPECT_EQ(Pixels(*pair.imgA()), Pixels(a));
@@ -184,8 +185,7 @@ TEST(PIV_ImagePair, DoubleFramePcoFileGivesBothFrames) {
 // spelt, gives one frame twice, as does a single-page TIFF in PCO mode,
 // whose page 1 does not exist; the pair says so and how many frames the
 // file holds.
-TEST(PIV_ImagePair, FilesOfTwoFramesAreKnownAsSuch) {
-    ScratchDir dir;
+TEST_F(PivImagePair, FilesOfTwoFramesAreKnownAsSuch) {
     std::string words(24, '\0');
     for (int i = 0; i < 12; i++) Put16(words, 2 * i, i < 6 ? i + 1 : i + 95);
     std::string im7 = Im7(0, words, 3, 2);
@@ -210,7 +210,6 @@ TEST(PIV_ImagePair, FilesOfTwoFramesAreKnownAsSuch) {
         {"one page, pco mode", true, DataFile("gray8_strips.tif"), "", 1, true, 4, 1, 1},
         {"two files", false, pages, DataFile("gray8_strips.tif"), 2, false, 4, 1, 1},
     };
-    Messages quiet;
     for (const Case& c : cases) {
         SCOPED_TRACE(c.what);
         PIV_ImagePair pair;
@@ -224,12 +223,10 @@ TEST(PIV_ImagePair, FilesOfTwoFramesAreKnownAsSuch) {
     }
 }
 
-TEST(PIV_ImagePair, AnalysisModes) {
-    ScratchDir dir;
+TEST_F(PivImagePair, AnalysisModes) {
     Save(Ramp(8, 6, IMAGE_UINT8, 1.0f), dir.file("ref.tif"));
     Save(Ramp(8, 6, IMAGE_UINT8, 50.0f), dir.file("shot0001.tif"));
     Save(Ramp(8, 6, IMAGE_UINT8, 90.0f), dir.file("shot0002.tif"));
-    Messages quiet;
     {
         // Speckle: frame A is the fixed reference, B the image given.
         PIV_ImagePair pair;
@@ -268,12 +265,10 @@ TEST(PIV_ImagePair, AnalysisModes) {
     }
 }
 
-TEST(PIV_ImagePair, BadInputLoadsWhatItCan) {
-    ScratchDir dir;
+TEST_F(PivImagePair, BadInputLoadsWhatItCan) {
     Save(Ramp(8, 6, IMAGE_UINT8, 1.0f), dir.file("lone0007.tif"));
     Save(Ramp(8, 6, IMAGE_UINT8, 1.0f), dir.file("plain.tif"));
     Save(Flat(4, 4, IMAGE_UINT8, 255.0f), dir.file("small_mask.tif"));
-    Messages quiet;
     PIV_ImagePair pair;
     // No frame 0008: A loaded, B empty, no pair.
     EXPECT_FALSE(pair.load(dir.file("lone0007.tif").c_str(), 1, false, true));
@@ -306,7 +301,7 @@ TEST(PIV_ImagePair, BadInputLoadsWhatItCan) {
     EXPECT_FALSE(frame.isMaskAvailable());
 }
 
-TEST(PIV_ImagePair, CameraBuffers) {
+TEST_F(PivImagePair, CameraBuffers) {
     std::vector<uint16_t> a(8 * 4), b(8 * 4);
     for (size_t i = 0; i < a.size(); i++) {
         a[i] = static_cast<uint16_t>(i);
@@ -319,7 +314,7 @@ TEST(PIV_ImagePair, CameraBuffers) {
     EXPECT_EQ(pair.imgB()->pixel(7, 3), 131.0f);
 }
 
-TEST(PIV_Image2D, PreProcessingIsNeededWhenAnyStepIsOn) {
+TEST_F(PivImage2D, PreProcessingIsNeededWhenAnyStepIsOn) {
     // Nothing, then mask, background, rotation, flip, dewarp, crop, median,
     // min-max and transformation.
     void (*const steps[])(IMAGE_CFG&) = {[](IMAGE_CFG&) {},
@@ -346,15 +341,13 @@ TEST(PIV_Image2D, PreProcessingIsNeededWhenAnyStepIsOn) {
     EXPECT_TRUE(stereo.requiresImagePreProcessing());
 }
 
-TEST(PIV_Image2D, CropAfterLoad) {
-    ScratchDir dir;
+TEST_F(PivImage2D, CropAfterLoad) {
     Save(Ramp(16, 12, IMAGE_UINT8, 0.0f), dir.file("c.tif"));
     IMAGE_CFG cfg;
     cfg.Crop = true;
     cfg.CropRect = RECT3D{4, 12, 2, 8, 0, 0};
     PIV_Image2D img;
     img.setImageCfg(cfg);
-    Messages quiet;
     ASSERT_TRUE(img.load(dir.file("c.tif").c_str(), false));
     EXPECT_EQ(img.width(), 8u);
     EXPECT_EQ(img.height(), 6u);
