@@ -227,42 +227,38 @@ TEST_F(PivImagePair, AnalysisModes) {
     Save(Ramp(8, 6, IMAGE_UINT8, 1.0f), dir.file("ref.tif"));
     Save(Ramp(8, 6, IMAGE_UINT8, 50.0f), dir.file("shot0001.tif"));
     Save(Ramp(8, 6, IMAGE_UINT8, 90.0f), dir.file("shot0002.tif"));
-    {
-        // Speckle: frame A is the fixed reference, B the image given.
-        PIV_ImagePair pair;
-        pair.setAnalysisMode(PIV::ANALYSIS_SPECKLE);
-        EXPECT_FALSE(pair.loadPair(dir.file("shot0002.tif").c_str(), "x"));  // no reference
-        pair.setReferenceImage(dir.file("ref.tif").c_str());
-        ASSERT_TRUE(pair.loadPair(dir.file("shot0002.tif").c_str(), "x"));
-        EXPECT_STREQ(pair.imgA()->name(), dir.file("ref.tif").c_str());
-        EXPECT_STREQ(pair.imgB()->name(), dir.file("shot0002.tif").c_str());
-        // In speckle mode the "first" file is frame B.
-        EXPECT_STREQ(pair.filePath(false), dir.file("shot0002.tif").c_str());
-        EXPECT_STREQ(pair.fileName(true), "ref.tif");
-        // load() passes no second name, and speckle wants both.
-        EXPECT_FALSE(pair.load(dir.file("shot0002.tif").c_str(), 1, false, true));
-    }
-    {
-        // Autocorrelation: one double-exposed frame.
-        PIV_ImagePair pair;
-        pair.setAnalysisMode(PIV::ANALYSIS_AUTO_CORRELATION);
-        ASSERT_TRUE(pair.load(dir.file("shot0001.tif").c_str(), 1, false, true));
-        EXPECT_TRUE(pair.isPairLoaded());
-        EXPECT_TRUE(pair.imgB()->isNull());
-    }
-    {
-        // Cross-correlation with a separation of 1 and without a second frame.
-        PIV_ImagePair pair;
-        ASSERT_TRUE(pair.load(dir.file("shot0001.tif").c_str(), 1, false, false));
-        EXPECT_TRUE(pair.imgB()->isNull());
-        EXPECT_FALSE(pair.isImagePair());
-        ASSERT_TRUE(pair.load(dir.file("shot0001.tif").c_str(), 1, false, true));
-        EXPECT_STREQ(pair.baseName(true), "shot0002");
-        EXPECT_STREQ(pair.extension(true), ".tif");
-        EXPECT_EQ(pair.imgB()->pixel(0, 0), 90.0f);
-        ASSERT_TRUE(pair.reloadImages());
-        EXPECT_STREQ(pair.lastImageFileB(), dir.file("shot0002.tif").c_str());
-    }
+    // Speckle: frame A is the fixed reference, B the image given.
+    PIV_ImagePair speckle;
+    speckle.setAnalysisMode(PIV::ANALYSIS_SPECKLE);
+    EXPECT_FALSE(speckle.loadPair(dir.file("shot0002.tif").c_str(), "x"));  // no reference
+    speckle.setReferenceImage(dir.file("ref.tif").c_str());
+    ASSERT_TRUE(speckle.loadPair(dir.file("shot0002.tif").c_str(), "x"));
+    EXPECT_STREQ(speckle.imgA()->name(), dir.file("ref.tif").c_str());
+    EXPECT_STREQ(speckle.imgB()->name(), dir.file("shot0002.tif").c_str());
+    // In speckle mode the "first" file is frame B.
+    EXPECT_STREQ(speckle.filePath(false), dir.file("shot0002.tif").c_str());
+    EXPECT_STREQ(speckle.fileName(true), "ref.tif");
+    // load() passes no second name, and speckle wants both.
+    EXPECT_FALSE(speckle.load(dir.file("shot0002.tif").c_str(), 1, false, true));
+
+    // Autocorrelation: one double-exposed frame.
+    PIV_ImagePair single;
+    single.setAnalysisMode(PIV::ANALYSIS_AUTO_CORRELATION);
+    ASSERT_TRUE(single.load(dir.file("shot0001.tif").c_str(), 1, false, true));
+    EXPECT_TRUE(single.isPairLoaded());
+    EXPECT_TRUE(single.imgB()->isNull());
+
+    // Cross-correlation with a separation of 1 and without a second frame.
+    PIV_ImagePair pair;
+    ASSERT_TRUE(pair.load(dir.file("shot0001.tif").c_str(), 1, false, false));
+    EXPECT_TRUE(pair.imgB()->isNull());
+    EXPECT_FALSE(pair.isImagePair());
+    ASSERT_TRUE(pair.load(dir.file("shot0001.tif").c_str(), 1, false, true));
+    EXPECT_STREQ(pair.baseName(true), "shot0002");
+    EXPECT_STREQ(pair.extension(true), ".tif");
+    EXPECT_EQ(pair.imgB()->pixel(0, 0), 90.0f);
+    ASSERT_TRUE(pair.reloadImages());
+    EXPECT_STREQ(pair.lastImageFileB(), dir.file("shot0002.tif").c_str());
 }
 
 TEST_F(PivImagePair, BadInputLoadsWhatItCan) {

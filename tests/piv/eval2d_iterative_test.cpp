@@ -265,30 +265,25 @@ TEST(DeformationEdges, ZeroOffsetCopiesTheImages) {
 
 TEST(IterativeBadInput, RefusedWithTheirErrors) {
     const auto pair = RenderPair(StandardParams(256, 6), synth::UniformFlow(1.0, 1.0));
-    {
-        Evaluation e(pair, MultiGrid(true, PIV::DEFORM_ALL_PASSES));
-        e.eval->setAnalysisMode(PIV::ANALYSIS_AUTO_CORRELATION);
-        EXPECT_FALSE(e.run());
-        EXPECT_EQ(e.eval->getLastErrorCode(), PIVerror::OPERATION_NOT_POSSIBLE);
-        EXPECT_NE(std::string(e.eval->getLastError()).find("double-exposed"), std::string::npos);
-    }
-    {
-        PIVEVAL_CFG cfg = MultiGrid(true, PIV::DEFORM_ALL_PASSES);
-        cfg.MultiGrid_SampleSize = SIZE3D{32, 32, 1};
-        Evaluation e(pair, cfg);
-        EXPECT_FALSE(e.run());
-        EXPECT_EQ(e.eval->getLastErrorCode(), PIVerror::BAD_SAMPLE_SIZE);
-    }
-    {
-        // A mask of nothing but zeros cannot stand behind a deformation.
-        Evaluation e(pair, MultiPass(2, PIV::DEFORM_ALL_PASSES));
-        Image2D mask;
-        mask.alloc(256, 256, IMAGE_UINT8);
-        mask.fill(0.0f);
-        ASSERT_EQ(e.eval->setMaskImages(&mask, nullptr, true), 1);
-        EXPECT_FALSE(e.run());
-        EXPECT_EQ(e.eval->getLastErrorCode(), PIVerror::IMAGE_IS_NULL);
-    }
+    Evaluation autocorrelation(pair, MultiGrid(true, PIV::DEFORM_ALL_PASSES));
+    autocorrelation.eval->setAnalysisMode(PIV::ANALYSIS_AUTO_CORRELATION);
+    EXPECT_FALSE(autocorrelation.run());
+    EXPECT_EQ(autocorrelation.eval->getLastErrorCode(), PIVerror::OPERATION_NOT_POSSIBLE);
+    EXPECT_PRED_FORMAT2(testing::IsSubstring, "double-exposed",
+                        autocorrelation.eval->getLastError());
+    // A ladder whose first window is the final one has no coarse level.
+    PIVEVAL_CFG cfg = MultiGrid(true, PIV::DEFORM_ALL_PASSES);
+    cfg.MultiGrid_SampleSize = SIZE3D{32, 32, 1};
+    Evaluation oneLevel(pair, cfg);
+    EXPECT_FALSE(oneLevel.run());
+    EXPECT_EQ(oneLevel.eval->getLastErrorCode(), PIVerror::BAD_SAMPLE_SIZE);
+    // A mask of nothing but zeros cannot stand behind a deformation.
+    Evaluation masked(pair, MultiPass(2, PIV::DEFORM_ALL_PASSES));
+    Image2D mask(256, 256, IMAGE_UINT8);
+    mask.fill(0.0f);
+    ASSERT_EQ(masked.eval->setMaskImages(&mask, nullptr, true), 1);
+    EXPECT_FALSE(masked.run());
+    EXPECT_EQ(masked.eval->getLastErrorCode(), PIVerror::IMAGE_IS_NULL);
 }
 
 // After a multi-grid run, nodes the validation replaced are correlated
