@@ -2,7 +2,6 @@
 // found by name, the load steps against the same steps run by hand in
 // memory, double-frame files, the analysis modes and bad input.
 #include <gtest/gtest.h>
-#include <unistd.h>
 
 #include <cstring>
 #include <filesystem>
@@ -57,10 +56,17 @@ private:
     std::filesystem::path m_old;
 };
 
+// Each test writes to a scratch folder of its own and catches the messages.
+class PivImagePair : public testing::Test {
+protected:
+    ScratchDir dir;
+    Messages messages;
+};
+using PivImage2D = PivImagePair;
+
 }  // namespace
 
-TEST(PIV_Image2D, LookForFileTriesPathAltDirAndBareName) {
-    ScratchDir dir;
+TEST_F(PivImage2D, LookForFileTriesPathAltDirAndBareName) {
     std::filesystem::create_directory(dir.file("alt"));
     std::filesystem::create_directory(dir.file("work"));
     WriteBytes(dir.file("frame.tif"), "x");
@@ -87,8 +93,7 @@ TEST(PIV_Image2D, LookForFileTriesPathAltDirAndBareName) {
     EXPECT_EQ(img.lookForFile(nullptr), "");
 }
 
-TEST(PIV_ImagePair, LoadedPairEqualsTheStepsRunByHand) {
-    ScratchDir dir;
+TEST_F(PivImagePair, LoadedPairEqualsTheStepsRunByHand) {
     Save(Ramp(16, 12, IMAGE_UINT8, 20.0f), dir.file("img0001.tif"));
     Save(Ramp(16, 12, IMAGE_UINT8, 25.0f), dir.file("img0002.tif"));
     Image2D mask = Flat(16, 12, IMAGE_UINT8, 0.0f);
@@ -109,7 +114,6 @@ TEST(PIV_ImagePair, LoadedPairEqualsTheStepsRunByHand) {
 
     PIV_ImagePair pair;
     pair.setImageCfg(cfg);
-    Messages quiet;
     ASSERT_TRUE(pair.load(dir.file("img0001.tif").c_str(), 1, false, true));
     ASSERT_TRUE(pair.isImagePair());
     EXPECT_TRUE(pair.isMaskAvailable());
@@ -128,8 +132,7 @@ TEST(PIV_ImagePair, LoadedPairEqualsTheStepsRunByHand) {
     }
 }
 
-TEST(PIV_ImagePair, DoubleHeightBackgroundGivesTheFramesHalf) {
-    ScratchDir dir;
+TEST_F(PivImagePair, DoubleHeightBackgroundGivesTheFramesHalf) {
     Save(Flat(8, 6, IMAGE_UINT16, 100.0f), dir.file("run_a.tif"));
     Save(Flat(8, 6, IMAGE_UINT16, 100.0f), dir.file("run_b.tif"));
     Image2D bkgd(8, 12, IMAGE_UINT16);
@@ -141,7 +144,6 @@ TEST(PIV_ImagePair, DoubleHeightBackgroundGivesTheFramesHalf) {
     PIV::CopyText(cfg.Bkgd, dir.file("bkgd.tif").c_str());
     PIV_ImagePair pair;
     pair.setImageCfg(cfg);
-    Messages quiet;
     // run_a -> run_b by the rule of the letter before the dot.
     ASSERT_TRUE(pair.load(dir.file("run_a.tif").c_str(), 1, false, true));
     ASSERT_TRUE(pair.isImagePair());
@@ -150,8 +152,7 @@ TEST(PIV_ImagePair, DoubleHeightBackgroundGivesTheFramesHalf) {
     EXPECT_LT(pair.imgA()->pixel(3, 3), 100.0f);
 }
 
-TEST(PIV_ImagePair, DoubleFramePcoFileGivesBothFrames) {
-    ScratchDir dir;
+TEST_F(PivImagePair, DoubleFramePcoFileGivesBothFrames) {
     Image2D a = Ramp(8, 6, IMAGE_UINT16, 1000.0f), b = Ramp(8, 6, IMAGE_UINT16, 3000.0f);
     Image2DPair both(&a, &b);
     const std::string path = dir.file("double.b16");
@@ -160,7 +161,6 @@ TEST(PIV_ImagePair, DoubleFramePcoFileGivesBothFrames) {
     PIV_ImagePair pair;
     pair.setPCOMode(true);
     EXPECT_TRUE(pair.imageCfg().SplitPCO);
-    Messages quiet;
     ASSERT_TRUE(pair.loadPair(path.c_str(), ""));
     ASSERT_TRUE(pair.isImagePair());
     EXPECT_EQ(Pixels(*pair.imgA()), Pixels(a));
@@ -185,8 +185,7 @@ TEST(PIV_ImagePair, DoubleFramePcoFileGivesBothFrames) {
 // spelt, gives one frame twice, as does a single-page TIFF in PCO mode,
 // whose page 1 does not exist; the pair says so and how many frames the
 // file holds.
-TEST(PIV_ImagePair, FilesOfTwoFramesAreKnownAsSuch) {
-    ScratchDir dir;
+TEST_F(PivImagePair, FilesOfTwoFramesAreKnownAsSuch) {
     std::string words(24, '\0');
     for (int i = 0; i < 12; i++) Put16(words, 2 * i, i < 6 ? i + 1 : i + 95);
     std::string im7 = Im7(0, words, 3, 2);
@@ -211,7 +210,6 @@ TEST(PIV_ImagePair, FilesOfTwoFramesAreKnownAsSuch) {
         {"one page, pco mode", true, DataFile("gray8_strips.tif"), "", 1, true, 4, 1, 1},
         {"two files", false, pages, DataFile("gray8_strips.tif"), 2, false, 4, 1, 1},
     };
-    Messages quiet;
     for (const Case& c : cases) {
         SCOPED_TRACE(c.what);
         PIV_ImagePair pair;
@@ -225,56 +223,48 @@ TEST(PIV_ImagePair, FilesOfTwoFramesAreKnownAsSuch) {
     }
 }
 
-TEST(PIV_ImagePair, AnalysisModes) {
-    ScratchDir dir;
+TEST_F(PivImagePair, AnalysisModes) {
     Save(Ramp(8, 6, IMAGE_UINT8, 1.0f), dir.file("ref.tif"));
     Save(Ramp(8, 6, IMAGE_UINT8, 50.0f), dir.file("shot0001.tif"));
     Save(Ramp(8, 6, IMAGE_UINT8, 90.0f), dir.file("shot0002.tif"));
-    Messages quiet;
-    {
-        // Speckle: frame A is the fixed reference, B the image given.
-        PIV_ImagePair pair;
-        pair.setAnalysisMode(PIV::ANALYSIS_SPECKLE);
-        EXPECT_FALSE(pair.loadPair(dir.file("shot0002.tif").c_str(), "x"));  // no reference
-        pair.setReferenceImage(dir.file("ref.tif").c_str());
-        ASSERT_TRUE(pair.loadPair(dir.file("shot0002.tif").c_str(), "x"));
-        EXPECT_STREQ(pair.imgA()->name(), dir.file("ref.tif").c_str());
-        EXPECT_STREQ(pair.imgB()->name(), dir.file("shot0002.tif").c_str());
-        // In speckle mode the "first" file is frame B.
-        EXPECT_STREQ(pair.filePath(false), dir.file("shot0002.tif").c_str());
-        EXPECT_STREQ(pair.fileName(true), "ref.tif");
-        // load() passes no second name, and speckle wants both.
-        EXPECT_FALSE(pair.load(dir.file("shot0002.tif").c_str(), 1, false, true));
-    }
-    {
-        // Autocorrelation: one double-exposed frame.
-        PIV_ImagePair pair;
-        pair.setAnalysisMode(PIV::ANALYSIS_AUTO_CORRELATION);
-        ASSERT_TRUE(pair.load(dir.file("shot0001.tif").c_str(), 1, false, true));
-        EXPECT_TRUE(pair.isPairLoaded());
-        EXPECT_TRUE(pair.imgB()->isNull());
-    }
-    {
-        // Cross-correlation with a separation of 1 and without a second frame.
-        PIV_ImagePair pair;
-        ASSERT_TRUE(pair.load(dir.file("shot0001.tif").c_str(), 1, false, false));
-        EXPECT_TRUE(pair.imgB()->isNull());
-        EXPECT_FALSE(pair.isImagePair());
-        ASSERT_TRUE(pair.load(dir.file("shot0001.tif").c_str(), 1, false, true));
-        EXPECT_STREQ(pair.baseName(true), "shot0002");
-        EXPECT_STREQ(pair.extension(true), ".tif");
-        EXPECT_EQ(pair.imgB()->pixel(0, 0), 90.0f);
-        ASSERT_TRUE(pair.reloadImages());
-        EXPECT_STREQ(pair.lastImageFileB(), dir.file("shot0002.tif").c_str());
-    }
+    // Speckle: frame A is the fixed reference, B the image given.
+    PIV_ImagePair speckle;
+    speckle.setAnalysisMode(PIV::ANALYSIS_SPECKLE);
+    EXPECT_FALSE(speckle.loadPair(dir.file("shot0002.tif").c_str(), "x"));  // no reference
+    speckle.setReferenceImage(dir.file("ref.tif").c_str());
+    ASSERT_TRUE(speckle.loadPair(dir.file("shot0002.tif").c_str(), "x"));
+    EXPECT_STREQ(speckle.imgA()->name(), dir.file("ref.tif").c_str());
+    EXPECT_STREQ(speckle.imgB()->name(), dir.file("shot0002.tif").c_str());
+    // In speckle mode the "first" file is frame B.
+    EXPECT_STREQ(speckle.filePath(false), dir.file("shot0002.tif").c_str());
+    EXPECT_STREQ(speckle.fileName(true), "ref.tif");
+    // load() passes no second name, and speckle wants both.
+    EXPECT_FALSE(speckle.load(dir.file("shot0002.tif").c_str(), 1, false, true));
+
+    // Autocorrelation: one double-exposed frame.
+    PIV_ImagePair single;
+    single.setAnalysisMode(PIV::ANALYSIS_AUTO_CORRELATION);
+    ASSERT_TRUE(single.load(dir.file("shot0001.tif").c_str(), 1, false, true));
+    EXPECT_TRUE(single.isPairLoaded());
+    EXPECT_TRUE(single.imgB()->isNull());
+
+    // Cross-correlation with a separation of 1 and without a second frame.
+    PIV_ImagePair pair;
+    ASSERT_TRUE(pair.load(dir.file("shot0001.tif").c_str(), 1, false, false));
+    EXPECT_TRUE(pair.imgB()->isNull());
+    EXPECT_FALSE(pair.isImagePair());
+    ASSERT_TRUE(pair.load(dir.file("shot0001.tif").c_str(), 1, false, true));
+    EXPECT_STREQ(pair.baseName(true), "shot0002");
+    EXPECT_STREQ(pair.extension(true), ".tif");
+    EXPECT_EQ(pair.imgB()->pixel(0, 0), 90.0f);
+    ASSERT_TRUE(pair.reloadImages());
+    EXPECT_STREQ(pair.lastImageFileB(), dir.file("shot0002.tif").c_str());
 }
 
-TEST(PIV_ImagePair, BadInputLoadsWhatItCan) {
-    ScratchDir dir;
+TEST_F(PivImagePair, BadInputLoadsWhatItCan) {
     Save(Ramp(8, 6, IMAGE_UINT8, 1.0f), dir.file("lone0007.tif"));
     Save(Ramp(8, 6, IMAGE_UINT8, 1.0f), dir.file("plain.tif"));
     Save(Flat(4, 4, IMAGE_UINT8, 255.0f), dir.file("small_mask.tif"));
-    Messages quiet;
     PIV_ImagePair pair;
     // No frame 0008: A loaded, B empty, no pair.
     EXPECT_FALSE(pair.load(dir.file("lone0007.tif").c_str(), 1, false, true));
@@ -307,7 +297,7 @@ TEST(PIV_ImagePair, BadInputLoadsWhatItCan) {
     EXPECT_FALSE(frame.isMaskAvailable());
 }
 
-TEST(PIV_ImagePair, CameraBuffers) {
+TEST_F(PivImagePair, CameraBuffers) {
     std::vector<uint16_t> a(8 * 4), b(8 * 4);
     for (size_t i = 0; i < a.size(); i++) {
         a[i] = static_cast<uint16_t>(i);
@@ -320,47 +310,40 @@ TEST(PIV_ImagePair, CameraBuffers) {
     EXPECT_EQ(pair.imgB()->pixel(7, 3), 131.0f);
 }
 
-TEST(PIV_Image2D, PreProcessingIsNeededWhenAnyStepIsOn) {
-    struct Case {
-        const char* what;
-        void (*set)(IMAGE_CFG&);
-        bool expected;
-    };
-    const Case cases[] = {
-        {"nothing", [](IMAGE_CFG&) {}, false},
-        {"mask", [](IMAGE_CFG& c) { c.MaskEnable = true; }, true},
-        {"background", [](IMAGE_CFG& c) { c.BkgdSubtract = true; }, true},
-        {"rotation", [](IMAGE_CFG& c) { c.Rotation = 90; }, true},
-        {"flip", [](IMAGE_CFG& c) { c.Flip = 1; }, true},
-        {"dewarp", [](IMAGE_CFG& c) { c.Dewarp = true; }, true},
-        {"crop", [](IMAGE_CFG& c) { c.Crop = true; }, true},
-        {"median", [](IMAGE_CFG& c) { c.filters.Median = true; }, true},
-        {"minmax", [](IMAGE_CFG& c) { c.filters.MinMax = true; }, true},
-        {"transform", [](IMAGE_CFG& c) { c.transformation.Enable = true; }, true},
-    };
-    for (const Case& c : cases) {
+TEST_F(PivImage2D, PreProcessingIsNeededWhenAnyStepIsOn) {
+    // Nothing, then mask, background, rotation, flip, dewarp, crop, median,
+    // min-max and transformation.
+    void (*const steps[])(IMAGE_CFG&) = {[](IMAGE_CFG&) {},
+                                         [](IMAGE_CFG& c) { c.MaskEnable = true; },
+                                         [](IMAGE_CFG& c) { c.BkgdSubtract = true; },
+                                         [](IMAGE_CFG& c) { c.Rotation = 90; },
+                                         [](IMAGE_CFG& c) { c.Flip = 1; },
+                                         [](IMAGE_CFG& c) { c.Dewarp = true; },
+                                         [](IMAGE_CFG& c) { c.Crop = true; },
+                                         [](IMAGE_CFG& c) { c.filters.Median = true; },
+                                         [](IMAGE_CFG& c) { c.filters.MinMax = true; },
+                                         [](IMAGE_CFG& c) { c.transformation.Enable = true; }};
+    for (size_t i = 0; i < std::size(steps); i++) {
         IMAGE_CFG cfg;
-        c.set(cfg);
+        steps[i](cfg);
         PIV_Image2D img;
         img.setImageCfg(cfg);
-        EXPECT_EQ(img.requiresImagePreProcessing(), c.expected) << c.what;
+        EXPECT_EQ(img.requiresImagePreProcessing(), i > 0) << i;
         img.setFlagImagePreProcess(false);
-        EXPECT_FALSE(img.requiresImagePreProcessing()) << c.what;
+        EXPECT_FALSE(img.requiresImagePreProcessing());
     }
     PIV_Image2D stereo;
     stereo.setStereoMode(true);
     EXPECT_TRUE(stereo.requiresImagePreProcessing());
 }
 
-TEST(PIV_Image2D, CropAfterLoad) {
-    ScratchDir dir;
+TEST_F(PivImage2D, CropAfterLoad) {
     Save(Ramp(16, 12, IMAGE_UINT8, 0.0f), dir.file("c.tif"));
     IMAGE_CFG cfg;
     cfg.Crop = true;
     cfg.CropRect = RECT3D{4, 12, 2, 8, 0, 0};
     PIV_Image2D img;
     img.setImageCfg(cfg);
-    Messages quiet;
     ASSERT_TRUE(img.load(dir.file("c.tif").c_str(), false));
     EXPECT_EQ(img.width(), 8u);
     EXPECT_EQ(img.height(), 6u);

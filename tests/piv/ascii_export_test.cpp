@@ -7,7 +7,6 @@
 #include <csignal>
 #include <cstdlib>
 #include <filesystem>
-#include <fstream>
 #include <functional>
 #include <sstream>
 #include <string>
@@ -24,6 +23,7 @@
 
 using export_test::Kind;
 using export_test::MakeField;
+using testing::IsSubstring;
 
 namespace {
 
@@ -56,13 +56,18 @@ void ExpectGolden(const std::string& written, const std::string& golden) {
     EXPECT_EQ(Masked(test_support::ReadBytes(written)), Masked(expected)) << golden;
 }
 
+// The text writer, the PIV Challenge table, or save() by OutputFormat.
+enum class Writer { Text, Challenge, Save };
+
 struct TextCase {
     const char* golden;
     Kind kind;
     void (*setup)(PIV_Data2D&, OUTPUT_CFG&);
+    Writer writer = Writer::Text;
 };
 
-// Each case names what it shows; the golden file spells out the result.
+// Each case names what it shows; the golden file spells out the result. The
+// text writer writes unless a case names another.
 const TextCase kTextCases[] = {
     // Rows bottom up, image y = 32 - iy, three image coordinates, no comment.
     {"raw.dat", Kind::Raw, [](PIV_Data2D& f, OUTPUT_CFG&) { f.setName("run7.nc"); }},
@@ -107,11 +112,23 @@ const TextCase kTextCases[] = {
          c.DesampleX = 2;
          std::snprintf(c.Title, sizeof(c.Title), "X");
      }},
+    // save() writes the text for formats 0 (the default) and 1.
+    {"raw.dat", Kind::Raw, [](PIV_Data2D& f, OUTPUT_CFG&) { f.setName("run7.nc"); }, Writer::Save},
+    {"raw.dat", Kind::Raw,
+     [](PIV_Data2D& f, OUTPUT_CFG& c) {
+         f.setName("run7.nc");
+         c.OutputFormat = 1;
+     },
+     Writer::Save},
+    // Interpolated node 2 counts as an outlier (2) in the challenge table.
+    {"challenge_raw.txt", Kind::Raw, [](PIV_Data2D&, OUTPUT_CFG&) {}, Writer::Challenge},
+    {"challenge_velocity.txt", Kind::Velocity,
+     [](PIV_Data2D&, OUTPUT_CFG& c) { c.KeepRowOrder = true; }, Writer::Challenge},
 };
 
 }  // namespace
 
-TEST(TecplotText, MatchesHandWrittenFiles) {
+TEST(TextExports, MatchHandWrittenFiles) {
     for (const TextCase& tc : kTextCases) {
         SCOPED_TRACE(tc.golden);
         PIV_Data2D field;
@@ -120,44 +137,12 @@ TEST(TecplotText, MatchesHandWrittenFiles) {
         tc.setup(field, cfg);
         field.setOutputCfg(cfg);
         test_support::ScratchDir dir;
-        const std::string name = std::string(tc.golden);
-        ASSERT_TRUE(field.saveASCII(dir.file(name).c_str(), 0, true)) << field.getLastError();
-        ExpectGolden(dir.file(name), tc.golden);
-    }
-}
-
-TEST(TecplotText, SaveChoosesTextForFormatsZeroAndOne) {
-    for (int format : {0, 1}) {
-        PIV_Data2D field;
-        MakeField(field, Kind::Raw);
-        field.setName("run7.nc");
-        OUTPUT_CFG cfg;
-        cfg.OutputFormat = format;
-        test_support::ScratchDir dir;
-        ASSERT_TRUE(field.save(dir.file("raw.dat").c_str(), 0, cfg)) << field.getLastError();
-        ExpectGolden(dir.file("raw.dat"), "raw.dat");
-    }
-}
-
-TEST(ChallengeTable, MatchesHandWrittenFiles) {
-    struct Case {
-        const char* golden;
-        Kind kind;
-        bool keepRowOrder;
-    };
-    // Interpolated node 2 counts as an outlier (2) here.
-    const Case cases[] = {{"challenge_raw.txt", Kind::Raw, false},
-                          {"challenge_velocity.txt", Kind::Velocity, true}};
-    for (const Case& c : cases) {
-        SCOPED_TRACE(c.golden);
-        PIV_Data2D field;
-        MakeField(field, c.kind);
-        OUTPUT_CFG cfg;
-        cfg.KeepRowOrder = c.keepRowOrder;
-        field.setOutputCfg(cfg);
-        test_support::ScratchDir dir;
-        ASSERT_TRUE(field.savePivChallengeData(dir.file(c.golden).c_str(), 0));
-        ExpectGolden(dir.file(c.golden), c.golden);
+        const std::string file = dir.file(tc.golden);
+        ASSERT_TRUE(tc.writer == Writer::Text        ? field.saveASCII(file.c_str(), 0, true)
+                    : tc.writer == Writer::Challenge ? field.savePivChallengeData(file.c_str(), 0)
+                                                     : field.save(file.c_str(), 0, cfg))
+            << field.getLastError();
+        ExpectGolden(file, tc.golden);
     }
 }
 
@@ -216,13 +201,12 @@ TEST(TextExports, RefusalsNameTheirCause) {
     for (const Case& c : cases) {
         EXPECT_FALSE(c.save(empty, dir.file("a.dat").c_str()));
         EXPECT_EQ(empty.error().getLastErrorCode(), PIVerror::DATA_IS_NULL);
-        EXPECT_NE(std::string(empty.getLastError()).find(c.what + std::string("no valid data")),
-                  std::string::npos);
+        EXPECT_PRED_FORMAT2(IsSubstring, c.what + std::string("no valid data"),
+                            empty.getLastError());
         EXPECT_FALSE(c.save(field, missing.c_str()));
         EXPECT_EQ(field.error().getLastErrorCode(), PIVerror::FILE_CREATE_FAILED);
-        EXPECT_NE(std::string(field.getLastError()).find(c.what), std::string::npos);
-        EXPECT_NE(std::string(field.getLastError()).find("failed for: " + missing),
-                  std::string::npos);
+        EXPECT_PRED_FORMAT2(IsSubstring, c.what, field.getLastError());
+        EXPECT_PRED_FORMAT2(IsSubstring, "failed for: " + missing, field.getLastError());
     }
     EXPECT_TRUE(std::filesystem::is_empty(dir.path()));
 }
@@ -311,35 +295,34 @@ TEST(Writers, AFailedFlushIsAFailedSaveAndKeepsTheEarlierFile) {
 TEST(TecplotLayout, NamesFollowTheKindOfData) {
     struct Case {
         Kind kind;
+        bool threeC;
         std::vector<std::string> expected;
     };
     // Means over the four nodes with a result (0, 2, 4, 5): dx 3 / 4 = 0.75.
+    // A third component adds its name.
     const Case cases[] = {
         {Kind::Raw,
+         false,
          {"$!VarSet |VARLIST| = '\"c\" \"r\" \"dx\" \"dy\"'\n", "$!VarSet |DXmean|  = 0.75\n",
           "$!FRAMENAME='PIV-Data'\n", "TEXT='Column [px]'\n", "TEXT='Row [px]'\n"}},
         {Kind::Speckle,
+         false,
          {"$!VarSet |VARLIST| = '\"x\" \"y\" \"dx\" \"dy\"'\n", "$!VarSet |DXmean|  = 0.75\n",
           "$!FRAMENAME='Speckle-Data'\n", "TEXT='X [mm]'\n"}},
         {Kind::Velocity,
+         false,
          {"$!VarSet |VARLIST| = '\"x\" \"y\" \"u\" \"v\"'\n", "$!VarSet |Umean|  = 0.375\n",
           "$!FRAMENAME='PIV-Data'\n", "TEXT='Y [mm]'\n"}},
+        {Kind::Velocity, true, {"'\"x\" \"y\" \"u\" \"v\" \"w\"'"}},
     };
     for (const Case& c : cases) {
         PIV_Data2D field;
         MakeField(field, c.kind);
+        field.setFlag3C(c.threeC);
         test_support::ScratchDir dir;
         const std::string layout = dir.file("kind.lay");
         ASSERT_TRUE(field.saveTecPlotLayout(layout.c_str(), "kind.plt", "kind", OUTPUT_CFG()));
         const std::string text = test_support::ReadBytes(layout);
-        for (const std::string& e : c.expected) EXPECT_NE(text.find(e), std::string::npos) << e;
+        for (const std::string& e : c.expected) EXPECT_PRED_FORMAT2(IsSubstring, e, text);
     }
-    // A third component adds its name.
-    PIV_Data2D field;
-    MakeField(field, Kind::Velocity);
-    field.setFlag3C(true);
-    test_support::ScratchDir dir;
-    ASSERT_TRUE(field.saveTecPlotLayout(dir.file("w.lay").c_str(), "w.plt", "w", OUTPUT_CFG()));
-    EXPECT_NE(test_support::ReadBytes(dir.file("w.lay")).find("'\"x\" \"y\" \"u\" \"v\" \"w\"'"),
-              std::string::npos);
 }

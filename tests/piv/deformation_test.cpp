@@ -30,10 +30,15 @@ PIVEVAL_CFG LadderCfg(int start, int final, bool fast, int desample = 1, bool bi
     return cfg;
 }
 
+// One figure of every level.
+template <class Figure>
+std::vector<int> Each(const std::vector<MULTIGRID_LEVEL>& levels, Figure figure) {
+    std::vector<int> v;
+    for (const MULTIGRID_LEVEL& L : levels) v.push_back(int(figure(L)));
+    return v;
+}
 std::vector<int> Windows(const std::vector<MULTIGRID_LEVEL>& levels) {
-    std::vector<int> w;
-    for (const MULTIGRID_LEVEL& L : levels) w.push_back(L.fullSample.width);
-    return w;
+    return Each(levels, [](const MULTIGRID_LEVEL& L) { return L.fullSample.width; });
 }
 
 // A field on a 9 x 7 grid, step 16 from (16, 16), every node enabled with
@@ -90,6 +95,14 @@ TEST(MultiGridLadder, LevelListsByLadder) {
         for (size_t i = 0; i < levels.size(); i++)
             EXPECT_EQ(levels[i].final, i + 1 == levels.size()) << c.name << " level " << i;
     }
+    // More than fifteen levels are refused: 5 levels and 11 scans.
+    PIVEVAL_CFG cfg = LadderCfg(128, 32, false);
+    cfg.MultiGrid_FinalScans = 11;
+    std::vector<MULTIGRID_LEVEL> levels;
+    EXPECT_EQ(PIV::BuildMultiGridLevels(cfg, levels), PIVerror::OPERATION_FAILED);
+    cfg.MultiGrid_FinalScans = 10;
+    EXPECT_EQ(PIV::BuildMultiGridLevels(cfg, levels), PIVerror::NO_ERROR);
+    EXPECT_EQ(levels.size(), 15u);
 }
 
 // Step: the entry times MultiGrid_SampleStep / MultiGrid_SampleSize, never
@@ -100,14 +113,12 @@ TEST(MultiGridLadder, StepsSearchAndFitPerLevel) {
     cfg.Type = PIV::PEAKFIT_WHITTAKER + 1;          // capped at 4 before the final scans
     std::vector<MULTIGRID_LEVEL> levels;
     ASSERT_EQ(PIV::BuildMultiGridLevels(cfg, levels), PIVerror::NO_ERROR);
-    ASSERT_EQ(levels.size(), 6u);
-    const int steps[] = {32, 24, 16, 16, 16, 16};
-    const int search[] = {40, 30, 20, 15, 10, 10};
-    for (size_t i = 0; i < levels.size(); i++) {
-        EXPECT_EQ(levels[i].step.width, steps[i]) << "level " << i;
-        EXPECT_EQ(levels[i].search.width, search[i]) << "level " << i;
-        EXPECT_EQ(levels[i].fitType, levels[i].final ? cfg.Type : 4) << "level " << i;
-    }
+    EXPECT_EQ(Each(levels, [](const MULTIGRID_LEVEL& L) { return L.step.width; }),
+              (std::vector<int>{32, 24, 16, 16, 16, 16}));
+    EXPECT_EQ(Each(levels, [](const MULTIGRID_LEVEL& L) { return L.search.width; }),
+              (std::vector<int>{40, 30, 20, 15, 10, 10}));
+    EXPECT_EQ(Each(levels, [](const MULTIGRID_LEVEL& L) { return L.fitType; }),
+              (std::vector<int>{4, 4, 4, 4, 4, cfg.Type}));
     cfg.SpeedOptimization = 0x1000;
     ASSERT_EQ(PIV::BuildMultiGridLevels(cfg, levels), PIVerror::NO_ERROR);
     EXPECT_EQ(levels[0].fitType, int(PIV::PEAKFIT_GAUSS_3X3));
@@ -121,24 +132,12 @@ TEST(MultiGridLadder, BinningWithDesampleThree) {
     std::vector<MULTIGRID_LEVEL> levels;
     ASSERT_EQ(PIV::BuildMultiGridLevels(cfg, levels), PIVerror::NO_ERROR);
     EXPECT_EQ(Windows(levels), (std::vector<int>{192, 128, 96, 64, 48, 32, 32}));
-    const int binning[] = {3, 2, 1, 1, 1, 1, 1};
-    for (size_t i = 0; i < levels.size(); i++) {
-        EXPECT_EQ(levels[i].binning, binning[i]) << "level " << i;
-        if (binning[i] > 1) {
-            EXPECT_EQ(levels[i].window.width, 64) << "level " << i;
-            EXPECT_EQ(levels[i].step.width, 32) << "level " << i;  // 64 x ratio 0.5
-        }
-    }
-}
-
-TEST(MultiGridLadder, MoreThanFifteenLevelsIsRefused) {
-    PIVEVAL_CFG cfg = LadderCfg(128, 32, false);
-    cfg.MultiGrid_FinalScans = 11;  // 5 levels + 11 scans
-    std::vector<MULTIGRID_LEVEL> levels;
-    EXPECT_EQ(PIV::BuildMultiGridLevels(cfg, levels), PIVerror::OPERATION_FAILED);
-    cfg.MultiGrid_FinalScans = 10;
-    EXPECT_EQ(PIV::BuildMultiGridLevels(cfg, levels), PIVerror::NO_ERROR);
-    EXPECT_EQ(levels.size(), 15u);
+    EXPECT_EQ(Each(levels, [](const MULTIGRID_LEVEL& L) { return L.binning; }),
+              (std::vector<int>{3, 2, 1, 1, 1, 1, 1}));
+    // The binned levels: 64 px windows at step 64 x 0.5.
+    for (size_t i = 0; i < 2; i++)
+        EXPECT_EQ(std::make_pair(levels[i].window.width, levels[i].step.width),
+                  std::make_pair(64, 32));
 }
 
 TEST(MultiGridLadder, ReevaluationWindowDoublesTheArea) {
@@ -153,8 +152,8 @@ TEST(MultiGridLadder, ReevaluationWindowDoublesTheArea) {
 }
 
 // Bilinear between nodes reproduces a linear field anywhere inside the
-// grid, and the node values at the nodes.
-TEST(FieldBetweenNodes, LinearFieldAtRandomPoints) {
+// grid, and the node values at the nodes; disabled nodes are left out.
+TEST(FieldBetweenNodes, LinearFieldHullAndDisabledNodes) {
     PIV_Data2D f;
     MakeLinearField(f);
     std::mt19937 rng(3);
@@ -166,20 +165,14 @@ TEST(FieldBetweenNodes, LinearFieldAtRandomPoints) {
         EXPECT_NEAR(dx, 0.25 * x - 0.5 * y + 3.0, 1e-5);
         EXPECT_NEAR(dy, 0.125 * x + 0.75 * y - 2.0, 1e-5);
     }
+    double dx = 0, dy = 0;
     for (int k = 0; k < f.nodeCount(); k++) {
         const PIV_VECTOR& v = f.data()[k];
-        double dx = 0, dy = 0;
         ASSERT_TRUE(f.interpolateVector(v.ix, v.iy, 0, &dx, &dy));
         EXPECT_EQ(float(dx), v.dx);
         EXPECT_EQ(float(dy), v.dy);
     }
-}
-
-TEST(FieldBetweenNodes, DisabledNodesAndOutsideTheGrid) {
-    PIV_Data2D f;
-    MakeLinearField(f);
     // Outside, the nearest edge of the hull: (0, 0) reads the corner node.
-    double dx = 0, dy = 0;
     ASSERT_TRUE(f.interpolateVector(-50.0, 0.0, 0, &dx, &dy));
     EXPECT_FLOAT_EQ(float(dx), f.data()[0].dx);
     // Node (2, 2) at (48, 48) disabled and set wild: at its position the
@@ -240,7 +233,7 @@ TEST(FieldBetweenNodes, SplineOfTheFieldHitsItsNodes) {
     for (int i = 0; i < 9; i++) EXPECT_NEAR(dx[size_t(16 + 16 * i)], f.data()[2 * 9 + i].dx, 2e-5);
 }
 
-TEST(ImageWarp, ZeroFieldCopiesAndIntegerFieldShifts) {
+TEST(ImageWarp, ShiftsMasksAndRefusals) {
     const Image2D src = Pattern(160, 128);
     PIV_Data2D f;
     MakeLinearField(f);
@@ -266,19 +259,15 @@ TEST(ImageWarp, ZeroFieldCopiesAndIntegerFieldShifts) {
     EXPECT_EQ(dst.pixel(80, 127), 0.0f);
     EXPECT_GE(dst.minimum(), 0.0);
     EXPECT_LE(dst.maximum(), s.maximum());
-}
 
-TEST(ImageWarp, MaskedPixelsKeepTheirValueAndBadInputIsRefused) {
-    const Image2D src = Pattern(160, 128);
-    PIV_Data2D f;
+    // Masked pixels keep their value under the default warp; bad input is refused.
     MakeLinearField(f);
+    warp.setImageDefCfg(IMAGEDEF_CFG());
     Image2D mask;
     mask.alloc(160, 128, IMAGE_UINT8);
     mask.fill(0.0f);
     for (int y = 40; y < 60; y++)
         for (int x = 40; x < 60; x++) mask.setPixel(x, y, 255.0f);
-    Image2D_Deformation warp;
-    Image2D dst;
     ASSERT_TRUE(warp.deformWithMaskedPivData(src, dst, mask, f, 0.5));
     EXPECT_EQ(dst.pixel(50, 50), src.pixel(50, 50));
     Image2D empty, zero;

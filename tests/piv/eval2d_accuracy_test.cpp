@@ -27,38 +27,32 @@ FieldErrors Measure(double flowDx, double flowDy, const PIVEVAL_CFG& cfg, int si
 
 }  // namespace
 
-// 3 px right and 2 px down: the vector reads dx = 3, dy = -2. Without a
-// window offset about a tenth of the particles of a window lose their
-// partner, and their chance correlations are the whole of the error: with
-// the offset set to the shift the same pair comes out exact.
-TEST(SinglePassAccuracy, IntegerShiftThreeRightTwoDown) {
-    const FieldErrors f = Measure(3.0, 2.0, SinglePass(32, 16, PIV::PEAKFIT_GAUSS_3PT));
-    EXPECT_EQ(f.nodes, 225);
-    EXPECT_EQ(f.failed, 0);
-    EXPECT_LE(f.x.rms, 0.035);
-    EXPECT_LE(f.y.rms, 0.035);
-    EXPECT_LE(f.x.p99, 0.125);
-    EXPECT_LE(f.y.p99, 0.125);
-    EXPECT_LE(std::fabs(f.x.mean), 0.01);
-    EXPECT_LE(std::fabs(f.y.mean), 0.01);
-
+// 3 px right and 2 px down reads dx = 3, dy = -2; 0.4 px right and 0.3 px
+// up reads dx = 0.4, dy = +0.3. At the integer shift about a tenth of the
+// particles of a window lose their partner, and their chance correlations
+// are the whole of the error: with the window offset set to the shift the
+// same pair comes out exact. A bound of 1 px bounds nothing.
+TEST(SinglePassAccuracy, ShiftsWithTheirBounds) {
     PIVEVAL_CFG offset = SinglePass(32, 16, PIV::PEAKFIT_GAUSS_3PT);
     offset.SampleOffset = POINT3D{3, -2, 0};  // dy counts upwards
-    const FieldErrors o = Measure(3.0, 2.0, offset);
-    EXPECT_EQ(o.failed, 0);
-    EXPECT_LE(o.x.rms, 1e-4);
-    EXPECT_LE(o.y.rms, 1e-4);
-}
-
-// 0.4 px right, 0.3 px up: the vector reads dx = 0.4, dy = +0.3.
-TEST(SinglePassAccuracy, SubPixelShift) {
-    for (int fit : {PIV::PEAKFIT_GAUSS_3PT, PIV::PEAKFIT_GAUSS_3X3}) {
-        const FieldErrors f = Measure(0.4, -0.3, SinglePass(32, 16, fit));
-        EXPECT_EQ(f.failed, 0) << "fit " << fit;
-        EXPECT_LE(f.x.rms, 0.04) << "fit " << fit;
-        EXPECT_LE(f.y.rms, 0.04) << "fit " << fit;
-        EXPECT_LE(f.x.p99, 0.12) << "fit " << fit;
-        EXPECT_LE(f.y.p99, 0.12) << "fit " << fit;
+    struct Case {
+        double dx, dy;
+        PIVEVAL_CFG cfg;
+        double rms, p99, mean;
+    } cases[] = {
+        {3.0, 2.0, SinglePass(32, 16, PIV::PEAKFIT_GAUSS_3PT), 0.035, 0.125, 0.01},
+        {3.0, 2.0, offset, 1e-4, 1.0, 1.0},
+        {0.4, -0.3, SinglePass(32, 16, PIV::PEAKFIT_GAUSS_3PT), 0.04, 0.12, 1.0},
+        {0.4, -0.3, SinglePass(32, 16, PIV::PEAKFIT_GAUSS_3X3), 0.04, 0.12, 1.0},
+    };
+    for (const Case& c : cases) {
+        SCOPED_TRACE(testing::Message() << c.dx << ", " << c.dy << " fit " << c.cfg.Type);
+        const FieldErrors f = Measure(c.dx, c.dy, c.cfg);
+        EXPECT_EQ(f.nodes, 225);
+        EXPECT_EQ(f.failed, 0);
+        EXPECT_LE(std::max(f.x.rms, f.y.rms), c.rms);
+        EXPECT_LE(std::max(f.x.p99, f.y.p99), c.p99);
+        EXPECT_LE(std::max(std::fabs(f.x.mean), std::fabs(f.y.mean)), c.mean);
     }
 }
 
@@ -90,8 +84,8 @@ TEST(SinglePassAccuracy, FractionalShiftSweepPerFit) {
             if (b.fit == PIV::PEAKFIT_NONLIN_GAUSS) cfg.Size = 5;  // 13 points for 6 parameters
             const FieldErrors f = Measure(s, s, cfg);
             EXPECT_EQ(f.failed, 0) << "fit " << b.fit << " shift " << s;
-            EXPECT_LE(std::fabs(f.x.mean), b.mean) << "fit " << b.fit << " shift " << s;
-            EXPECT_LE(std::fabs(f.y.mean), b.mean) << "fit " << b.fit << " shift " << s;
+            EXPECT_LE(std::max(std::fabs(f.x.mean), std::fabs(f.y.mean)), b.mean)
+                << "fit " << b.fit << " shift " << s;
             sumSquares += f.x.rms * f.x.rms + f.y.rms * f.y.rms;
             components += 2;
         }
@@ -124,11 +118,8 @@ TEST(SinglePassAccuracy, AutocorrelationOfDoubleExposure) {
         ey.push_back(std::fabs(v.dy) - 3.0);
     }
     const ComponentErrors x = Summarise(ex), y = Summarise(ey);
-    EXPECT_LE(std::fabs(x.mean), 0.05);
-    EXPECT_LE(std::fabs(y.mean), 0.05);
-    EXPECT_LE(x.rms, 0.15);
-    EXPECT_LE(y.rms, 0.15);
+    EXPECT_LE(std::max(std::fabs(x.mean), std::fabs(y.mean)), 0.05);
+    EXPECT_LE(std::max(x.rms, y.rms), 0.15);
     // Summarise leaves the magnitudes sorted: the middle one is the median.
-    EXPECT_LE(ex[ex.size() / 2], 0.1);
-    EXPECT_LE(ey[ey.size() / 2], 0.1);
+    EXPECT_LE(std::max(ex[ex.size() / 2], ey[ey.size() / 2]), 0.1);
 }

@@ -32,6 +32,19 @@ CORR_SAMPLE_POS Sample(int x, int y, POINT2D offset = POINT2D{0, 0}) {
     return s;
 }
 
+// Runs `samples` through the evaluator's sample list into `vectors` (grown
+// to their number); the count of good vectors comes back.
+int Process(PIV_Eval2D& eval, std::vector<CORR_SAMPLE_POS>& samples,
+            std::vector<PIV_VECTOR>& vectors, const Image2D& a, const Image2D& b,
+            const Image2D* mask = nullptr, const PIVEVAL_CFG& cfg = SinglePass(),
+            bool accumulate = false) {
+    vectors.resize(samples.size());
+    int good = -1;
+    EXPECT_TRUE(eval.processSampleList(samples.data(), int(samples.size()), vectors.data(), cfg,
+                                       accumulate, &a, &b, nullptr, nullptr, mask, nullptr, &good));
+    return good;
+}
+
 // Threads of the evaluation for one test.
 class ThreadScope {
 public:
@@ -39,10 +52,15 @@ public:
     ~ThreadScope() { PIV::SetMaxThreads(0); }
 };
 
+// The evaluator's own messages stay out of the test output.
+class Eval2D : public testing::Test {
+protected:
+    MessageCapture quiet;
+};
+
 }  // namespace
 
-TEST(Eval2D, DefaultMethodIsMultiPass) {
-    MessageCapture quiet;
+TEST_F(Eval2D, DefaultMethodIsMultiPass) {
     const auto pair = RenderPair(StandardParams(128), UniformFlow(1.0, 0.0));
     PIVEVAL_CFG cfg = SinglePass();
     cfg.Method = PIVEVAL_CFG().Method;
@@ -54,20 +72,16 @@ TEST(Eval2D, DefaultMethodIsMultiPass) {
     EXPECT_TRUE(e.field().haveRawData());
 }
 
-TEST(Eval2D, FieldAfterASinglePass) {
-    MessageCapture quiet;
+TEST_F(Eval2D, FieldAfterASinglePass) {
     const auto pair = RenderPair(StandardParams(128), UniformFlow(2.0, -1.0));
     Evaluation e(pair, SinglePass());
     ASSERT_TRUE(e.run());
     const PIV_Data2D& f = e.field();
     // 128 px, 32 px windows, step 16: nodes from 16 to 112, 7 on each axis.
-    EXPECT_EQ(f.grid().nodes.width, 7);
-    EXPECT_EQ(f.grid().nodes.height, 7);
+    EXPECT_EQ(std::make_pair(f.grid().nodes.width, f.grid().nodes.height), std::make_pair(7, 7));
     const PIV_VECTOR& v = f.data()[8];  // row 1, col 1
-    EXPECT_EQ(v.ix, 32);
-    EXPECT_EQ(v.iy, 32);
-    EXPECT_EQ(v.flag, VECTOR_ENABLED);
-    EXPECT_EQ(v.count, 1);
+    EXPECT_EQ(std::vector<int>({v.ix, v.iy, v.flag, v.count}),
+              std::vector<int>({32, 32, VECTOR_ENABLED, 1}));
     EXPECT_NEAR(v.dx, 2.0f, 0.15f);
     EXPECT_NEAR(v.dy, 1.0f, 0.15f);  // the flow moves up by 1 px: dy counts upwards
     EXPECT_NEAR(v.peak[0].x, v.dx, 1e-6f);
@@ -79,38 +93,25 @@ TEST(Eval2D, FieldAfterASinglePass) {
     EXPECT_EQ(f.dataType(), PIV::DATA_VELOCITY | PIV::DATA_DISPLACEMENT | PIV::DATA_PEAKS);
     EXPECT_EQ(f.vectorsActive(), 49u);
     EXPECT_NEAR(f.vectorMean().dx, 2.0f, 0.05f);
-}
 
-TEST(Eval2D, ProbeAtANodeGivesTheFieldsVector) {
-    MessageCapture quiet;
-    const auto pair = RenderPair(StandardParams(128), UniformFlow(1.6, 0.7));
-    Evaluation e(pair, SinglePass());
-    ASSERT_TRUE(e.run());
+    // The probe at a node gives the field's vector; outside the image it is refused.
     PIV_VECTOR probe;
     ASSERT_TRUE(e.eval->interrogateAtPoint(POINT2D{48, 64}, &probe, 0));
-    const PIV_VECTOR& node = e.field().data()[3 * 7 + 2];  // row 3, col 2
-    ASSERT_EQ(node.ix, 48);
-    ASSERT_EQ(node.iy, 64);
-    EXPECT_EQ(probe.dx, node.dx);
-    EXPECT_EQ(probe.dy, node.dy);
-    EXPECT_EQ(probe.ix, 48);
-    // Outside the image, or a window the size of the image, is refused.
+    const PIV_VECTOR& node = f.data()[3 * 7 + 2];  // row 3, col 2
+    ASSERT_EQ(std::make_pair(node.ix, node.iy), std::make_pair(48, 64));
+    EXPECT_EQ(std::make_tuple(probe.dx, probe.dy, probe.ix), std::make_tuple(node.dx, node.dy, 48));
     EXPECT_FALSE(e.eval->interrogateAtPoint(POINT2D{-1, 10}, &probe, 0));
     EXPECT_EQ(e.eval->getLastErrorCode(), PIVerror::SAMPLE_OUTSIDE_IMAGE);
 }
 
-TEST(Eval2D, NodesAtTheEdgeSlideInwardAndKeepTheirPositions) {
-    MessageCapture quiet;
+TEST_F(Eval2D, NodesAtTheEdgeSlideInwardAndKeepTheirPositions) {
     const auto pair = RenderPair(StandardParams(128), UniformFlow(2.0, 0.0));
     Evaluation e(pair, SinglePass());
     // Nodes 3 px from the left edge and 2 px from the lower edge: their
     // windows move inward, still over the same uniform flow.
     std::vector<CORR_SAMPLE_POS> samples = {Sample(3, 64), Sample(64, 126)};
-    std::vector<PIV_VECTOR> vectors(samples.size());
-    int good = 0;
-    ASSERT_TRUE(e.eval->processSampleList(samples.data(), 2, vectors.data(), SinglePass(), false,
-                                          &e.a, &e.b, nullptr, nullptr, nullptr, nullptr, &good));
-    EXPECT_EQ(good, 2);
+    std::vector<PIV_VECTOR> vectors;
+    EXPECT_EQ(Process(*e.eval, samples, vectors, e.a, e.b), 2);
     EXPECT_EQ(vectors[0].ix, 3);
     EXPECT_EQ(vectors[1].iy, 126);
     for (const PIV_VECTOR& v : vectors) EXPECT_NEAR(v.dx, 2.0f, 0.2f);
@@ -118,30 +119,24 @@ TEST(Eval2D, NodesAtTheEdgeSlideInwardAndKeepTheirPositions) {
     // Without keeping node positions the vectors sit where the windows went:
     // the centre of a 32 px window against the edge is 16 px in.
     e.eval->setKeepNodePositions(false);
-    ASSERT_TRUE(e.eval->processSampleList(samples.data(), 2, vectors.data(), SinglePass(), false,
-                                          &e.a, &e.b, nullptr, nullptr, nullptr, nullptr, &good));
+    Process(*e.eval, samples, vectors, e.a, e.b);
     EXPECT_EQ(vectors[0].ix, 16);
     EXPECT_EQ(vectors[1].iy, 128 - 16);
 }
 
-TEST(Eval2D, AccumulateAddsTheNewDisplacementToTheOld) {
-    MessageCapture quiet;
+TEST_F(Eval2D, AccumulateAddsTheNewDisplacementToTheOld) {
     const auto pair = RenderPair(StandardParams(128), UniformFlow(5.0, 0.0));
     Evaluation e(pair, SinglePass());
     // The windows are already 5 px apart; the correlation finds the rest (0).
     std::vector<CORR_SAMPLE_POS> samples = {Sample(64, 64, POINT2D{5, 0})};
     std::vector<PIV_VECTOR> vectors(1);
     vectors[0].dx = 5.0f;
-    int good = 0;
-    ASSERT_TRUE(e.eval->processSampleList(samples.data(), 1, vectors.data(), SinglePass(), true,
-                                          &e.a, &e.b, nullptr, nullptr, nullptr, nullptr, &good));
-    EXPECT_EQ(good, 1);
+    EXPECT_EQ(Process(*e.eval, samples, vectors, e.a, e.b, nullptr, SinglePass(), true), 1);
     EXPECT_NEAR(vectors[0].dx, 5.0f, 1e-3f);
     EXPECT_NEAR(vectors[0].peak[0].x, 5.0f, 1e-3f);
 }
 
-TEST(Eval2D, EmptyWindowFailsAloneAndDisabledEntriesStayAsTheyWere) {
-    MessageCapture quiet;
+TEST_F(Eval2D, EmptyWindowFailsAloneAndDisabledEntriesStayAsTheyWere) {
     auto pair = RenderPair(StandardParams(128), UniformFlow(1.0, 1.0));
     // A black square in both frames around (32, 32).
     for (int y = 0; y < 64; y++)
@@ -151,10 +146,7 @@ TEST(Eval2D, EmptyWindowFailsAloneAndDisabledEntriesStayAsTheyWere) {
     samples[2].enabled = false;
     std::vector<PIV_VECTOR> vectors(3);
     vectors[2].dx = 42.0f;
-    int good = 0;
-    ASSERT_TRUE(e.eval->processSampleList(samples.data(), 3, vectors.data(), SinglePass(), false,
-                                          &e.a, &e.b, nullptr, nullptr, nullptr, nullptr, &good));
-    EXPECT_EQ(good, 1);
+    EXPECT_EQ(Process(*e.eval, samples, vectors, e.a, e.b), 1);
     EXPECT_EQ(vectors[0].flag, VECTOR_NO_RESULT | VECTOR_OUTLIER);
     EXPECT_EQ(samples[0].error, PIVerror::CORRELATION_FAILED);
     EXPECT_EQ(vectors[1].flag, VECTOR_ENABLED);
@@ -166,8 +158,7 @@ TEST(Eval2D, EmptyWindowFailsAloneAndDisabledEntriesStayAsTheyWere) {
 // reach below row 63 cannot be read from it. Four workers fail there at
 // once; each failure belongs to its window, and the frame they all read
 // keeps no error.
-TEST(Eval2D, WindowsBeyondASharedFrameFailAloneAndLeaveItClean) {
-    MessageCapture quiet;
+TEST_F(Eval2D, WindowsBeyondASharedFrameFailAloneAndLeaveItClean) {
     ThreadScope threads(4);
     const auto pair = RenderPair(StandardParams(128), UniformFlow(1.0, 0.0));
     Image2D a = ToImage(pair.a, 128, 128), b = ToImage(pair.b, 128, 64);
@@ -177,11 +168,8 @@ TEST(Eval2D, WindowsBeyondASharedFrameFailAloneAndLeaveItClean) {
     std::vector<CORR_SAMPLE_POS> samples;
     for (int y = 8; y <= 120; y += 4)
         for (int x = 8; x <= 120; x += 4) samples.push_back(Sample(x, y));
-    std::vector<PIV_VECTOR> vectors(samples.size());
-    int good = 0;
-    ASSERT_TRUE(eval.processSampleList(samples.data(), int(samples.size()), vectors.data(),
-                                       SinglePass(16, 4), false, &a, &b, nullptr, nullptr, nullptr,
-                                       nullptr, &good));
+    std::vector<PIV_VECTOR> vectors;
+    EXPECT_GT(Process(eval, samples, vectors, a, b, nullptr, SinglePass(16, 4)), 0);
     for (size_t k = 0; k < samples.size(); k++) {
         const bool outside = samples[k].pos.y + 8 > 64;  // rows y - 8 .. y + 7
         ASSERT_EQ(samples[k].error == PIVerror::SAMPLING_FAILED, outside) << k;
@@ -189,13 +177,11 @@ TEST(Eval2D, WindowsBeyondASharedFrameFailAloneAndLeaveItClean) {
             ASSERT_EQ(vectors[k].flag, VECTOR_NO_RESULT | VECTOR_OUTLIER) << k;
         }
     }
-    EXPECT_GT(good, 0);
     EXPECT_EQ(b.error().getLastErrorCode(), PIVerror::NO_ERROR);
     EXPECT_EQ(a.error().getLastErrorCode(), PIVerror::NO_ERROR);
 }
 
-TEST(Eval2D, MaskOverTheTopRowOfAWindow) {
-    MessageCapture quiet;
+TEST_F(Eval2D, MaskOverTheTopRowOfAWindow) {
     const auto pair = RenderPair(StandardParams(128), UniformFlow(1.0, 0.0));
     Evaluation e(pair, SinglePass());
     // The window of node (64, 64) spans rows 48..79.
@@ -206,16 +192,12 @@ TEST(Eval2D, MaskOverTheTopRowOfAWindow) {
     for (int y = 49; y < 128; y++)
         for (int x = 0; x < 128; x++) allButTop.setPixel(x, y, 255);
     std::vector<CORR_SAMPLE_POS> samples = {Sample(64, 64)};
-    std::vector<PIV_VECTOR> vectors(1);
-    int good = 0;
-    e.eval->processSampleList(samples.data(), 1, vectors.data(), SinglePass(), false, &e.a, &e.b,
-                              nullptr, nullptr, &topRow, nullptr, &good);
-    EXPECT_EQ(good, 0);
+    std::vector<PIV_VECTOR> vectors;
+    EXPECT_EQ(Process(*e.eval, samples, vectors, e.a, e.b, &topRow), 0);
     EXPECT_EQ(samples[0].error, PIVerror::SAMPLE_MASKED);
     samples[0].error = 0;
-    e.eval->processSampleList(samples.data(), 1, vectors.data(), SinglePass(), false, &e.a, &e.b,
-                              nullptr, nullptr, &allButTop, nullptr, &good);
-    EXPECT_EQ(good, 1) << "only the top row of a window counts in the mask test";
+    EXPECT_EQ(Process(*e.eval, samples, vectors, e.a, e.b, &allButTop), 1)
+        << "only the top row of a window counts in the mask test";
 
     // Through the evaluator: the nodes on the masked row are marked masked
     // after the run; those whose window starts on it failed.
@@ -231,8 +213,7 @@ TEST(Eval2D, MaskOverTheTopRowOfAWindow) {
     EXPECT_EQ(e.eval->setMaskImages(nullptr, nullptr, true), 0);
 }
 
-TEST(Eval2D, OneProgressStepPerEntryBelowAHundred) {
-    MessageCapture quiet;
+TEST_F(Eval2D, OneProgressStepPerEntryBelowAHundred) {
     const auto pair = RenderPair(StandardParams(128), UniformFlow(1.0, 0.0));
     ProgressRecorder eval;
     Image2D a = ToImage(pair.a, 128, 128), b = ToImage(pair.b, 128, 128);
@@ -240,17 +221,14 @@ TEST(Eval2D, OneProgressStepPerEntryBelowAHundred) {
     ASSERT_TRUE(eval.setPivImages(&a, &b));
     std::vector<CORR_SAMPLE_POS> samples;
     for (int k = 0; k < 37; k++) samples.push_back(Sample(20 + 2 * k, 64));
-    std::vector<PIV_VECTOR> vectors(samples.size());
-    int good = 0;
-    ASSERT_TRUE(eval.processSampleList(samples.data(), 37, vectors.data(), SinglePass(), false, &a,
-                                       &b, nullptr, nullptr, nullptr, nullptr, &good));
+    std::vector<PIV_VECTOR> vectors;
+    Process(eval, samples, vectors, a, b);
     ASSERT_FALSE(eval.calls.empty());
     for (const auto& c : eval.calls) EXPECT_EQ(c.second, 37);
     EXPECT_EQ(eval.calls.back().first, -1);
 }
 
-TEST(Eval2D, OneAndTwoThreadsGiveTheSameField) {
-    MessageCapture quiet;
+TEST_F(Eval2D, OneAndTwoThreadsGiveTheSameField) {
     const auto pair = RenderPair(StandardParams(256), synth::LambOseenVortex(128, 128, 400, 40));
     auto run = [&](int threads, int fit) {
         ThreadScope scope(threads);
@@ -293,8 +271,7 @@ public:
 // Every worker stops at its next window: far from all nodes are evaluated
 // (an evaluated node has a count or a failure; the others stay as cleared),
 // and the run ends without raw data.
-TEST(Eval2D, CancelFromAnotherThreadStopsEveryWorker) {
-    MessageCapture quiet;
+TEST_F(Eval2D, CancelFromAnotherThreadStopsEveryWorker) {
     ThreadScope threads(4);
     const auto pair = RenderPair(StandardParams(256), UniformFlow(1.0, 0.0));
     Image2D a = ToImage(pair.a, 256, 256), b = ToImage(pair.b, 256, 256);
@@ -314,8 +291,7 @@ TEST(Eval2D, CancelFromAnotherThreadStopsEveryWorker) {
 }
 
 // A region of interest lays a smaller grid at once, and the field follows.
-TEST(Eval2D, RegionOfInterestLaysGridAndField) {
-    MessageCapture quiet;
+TEST_F(Eval2D, RegionOfInterestLaysGridAndField) {
     const auto pair = RenderPair(StandardParams(128), UniformFlow(1.0, 0.0));
     Evaluation e(pair, SinglePass());
     ASSERT_EQ(e.field().nodeCount(), 49);
@@ -330,8 +306,7 @@ TEST(Eval2D, RegionOfInterestLaysGridAndField) {
     }
 }
 
-TEST(Eval2D, RefusesWithoutImagesAndMismatchedImages) {
-    MessageCapture quiet;
+TEST_F(Eval2D, RefusesWithoutImagesAndMismatchedImages) {
     PIV_Eval2D eval;
     EXPECT_FALSE(eval.interrogateImage(false));
     EXPECT_EQ(eval.getLastErrorCode(), PIVerror::IMAGE_IS_NULL);
@@ -342,8 +317,7 @@ TEST(Eval2D, RefusesWithoutImagesAndMismatchedImages) {
     EXPECT_EQ(eval.getLastErrorCode(), PIVerror::IMAGE_IS_NULL);
 }
 
-TEST(Eval2D, ScanCorrelationModesFailEveryWindow) {
-    MessageCapture quiet;
+TEST_F(Eval2D, ScanCorrelationModesFailEveryWindow) {
     const auto pair = RenderPair(StandardParams(128), UniformFlow(1.0, 0.0));
     for (int mode : {PIV::CORR_MQD, PIV::CORR_DIRECT_CROSS, PIV::CORR_ERROR_FUNCTION}) {
         PIVEVAL_CFG cfg = SinglePass();
@@ -356,7 +330,7 @@ TEST(Eval2D, ScanCorrelationModesFailEveryWindow) {
     }
 }
 
-TEST(Eval2D, ValidationAskedForRunsAfterTheEvaluation) {
+TEST_F(Eval2D, ValidationAskedForRunsAfterTheEvaluation) {
     MessageCapture capture;
     const auto pair = RenderPair(StandardParams(128), UniformFlow(1.0, 0.0));
     Evaluation e(pair, SinglePass());
@@ -376,8 +350,7 @@ TEST(Eval2D, ValidationAskedForRunsAfterTheEvaluation) {
 // whose logarithm is twice the plane's; only the peak weights, which enter
 // the square once rather than twice, move the three-point Gaussian (by about
 // ln(N / (N - 1)) / 2 of the peak's curvature, under 0.03 px).
-TEST(Eval2D, DualPairOfTheSamePairMeasuresTheSame) {
-    MessageCapture quiet;
+TEST_F(Eval2D, DualPairOfTheSamePairMeasuresTheSame) {
     const auto pair = RenderPair(StandardParams(128), UniformFlow(1.3, -0.6));
     for (bool average : {true, false}) {
         PIVEVAL_CFG cfg = SinglePass(32, 16, PIV::PEAKFIT_GAUSS_3PT);
