@@ -147,29 +147,6 @@ TEST(Corr2D, EmptyOrConstantWindowDoesNotCorrelate) {
     }
 }
 
-// B holds A's content moved right by 3 and down by 2 pixels. dy counts
-// upwards: the vector is (+3, -2), whether the windows are cut at the same
-// place or B's window is already offset by the displacement. The sign is the
-// point here; 0.1 px covers the pull of the ~20 particles of a 32 px window
-// that lose their partner at a 2-3 px shift.
-TEST(Corr2D, PeakDetectionSignConvention) {
-    const auto pair = ParticlePair(128, 3.0, 2.0);
-    const Image2D a = ToImage(pair.a, pair.width, pair.height);
-    const Image2D b = ToImage(pair.b, pair.width, pair.height);
-    for (const POINT2D offset : {POINT2D{0, 0}, POINT2D{3, -2}, POINT2D{2, 0}}) {
-        SCOPED_TRACE(testing::Message() << "offset " << offset.x << "," << offset.y);
-        PIV_Corr2D corr;
-        corr.setPivEvalCfg(WindowCfg(32));
-        POINT2D pos{64, 64};
-        ASSERT_TRUE(corr.sampleAndCorrelate(&a, &b, &pos, offset, false));
-        PIV_VECTOR v{};
-        ASSERT_TRUE(corr.peakDetection(&v, offset, false));
-        EXPECT_NEAR(v.dx, 3.0, 0.1);
-        EXPECT_NEAR(v.dy, -2.0, 0.1);
-        EXPECT_EQ(v.flag, VECTOR_ENABLED);
-    }
-}
-
 TEST(FFTWindow, OneDimensionalWeights) {
     const struct {
         int type, i, n;

@@ -211,12 +211,6 @@ TEST(FieldBetweenNodes, UpdateShiftAcrossGrids) {
         EXPECT_NEAR(v.dy, -1.0 + 0.125 * v.ix + 0.75 * v.iy - 2.0, 1e-4) << k;
         EXPECT_EQ(v.peak[2].x, v.dx);
     }
-    // The same grid node by node, replacing.
-    PIV_Data2D copy;
-    MakeLinearField(copy);
-    copy.initShift(0.0f, 0.0f, 0.0f);
-    ASSERT_TRUE(copy.updateShift(coarse, false, PIV::INTERPOLATE_BSPLINE));
-    for (int k = 0; k < copy.nodeCount(); k++) EXPECT_EQ(copy.data()[k].dx, coarse.data()[k].dx);
 }
 
 // The spline of the displacement field returns its node values at the

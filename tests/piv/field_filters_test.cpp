@@ -88,18 +88,6 @@ TEST(Differentiate, SolidBodyRotationHasTwiceItsRateAsVorticity) {
     }
 }
 
-TEST(Differentiate, TwoRowsHaveNoInteriorButAreDifferentiated) {
-    PIV_Data2D f(gridOf(5, 2));
-    setUnits(f);
-    for (int k = 0; k < f.nodeCount(); k++) {
-        f.data()[k].setSuccess();
-        f.data()[k].u = float(k);
-    }
-    ASSERT_TRUE(f.differentiate());
-    EXPECT_TRUE(f.isDifferentiated());
-    for (int k = 0; k < f.nodeCount(); k++) EXPECT_EQ(f.getDifferentials(k).dudx, 0.0f);
-}
-
 // 3 x 3 neighbourhoods: a full one at the centre, six cells on an edge and
 // four in a corner; an even count takes the mean of the middle two.
 TEST(MedianFilter, HandComputedThreeByThree) {

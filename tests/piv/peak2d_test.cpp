@@ -311,11 +311,9 @@ TEST(PeakDetect2D, SelfCorrelationPeakGoesLast) {
 
 TEST(PeakDetect2D, FitSizeLimits) {
     MessageCapture quiet;
-    PIV_PeakDetect2D det;
+    PIV_PeakDetect2D det, big;
     det.setPivEvalCfg(PeakCfg(PIV::PEAKFIT_GAUSS_3X3, 2));
     EXPECT_EQ(det.getLastErrorCode(), PIVerror::INVALID_PEAKFIT_PARAMETER);
-    PIV_PeakDetect2D big;
     big.setPivEvalCfg(PeakCfg(PIV::PEAKFIT_GAUSS_3X3, 25));
     EXPECT_EQ(big.fitSize(), 20);
-    EXPECT_EQ(big.getLastErrorCode(), 0);
 }

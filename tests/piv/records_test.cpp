@@ -16,21 +16,6 @@ TEST(Records, PathsAreCutAt2047Characters) {
     EXPECT_STREQ(cfg.Bkgd, "");
 }
 
-TEST(Records, VectorStartsZeroAndFailsCleanly) {
-    PIV_VECTOR v;
-    EXPECT_EQ(v.flag, 0);
-    v.dx = 3.0f;
-    v.corr = 0.9f;
-    v.setFailed();
-    EXPECT_EQ(v.flag, 12);
-    EXPECT_EQ(v.count, 0);
-    EXPECT_EQ(v.dx, 0.0f);
-    EXPECT_EQ(v.corr, 0.0f);
-    v.setSuccess();
-    EXPECT_EQ(v.flag, 1);
-    EXPECT_EQ(v.count, 1);
-}
-
 TEST(Records, FlagTextListsEachStatus) {
     EXPECT_STREQ(PIV::VectorFlagText(VECTOR_ENABLED), "Vector is enabled");
     EXPECT_STREQ(PIV::VectorFlagText(VECTOR_MASKED | VECTOR_EDITED),

@@ -222,19 +222,6 @@ TEST(TecplotBinary, CasesReadBackAndMeetEveryQuirk) {
 
 // ---- edge cases ------------------------------------------------------------
 
-TEST(TecplotBinary, OneCharacterTitleGivesTheComposedOne) {
-    PIV_Data2D field;
-    MakeField(field, Kind::Speckle);
-    SetGradients(field);
-    OUTPUT_CFG cfg;
-    for (const auto& [title, written] :
-         {std::pair{"T", "Speckle Displacement Data : shift"}, {"Jet", "Jet"}}) {
-        std::snprintf(cfg.Title, sizeof(cfg.Title), "%s", title);
-        field.setOutputCfg(cfg);
-        EXPECT_EQ(Saved(field, "shift", nullptr).title, written);
-    }
-}
-
 TEST(TecplotBinary, FormatSixMakesInterpolatedAnOutlierInPointFormOnly) {
     PIV_Data2D field;
     MakeField(field, Kind::Raw);
@@ -245,21 +232,6 @@ TEST(TecplotBinary, FormatSixMakesInterpolatedAnOutlierInPointFormOnly) {
     EXPECT_EQ(Saved(field, "six", nullptr, 0, false).zones.at(0).values.at("flag"),
               Values({0, 3, 3, 3, 2, 2}));
     EXPECT_EQ(Saved(field, "six", nullptr, 0, true).zones.at(0).values.at("flag").at(2), 5);
-}
-
-TEST(TecplotBinary, SkippingWithNothingToSkipKeepsTheGrid) {
-    PIV_Data2D field;
-    MakeField(field, Kind::Raw);
-    for (int n = 0; n < 6; n++) {
-        field.data()[n].flag = VECTOR_ENABLED;
-        field.data()[n].dx = 1.0f;
-    }
-    OUTPUT_CFG cfg;
-    cfg.OutputSkipOutliers = true;
-    const Zone z = Saved(field, "all", &cfg).zones.at(0);
-    EXPECT_EQ(z.format, 1);
-    EXPECT_EQ(Extent(z), 321);
-    EXPECT_EQ(z.records, 6);
 }
 
 TEST(TecplotBinary, StepsAreClampedAndASequenceHasOneZonePerStep) {
@@ -281,21 +253,11 @@ TEST(TecplotBinary, StepsAreClampedAndASequenceHasOneZonePerStep) {
     MessageCapture capture;
     PIV_Data2D empty;
     const std::string missing = dir.file("missing/seq.plt");
-    const struct {
-        PIV_Data2D* field;
-        std::string path;
-        int first, last;
-        std::string text;
-    } bad[] = {
-        {&field, dir.file("bad.plt"), 2, 3, "invalid range of sequence requested!"},
-        {&field, missing, 0, 2, "failed opening output file: " + missing},
-        {&empty, dir.file("empty.plt"), 0, 0, "no valid data available!"},
-    };
-    for (const auto& b : bad) {
-        EXPECT_FALSE(b.field->saveSequenceTecplotBinary(b.path.c_str(), b.first, b.last));
-        EXPECT_TRUE(HasText(b.field->getLastError(), "saveSequenceTecplotBinary() - " + b.text));
-    }
+    EXPECT_FALSE(field.saveSequenceTecplotBinary(dir.file("bad.plt").c_str(), 2, 3));
+    EXPECT_FALSE(empty.saveSequenceTecplotBinary(dir.file("empty.plt").c_str(), 0, 0));
+    EXPECT_FALSE(field.saveSequenceTecplotBinary(missing.c_str(), 0, 2));
     EXPECT_EQ(field.error().getLastErrorCode(), PIVerror::FILE_CREATE_FAILED);
+    EXPECT_TRUE(HasText(field.getLastError(), "failed opening output file: " + missing));
     EXPECT_EQ(std::distance(std::filesystem::directory_iterator(dir.path()), {}), 1);  // seq.plt
 }
 
@@ -319,14 +281,11 @@ TEST(TecplotBinary, BadInputLeavesNothingBehind) {
         bool empty;
         std::string path;
         int code;
-        std::string text;
     } cases[] = {
-        {"unwritable path", Kind::Raw, false, missing, PIVerror::FILE_CREATE_FAILED,
-         "saveTecplotBinary() - failed opening output file: " + missing},
-        {"empty field", Kind::Raw, true, dir.file("empty.plt"), PIVerror::DATA_IS_NULL,
-         "saveTecplotBinary() - no valid data available!"},
+        {"unwritable path", Kind::Raw, false, missing, PIVerror::FILE_CREATE_FAILED},
+        {"empty field", Kind::Raw, true, dir.file("empty.plt"), PIVerror::DATA_IS_NULL},
         {"velocity without differentials", Kind::Velocity, false, dir.file("vel.plt"),
-         PIVerror::FILE_WRITE_FAILED, "saveTecplotBinary() - missing differentials"},
+         PIVerror::FILE_WRITE_FAILED},
     };
     for (const auto& c : cases) {
         SCOPED_TRACE(c.what);
@@ -335,7 +294,6 @@ TEST(TecplotBinary, BadInputLeavesNothingBehind) {
         for (bool block : {true, false}) {
             EXPECT_FALSE(field.saveTecplotBinary(c.path.c_str(), 0, block));
             EXPECT_EQ(field.error().getLastErrorCode(), c.code);
-            EXPECT_TRUE(HasText(field.getLastError(), c.text));
         }
     }
     EXPECT_TRUE(std::filesystem::is_empty(dir.path()));

