@@ -190,7 +190,7 @@ TEST(Image2DArithmetic, SubtractIntoANullImage) {
     EXPECT_EQ(Pixels(wrapped), (std::vector<float>{255, 0}));
 
     EXPECT_FALSE(wrapped.subtract(Image2D(), true));
-    EXPECT_TRUE(Holds(LastText(wrapped), "subtract() - Source image contains no data"));
+    EXPECT_TRUE(HasText(LastText(wrapped), "subtract() - Source image contains no data"));
     EXPECT_EQ(FailCode(wrapped, wrapped.subtract(Image2D(3, 1, IMAGE_UINT8), true)),
               PIVerror::IMAGE_SIZE_MISMATCH);
 }
@@ -198,11 +198,11 @@ TEST(Image2DArithmetic, SubtractIntoANullImage) {
 TEST(Image2DArithmetic, ScaleToRangeRefusesAnEmptyRange) {
     Image2D img(2, 1, IMAGE_UINT8), empty;
     EXPECT_EQ(FailCode(img, img.scaleToRange(5, 5)), PIVerror::BAD_RANGE);
-    EXPECT_TRUE(Holds(LastText(img), "scaleToRange() - bad range (5,5)"));
+    EXPECT_TRUE(HasText(LastText(img), "scaleToRange() - bad range (5,5)"));
     // An image without a type is reported under the name this function has
     // always used.
     EXPECT_EQ(FailCode(empty, empty.scaleToRange(0, 1)), PIVerror::IMAGE_TYPE_UNSUPPORTED);
-    EXPECT_TRUE(Holds(LastText(empty), "sclaeToRange()"));
+    EXPECT_TRUE(HasText(LastText(empty), "sclaeToRange()"));
 }
 
 TEST(Image2DArithmetic, GammaCorrectionIsForFloatImages) {
@@ -231,9 +231,9 @@ TEST(Image2DArithmetic, NewImagesAndRefusals) {
     EXPECT_EQ(FailCode(word, word.applyLUT(nullptr, 3)), PIVerror::INVALID_POINTER);
     EXPECT_EQ(FailCode(word, word.applyLUT(lut, 0)), PIVerror::BAD_DIMENSIONS);
     EXPECT_EQ(FailCode(valid, valid.getValidPixels(src, 3, 1)), PIVerror::BAD_RANGE);
-    EXPECT_TRUE(Holds(LastText(valid), "getValidPixels() - Bad range: 3 to 1"));
+    EXPECT_TRUE(HasText(LastText(valid), "getValidPixels() - Bad range: 3 to 1"));
     EXPECT_EQ(FailCode(fresh, fresh.minImage(fresh)), PIVerror::OVERWRITE_OWN_DATA);
-    EXPECT_TRUE(Holds(LastText(fresh), "minImage() - Source image identical to destination"));
+    EXPECT_TRUE(HasText(LastText(fresh), "minImage() - Source image identical to destination"));
     EXPECT_EQ(FailCode(fresh, fresh.maxImage(Image2D(4, 1, IMAGE_UINT8))),
               PIVerror::IMAGE_SIZE_MISMATCH);
     EXPECT_EQ(FailCode(word, word.applyMask(Image2D(2, 1, IMAGE_UINT16), false)),

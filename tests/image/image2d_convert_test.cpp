@@ -92,7 +92,7 @@ TEST(Image2DConvert, ConversionKeepsGeometryAndSetsTheFlagsOrIsRefused) {
 
     Image2D empty;
     EXPECT_EQ(FailCode(empty, empty.toFloat()), PIVerror::IMAGE_TYPE_UNSUPPORTED);
-    EXPECT_TRUE(Holds(LastText(empty), "toFloat() - undefined type!!"));
+    EXPECT_TRUE(HasText(LastText(empty), "toFloat() - undefined type!!"));
     EXPECT_EQ(FailCode(empty, empty.to8Bit(true)), PIVerror::IMAGE_IS_NULL);
     EXPECT_EQ(FailCode(empty, empty.convertToType(IMAGE_UINT16)), PIVerror::IMAGE_IS_NULL);
     EXPECT_EQ(FailCode(img, img.convertToType(static_cast<ImageType>(12))),

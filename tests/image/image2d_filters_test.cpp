@@ -124,7 +124,7 @@ TEST(Gauss, KernelChecksAndSymmetry) {
     for (const Row& r : rows) {
         SCOPED_TRACE(r.text);
         EXPECT_EQ(FailCode(img, img.smoothGauss(r.width, r.centered, r.cutOff)), r.code);
-        EXPECT_TRUE(Holds(LastText(img), r.text));
+        EXPECT_TRUE(HasText(LastText(img), r.text));
         EXPECT_EQ(Pixels(img), Ramp(25));
     }
     EXPECT_TRUE(img.smoothGauss(0.3f, true, 0.05f));
@@ -154,7 +154,7 @@ TEST(KernelSizes, BelowOneFailsAboveSixtyThreeIsCapped) {
         FailCode(img, img.smooth(3, -2)), FailCode(img, img.highPass(0, 0)),
         FailCode(img, img.localMaximum(3, -3, true))};
     EXPECT_EQ(codes, std::vector<int>(5, PIVerror::BAD_KERNEL_SIZE));
-    EXPECT_TRUE(Holds(LastText(img), "Invalid kernel size"));
+    EXPECT_TRUE(HasText(LastText(img), "Invalid kernel size"));
     EXPECT_EQ(Pixels(img), kSpiky);
     EXPECT_TRUE(img.smooth(4, 2) && big.highPass(64, 0) && big.localMaximum(90, 0, false));
     Image2D ramp = MakeImage(5, 5, IMAGE_FLOAT, Ramp(25));
@@ -180,7 +180,7 @@ TEST(Refusals, NullImagesAndMasksOfAnotherSize) {
     // clang-format on
     EXPECT_EQ(codes, std::vector<int>(codes.size(), PIVerror::IMAGE_IS_NULL));
     n.medianFilter(3);
-    EXPECT_TRUE(Holds(LastText(n), "mediaFilter()"));
+    EXPECT_TRUE(HasText(LastText(n), "mediaFilter()"));
     // A mask of another size reports 34 and changes nothing.
     Image2D img = MakeImage(5, 5, IMAGE_UINT8, kSpiky);
     Image2D other = MakeImage(5, 5, IMAGE_UINT8, kSpiky);
@@ -188,7 +188,7 @@ TEST(Refusals, NullImagesAndMasksOfAnotherSize) {
               PIVerror::IMAGE_SIZE_MISMATCH);
     EXPECT_EQ(FailCode(img, img.swapMaskedPixels(other, mask, false)),
               PIVerror::IMAGE_SIZE_MISMATCH);
-    EXPECT_TRUE(Holds(LastText(img), "applyMask()"));
+    EXPECT_TRUE(HasText(LastText(img), "applyMask()"));
     EXPECT_EQ(Pixels(img), kSpiky);
     EXPECT_EQ(Pixels(other), kSpiky);
 }
@@ -264,13 +264,13 @@ TEST(Clipping, EachTypeOnARamp) {
     // Bad ranges and constant images are refused.
     Image2D img = MakeImage(10, 10, IMAGE_UINT8, Ramp(100));
     EXPECT_EQ(FailCode(img, img.dynamicClipping(0.0f, 1.0f)), PIVerror::BAD_RANGE);
-    EXPECT_TRUE(Holds(LastText(img), "invalid clip range"));
+    EXPECT_TRUE(HasText(LastText(img), "invalid clip range"));
     EXPECT_EQ(FailCode(img, img.dynamicClipping(0.6f, 0.4f)), PIVerror::BAD_RANGE);
     EXPECT_EQ(Pixels(img), Ramp(100));
     EXPECT_TRUE(img.dynamicClipping(0.0f, 0.95f));
     Image2D flat = Filled(4, 4, IMAGE_UINT8, 3);
     EXPECT_FALSE(flat.dynamicClipping(0.1f, 0.9f));
-    EXPECT_TRUE(Holds(LastText(flat), "constant intensity image"));
+    EXPECT_TRUE(HasText(LastText(flat), "constant intensity image"));
 }
 
 // A ramp maps to its cumulative count, as floats; keeping the type converts

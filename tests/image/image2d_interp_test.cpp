@@ -372,7 +372,7 @@ TEST(Transform, SkewAndStretchOnAPlane) {
     cfg.StretchX = 0.5;
     stretched.setInterpolationMethod(PIV::INTERPOLATE_BILINEAR, 2);
     EXPECT_FALSE(stretched.transform(cfg));
-    EXPECT_TRUE(Holds(LastText(stretched), "only spport B-spline"));
+    EXPECT_TRUE(HasText(LastText(stretched), "only spport B-spline"));
     stretched.setInterpolationMethod(PIV::INTERPOLATE_BSPLINE, 5);
     ASSERT_TRUE(stretched.transform(cfg));
     for (int j = 8; j < 16; j++)

@@ -59,7 +59,7 @@ TEST(Image2DPixels, RowsAndColumnsTravelAsFloatWithinTheImage) {
     testing::internal::CaptureStderr();
     img.pixel(3, 0);
     SetMessageHook(held);
-    EXPECT_TRUE(Holds(testing::internal::GetCapturedStderr(), "outside of 3x2 image"));
+    EXPECT_TRUE(HasText(testing::internal::GetCapturedStderr(), "outside of 3x2 image"));
     Image2D fresh(2, 2, IMAGE_UINT8);
     EXPECT_EQ(FailCode(fresh, fresh.setPixel(2, 0, 1.0f)), PIVerror::NO_ERROR);
     DebugLevelScope level(3);
@@ -176,7 +176,7 @@ TEST(Image2DPixels, ReplicateAndVectorMultiplyMakeFloatImages) {
     EXPECT_EQ(Pixels(outer), (std::vector<float>{10, 20, 30, 100, 200, 300}));
 
     EXPECT_EQ(FailCode(rows, rows.replicate(nullptr, 3, 2, true)), PIVerror::INVALID_POINTER);
-    EXPECT_TRUE(Holds(LastText(rows), "Bad line data"));
+    EXPECT_TRUE(HasText(LastText(rows), "Bad line data"));
 }
 
 // Comparison is bytewise, padding included. In a 3x2 8-bit image (stride 4)
@@ -189,7 +189,7 @@ TEST(Image2DPixels, EqualityComparesTypeSizeAndBytes) {
         Messages messages;
         DebugLevelScope level(1);
         EXPECT_TRUE(a != b);
-        EXPECT_TRUE(Holds(messages.all(), "images different at byte 5 (7 vs 9)"));
+        EXPECT_TRUE(HasText(messages.all(), "images different at byte 5 (7 vs 9)"));
     }
     EXPECT_FALSE(a == Filled(4, 2, IMAGE_UINT8, 7));
     EXPECT_FALSE(a == Image2D(3, 2, IMAGE_UINT16));

@@ -95,7 +95,7 @@ TEST(Image2DStatistics, HistogramRangesAndBins) {
     uint32_t bins[2];
     double w, lo, hi;
     EXPECT_EQ(FailCode(img, img.histogram(bins, 1, w, lo, hi)), PIVerror::OPERATION_FAILED);
-    EXPECT_TRUE(Holds(LastText(img), "histogram() - not enough bins for computation"));
+    EXPECT_TRUE(HasText(LastText(img), "histogram() - not enough bins for computation"));
     EXPECT_EQ(FailCode(img, img.histogram(nullptr, 2, w, lo, hi)), PIVerror::OPERATION_FAILED);
 }
 

@@ -125,10 +125,10 @@ TEST(Image2DStorage, CopiesAreDeepAndRefusedOnesReportTheirReason) {
     Image2D& alias = a;
     a = alias;
     EXPECT_EQ(LastCode(a), PIVerror::OVERWRITE_OWN_DATA);
-    EXPECT_TRUE(Holds(LastText(a), "operator(=)  cannot make copy of self"));
+    EXPECT_TRUE(HasText(LastText(a), "operator(=)  cannot make copy of self"));
     a = Image2D();
     EXPECT_EQ(LastCode(a), PIVerror::IMAGE_IS_NULL);
-    EXPECT_TRUE(Holds(LastText(a), "operator(=)  null source image"));
+    EXPECT_TRUE(HasText(LastText(a), "operator(=)  null source image"));
     EXPECT_EQ(Pixels(a), (std::vector<float>{1, 2, 3}));
     EXPECT_EQ(FailCode(a, a.copy(a)), PIVerror::OVERWRITE_OWN_DATA);
     EXPECT_EQ(FailCode(a, a.copy(Image2D())), PIVerror::IMAGE_IS_NULL);
@@ -174,7 +174,7 @@ TEST(Image2DStorage, CropTakesCornersInEitherOrderAndClipsToTheImage) {
     EXPECT_EQ(Pixels(img), (std::vector<float>{11, 12, 21, 22}));
     img = Numbered(4, 4);
     EXPECT_EQ(FailCode(img, img.crop(RECT2D{0, 1, 0, 4})), PIVerror::BAD_IMAGE_SIZE);
-    EXPECT_TRUE(Holds(LastText(img), "crop() - bad sampling size (1x4)"));
+    EXPECT_TRUE(HasText(LastText(img), "crop() - bad sampling size (1x4)"));
     EXPECT_EQ(img.width(), 4u);
 }
 

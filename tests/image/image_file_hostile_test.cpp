@@ -56,12 +56,7 @@ std::vector<std::pair<std::string, std::string>> Sources() {
     return files;
 }
 
-// Each test writes to a scratch folder of its own and catches the messages.
-class DamagedFiles : public testing::Test {
-protected:
-    ScratchDir dir;
-    Messages messages;
-};
+using DamagedFiles = ScratchFiles;
 
 }  // namespace
 
@@ -161,8 +156,7 @@ TEST_F(DamagedFiles, WhatACutGivesPerReader) {
     // A LaVision file whose pixels are cut short fails in ReadIM7: 6 x 4
     // words are 48 bytes.
     WriteBytes(path, Im7(0, std::string(10, '\x01'), 6, 4));
-    EXPECT_FALSE(img.loadLavVC7(path.c_str(), 0));
-    EXPECT_EQ(LastCode(img), PIVerror::FILE_READ_FAILED);
+    EXPECT_EQ(FailCode(img, img.loadLavVC7(path.c_str(), 0)), PIVerror::FILE_READ_FAILED);
     EXPECT_PRED_FORMAT2(testing::IsSubstring, "declares 48 bytes of pixel data but holds 10",
                         LastText(img));
 }
@@ -180,8 +174,7 @@ TEST_F(DamagedFiles, FlippedMagic) {
     EXPECT_FALSE(img.load(path));
     EXPECT_EQ(LastCode(img), format == PIV::FORMAT_UNKNOWN ? PIVerror::IMAGE_TYPE_UNSUPPORTED
                                                            : PIVerror::FILE_READ_FAILED);
-    EXPECT_FALSE(img.loadBMP(path.c_str(), 0));
-    EXPECT_EQ(LastCode(img), PIVerror::INVALID_FILE_CONTENT);
+    EXPECT_EQ(FailCode(img, img.loadBMP(path.c_str(), 0)), PIVerror::INVALID_FILE_CONTENT);
     EXPECT_NE(LastText(img).find("Not a BMP image file"), std::string::npos);
 
     std::string pco = Pco(12, 10);
@@ -189,14 +182,12 @@ TEST_F(DamagedFiles, FlippedMagic) {
     WriteBytes(path, pco);
     EXPECT_FALSE(img.load(path));
     EXPECT_NE(LastCode(img), PIVerror::NO_ERROR);
-    EXPECT_FALSE(img.loadPCO(path.c_str(), 0));
-    EXPECT_EQ(LastCode(img), PIVerror::INVALID_FILE_CONTENT);
+    EXPECT_EQ(FailCode(img, img.loadPCO(path.c_str(), 0)), PIVerror::INVALID_FILE_CONTENT);
     EXPECT_NE(LastText(img).find("Not a PCO-image!"), std::string::npos);
 
     // The PCO reader wants 128 header bytes, whatever the image size.
     WriteBytes(path, Pco(2, 2));
-    EXPECT_FALSE(img.loadPCO(path.c_str(), 0));
-    EXPECT_EQ(LastCode(img), PIVerror::FILE_READ_FAILED);
+    EXPECT_EQ(FailCode(img, img.loadPCO(path.c_str(), 0)), PIVerror::FILE_READ_FAILED);
     EXPECT_NE(LastText(img).find("Can't read header! (Read 32 of 128 bytes)"), std::string::npos);
 }
 
@@ -220,8 +211,7 @@ TEST_F(DamagedFiles, HugeClaimedSizes) {
     for (const std::string& bytes : files) {
         SCOPED_TRACE(bytes.substr(0, 4));
         WriteBytes(path, bytes);
-        EXPECT_FALSE(img.load(path));
-        EXPECT_EQ(LastCode(img), PIVerror::FILE_READ_FAILED);
+        EXPECT_EQ(FailCode(img, img.load(path)), PIVerror::FILE_READ_FAILED);
         ExpectValid(img);
     }
 }

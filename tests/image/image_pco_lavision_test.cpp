@@ -93,12 +93,6 @@ const std::string kPacked =
 const std::vector<int> kUnpacked = {5,     3,     0x1234, 0x100, 0x200, 0x203,
                                     0x1FD, 0x204, 0x200,  0x1FF, 0x20F};
 
-// Each test writes to a scratch folder of its own and catches the messages.
-class ScratchFiles : public testing::Test {
-protected:
-    ScratchDir dir;
-    Messages messages;
-};
 using PcoFiles = ScratchFiles;
 using LaVisionFiles = ScratchFiles;
 using RawFiles = ScratchFiles;
@@ -154,8 +148,7 @@ TEST_F(PcoFiles, SaveWritesTheTableAndLoadsBack) {
     Image2D bytesImage(4, 4, IMAGE_UINT8);
     EXPECT_FALSE(bytesImage.savePCO(dir.file("b.b16").c_str()));
     EXPECT_EQ(LastCode(bytesImage), PIVerror::IMAGE_IS_NULL);
-    EXPECT_FALSE(img.savePCO(nullptr));
-    EXPECT_EQ(LastCode(img), PIVerror::BAD_FILE_NAME);
+    EXPECT_EQ(FailCode(img, img.savePCO(nullptr)), PIVerror::BAD_FILE_NAME);
 }
 
 // The upper half of a double image is the first frame.
@@ -228,8 +221,7 @@ TEST_F(LaVisionFiles, OldHeaderWordsFloatsAndPackedWords) {
 
     for (int refused : {21, 22}) {
         WriteBytes(dir.file("r.imx"), ImxHeader(refused, 2, 2) + Words({1, 2, 3, 4}));
-        EXPECT_FALSE(img.load(dir.file("r.imx")));
-        EXPECT_EQ(LastCode(img), PIVerror::FILE_READ_FAILED);
+        EXPECT_EQ(FailCode(img, img.load(dir.file("r.imx"))), PIVerror::FILE_READ_FAILED);
     }
 }
 
@@ -298,8 +290,7 @@ TEST_F(LaVisionFiles, NewHeaderInEveryPackType) {
     // Vector buffers and other non-image formats are no error, just no image.
     messages.lines().clear();
     WriteBytes(dir.file("v.vc7"), Im7Header(0, 2, 2, 1, 1, 1) + std::string(2 * 2 * 4, '\0'));
-    EXPECT_FALSE(f.loadLavVC7(dir.file("v.vc7").c_str(), 0));
-    EXPECT_EQ(LastCode(f), PIVerror::NO_ERROR);
+    EXPECT_EQ(FailCode(f, f.loadLavVC7(dir.file("v.vc7").c_str(), 0)), PIVerror::NO_ERROR);
     EXPECT_PRED_FORMAT2(testing::IsNotSubstring, "ERROR", messages.all());
 }
 

@@ -10,6 +10,8 @@
 #include "mapping_fxn2d.h"
 
 using namespace image_test;
+using MappingFit = ScratchFiles;
+using MappingFiles = ScratchFiles;
 
 namespace {
 
@@ -136,7 +138,7 @@ std::vector<POINT_PAIR> LoadPoints(const std::string& path) {
 // An affine truth is in every form, a quadratic one in the polynomials of
 // degree 2 and up and in the forms with quadratic numerators (3 and 4), a
 // perspective one in all rational forms.
-TEST(MappingFit, EveryTypeThatCanExpressTheTruthReproducesIt) {
+TEST_F(MappingFit, EveryTypeThatCanExpressTheTruthReproducesIt) {
     const FitCase cases[] = {
         {"degree 1", Polynomial(1), 0, 1},    {"degree 2", Polynomial(2), 0, 2},
         {"degree 2", Polynomial(2), 3, 1},    {"degree 2", Polynomial(2), 4, 1},
@@ -153,7 +155,7 @@ TEST(MappingFit, EveryTypeThatCanExpressTheTruthReproducesIt) {
     }
 }
 
-TEST(MappingFit, NoiseOfATenthPixelLeavesAtMostATenthPixelRms) {
+TEST_F(MappingFit, NoiseOfATenthPixelLeavesAtMostATenthPixelRms) {
     // Noise of 0.1 px RMS per coordinate on 81 points: a least-squares fit
     // of p parameters absorbs part of it, leaving about 0.1 sqrt(1 - p / 162).
     const FitCase cases[] = {{"degree 3", Polynomial(3), 0, 3},
@@ -175,9 +177,8 @@ TEST(MappingFit, NoiseOfATenthPixelLeavesAtMostATenthPixelRms) {
     }
 }
 
-TEST(MappingFit, DegenerateCalibrationData) {
+TEST_F(MappingFit, DegenerateCalibrationData) {
     std::vector<POINT_PAIR> pts = GridPoints(Polynomial(1));
-    Messages messages;
     DebugLevelScope level(1);
     std::vector<POINT_PAIR> column = pts, twoPlanes = pts, few(pts.begin(), pts.begin() + 12),
                             seven(pts.begin(), pts.begin() + 7);
@@ -202,11 +203,11 @@ TEST(MappingFit, DegenerateCalibrationData) {
         messages.lines().clear();
         MappingFunction2D fit = Fitter(c.points);
         EXPECT_FALSE(fit.calculateMapping(c.type, c.order, c.order, true) || fit.isValid());
-        EXPECT_TRUE(Holds(messages.all(), c.text)) << "type " << c.type;
+        EXPECT_TRUE(HasText(messages.all(), c.text)) << "type " << c.type;
     }
 }
 
-TEST(MappingFit, ZerothOrderIsAShift) {
+TEST_F(MappingFit, ZerothOrderIsAShift) {
     // Every image point lies 3.5 px right of and 2 px above its dewarped pixel.
     const Truth shift = [](double X, double Y, double& x, double& y) {
         x = X + 3.5;
@@ -283,8 +284,7 @@ TEST(MappingRecord, InverseOfAPerspectiveUndoesIt) {
     EXPECT_FALSE(PIV::CombineProjectionMatrices(&map, &poly, &mid, 0.5));
 }
 
-TEST(MappingFiles, CalibrationPointsRoundTrip) {
-    ScratchDir dir;
+TEST_F(MappingFiles, CalibrationPointsRoundTrip) {
     const std::string path = dir.file("points.txt");
     WriteBytes(path,
                "# x y X Y Z\n"
@@ -329,16 +329,15 @@ TEST(MappingFiles, CalibrationPointsRoundTrip) {
     EXPECT_TRUE(PIV::SameRecord(many.back(), POINT_PAIR((count - 1) % 10, 1, 2, 3)));
 }
 
-TEST(MappingFiles, CoefficientFileKeysByType) {
-    ScratchDir dir;
+TEST_F(MappingFiles, CoefficientFileKeysByType) {
     const MAPPING_FXN_2D poly = Fit(GridPoints(Polynomial(2)), 0, 2);
     const std::string path = dir.file("poly.par");
     ASSERT_TRUE(PIV::SaveProjectionMatrix(&poly, path.c_str(), "View0_"));
     const std::string text = ReadBytes(path);
-    EXPECT_TRUE(Holds(text, "# using linear (polynominal) mapping of degree 2"));
-    EXPECT_TRUE(Holds(text, "View0_px05"));
-    EXPECT_FALSE(Holds(text, "View0_px06"));
-    EXPECT_TRUE(Holds(text, "View0_dest_img_height"));
+    EXPECT_TRUE(HasText(text, "# using linear (polynominal) mapping of degree 2"));
+    EXPECT_TRUE(HasText(text, "View0_px05"));
+    EXPECT_FALSE(HasText(text, "View0_px06"));
+    EXPECT_TRUE(HasText(text, "View0_dest_img_height"));
 
     MAPPING_FXN_2D back;
     ASSERT_TRUE(PIV::ReadProjectionMatrix(&back, path.c_str(), "View0_"));
@@ -360,9 +359,9 @@ TEST(MappingFiles, CoefficientFileKeysByType) {
         const std::string p = dir.file("nl" + std::to_string(c[0]) + ".par");
         ASSERT_TRUE(PIV::SaveProjectionMatrix(&m, p.c_str()));
         const std::string t = ReadBytes(p);
-        EXPECT_TRUE(Holds(t, "a33") && !Holds(t, "px00")) << c[0];
-        EXPECT_EQ(bool(Holds(t, "a04")), c[1] != 0) << c[0];
-        EXPECT_EQ(bool(Holds(t, "a34")), c[2] != 0) << c[0];
+        EXPECT_TRUE(HasText(t, "a33") && !HasText(t, "px00")) << c[0];
+        EXPECT_EQ(bool(HasText(t, "a04")), c[1] != 0) << c[0];
+        EXPECT_EQ(bool(HasText(t, "a34")), c[2] != 0) << c[0];
     }
 }
 
@@ -385,7 +384,7 @@ std::vector<POINT_PAIR> AffinePoints(int imageHeight = 0) {
 
 }  // namespace
 
-TEST(MappingFit, OriginAtTheBottomTurnsImageRowsRound) {
+TEST_F(MappingFit, OriginAtTheBottomTurnsImageRowsRound) {
     MappingFunction2D a = Fitter(AffinePoints()), b = Fitter(AffinePoints(260));
     MappingFunction2D c = Fitter(AffinePoints(260));
     b.setOriginMode(1);
@@ -396,12 +395,11 @@ TEST(MappingFit, OriginAtTheBottomTurnsImageRowsRound) {
     EXPECT_NEAR(a.mappedY(37.0, 81.0), 30 + 2 * 81.0, 1e-9);
     // Without the size the fit still runs, with a warning.
     c.setOriginMode(1);
-    Messages messages;
     EXPECT_TRUE(c.calculateMapping(0, 1, 1, true));
-    EXPECT_TRUE(Holds(messages.all(), "Source image size not specified"));
+    EXPECT_TRUE(HasText(messages.all(), "Source image size not specified"));
 }
 
-TEST(MappingFit, WithoutTheInverseFlagTheFitGoesFromImageToObject) {
+TEST_F(MappingFit, WithoutTheInverseFlagTheFitGoesFromImageToObject) {
     MappingFunction2D fit = Fitter(AffinePoints(), 4.0, 5.0);  // 4 px per object unit
     EXPECT_TRUE(fit.needsNewFit());
     ASSERT_TRUE(fit.calculateMapping(1, 1, 1, false));
@@ -415,7 +413,7 @@ TEST(MappingFit, WithoutTheInverseFlagTheFitGoesFromImageToObject) {
     EXPECT_FALSE(fit.needsNewFit());
 }
 
-TEST(MappingFit, BestFitToImageFillsTheDestination) {
+TEST_F(MappingFit, BestFitToImageFillsTheDestination) {
     MappingFunction2D fit = Fitter(AffinePoints());
     // Image corners (0, 0) and (239, 259) show objects (-10, -15) and
     // (109.5, 114.5): 129.5 units high, the tighter axis of 511 pixels.
@@ -431,7 +429,7 @@ TEST(MappingFit, BestFitToImageFillsTheDestination) {
     EXPECT_FALSE(fit.bestFitToImage(SIZE2D{1, 1}));
 }
 
-TEST(MappingFiles, PrintedCoefficientsWithImageOffsets) {
+TEST_F(MappingFiles, PrintedCoefficientsWithImageOffsets) {
     MAPPING_FXN_2D map;
     map.setOrder(0);
     map.px[0] = 1.5;
@@ -445,6 +443,6 @@ TEST(MappingFiles, PrintedCoefficientsWithImageOffsets) {
     const size_t n = std::fread(text, 1, sizeof(text) - 1, f);
     std::fclose(f);
     const std::string s(text, n);
-    EXPECT_TRUE(Holds(s, "\tV0_px00 = 1.5\n"));
-    EXPECT_TRUE(Holds(s, "\tV0_im_x_offset = 6\n"));
+    EXPECT_TRUE(HasText(s, "\tV0_px00 = 1.5\n"));
+    EXPECT_TRUE(HasText(s, "\tV0_im_x_offset = 6\n"));
 }

@@ -74,8 +74,8 @@ TEST(PIV_Image2D, TwoViewsReadBackAndDewarpTheirDotsOntoTheNodes) {
     const std::string path = dir.file("views.cal");
     ASSERT_TRUE(written.save(path.c_str()));
     const std::string text = ReadBytes(path);
-    EXPECT_TRUE(Holds(text, "View0_maptype"));
-    EXPECT_TRUE(Holds(text, "View1_px09"));
+    EXPECT_TRUE(HasText(text, "View0_maptype"));
+    EXPECT_TRUE(HasText(text, "View1_px09"));
 
     PIV3C_Parameters read;
     ASSERT_TRUE(read.load(path.c_str()));
@@ -152,7 +152,7 @@ TEST(PIV_Image2D, DewarpWithoutItsFileLoadsTheFrameAsItIs) {
         ASSERT_TRUE(img.load(dir.file("f.tif").c_str(), false)) << file;
         EXPECT_EQ(Pixels(img), Pixels(raw)) << file;
     }
-    EXPECT_TRUE(Holds(messages.all(), "holds no mapping for view 1"));
+    EXPECT_TRUE(HasText(messages.all(), "holds no mapping for view 1"));
 }
 
 namespace {

@@ -56,12 +56,7 @@ private:
     std::filesystem::path m_old;
 };
 
-// Each test writes to a scratch folder of its own and catches the messages.
-class PivImagePair : public testing::Test {
-protected:
-    ScratchDir dir;
-    Messages messages;
-};
+using PivImagePair = ScratchFiles;
 using PivImage2D = PivImagePair;
 
 }  // namespace
