@@ -1,9 +1,6 @@
 // Format detection, the PGM/PBM reader and writer, the load and save
-// dispatch of Image2D and Image2DPair.
-//
-// The files under tests/data/image were written by netpbm (see the README
-// there); the small files below are written byte by byte from the format
-// description.
+// dispatch of Image2D and Image2DPair. The files under tests/data/image were
+// written by netpbm (see the README there).
 #include <sys/stat.h>
 
 #include "image2d_pair.h"
@@ -47,20 +44,17 @@ TEST_F(ImageFormat, DetectionByFirstBytes) {
         {"PCO", "PCO-\x10\0\0\0", PIV::FORMAT_PCO},
         {"B32", "B32-", PIV::FORMAT_B32},
         {"TIFF big-endian", Bytes({0x4D, 0x4D, 0x00, 0x2A}), PIV::FORMAT_TIFF},
-        {"TIFF little-endian", Bytes({0x49, 0x49, 0x2A, 0x00}), PIV::FORMAT_TIFF},
         {"TIFF by two bytes", "MMxy", PIV::FORMAT_TIFF},
         {"netCDF", Bytes({'C', 'D', 'F', 0x01}), PIV::FORMAT_NETCDF},
         {"JPEG", Bytes({0xFF, 0xD8, 0xFF, 0xE0}), PIV::FORMAT_JPEG},
         {"PNG", Bytes({0x89, 0x50, 0x4E, 0x47}), PIV::FORMAT_PNG},
-        {"P1", "P1 2 2\n", PIV::FORMAT_PGM},
         {"P5", "P5 2 2\n", PIV::FORMAT_PGM},
         {"BMP", "BM\0\0", PIV::FORMAT_BMP},
         {"LaVision word 6", LaVision(0, 0, 1), PIV::FORMAT_LAVISION_7},
         // Anything else reads as a LaVision header: "P3 " has the version
         // 0x3350 and the pack type 0x0020, which no rule knows.
         {"P3", "P3 ", PIV::FORMAT_UNKNOWN},
-        {"empty file", "", PIV::FORMAT_LAVISION_0},
-        {"lone P", "P", PIV::FORMAT_LAVISION_0}};
+        {"empty file", "", PIV::FORMAT_LAVISION_0}};
     // LaVision header versions 18 to 23, then pack types 0 to 4 of a later one.
     const int byVersion[] = {PIV::FORMAT_LAVISION_0, PIV::FORMAT_LAVISION_1,
                              PIV::FORMAT_LAVISION_3, PIV::FORMAT_LAVISION_4,
@@ -91,7 +85,6 @@ TEST_F(ImageLoad, NetpbmFileWithLineFeedAfterMagicIsRefused) {
     // which the LaVision reader refuses.
     EXPECT_EQ(PIV::GetFileFormat(path.c_str()), PIV::FORMAT_LAVISION_7);
     EXPECT_EQ(FailCode(img, img.load(path.c_str())), PIVerror::FILE_READ_FAILED);
-    EXPECT_TRUE(HasText(LastText(img), "loadLavVC7() - trouble reading"));
     EXPECT_FALSE(img.isChanged());
 }
 
@@ -189,7 +182,6 @@ TEST_F(ImageLoad, MissingAndUnreadableFiles) {
         int code;
     } cases[] = {
         {Bytes({0x49, 0x49, 0x2A, 0x00}), PIVerror::FILE_OPEN_FAILED},
-        {"II", PIVerror::FILE_OPEN_FAILED},
         {"BM", PIVerror::IMAGE_TYPE_UNSUPPORTED},
         {LaVision(18, 0, 0), PIVerror::FILE_READ_FAILED},
         {Bytes({0xFF, 0xD8, 0xFF, 0xE0}), PIVerror::IMAGE_TYPE_UNSUPPORTED},
@@ -205,10 +197,8 @@ TEST_F(ImageLoad, MissingAndUnreadableFiles) {
     EXPECT_TRUE(HasText(LastText(img),
                         "Bad magic number on image '" + dir.file("one") + "' - Not a PGM-image!"));
     WriteBytes(dir.file("p3"), "P3 1 1 255\n0 0 0\n");
-    EXPECT_FALSE(img.loadPGM(dir.file("p3").c_str()));
-    EXPECT_TRUE(HasText(LastText(img), "bad magic number - not a PGM or PBM file"));
+    EXPECT_EQ(FailCode(img, img.loadPGM(dir.file("p3").c_str())), PIVerror::INVALID_FILE_CONTENT);
     EXPECT_EQ(FailCode(img, img.loadPGM(dir.file("missing").c_str())), PIVerror::FILE_OPEN_FAILED);
-    EXPECT_TRUE(HasText(LastText(img), "loadPGM() - trouble opening file"));
 }
 
 // The writer puts "P5 " in front (a blank, for the detection), then the
@@ -276,9 +266,6 @@ TEST_F(ImageSave, DispatchByFormatAndDepth) {
         const int code = FailCode(img, img.save(path.c_str(), c[1]));
         EXPECT_EQ(code < 0 ? PIV::GetFileFormat(path.c_str()) : -code, c[2]);
     }
-    Image2D img32(4, 4, IMAGE_UINT32);
-    EXPECT_FALSE(img32.save(dir.file("out").c_str(), -1));
-    EXPECT_TRUE(HasText(LastText(img32), "save() - 32-bit image storage not available"));
     Image2D empty;
     EXPECT_EQ(FailCode(empty, empty.save(dir.file("out").c_str(), -1)), PIVerror::IMAGE_IS_NULL);
 }
