@@ -1,6 +1,5 @@
-// PCO b16 and LaVision files, raw files and camera buffers. No installed
-// tool writes PCO or LaVision files, so every file here is built byte by
-// byte from the header tables of the formats, independently of the readers.
+// PCO b16 and LaVision files, raw files and camera buffers. No installed tool
+// writes PCO or LaVision files: each is built from the formats' header tables.
 #include <gtest/gtest.h>
 #include <zlib.h>
 
@@ -120,10 +119,9 @@ TEST_F(PcoFiles, BuiltFromTheHeaderTableAndTold) {
     EXPECT_FALSE(Image2D::getPCOImageSizeInfo(cut.c_str(), w, h));
     EXPECT_EQ(Info(cut), (std::vector<int>{true, PIV::FORMAT_PCO, IMAGE_UNDEFINED, 1, 0, 0}));
 
-    // Writers disagree on the header size. When the fields do not add up the
-    // pixels are the last 2wh bytes of the stated file size, here behind 40
-    // bytes of junk; an extended header reads and drops `header size` bytes
-    // behind byte 128.
+    // Writers disagree on the header size: when the fields do not add up the
+    // pixels are the last 2wh bytes of the stated file size; an extended
+    // header drops `header size` bytes behind byte 128.
     const std::vector<int> grid = Ramp(64, 9, 1000);
     for (uint32_t extended : {0, 1}) {
         WriteBytes(file, PcoHeader(24 + 40 + 128, 24, 8, 8, extended) + std::string(40, '\x7f') +
@@ -162,10 +160,7 @@ TEST_F(PcoFiles, DoubleImagesSplitByPageOrMode) {
     ASSERT_TRUE(second.load(dir.file("d.b16"), 2));
     EXPECT_EQ(second.height(), 1024u);
     EXPECT_EQ(Pixels(second), AsFloats(lower));
-    EXPECT_TRUE(second.wasSplitPCO());
-    EXPECT_TRUE(second.isSplitPCO());
-    EXPECT_EQ(second.currentPage(), 2);
-    EXPECT_EQ(second.pcoSplitMode(), PCO_SPLIT_SECOND);
+    EXPECT_TRUE(second.wasSplitPCO() && second.isSplitPCO() && second.currentPage() == 2);
 
     Image2D first(dir.file("d.b16").c_str(), PCO_SPLIT_FIRST);
     EXPECT_EQ(Pixels(first), AsFloats(upper));
