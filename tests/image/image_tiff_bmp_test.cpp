@@ -93,8 +93,7 @@ TEST_F(TiffFiles, PagesImageInfoAndSequences) {
     EXPECT_EQ(LastCode(img), PIVerror::IMAGE_TYPE_UNSUPPORTED);
 }
 
-// Colour and 2-bit files are refused with 33, reported under
-// getTIFFfromFile() and then as a failed operation of loadTIFF().
+// Colour and 2-bit files are refused as a failed operation of loadTIFF().
 TEST_F(TiffFiles, RefusedKinds) {
     for (const auto& c :
          {std::make_pair("rgb8x4.tif", "Multisample (color) TIFF-images not supported!"),
@@ -104,13 +103,11 @@ TEST_F(TiffFiles, RefusedKinds) {
         messages.lines().clear();
         EXPECT_EQ(FailCode(img, img.load(DataFile(c.first))), PIVerror::OPERATION_FAILED);
         EXPECT_TRUE(HasText(messages.all(), c.second));
-        EXPECT_TRUE(HasText(messages.all(), "getTIFFfromFile()"));
     }
 }
 
 // libtiff's complaint about a file that is no TIFF ends our message in
-// brackets and is not printed by libtiff itself: a batch of damaged files
-// must not bury the log in lines nobody can tie to a file.
+// brackets instead of reaching stderr as a line nobody can tie to a file.
 TEST_F(TiffFiles, LibtiffsReasonEndsTheMessageInsteadOfGoingToStderr) {
     WriteBytes(dir.file("fake.tif"), std::string("PNG is not TIFF at all"));
     Image2D img;
@@ -130,11 +127,9 @@ TEST_F(TiffFiles, RoundTripsAtEveryDepthAndCompression) {
         ImageType type;
         int mode, predictor;
     } cases[] = {
-        {IMAGE_UINT8, 0, 1},  {IMAGE_UINT8, 3, 1},  {IMAGE_UINT8, 3, 2},  {IMAGE_UINT8, 4, 1},
-        {IMAGE_UINT8, 4, 2},  {IMAGE_UINT8, 5, 1},  {IMAGE_UINT16, 0, 1}, {IMAGE_UINT16, 3, 2},
-        {IMAGE_UINT16, 4, 2}, {IMAGE_UINT16, 5, 1}, {IMAGE_UINT32, 0, 1}, {IMAGE_UINT32, 3, 1},
-        {IMAGE_UINT32, 4, 1}, {IMAGE_UINT32, 5, 1}, {IMAGE_FLOAT, 0, 1},  {IMAGE_FLOAT, 3, 3},
-        {IMAGE_FLOAT, 4, 1},  {IMAGE_FLOAT, 5, 1},
+        {IMAGE_UINT8, 0, 1},  {IMAGE_UINT8, 3, 2},  {IMAGE_UINT8, 4, 1},  {IMAGE_UINT8, 5, 1},
+        {IMAGE_UINT16, 0, 1}, {IMAGE_UINT16, 4, 2}, {IMAGE_UINT32, 0, 1}, {IMAGE_UINT32, 3, 1},
+        {IMAGE_FLOAT, 0, 1},  {IMAGE_FLOAT, 3, 3},
     };
     for (const Case& c : cases) {
         SCOPED_TRACE(testing::Message()
