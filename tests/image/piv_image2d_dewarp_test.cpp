@@ -1,6 +1,5 @@
 // Dewarping on load: a view calibration file with two mappings, a recorded
-// calibration target, and the dewarped frame whose dots must sit on their
-// grid nodes.
+// calibration target, and the dewarped frame whose dots sit on their nodes.
 
 #include <cmath>
 
@@ -192,9 +191,8 @@ struct ShiftedScene {
 }  // namespace
 
 // Three ways to the dewarped frame of view 1: dewarping on load, and a
-// stereo view with and without a mask file. Without one the mask marks only
-// what the view does not see; column 159 reads source column 359 (inside),
-// column 160 reads 360.
+// stereo view with and without a mask file; without one the mask marks only
+// what the view does not see (column 160 reads source column 360).
 TEST(PIV_Image2D, MaskIsDewarpedWithItsFrame) {
     for (int mode : {0, 1, 2}) {
         SCOPED_TRACE(mode);
