@@ -125,7 +125,6 @@ TEST(Interpolation, GaussianScalesAFlatImage) {
     Image2D_Interpolation interp;
     interp.setInterpolationMethod(PIV::INTERPOLATE_GAUSS, 0);
     const double gain = std::pow(1.0 + 2.0 * std::exp(-2.0), 2.0);
-    EXPECT_NEAR(gain, 1.615, 1e-3);
     for (int j = 1; j < 9; j++)
         for (int i = 1; i < 11; i++) EXPECT_NEAR(Sample(interp, img, i, j), 10.0 * gain, 1e-4);
     EXPECT_EQ(_InterpolateGaussian3x3(0.0f, 5.0f, &img), 0.0f);
