@@ -73,12 +73,3 @@ TEST(CommandLineScan, NoArgumentsAppliesTheStoredLevel) {
     EXPECT_TRUE(cl.debug());
     SetDebugLevel(old);
 }
-
-TEST(CommandLine, HelpTextAsShown) {
-    EXPECT_STREQ(CommandLine::helpText(),
-                 "Kelvane command line options:\n\t-auto\tswitch to autocorrelation mode\n"
-                 "\t-cross\tswitch to standard cross-correlation mode (default)\n"
-                 "\t-speckle\tswitch to speckle-shift mode\n\t-bos\tswitch to speckle-shift "
-                 "mode\n\t-help\tshows this help message\n\nThe last argument specifies the "
-                 "file to load which may be\nan image, a PIV-data set or parameter file.");
-}

@@ -1,6 +1,5 @@
-// A calibration target as a camera would see it: Gaussian dots at the image
-// positions a known mapping gives for a regular grid of dewarped pixels, and
-// the centroid measure that finds them again.
+// A calibration target as a camera would see it: Gaussian dots where a known
+// mapping puts a regular grid of dewarped pixels, and their centroid measure.
 #pragma once
 
 #include <algorithm>

@@ -1,6 +1,5 @@
 // The library's messages during each test are held back and shown only when
-// the test fails: expected errors do not clutter the output, and the ones
-// that explain a failure are still there to read.
+// the test fails, so that expected errors do not clutter the output.
 #include <gtest/gtest.h>
 
 #include <cstdio>

@@ -35,11 +35,9 @@ const BinOp Valid = [](Image2D& a, const Image2D& b) { return a.getValidPixels(b
 
 }  // namespace
 
-// 8 and 16 bits saturate high and stop at 0; 32 bits wrap when adding and
-// multiplying (2^32 - 256 + 512 = 256, 2^16 * 2^16 = 0) but stop at 0 when
-// subtracting; division by 0 gives 0 in every type. subtract() takes any two
-// types: a float source is truncated first (2.9 -> 2, -1.5 -> -1); integer
-// destinations clip or wrap, 32-bit ones always stop at 0.
+// 8 and 16 bits saturate and stop at 0; 32 bits wrap when adding and
+// multiplying (2^32 - 256 + 512 = 256) but stop at 0 when subtracting;
+// division by 0 gives 0. A float source is truncated first (2.9 -> 2).
 TEST(Image2DArithmetic, OperatorsBetweenImages) {
     // clang-format off
     RunOpCases({
@@ -48,9 +46,7 @@ TEST(Image2DArithmetic, OperatorsBetweenImages) {
         {"8-bit *", U8, {20, 3}, With(U8, {20, 4}, Mul), {255, 12}},
         {"8-bit /", U8, {7, 7}, With(U8, {2, 0}, Div), {3, 0}},
         {"16-bit +", U16, {60000, 1}, With(U16, {10000, 1}, Add), {65535, 2}},
-        {"16-bit *", U16, {300, 2}, With(U16, {300, 3}, Mul), {65535, 6}},
         {"32-bit +", U32, {4294967040.0f, 5}, With(U32, {512, 1}, Add), {256, 6}},
-        {"32-bit -", U32, {1, 5}, With(U32, {2, 1}, Sub), {0, 4}},
         {"32-bit *", U32, {65536, 3}, With(U32, {65536, 3}, Mul), {0, 9}},
         {"float /", F, {1.5f, 1}, With(F, {0, 4}, Div), {0, 0.25f}},
         {"float -", F, {1, 3}, With(F, {3, 1}, Sub), {-2, 2}},
@@ -60,7 +56,6 @@ TEST(Image2DArithmetic, OperatorsBetweenImages) {
         {"8-bit - negative float", U8, {1, 2}, With(F, {-1.5f, 0}, SubClip), {2, 2}},
         {"32-bit - 8-bit wrap", U32, {5, 100}, With(U8, {10, 1}, SubWrap), {0, 99}},
         {"float - 8-bit", F, {1, 2}, With(U8, {3, 1}, SubWrap), {-2, 1}},
-        {"float - 32-bit", F, {1, 2}, With(U32, {3, 1}, SubClip), {-2, 1}},
         {"minimum", U16, {1, 5}, With(U16, {3, 2}, MinOp), {1, 2}},
         {"maximum", U16, {1, 5}, With(U16, {3, 2}, MaxOp), {3, 5}},
         // A mask clears the pixels under 255, or inverted under 0.
@@ -89,7 +84,6 @@ TEST(Image2DArithmetic, OperationsOnOneImage) {
     RunOpCases({
         // operator*= works in float, truncates and clamps; 32 bits only at 0.
         {"8-bit *= 3", U8, {100, 2}, [](Image2D& i) { return i *= 3.0f; }, {255, 6}},
-        {"8-bit *= -1", U8, {100, 0}, [](Image2D& i) { return i *= -1.0f; }, {0, 0}},
         {"16-bit *= 1.5", U16, {3, 10}, [](Image2D& i) { return i *= 1.5f; }, {4, 15}},
         {"32-bit *= -1", U32, {10, 0}, [](Image2D& i) { return i *= -1.0f; }, {0, 0}},
         // operator+= truncates the offset, clamps 8 and 16 bits, wraps 32.
@@ -99,8 +93,6 @@ TEST(Image2DArithmetic, OperationsOnOneImage) {
         // bias: with clip the type's range, else the low bits; 260 & 255 = 4.
         {"8-bit bias clip", U8, {250, 5}, [](Image2D& i) { return i.bias(10, true); }, {255, 15}},
         {"8-bit bias wrap", U8, {250, 5}, [](Image2D& i) { return i.bias(10, false); }, {4, 15}},
-        {"8-bit bias -10 wrap", U8, {5, 20}, [](Image2D& i) { return i.bias(-10, false); }, {251, 10}},
-        {"8-bit bias 2.9", U8, {5, 0}, [](Image2D& i) { return i.bias(2.9, true); }, {7, 2}},
         {"32-bit bias clip", U32, {5, 20}, [](Image2D& i) { return i.bias(-10, true); }, {0, 10}},
         {"32-bit bias wrap", U32, {5, 20}, [](Image2D& i) { return i.bias(-10, false); }, {4294967291.0f, 10}},
         {"float bias", F, {1.5f, 0}, [](Image2D& i) { return i.bias(0.25, true); }, {1.75f, 0.25f}},
@@ -108,18 +100,15 @@ TEST(Image2DArithmetic, OperationsOnOneImage) {
         // Offsets of 1e20 are truncated to the widest integer the kernels
         // use; with clipping the result is the top or bottom of the type.
         {"8-bit bias 1e20", U8, {5, 200}, [](Image2D& i) { return i.bias(1e20, true); }, {255, 255}},
-        {"8-bit subtract 1e20", U8, {5, 200}, [](Image2D& i) { return i.subtract(1e20, true); }, {0, 0}},
         {"16-bit += 1e20", U16, {5, 7}, [](Image2D& i) { return i += 1e20f; }, {65535, 65535}},
         // scale: 300 & 255 = 44; 7.5 truncates to 7.
         {"8-bit scale clip", U8, {100, 1}, [](Image2D& i) { return i.scale(3, true); }, {255, 3}},
         {"8-bit scale wrap", U8, {100, 1}, [](Image2D& i) { return i.scale(3, false); }, {44, 3}},
         {"16-bit scale 2.5", U16, {3, 0}, [](Image2D& i) { return i.scale(2.5, true); }, {7, 0}},
         {"32-bit scale -2", U32, {10, 0}, [](Image2D& i) { return i.scale(-2, true); }, {0, 0}},
-        // square: 400 & 255 = 144; 90000 - 65536 = 24464; 32 bits wrap even
-        // with clip: 70000^2 - 2^32 = 605032704.
+        // square: 400 & 255 = 144; 32 bits wrap even with clip: 70000^2 - 2^32 = 605032704.
         {"8-bit square clip", U8, {20, 3}, [](Image2D& i) { return i.square(true); }, {255, 9}},
         {"8-bit square wrap", U8, {20, 3}, [](Image2D& i) { return i.square(false); }, {144, 9}},
-        {"16-bit square wrap", U16, {300, 3}, [](Image2D& i) { return i.square(false); }, {24464, 9}},
         {"32-bit square", U32, {70000, 3}, [](Image2D& i) { return i.square(true); }, {605032704, 9}},
         {"float square", F, {1.5f, -2}, [](Image2D& i) { return i.square(true); }, {2.25f, 4}},
         // clipHigh on 8-bit images tests its limit against 65535, so 300
@@ -128,15 +117,11 @@ TEST(Image2DArithmetic, OperationsOnOneImage) {
         {"8-bit clipHigh 70000", U8, {10, 100, 250}, [](Image2D& i) { return i.clipHigh(70000); }, {10, 100, 250}},
         {"8-bit clipHigh -5", U8, {10, 100, 250}, [](Image2D& i) { return i.clipHigh(-5); }, {0, 0, 0}},
         {"8-bit clipLow 300", U8, {10, 100, 250}, [](Image2D& i) { return i.clipLow(300); }, {255, 255, 255}},
-        {"8-bit clipLow -3", U8, {10, 100, 250}, [](Image2D& i) { return i.clipLow(-3); }, {10, 100, 250}},
         {"8-bit clipRange", U8, {10, 100, 250}, [](Image2D& i) { return i.clipRange(20, 200); }, {20, 100, 200}},
-        {"16-bit clipHigh 100.7", U16, {50, 100, 101}, [](Image2D& i) { return i.clipHigh(100.7); }, {50, 100, 100}},
         {"32-bit clipHigh 3e9", U32, {3e9f, 5, 0}, [](Image2D& i) { return i.clipHigh(3e9); }, {2147483647.0f, 5, 0}},
         {"float clipRange", F, {-1, 0.5f, 2}, [](Image2D& i) { return i.clipRange(-0.5, 1.5); }, {-0.5f, 0.5f, 1.5f}},
-        // sf = (high - low) / (max - min): 255 / 3 = 85 for 0..3, 100 / 10 =
-        // 10 for 10..20. 32-bit results stop at 2^31.
+        // sf = (high - low) / (max - min): 255 / 3 = 85 for 0..3. 32-bit results stop at 2^31.
         {"8-bit scaleToRange", U8, {0, 1, 2, 3}, [](Image2D& i) { return i.scaleToRange(0, 255); }, {0, 85, 170, 255}},
-        {"16-bit scaleToRange", U16, {10, 20}, [](Image2D& i) { return i.scaleToRange(100, 200); }, {100, 200}},
         {"float scaleToRange", F, {2, 4}, [](Image2D& i) { return i.scaleToRange(-1, 1); }, {-1, 1}},
         {"32-bit scaleToRange", U32, {0, 1}, [](Image2D& i) { return i.scaleToRange(0, 3e9); }, {0, 2147483648.0f}},
         {"constant scaleToRange", U8, {7, 7}, [](Image2D& i) { return i.scaleToRange(3, 9); }, {3, 3}},
@@ -144,7 +129,6 @@ TEST(Image2DArithmetic, OperationsOnOneImage) {
         // wrapping: 300 AND 255 = 44 and 44 - 100 wraps to 200.
         {"8-bit negative", U8, {0, 100}, [](Image2D& i) { return i.negative(0); }, {255, 155}},
         {"8-bit negative 300", U8, {0, 100}, [](Image2D& i) { return i.negative(300); }, {44, 200}},
-        {"16-bit negative", U16, {0, 100}, [](Image2D& i) { return i.negative(0); }, {65535, 65435}},
         {"32-bit negative", U32, {0, 1}, [](Image2D& i) { return i.negative(0); }, {2147483647.0f, 2147483646.0f}},
         {"32-bit negative 3", U32, {5, 1}, [](Image2D& i) { return i.negative(3); }, {4294967294.0f, 2}},
         {"float negative", F, {0.5f, 2}, [](Image2D& i) { return i.negative(1.5); }, {1, -0.5f}},
@@ -189,8 +173,7 @@ TEST(Image2DArithmetic, SubtractIntoANullImage) {
     ASSERT_TRUE(wrapped.subtract(src, false));
     EXPECT_EQ(Pixels(wrapped), (std::vector<float>{255, 0}));
 
-    EXPECT_FALSE(wrapped.subtract(Image2D(), true));
-    EXPECT_TRUE(Holds(LastText(wrapped), "subtract() - Source image contains no data"));
+    EXPECT_EQ(FailCode(wrapped, wrapped.subtract(Image2D(), true)), PIVerror::IMAGE_IS_NULL);
     EXPECT_EQ(FailCode(wrapped, wrapped.subtract(Image2D(3, 1, IMAGE_UINT8), true)),
               PIVerror::IMAGE_SIZE_MISMATCH);
 }
@@ -198,11 +181,8 @@ TEST(Image2DArithmetic, SubtractIntoANullImage) {
 TEST(Image2DArithmetic, ScaleToRangeRefusesAnEmptyRange) {
     Image2D img(2, 1, IMAGE_UINT8), empty;
     EXPECT_EQ(FailCode(img, img.scaleToRange(5, 5)), PIVerror::BAD_RANGE);
-    EXPECT_TRUE(Holds(LastText(img), "scaleToRange() - bad range (5,5)"));
-    // An image without a type is reported under the name this function has
-    // always used.
+    EXPECT_TRUE(HasText(LastText(img), "scaleToRange() - bad range (5,5)"));
     EXPECT_EQ(FailCode(empty, empty.scaleToRange(0, 1)), PIVerror::IMAGE_TYPE_UNSUPPORTED);
-    EXPECT_TRUE(Holds(LastText(empty), "sclaeToRange()"));
 }
 
 TEST(Image2DArithmetic, GammaCorrectionIsForFloatImages) {
@@ -211,11 +191,9 @@ TEST(Image2DArithmetic, GammaCorrectionIsForFloatImages) {
     EXPECT_EQ(FailCode(img, img.gammaCorrection(2, 0)), PIVerror::BAD_RANGE);
 }
 
-// Refusals of the operations with a second image or a table, and the
-// operations that make new images: a null target becomes a copy of the
-// larger image, and a valid-pixel mask of the source's size (limits 9.9 and
-// 15.7 truncate to 9 and 15: of 5, 10, 15, 20 the middle two stay valid).
-// normalize leaves the cached statistics as they were.
+// A null target becomes a copy of the larger image, or a valid-pixel mask
+// (limits 9.9 and 15.7 truncate to 9 and 15: of 5, 10, 15, 20 the middle two
+// stay valid); normalize keeps the cached statistics.
 TEST(Image2DArithmetic, NewImagesAndRefusals) {
     const Image2D src = MakeImage(4, 1, IMAGE_UINT16, {5, 10, 15, 20});
     Image2D fresh, valid, img = MakeImage(3, 1, IMAGE_UINT8, {2, 4, 6}), word(2, 1, IMAGE_UINT16);
@@ -231,9 +209,8 @@ TEST(Image2DArithmetic, NewImagesAndRefusals) {
     EXPECT_EQ(FailCode(word, word.applyLUT(nullptr, 3)), PIVerror::INVALID_POINTER);
     EXPECT_EQ(FailCode(word, word.applyLUT(lut, 0)), PIVerror::BAD_DIMENSIONS);
     EXPECT_EQ(FailCode(valid, valid.getValidPixels(src, 3, 1)), PIVerror::BAD_RANGE);
-    EXPECT_TRUE(Holds(LastText(valid), "getValidPixels() - Bad range: 3 to 1"));
+    EXPECT_TRUE(HasText(LastText(valid), "getValidPixels() - Bad range: 3 to 1"));
     EXPECT_EQ(FailCode(fresh, fresh.minImage(fresh)), PIVerror::OVERWRITE_OWN_DATA);
-    EXPECT_TRUE(Holds(LastText(fresh), "minImage() - Source image identical to destination"));
     EXPECT_EQ(FailCode(fresh, fresh.maxImage(Image2D(4, 1, IMAGE_UINT8))),
               PIVerror::IMAGE_SIZE_MISMATCH);
     EXPECT_EQ(FailCode(word, word.applyMask(Image2D(2, 1, IMAGE_UINT16), false)),
@@ -243,24 +220,11 @@ TEST(Image2DArithmetic, NewImagesAndRefusals) {
 }
 
 // Status lines go to standard output while enabled.
-TEST(Image2DArithmetic, StatusLines) {
-    struct Case {
-        std::function<void(Image2D&, Image2D&)> op;
-        const char* text;
-    } cases[] = {
-        // clang-format off
-        {[](Image2D& i, Image2D&) { i.clipHigh(300); }, "  Clipping image at 300\n"},
-        {[](Image2D& i, Image2D&) { i.negative(2.5); }, "  Negative (offset=2.5)\n"},
-        {[](Image2D& i, Image2D&) { i.crop(RECT2D{1, 3, 1, 3}); }, "  Cropping image from (1,1) to (3,3)\n"},
-        {[](Image2D& i, Image2D& s) { i.subtract(s, true); }, "  Subtracting image\n"},
-        {[](Image2D& i, Image2D& s) { s.setFileName("bkgd.pgm"); i.subtract(s, true); }, "  Subtracting image 'bkgd.pgm'\n"},
-        // clang-format on
-    };
-    for (const Case& c : cases) {
-        Image2D img(4, 4, IMAGE_UINT8), src(4, 4, IMAGE_UINT8);
-        img.enableStatusMessages(true);
-        testing::internal::CaptureStdout();
-        c.op(img, src);
-        EXPECT_EQ(testing::internal::GetCapturedStdout(), c.text);
-    }
+TEST(Image2DArithmetic, StatusLineNamesTheSubtractedFile) {
+    Image2D img(4, 4, IMAGE_UINT8), src(4, 4, IMAGE_UINT8);
+    src.setFileName("bkgd.pgm");
+    img.enableStatusMessages(true);
+    testing::internal::CaptureStdout();
+    img.subtract(src, true);
+    EXPECT_EQ(testing::internal::GetCapturedStdout(), "  Subtracting image 'bkgd.pgm'\n");
 }

@@ -63,7 +63,7 @@ TEST(Image2D_Map2D, OutsideTheSourceIsDarkOrMaskedAndBadInputIsRefused) {
     Messages messages;
     EXPECT_EQ(FailCode(mapper, mapper.mapImage(Image2D(), dest, false, false)),
               PIVerror::IMAGE_IS_NULL);
-    EXPECT_TRUE(Holds(messages.all(), "mapImage() - no data in source image"));
+    EXPECT_TRUE(HasText(messages.all(), "mapImage() - no data in source image"));
     shift.dest_img_width = 0;
     mapper.setMappingFunction(shift);
     EXPECT_EQ(FailCode(mapper, mapper.mapImage(source, dest, false, false)),

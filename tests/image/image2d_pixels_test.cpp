@@ -53,23 +53,15 @@ TEST(Image2DPixels, RowsAndColumnsTravelAsFloatWithinTheImage) {
     EXPECT_EQ(FailCode(img, img.getRow(row, 2)), PIVerror::OUTSIDE_IMAGE);
     EXPECT_EQ(FailCode(img, img.getColumn(column, -1)), PIVerror::OUTSIDE_IMAGE);
     EXPECT_EQ(FailCode(img, img.getRow(nullptr, 0)), PIVerror::INVALID_POINTER);
-    // Without a hook the messages go to stderr.
-    const PIVMessageHook held = MessageHook();
-    SetMessageHook(nullptr);
-    testing::internal::CaptureStderr();
-    img.pixel(3, 0);
-    SetMessageHook(held);
-    EXPECT_TRUE(Holds(testing::internal::GetCapturedStderr(), "outside of 3x2 image"));
     Image2D fresh(2, 2, IMAGE_UINT8);
     EXPECT_EQ(FailCode(fresh, fresh.setPixel(2, 0, 1.0f)), PIVerror::NO_ERROR);
     DebugLevelScope level(3);
     EXPECT_EQ(FailCode(fresh, fresh.setPixel(2, 0, 1.0f)), PIVerror::OUTSIDE_IMAGE);
 }
 
-// fill stores the truncated value but keeps the asked-for value as the
-// statistics, until the next change asks for a new scan. Every change of
-// pixels asks for new statistics; the image operators leave the changed
-// flag alone.
+// fill stores the truncated value but keeps the asked-for one as the
+// statistics; every change of pixels asks for new ones, and the image
+// operators leave the changed flag alone.
 TEST(Image2DPixels, FillAndTheFlagsOfChange) {
     Image2D img(5, 2, IMAGE_UINT8);
     EXPECT_TRUE(img.needsStatistics());
@@ -100,9 +92,8 @@ TEST(Image2DPixels, FillAndTheFlagsOfChange) {
     EXPECT_STREQ(img.description(), "");
 }
 
-// Pixel (x, y) = 10 y + x of a 4x3 image; a 2x2 window at (1, 1) holds 11,
-// 12, 21, 22. Windows reaching outside, negative sizes and strides shorter
-// than a row are refused before anything is written.
+// Pixel (x, y) = 10 y + x; a 2x2 window at (1, 1) holds 11, 12, 21, 22.
+// Windows outside, negative sizes and short strides are refused untouched.
 TEST(Image2DPixels, FillSampleWritesRowsStrideApartAndClearsTheRest) {
     Image2D img = MakeImage(4, 3, IMAGE_UINT16, {0, 1, 2, 3, 10, 11, 12, 13, 20, 21, 22, 23});
     std::vector<float> out(8, -1.0f);
@@ -152,16 +143,6 @@ TEST(Image2DPixels, InterpolatedPixelUsesOnlyTheLowerRow) {
     EXPECT_TRUE(std::isnan(img.interpolatedPixel(std::nanf(""), 0.5f, 0)));
 }
 
-// s starts at `step` and grows by 1 ahead of each row whose number, counted
-// from 1, is a multiple of `every`.
-TEST(Image2DPixels, TestPatternGrowsItsStepEveryNthRow) {
-    Image2D img(4, 3, IMAGE_UINT8);
-    ASSERT_TRUE(img.testPattern(1, 2, 2));
-    EXPECT_EQ(Pixels(img), (std::vector<float>{1, 3, 5, 7, 1, 4, 7, 10, 1, 4, 7, 10}));
-    ASSERT_TRUE(img.testPattern(0, 0, 1));
-    EXPECT_EQ(Pixels(img), (std::vector<float>{0, 1, 2, 3, 0, 2, 4, 6, 0, 3, 6, 9}));
-}
-
 TEST(Image2DPixels, ReplicateAndVectorMultiplyMakeFloatImages) {
     const float line[3] = {1, 2, 3};
     const float b[2] = {10, 100};
@@ -176,21 +157,14 @@ TEST(Image2DPixels, ReplicateAndVectorMultiplyMakeFloatImages) {
     EXPECT_EQ(Pixels(outer), (std::vector<float>{10, 20, 30, 100, 200, 300}));
 
     EXPECT_EQ(FailCode(rows, rows.replicate(nullptr, 3, 2, true)), PIVerror::INVALID_POINTER);
-    EXPECT_TRUE(Holds(LastText(rows), "Bad line data"));
 }
 
-// Comparison is bytewise, padding included. In a 3x2 8-bit image (stride 4)
-// pixel (1, 1) is byte 5.
+// Comparison is bytewise, padding included.
 TEST(Image2DPixels, EqualityComparesTypeSizeAndBytes) {
     Image2D a = Filled(3, 2, IMAGE_UINT8, 7), b(a);
     EXPECT_TRUE(a == b);
     b.setPixel(1, 1, 9);
-    {
-        Messages messages;
-        DebugLevelScope level(1);
-        EXPECT_TRUE(a != b);
-        EXPECT_TRUE(Holds(messages.all(), "images different at byte 5 (7 vs 9)"));
-    }
+    EXPECT_TRUE(a != b);
     EXPECT_FALSE(a == Filled(4, 2, IMAGE_UINT8, 7));
     EXPECT_FALSE(a == Image2D(3, 2, IMAGE_UINT16));
     EXPECT_FALSE(Image2D() == Image2D());

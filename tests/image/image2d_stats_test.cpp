@@ -49,11 +49,8 @@ TEST(Image2DStatistics, ScanOnlyWhenNeededOrForced) {
     EXPECT_DOUBLE_EQ(img.mean(), 3.0);
     EXPECT_TRUE(img.doStatistics(true));
     EXPECT_DOUBLE_EQ(img.mean(), 7.0);
-
-    Messages messages;
     Image2D empty;
     EXPECT_EQ(FailCode(empty, empty.doStatistics(true)), PIVerror::IMAGE_IS_NULL);
-    EXPECT_EQ(messages.all(), "");  // quiet at debug level 0
 }
 
 // binWidth = (high + 1 - low) / count in whole counts for integer images;
@@ -95,7 +92,6 @@ TEST(Image2DStatistics, HistogramRangesAndBins) {
     uint32_t bins[2];
     double w, lo, hi;
     EXPECT_EQ(FailCode(img, img.histogram(bins, 1, w, lo, hi)), PIVerror::OPERATION_FAILED);
-    EXPECT_TRUE(Holds(LastText(img), "histogram() - not enough bins for computation"));
     EXPECT_EQ(FailCode(img, img.histogram(nullptr, 2, w, lo, hi)), PIVerror::OPERATION_FAILED);
 }
 
@@ -120,12 +116,10 @@ TEST(Image2DStatistics, IsConstantAgainstFirstPixelOrZero) {
     EXPECT_TRUE(padded.isZero());
 }
 
-// The 3x2 image of pixels 0..5 again: mean 2.5 and deviation
-// sqrt(6 * 55 - 15^2) / 6 = sqrt(105) / 6. Then a 5x5 image with pixel
-// (x, y) = x + 10 y: a 3x3 window at (2, 2) covers x and y in 1..3: mean 22,
-// and the squared deviations 3 (1 + 0 + 1) + 3 (100 + 0 + 100) = 606 over 8
-// give the variance 75.75. At the right edge the exclusive end is pulled back
-// to the last column, so the window at (4, 2) keeps column 3 alone: 13, 23, 33.
+// Pixels 0..5 again: mean 2.5, deviation sqrt(6 * 55 - 15^2) / 6. In a 5x5
+// image of x + 10 y a 3x3 window at (2, 2) has mean 22 and variance
+// (3 (1 + 1) + 3 (100 + 100)) / 8 = 75.75; at the right edge the window at
+// (4, 2) keeps column 3 alone: 13, 23, 33.
 TEST(Image2DStatistics, LocalMeans) {
     const Image2D rect = MakeImage(3, 2, IMAGE_UINT16, {0, 1, 2, 3, 4, 5});
     double mean = -1, deviation = -1;

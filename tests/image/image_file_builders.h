@@ -1,6 +1,5 @@
-// Small image files built byte by byte, for the tests of damaged and
-// hostile input: the headers of PCO, IM7 and IMX files with their fields at
-// the offsets the formats give.
+// Small PCO, IM7 and IMX files built byte by byte, their header fields at the
+// offsets the formats give, for the tests of damaged and hostile input.
 #pragma once
 
 #include <cstdint>

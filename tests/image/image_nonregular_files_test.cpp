@@ -1,7 +1,5 @@
 // Names of things that are no files: a folder, a named pipe nobody writes
-// to, an endless device. A series whose list names one of them by mistake
-// must go on with the next frame: opening a pipe without a writer would
-// wait for ever, and a device would be read without end.
+// to, an endless device. No loader may wait on them or read them for ever.
 
 #include "image_format.h"
 #include "image_test_support.h"

@@ -1,22 +1,15 @@
 // Helpers shared by the image tests: small images from literal pixel lists,
-// scratch directories, files of literal bytes and a catcher for the
-// library's messages.
+// scratch folders, files of literal bytes and a catcher of messages.
 #pragma once
 
 #include <gtest/gtest.h>
-#include <unistd.h>
 
-#include <cstdio>
-#include <cstdlib>
-#include <filesystem>
-#include <fstream>
 #include <functional>
 #include <string>
 #include <vector>
 
 #include "image2d.h"
 #include "message_capture.h"
-#include "piv_messages.h"
 #include "scratch_files.h"
 
 namespace image_test {
@@ -60,12 +53,6 @@ inline std::string Shape(const Image2D& img) {
 template <typename T>
 int FailCode(T& obj, bool ok) {
     return ok ? -1 : obj.error().getLastErrorCode();
-}
-
-// Whether `text` holds `part`, showing the text when it does not.
-inline ::testing::AssertionResult Holds(const std::string& text, const std::string& part) {
-    if (text.find(part) != std::string::npos) return ::testing::AssertionSuccess();
-    return ::testing::AssertionFailure() << "'" << text << "' lacks '" << part << "'";
 }
 
 // A w x h image of zeros but for `value` at row-major index `at`.
@@ -120,5 +107,12 @@ inline std::string DataFile(const std::string& name) {
 // neither clutter the output nor go unchecked.
 using Messages = ::MessageCapture;
 using ::DebugLevelScope;
+
+// Fixture: a scratch folder of the test's own and a catcher of its messages.
+class ScratchFiles : public testing::Test {
+protected:
+    ScratchDir dir;
+    Messages messages;
+};
 
 }  // namespace image_test

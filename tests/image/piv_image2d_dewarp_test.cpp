@@ -1,6 +1,5 @@
 // Dewarping on load: a view calibration file with two mappings, a recorded
-// calibration target, and the dewarped frame whose dots must sit on their
-// grid nodes.
+// calibration target, and the dewarped frame whose dots sit on their nodes.
 
 #include <cmath>
 
@@ -74,8 +73,8 @@ TEST(PIV_Image2D, TwoViewsReadBackAndDewarpTheirDotsOntoTheNodes) {
     const std::string path = dir.file("views.cal");
     ASSERT_TRUE(written.save(path.c_str()));
     const std::string text = ReadBytes(path);
-    EXPECT_TRUE(Holds(text, "View0_maptype"));
-    EXPECT_TRUE(Holds(text, "View1_px09"));
+    EXPECT_TRUE(HasText(text, "View0_maptype"));
+    EXPECT_TRUE(HasText(text, "View1_px09"));
 
     PIV3C_Parameters read;
     ASSERT_TRUE(read.load(path.c_str()));
@@ -152,7 +151,7 @@ TEST(PIV_Image2D, DewarpWithoutItsFileLoadsTheFrameAsItIs) {
         ASSERT_TRUE(img.load(dir.file("f.tif").c_str(), false)) << file;
         EXPECT_EQ(Pixels(img), Pixels(raw)) << file;
     }
-    EXPECT_TRUE(Holds(messages.all(), "holds no mapping for view 1"));
+    EXPECT_TRUE(HasText(messages.all(), "holds no mapping for view 1"));
 }
 
 namespace {
@@ -192,9 +191,8 @@ struct ShiftedScene {
 }  // namespace
 
 // Three ways to the dewarped frame of view 1: dewarping on load, and a
-// stereo view with and without a mask file. Without one the mask marks only
-// what the view does not see; column 159 reads source column 359 (inside),
-// column 160 reads 360.
+// stereo view with and without a mask file; without one the mask marks only
+// what the view does not see (column 160 reads source column 360).
 TEST(PIV_Image2D, MaskIsDewarpedWithItsFrame) {
     for (int mode : {0, 1, 2}) {
         SCOPED_TRACE(mode);

@@ -1,6 +1,5 @@
-// Frames and pairs loaded from real files in a scratch folder: companions
-// found by name, the load steps against the same steps run by hand in
-// memory, double-frame files, the analysis modes and bad input.
+// Frames and pairs loaded from files: companions found by name, the load steps
+// against the same steps run by hand, double-frame files, modes and bad input.
 #include <gtest/gtest.h>
 
 #include <cstring>
@@ -56,12 +55,7 @@ private:
     std::filesystem::path m_old;
 };
 
-// Each test writes to a scratch folder of its own and catches the messages.
-class PivImagePair : public testing::Test {
-protected:
-    ScratchDir dir;
-    Messages messages;
-};
+using PivImagePair = ScratchFiles;
 using PivImage2D = PivImagePair;
 
 }  // namespace
@@ -178,13 +172,10 @@ TEST_F(PivImagePair, DoubleFramePcoFileGivesBothFrames) {
     EXPECT_NE(pair.savedFilesText().find("\nImage2: " + out + "/doubleb.img"), std::string::npos);
 }
 
-// Files that hold both frames: an IM7 of two stacked frames of 3 x 2 words
-// (1..6, then 101..106) and libtiff's two-page TIFF of 8 x 4 (pixel (0, 0)
-// is 1 on page 0 and 7 on page 1). In PCO mode a pair takes frame 0 as A
-// and frame 1 as B. A file named twice outside it, however the path is
-// spelt, gives one frame twice, as does a single-page TIFF in PCO mode,
-// whose page 1 does not exist; the pair says so and how many frames the
-// file holds.
+// Files that hold both frames: an IM7 of two stacked 3 x 2 frames (1..6, then
+// 101..106) and a two-page TIFF (pixel (0, 0) 1, then 7). In PCO mode a pair
+// takes frame 0 as A and 1 as B; a file named twice, however spelt, or a
+// single page in PCO mode gives one frame twice, and the pair says so.
 TEST_F(PivImagePair, FilesOfTwoFramesAreKnownAsSuch) {
     std::string words(24, '\0');
     for (int i = 0; i < 12; i++) Put16(words, 2 * i, i < 6 ? i + 1 : i + 95);
@@ -311,18 +302,10 @@ TEST_F(PivImagePair, CameraBuffers) {
 }
 
 TEST_F(PivImage2D, PreProcessingIsNeededWhenAnyStepIsOn) {
-    // Nothing, then mask, background, rotation, flip, dewarp, crop, median,
-    // min-max and transformation.
-    void (*const steps[])(IMAGE_CFG&) = {[](IMAGE_CFG&) {},
-                                         [](IMAGE_CFG& c) { c.MaskEnable = true; },
-                                         [](IMAGE_CFG& c) { c.BkgdSubtract = true; },
+    // Nothing, then one step of each kind: a flag, a rotation, a filter.
+    void (*const steps[])(IMAGE_CFG&) = {[](IMAGE_CFG&) {}, [](IMAGE_CFG& c) { c.Crop = true; },
                                          [](IMAGE_CFG& c) { c.Rotation = 90; },
-                                         [](IMAGE_CFG& c) { c.Flip = 1; },
-                                         [](IMAGE_CFG& c) { c.Dewarp = true; },
-                                         [](IMAGE_CFG& c) { c.Crop = true; },
-                                         [](IMAGE_CFG& c) { c.filters.Median = true; },
-                                         [](IMAGE_CFG& c) { c.filters.MinMax = true; },
-                                         [](IMAGE_CFG& c) { c.transformation.Enable = true; }};
+                                         [](IMAGE_CFG& c) { c.filters.Median = true; }};
     for (size_t i = 0; i < std::size(steps); i++) {
         IMAGE_CFG cfg;
         steps[i](cfg);

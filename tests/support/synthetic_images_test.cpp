@@ -22,7 +22,6 @@ constexpr double kPi = 3.14159265358979323846;
 constexpr double kAxisIntegral = 1.253314137;
 constexpr double kCentreAxis = kAxisIntegral * 0.682689492;                         // 0.855624
 constexpr double kNeighbourAxis = kAxisIntegral * (0.997300204 - 0.682689492) / 2;  // 0.197153
-constexpr double kHalfAxis = kAxisIntegral * 0.954499736 / 2;                       // 0.598144
 
 SynthParams FloatImage(int width, int height) {
     SynthParams params;
@@ -48,9 +47,8 @@ TEST(SyntheticFlows, DisplacementsWorkedByHand) {
         // dx = 1 + 0.05 (y - 100): 1 px on row 100, 1 + 0.05 * 40 = 3 px on row 140.
         {"shear, reference row", shear, 7, 100, 1, 0, 0},
         {"shear, 40 rows on", shear, 200, 140, 3, 0, 0},
-        // Wavelength 64: sin is 1 at y = 16, 0 at y = 32, -1 at y = 48.
+        // Wavelength 64: sin is 1 at y = 16 and -1 at y = 48.
         {"sine crest", sine, 0, 16, 2, 0.5, 1e-12},
-        {"sine zero", sine, 0, 32, 0, 0.5, 1e-12},
         {"sine trough", sine, 0, 48, -2, 0.5, 1e-12},
         {"a phase of pi/2 moves the crest to y = 0", shifted, 0, 0, 2, 0, 1e-12},
         // Gamma 60, rc 10: at r = rc the speed is 60 / (2 pi 10) * (1 - e^-1)
@@ -79,15 +77,6 @@ TEST(SyntheticImages, ParticleOnAPixelCentreMatchesTheNormalTable) {
     EXPECT_NEAR(At(image, 17, 9, 8), kCentreAxis * kNeighbourAxis, 1e-6);
     EXPECT_NEAR(At(image, 17, 8, 7), kCentreAxis * kNeighbourAxis, 1e-6);
     EXPECT_NEAR(At(image, 17, 7, 9), kNeighbourAxis * kNeighbourAxis, 1e-6);
-}
-
-TEST(SyntheticImages, ParticleOnAPixelEdgeSplitsEvenly) {
-    // At x = 10.5 pixel 10 covers [-2 sigma, 0] and pixel 11 [0, 2 sigma].
-    const std::vector<Particle> particles{{10.5, 8.0, 1.0, 2.0}};
-    const std::vector<float> image = RenderParticles(particles, 21, 17, FloatImage(21, 17));
-    EXPECT_NEAR(At(image, 21, 10, 8), kHalfAxis * kCentreAxis, 1e-6);  // 0.511787
-    EXPECT_FLOAT_EQ(At(image, 21, 10, 8), At(image, 21, 11, 8));
-    EXPECT_FLOAT_EQ(At(image, 21, 9, 8), At(image, 21, 12, 8));
 }
 
 TEST(SyntheticImages, AnIsolatedParticleKeepsItsVolumeAndCentroid) {
@@ -121,31 +110,22 @@ TEST(SyntheticImages, QuantisationRoundsToNearestCount) {
     EXPECT_EQ(At(image, 17, 9, 9), 5.0f);
 }
 
-TEST(SyntheticImages, OverexposedParticlesClipAtFullScale) {
+TEST(SyntheticImages, CountsClipAtZeroAndFullScale) {
+    // Overexposed particles over zero-mean noise: unclipped, the brightest
+    // pixels would pass full scale and half the background fall below 0.
     SynthParams params;
     params.width = params.height = 64;
     params.particleDensity = 0.05;
     params.peakIntensity = 3.0;
+    params.noiseSigma = 0.05;
     for (int bits : {8, 16}) {
         params.bitDepth = bits;
         const SyntheticPair pair = RenderPair(params, UniformFlow(0.0, 0.0));
-        const float fullScale = static_cast<float>((1 << bits) - 1);
-        EXPECT_EQ(*std::max_element(pair.a.begin(), pair.a.end()), fullScale) << bits << " bits";
+        const auto [lo, hi] = std::minmax_element(pair.a.begin(), pair.a.end());
+        EXPECT_EQ(*hi, static_cast<float>((1 << bits) - 1)) << bits << " bits";
+        EXPECT_EQ(*lo, 0.0f) << bits << " bits";
         for (float v : pair.a) ASSERT_EQ(v, std::floor(v)) << "counts must be whole";
     }
-}
-
-TEST(SyntheticImages, NoiseBelowZeroClipsAtZero) {
-    // Pure zero-mean noise: about half of the pixels would be negative.
-    SynthParams params;
-    params.width = params.height = 64;
-    params.particleDensity = 0.0;
-    params.noiseSigma = 0.05;
-    const SyntheticPair pair = RenderPair(params, UniformFlow(0.0, 0.0));
-    EXPECT_EQ(*std::min_element(pair.a.begin(), pair.a.end()), 0.0f);
-    const double zeros = std::count(pair.a.begin(), pair.a.end(), 0.0f) / double(pair.a.size());
-    EXPECT_GT(zeros, 0.45);
-    EXPECT_LT(zeros, 0.60);
 }
 
 TEST(SyntheticImages, NoiseHasTheRequestedSigmaAndIsIndependentBetweenFrames) {
@@ -220,21 +200,6 @@ TEST(SyntheticPairs, ParticlesAreCentredOnTheFlowAtTheirMidpoint) {
         ASSERT_NEAR(b.x - a.x, dx, 1e-9);
         ASSERT_NEAR(b.y - a.y, dy, 1e-9);
     }
-}
-
-TEST(SyntheticPairs, SeedDeterminesThePair) {
-    SynthParams params;
-    params.width = params.height = 64;
-    params.noiseSigma = 0.02;
-    const SinusoidalFlow flow(1.5, 32.0);
-    const SyntheticPair first = RenderPair(params, flow);
-    const SyntheticPair again = RenderPair(params, flow);
-    EXPECT_EQ(first.a, again.a);
-    EXPECT_EQ(first.b, again.b);
-    params.seed = 2;
-    const SyntheticPair other = RenderPair(params, flow);
-    EXPECT_NE(first.a, other.a);
-    EXPECT_NE(first.particlesA.front().x, other.particlesA.front().x);
 }
 
 TEST(SyntheticPairs, RejectsParametersItCannotHonour) {

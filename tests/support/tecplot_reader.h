@@ -1,8 +1,7 @@
 // Tecplot binary files read by a reader written from the public description
-// of the version 7.5 format (header, zones, data sections); it shares
-// nothing with the program's writer. Where the program's files
-// deliberately depart from that description, the reader knows it from one
-// table, kQuirks, and records each departure it meets in QuirksMet().
+// of the version 7.5 format, sharing nothing with the program's writer. The
+// program's deliberate departures are listed in kQuirks; QuirksMet() records
+// each one met.
 #pragma once
 
 #include <gtest/gtest.h>
