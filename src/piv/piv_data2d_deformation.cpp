@@ -168,16 +168,6 @@ bool PIV_Data2D_Deformation::interpolateDisplacement(double x, double y, double*
     return true;
 }
 
-bool PIV_Data2D_Deformation::mapData(int row, int width, float* dx, float* dy) const {
-    std::vector<double> scratch;
-    try {
-        scratch.resize(mapScratchSize());
-    } catch (const std::bad_alloc&) {
-        return false;
-    }
-    return mapData(row, width, dx, dy, scratch.data());
-}
-
 bool PIV_Data2D_Deformation::mapData(int row, int width, float* dx, float* dy,
                                      double* scratch) const {
     if (isNull() || !m_ready || !dx || !dy || width < 1 || !scratch) return false;

@@ -39,9 +39,8 @@ public:
     // prepared (prepareSplineCoefficients, or setData for other methods).
     // `scratch` holds mapScratchSize() doubles of the calling thread: a
     // parallel warp hands each worker its own, allocated before the workers
-    // start. Without it the call allocates for itself.
+    // start.
     bool mapData(int row, int width, float* dx, float* dy, double* scratch) const;
-    bool mapData(int row, int width, float* dx, float* dy) const;
     size_t mapScratchSize() const { return 2 * size_t(m_nx > 0 ? m_nx : 0); }
     // Tabulates the x weights of image columns 0 .. width-1 once, so that
     // mapData of every row of that width reuses them.

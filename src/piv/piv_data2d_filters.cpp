@@ -10,12 +10,10 @@
 
 namespace {
 
-// The float members a filter works on, in this order: displacement first,
-// then the physical values so that a converted field stays consistent.
-constexpr int kComponents = 9;
-float PIV_VECTOR::*const kComponent[kComponents] = {
-    &PIV_VECTOR::dx, &PIV_VECTOR::dy, &PIV_VECTOR::dz, &PIV_VECTOR::u, &PIV_VECTOR::v,
-    &PIV_VECTOR::w,  &PIV_VECTOR::sx, &PIV_VECTOR::sy, &PIV_VECTOR::sz};
+// A filter works on displacement and the physical values alike, so that a
+// converted field stays consistent.
+constexpr int kComponents = PIV::kTripleComponents;
+constexpr const auto& kComponent = PIV::kTripleMembers;
 
 // Median of `count` values, the mean of the middle two for an even count.
 float MedianOf(float* values, int count) {

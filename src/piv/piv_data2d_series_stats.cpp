@@ -180,12 +180,14 @@ bool PIV_Data2D_Stats::update() {
         const PIV_STATS_ACCUMULATOR* q = m_nodes[k].q;
         const uint64_t n = q[Q_DX].count;
         const uint8_t flag = n >= 1 ? VECTOR_ENABLED : VECTOR_OUTLIER;
-        float PIV_VECTOR::*const members[] = {
-            &PIV_VECTOR::dx, &PIV_VECTOR::dy, &PIV_VECTOR::dz, &PIV_VECTOR::u,  &PIV_VECTOR::v,
-            &PIV_VECTOR::w,  &PIV_VECTOR::sx, &PIV_VECTOR::sy, &PIV_VECTOR::sz, &PIV_VECTOR::corr};
-        for (int m = 0; m < 10; m++) {
-            avg[k].*members[m] = float(q[m].mean);
-            rms[k].*members[m] = float(q[m].stdDev());
+        // The quantities Q_DX .. Q_SZ are the triples' components in order,
+        // the correlation next.
+        static_assert(Q_DX == 0 && Q_CORR == PIV::kTripleComponents, "quantity order");
+        for (int m = 0; m <= PIV::kTripleComponents; m++) {
+            float PIV_VECTOR::*const member =
+                m < PIV::kTripleComponents ? PIV::kTripleMembers[m] : &PIV_VECTOR::corr;
+            avg[k].*member = float(q[m].mean);
+            rms[k].*member = float(q[m].stdDev());
         }
         avg[k].meanSquaredCorr = avg[k].corr;
         rms[k].meanSquaredCorr = rms[k].corr;

@@ -121,19 +121,21 @@ namespace PIV {
 // counting on from the address of another.
 enum VectorTriple { TRIPLE_DISPLACEMENT = 0, TRIPLE_VELOCITY = 1, TRIPLE_SHIFT = 2 };
 
-inline constexpr float PIV_VECTOR::*kTripleMembers[3][3] = {
-    {&PIV_VECTOR::dx, &PIV_VECTOR::dy, &PIV_VECTOR::dz},
-    {&PIV_VECTOR::u, &PIV_VECTOR::v, &PIV_VECTOR::w},
-    {&PIV_VECTOR::sx, &PIV_VECTOR::sy, &PIV_VECTOR::sz},
+// The nine float components of the three triples, triple by triple: the
+// members a field filter or a series statistic treats alike.
+inline constexpr int kTripleComponents = 9;
+inline constexpr float PIV_VECTOR::*kTripleMembers[kTripleComponents] = {
+    &PIV_VECTOR::dx, &PIV_VECTOR::dy, &PIV_VECTOR::dz, &PIV_VECTOR::u,  &PIV_VECTOR::v,
+    &PIV_VECTOR::w,  &PIV_VECTOR::sx, &PIV_VECTOR::sy, &PIV_VECTOR::sz,
 };
 inline constexpr float PIV_PEAK::*kPeakMembers[3] = {&PIV_PEAK::x, &PIV_PEAK::y, &PIV_PEAK::value};
 
 // Component c (0 x, 1 y, 2 z) of a triple.
 inline float& Component(PIV_VECTOR& v, int triple, int c) {
-    return v.*kTripleMembers[triple][c];
+    return v.*kTripleMembers[3 * triple + c];
 }
 inline float Component(const PIV_VECTOR& v, int triple, int c) {
-    return v.*kTripleMembers[triple][c];
+    return v.*kTripleMembers[3 * triple + c];
 }
 // Component c of a peak: 0 x, 1 y, 2 value.
 inline float& PeakComponent(PIV_PEAK& p, int c) {

@@ -223,7 +223,8 @@ TEST(FieldBetweenNodes, SplineOfTheFieldHitsItsNodes) {
     map.setMethod(PIV::INTERPOLATE_BSPLINE, 3);
     std::vector<float> dx(160), dy(160);
     ASSERT_TRUE(map.prepareSplineCoefficients());
-    ASSERT_TRUE(map.mapData(48, 160, dx.data(), dy.data()));
+    std::vector<double> scratch(map.mapScratchSize());
+    ASSERT_TRUE(map.mapData(48, 160, dx.data(), dy.data(), scratch.data()));
     for (int i = 0; i < 9; i++) EXPECT_NEAR(dx[size_t(16 + 16 * i)], f.data()[2 * 9 + i].dx, 2e-5);
 }
 
