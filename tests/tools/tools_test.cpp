@@ -17,6 +17,8 @@
 
 #include "eval_options.h"
 #include "eval_run.h"
+#include "image2d.h"
+#include "image_file_builders.h"
 #include "image_format.h"
 #include "message_capture.h"
 #include "piv_data2d.h"
@@ -74,12 +76,15 @@ PIV_Data2D* InMemory(const std::vector<std::string>& argv, std::string* error) {
     params.setPivParameters(PIV_PARAMETERS());
     params.setPostProcessCfg(POSTPROCESS_CFG());
     params.setImageCfg(IMAGE_CFG());
-    if (!eval_tool::ApplyParameters(o, params, *error)) return nullptr;
+    eval_tool::Calibration calibration;
+    if (!eval_tool::ApplyParameters(o, params, calibration, *error)) return nullptr;
     PIV::SetMeasuredFFTPlans(false);
     static std::unique_ptr<eval_tool::Evaluator> evaluator;
-    evaluator.reset(new eval_tool::Evaluator(o, params));
+    evaluator.reset(new eval_tool::Evaluator(o, params, calibration));
     if (!evaluator->prepare(*error)) return nullptr;
-    const eval_tool::PairResult r = evaluator->evaluate(o.first, o.second);
+    eval_tool::FrameRef a, b;
+    if (!eval_tool::ResolvePair(o, o.first, o.second, a, b, *error)) return nullptr;
+    const eval_tool::PairResult r = evaluator->evaluate(a, b);
     if (r.exit != 0) return *error = r.message, nullptr;
     return &evaluator->result();
 }
@@ -214,7 +219,8 @@ TEST(KelvaneEval, ParameterFileDrivesThePostProcessing) {
     params.setPivEvalCfg(cfg, false);
     const std::string par = dir.file("filtered.par");
     ASSERT_TRUE(params.saveASCII(par.c_str()));
-    const Outcome plain = Eval(dir, {"--method", "single", p.a, p.b, "-o", dir.file("plain.nc")});
+    const Outcome plain =
+        Eval(dir, {"--method", "single", "--no-validation", p.a, p.b, "-o", dir.file("plain.nc")});
     const Outcome filtered = Eval(dir, {"-p", par, p.a, p.b, "-o", dir.file("filtered.nc")});
     ASSERT_EQ(plain.exit, 0) << plain.err;
     ASSERT_EQ(filtered.exit, 0) << filtered.err;
@@ -283,6 +289,9 @@ TEST(KelvaneEval, SeriesPairUpByName) {
                                   dir.file("run0003a.tif"), "--output-dir", dir.file("ab"),
                                   "--format", "nc,dat", "--stats"});
     ASSERT_EQ(ab.exit, 0) << ab.err;
+    EXPECT_TRUE(HasText(ab.err, "[3/3] " + dir.file("run0003a.tif") + ": 49 nodes"));
+    EXPECT_TRUE(HasText(ab.err, "ETA")) << ab.err;
+    EXPECT_TRUE(HasText(ab.err, "3 of 3 pairs evaluated and written, 0 failed"));
     const Outcome seq = Eval(
         dir, {"--method", "multipass", "--series", dir.file("img0001.tif"), dir.file("img0005.tif"),
               "--increment", "2", "--separation", "1", "--output-dir", dir.file("seq")});
@@ -296,28 +305,157 @@ TEST(KelvaneEval, SeriesPairUpByName) {
     EXPECT_TRUE(std::ifstream(dir.file("ab/series_rms.nc")).good());
 }
 
-TEST(KelvaneEval, BadUsageAndUnreadableInput) {
+// Each failure is told once, on one line that ends with its reason, with
+// the exit status of its kind: 2 for what the user can fix before a run,
+// 1 for an evaluation that found nothing.
+TEST(KelvaneEval, EachFailureIsToldOnceWithItsReason) {
     ScratchDir dir;
     const Pair p = MakePair(dir, {"--dx", "1"}, 64);
+    const std::string out = dir.file("x.nc");
+    test_support::WriteBytes(dir.file("black_a.pgm"), "P5 64 64\n255\n" + std::string(4096, '\0'));
+    test_support::WriteBytes(dir.file("black_b.pgm"), "P5 64 64\n255\n" + std::string(4096, '\0'));
+    test_support::WriteBytes(dir.file("broken.pgm"), "P5\n64 64\n255\n" + std::string(4096, '\0'));
+    test_support::WriteBytes(dir.file("x.png"), "\x89PNG\r\n\x1a\n" + std::string(64, '\0'));
+    test_support::WriteBytes(dir.file("field.vc7"), std::string(300, '\0'));
     struct Case {
         std::vector<std::string> args;
+        int exit;
         const char* said;
     } cases[] = {
-        {{"--frobnicate", p.a}, "unknown option --frobnicate"},
-        {{"--window", "abc", p.a, p.b, "-o", dir.file("x.nc")}, "bad value for --window"},
-        {{p.a, p.b, "-o", dir.file("x.png")}, "extension"},
-        {{p.a, p.b}, "-o FILE"},
-        {{dir.file("missing_a.tif"), p.b, "-o", dir.file("x.nc")}, "missing_a.tif"},
-        {{"-p", dir.file("nothing.par"), p.a, p.b, "-o", dir.file("x.nc")}, "nothing.par"},
-        {{"--mask", dir.file("nomask.tif"), p.a, p.b, "-o", dir.file("x.nc")}, "nomask.tif"},
-        {{"--series", p.a}, "needs a value"},
+        {{"--frobnicate", p.a}, 2, "unknown option --frobnicate"},
+        {{"--window", "abc", p.a, p.b, "-o", out}, 2, "bad value for --window"},
+        {{p.a, p.b, "-o", dir.file("x.png")}, 2, "extension"},
+        {{p.a, p.b}, 2, "-o FILE"},
+        {{"--format", "nc,xls", "--series", p.a, p.b, "--output-dir", out},
+         2,
+         "nc, dat, plt and cf"},
+        {{dir.file("missing_a.tif"), p.b, "-o", out}, 2, "missing_a.tif: No such file"},
+        {{dir.file("lonely.tif"), "-o", out}, 2, "lonely.tif: No such file"},
+        {{p.b, "-o", out}, 2, "give SECOND, or --frames"},
+        {{p.a, p.a, "-o", out}, 2, "both FIRST and SECOND"},
+        {{dir.path(), p.b, "-o", out}, 2, "a folder, not an image"},
+        {{dir.file("broken.pgm"), p.b, "-o", out}, 2, "write it with a space after P5"},
+        {{dir.file("x.png"), p.b, "-o", out}, 2, "PNG image, which is not supported"},
+        {{dir.file("field.vc7"), p.b, "-o", out}, 2, "vector field file, not an image"},
+        {{"--window", "128", p.a, p.b, "-o", out}, 2, "128x128 px window is larger than the 64x64"},
+        {{p.a, p.b, "-o", dir.file("nowhere/x.nc")}, 2, "nowhere: No such file"},
+        {{"--velocity", "--dt", "100", p.a, p.b, "-o", out}, 2, "needs the calibration: a scale"},
+        {{"-p", dir.file("nothing.par"), p.a, p.b, "-o", out}, 2, "nothing.par"},
+        {{"--mask", dir.file("nomask.tif"), p.a, p.b, "-o", out}, 2, "nomask.tif: No such file"},
+        {{"--series", p.a}, 2, "needs a value"},
+        {{dir.file("black_a.pgm"), "-o", out}, 1, "the first frame is uniform (every pixel 0)"},
     };
     for (const Case& c : cases) {
         const Outcome o = Eval(dir, c.args);
-        EXPECT_EQ(o.exit, 2) << c.said << ": " << o.err;
+        SCOPED_TRACE(c.said + std::string(" <- ") + o.err);
+        EXPECT_EQ(o.exit, c.exit);
         EXPECT_TRUE(HasText(o.err, c.said));
+        size_t told = 0;
+        for (size_t at = o.err.find("kelvane-eval:"); at != std::string::npos;
+             at = o.err.find("kelvane-eval:", at + 1))
+            told++;
+        EXPECT_EQ(told, 1u);
+        EXPECT_FALSE(HasText(o.err, ": \n"));
     }
     EXPECT_EQ(Synth(dir, {"--flow", "tornado", "a.tif", "b.tif", "t.nc"}).exit, 2);
     EXPECT_EQ(Compare(dir, {p.truth, dir.file("missing.nc")}).exit, 2);
     EXPECT_EQ(Eval(dir, {"--help"}).exit, 0);
+}
+
+// A 64 px square of frame B replaced by particles of another flow: the
+// windows that lie inside it see nothing that moved with the flow. Without
+// validation they keep displacements of up to 20 px as good vectors; with
+// the tool's own validation none of them keeps a vector more than 0.75 px
+// off the true (3, -2).
+TEST(KelvaneEval, ValidationByDefaultCatchesAPatchOfStrangers) {
+    EnableWarnings(false);
+    ScratchDir dir;
+    const Pair p = MakePair(dir, {"--dx", "3", "--dy", "2"}, 256);
+    const Pair other = MakePair(dir, {"--dx", "3", "--dy", "2", "--seed", "7"}, 256, "other");
+    Image2D b, stranger;
+    ASSERT_TRUE(b.load(p.b) && stranger.load(other.b));
+    for (int y = 96; y < 160; y++)
+        for (int x = 96; x < 160; x++) b.setPixel(x, y, stranger.pixel(x, y));
+    const std::string patched = dir.file("patched_b.tif");
+    ASSERT_TRUE(b.save(patched.c_str(), PIV::FORMAT_TIFF));
+    for (const bool validate : {true, false}) {
+        SCOPED_TRACE(validate ? "validated" : "--no-validation");
+        std::vector<std::string> args = {"--method",      "multigrid", "--deform", "--window", "32",
+                                         "--step",        "16",        p.a,        patched,    "-o",
+                                         dir.file("f.nc")};
+        if (!validate) args.insert(args.begin(), "--no-validation");
+        const Outcome o = Eval(dir, args);
+        ASSERT_EQ(o.exit, 0) << o.err;
+        EXPECT_EQ(HasText(o.err, "0 outliers, 0 replaced"), !validate) << o.err;
+        PIV_Data2D f;
+        ASSERT_TRUE(f.load(dir.file("f.nc").c_str()));
+        int inside = 0, wrongButValid = 0;
+        for (int k = 0; k < f.nodeCount(); k++) {
+            const PIV_VECTOR& v = f.data()[k];
+            if (v.ix < 112 || v.ix > 144 || v.iy < 112 || v.iy > 144) continue;  // window inside
+            inside++;
+            const bool flagged = (v.flag & VECTOR_OUTLIER) || !(v.flag & VECTOR_ENABLED);
+            if (!flagged && std::hypot(v.dx - 3.0, v.dy + 2.0) > 0.75) wrongButValid++;
+        }
+        EXPECT_EQ(inside, 9);
+        EXPECT_EQ(wrongButValid, validate ? 0 : 9);
+    }
+}
+
+// 20 px/mm and 100 us turn a 2 px shift into 2 / 20 mm / 100 us = 1.0 m/s.
+TEST(KelvaneEval, CalibrationGivesMetresPerSecond) {
+    ScratchDir dir;
+    const Pair p = MakePair(dir, {"--dx", "2", "--dy", "0"}, 128);
+    const std::string out = dir.file("v.txt");  // x, y in mm, u, v in m/s, the flag
+    const Outcome o =
+        Eval(dir, {"--velocity", "--scale", "20", "--dt", "100", p.a, p.b, "-o", out});
+    ASSERT_EQ(o.exit, 0) << o.err;
+    std::ifstream in(out);
+    int rows = 0;
+    double x, y, u, v;
+    for (std::string line; std::getline(in, line); rows++) {
+        ASSERT_TRUE(std::istringstream(line) >> x >> y >> u >> v) << line;
+        EXPECT_NEAR(u, 1.0, 0.01);
+        EXPECT_NEAR(v, 0.0, 0.01);
+    }
+    EXPECT_EQ(rows, 49);
+}
+
+// A file that holds both frames, given alone, is its own pair: a two-frame
+// IM7 and a two-page TIFF (joined by libtiff's tiffcp) give the field of the
+// same frames given as two files, bit for bit; --frames 2,1 turns it round.
+TEST(KelvaneEval, AFileOfTwoFramesIsItsOwnPair) {
+    EnableWarnings(false);
+    ScratchDir dir;
+    const Pair p = MakePair(dir, {"--dx", "2.3", "--dy", "-1.2", "--bits", "16"}, 128);
+    Image2D frames[2];
+    ASSERT_TRUE(frames[0].load(p.a) && frames[1].load(p.b));
+    std::string words(2 * 2 * 128 * 128, '\0');
+    size_t at = 0;
+    for (const Image2D& f : frames)
+        for (int y = 0; y < 128; y++)
+            for (int x = 0; x < 128; x++, at += 2)
+                image_test::Put16(words, at, unsigned(f.pixel(x, y)));
+    std::string im7 = image_test::Im7(0, words, 128, 128);
+    image_test::Put32(im7, 20, 2);  // frames
+    test_support::WriteBytes(dir.file("two.im7"), im7);
+    const std::string tiff = dir.file("two.tif");
+    ASSERT_EQ(std::system(("tiffcp '" + p.a + "' '" + p.b + "' '" + tiff + "'").c_str()), 0);
+    const auto field = [&](std::vector<std::string> args) {
+        args.insert(args.end(), {"-o", dir.file("f.nc")});
+        const Outcome o = Eval(dir, args);
+        EXPECT_EQ(o.exit, 0) << o.err;
+        PIV_Data2D f;
+        EXPECT_TRUE(f.load(dir.file("f.nc").c_str()));
+        std::vector<std::pair<float, float>> d;
+        for (int k = 0; k < f.nodeCount(); k++) d.emplace_back(f.data()[k].dx, f.data()[k].dy);
+        return d;
+    };
+    const auto reference = field({p.a, p.b});
+    ASSERT_EQ(reference.size(), 49u);
+    EXPECT_EQ(field({dir.file("two.im7")}), reference);
+    EXPECT_EQ(field({tiff}), reference);
+    const auto reversed = field({"--frames", "2,1", tiff});
+    ASSERT_EQ(reversed.size(), reference.size());
+    for (size_t k = 0; k < reversed.size(); k++) EXPECT_NEAR(reversed[k].first, -2.3, 0.1);
 }

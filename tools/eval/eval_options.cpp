@@ -1,7 +1,9 @@
 #include "eval_options.h"
 
 #include <cstdio>
+#include <type_traits>
 
+#include "image_format.h"
 #include "piv_enums.h"
 #include "piv_params.h"
 #include "piv_util.h"
@@ -10,13 +12,14 @@
 namespace eval_tool {
 
 const char* kUsageText =
-    "usage: kelvane-eval [options] FIRST [SECOND]\n"
+    "usage: kelvane-eval [options] FIRST [SECOND] -o RESULT\n"
     "       kelvane-eval [options] --series FIRST LAST --output-dir DIR\n"
-    "Evaluates an image pair (SECOND found by the naming rules when left out) or\n"
-    "a numbered series, validates and post-processes each field as the program\n"
-    "does, and writes the results.\n"
+    "Evaluates an image pair or a numbered series, validates each field, replaces\n"
+    "its outliers and writes the results. SECOND, when left out, is the second\n"
+    "frame of FIRST (a two-frame LaVision file, a two-page TIFF, a PCO double\n"
+    "image) or the file its name pairs with (run0001a.tif -> run0001b.tif).\n"
     "\n"
-    "Settings (a parameter file first, then the overrides):\n"
+    "Settings (tool defaults, then a parameter file as it stands, then switches):\n"
     "  -p, --par FILE        a .par parameter file or a NetCDF data file\n"
     "  --window N            interrogation window, N x N px\n"
     "  --step N              grid step in px\n"
@@ -26,20 +29,40 @@ const char* kUsageText =
     "  --fit N               peak fit (0 3-point Gaussian, 1 3x3 Gaussian, 2 parabolic,\n"
     "                        3 centroid, 4 Whittaker, 5 2-D Gaussian)\n"
     "  --mask FILE           mask image (non-zero pixels are masked)\n"
+    "  --frames I,J          frames (pages) I and J of multi-frame files, from 1\n"
     "  --threads N           worker threads (all by default)\n"
+    "Validation (default: normalized median 2.0, noise floor 0.1 px, other peaks\n"
+    "tried, outliers replaced by their neighbours):\n"
+    "  --no-validation       none at all\n"
+    "  --median T            normalized median threshold\n"
+    "  --noise-floor E       its noise floor in px\n"
+    "  --min-snr S           reject peaks of a signal-to-noise ratio below S\n"
+    "  --min-peak-ratio R    reject peaks less than R times the second peak\n"
+    "  --max-displacement D  reject displacements above D px\n"
+    "  --validation-passes N passes of the validation\n"
+    "  --no-replace          flag outliers but keep no value for them\n"
+    "Calibration (needed by --velocity):\n"
+    "  --scale PX_PER_MM     magnification\n"
+    "  --dt MICROSECONDS     time between the two frames\n"
+    "  --origin X,Y          pixel column and row (from the top) of the physical\n"
+    "                        origin (default: the lower left corner; y points up)\n"
     "Output:\n"
     "  -o FILE               one pair: .nc (NetCDF), .dat (Tecplot text), .plt\n"
     "                        (Tecplot binary) or .txt (PIV Challenge table)\n"
-    "  --velocity            write velocities instead of pixel displacements\n"
+    "  --cf FILE.nc          one pair: also a CF-1.8 NetCDF file (Python, xarray)\n"
+    "  --velocity            write velocities (m/s) instead of pixel displacements\n"
     "Series:\n"
     "  --series FIRST LAST   the numbered files from FIRST to LAST\n"
     "  --increment K         every K-th file (1)\n"
     "  --separation S        the second frame is S numbers on (1); a/b names pair up\n"
     "  --output-dir DIR      where the results go (required)\n"
-    "  --format LIST         any of nc,dat,plt (nc): <base>.nc, <base>_piv.dat, ...\n"
+    "  --format LIST         any of nc,dat,plt,cf (nc): <base>.nc, <base>_piv.dat,\n"
+    "                        <base>_piv.plt, <base>_cf.nc\n"
     "  --stub NAME           name of the statistics files (series)\n"
     "  --stats               also <stub>_avg.nc and <stub>_rms.nc\n"
     "  --quiet, --verbose, --help, --version\n"
+    "Images: TIFF (8 or 16 bit, multi-page), BMP, PGM (P5), PCO (.b16), LaVision\n"
+    "(.im7, .imx, .img).\n"
     "Exit status: 0 success, 1 an evaluation failed, 2 bad usage or unreadable input.\n";
 
 namespace {
@@ -55,6 +78,23 @@ bool Number(tool::Args& args, const std::string& option, long low, long high, in
     return true;
 }
 
+template <class T>
+bool Optional(tool::Args& args, const std::string& option, double low, double high,
+              std::optional<T>* out, std::string& error) {
+    const char* v = args.value(option.c_str(), &error);
+    if (!v) return false;
+    double d = 0.0;
+    int i = 0;
+    const bool integral = std::is_integral<T>::value;
+    if (integral ? !tool::ParseInt(v, long(low), long(high), &i)
+                 : !tool::ParseDouble(v, low, high, &d)) {
+        error = "bad value for " + option + ": " + v;
+        return false;
+    }
+    *out = integral ? T(i) : T(d);
+    return true;
+}
+
 bool Text(tool::Args& args, const std::string& option, std::string* out, std::string& error) {
     const char* v = args.value(option.c_str(), &error);
     if (!v) return false;
@@ -62,11 +102,56 @@ bool Text(tool::Args& args, const std::string& option, std::string* out, std::st
     return true;
 }
 
+// "A,B" into two integers within [low, high].
+bool IntPair(tool::Args& args, const std::string& option, long low, long high, int* a, int* b,
+             std::string& error) {
+    std::string v;
+    if (!Text(args, option, &v, error)) return false;
+    const size_t comma = v.find(',');
+    if (comma == std::string::npos || !tool::ParseInt(v.substr(0, comma).c_str(), low, high, a) ||
+        !tool::ParseInt(v.substr(comma + 1).c_str(), low, high, b)) {
+        error = "bad value for " + option + ": " + v + " (two numbers, as in " + option + " " +
+                std::to_string(low) + "," + std::to_string(low + 1) + ")";
+        return false;
+    }
+    return true;
+}
+
+bool Formats(const std::string& list, std::vector<std::string>& formats, std::string& error) {
+    formats.clear();
+    for (size_t start = 0; start <= list.size();) {
+        const size_t comma = list.find(',', start);
+        const std::string f =
+            list.substr(start, comma == std::string::npos ? std::string::npos : comma - start);
+        if (f != "nc" && f != "dat" && f != "plt" && f != "cf") {
+            error = "unknown format \"" + f + "\": the formats are nc, dat, plt and cf";
+            return false;
+        }
+        formats.push_back(f);
+        if (comma == std::string::npos) break;
+        start = comma + 1;
+    }
+    return true;
+}
+
+std::string Quoted(int argc, char** argv) {
+    std::string line;
+    for (int i = 0; i < argc; i++) {
+        const std::string a = argv[i];
+        const bool plain = a.find_first_of(" \t'\"\\$`") == std::string::npos && !a.empty();
+        line += (i ? " " : "") + (plain ? a : "'" + a + "'");
+    }
+    return line;
+}
+
 }  // namespace
 
 int ParseOptions(int argc, char** argv, Options& o, std::string& error) {
     tool::Args args(argc, argv);
+    o.commandLine = Quoted(argc, argv);
     std::vector<std::string> files;
+    ValidationSwitches& v = o.validation;
+    CalibrationSwitches& c = o.calibration;
     while (args.more()) {
         const std::string a = args.next();
         bool ok = true;
@@ -93,7 +178,7 @@ int ParseOptions(int argc, char** argv, Options& o, std::string& error) {
                 else if (m == "multigrid")
                     o.method = PIV::METHOD_MULTI_GRID;
                 else
-                    ok = false, error = "unknown method " + m;
+                    ok = false, error = "unknown method " + m + ": single, multipass or multigrid";
             }
         } else if (a == "--passes") {
             ok = Number(args, a, 1, 20, &o.passes, error);
@@ -105,10 +190,38 @@ int ParseOptions(int argc, char** argv, Options& o, std::string& error) {
             ok = Number(args, a, 0, 5, &o.fit, error);
         } else if (a == "--mask") {
             ok = Text(args, a, &o.mask, error);
+        } else if (a == "--frames") {
+            ok = IntPair(args, a, 1, 100000, &o.frameA, &o.frameB, error);
         } else if (a == "--threads") {
             ok = Number(args, a, 1, 1024, &o.threads, error);
+        } else if (a == "--no-validation") {
+            v.off = true;
+        } else if (a == "--median") {
+            ok = Optional(args, a, 0.01, 1000.0, &v.median, error);
+        } else if (a == "--noise-floor") {
+            ok = Optional(args, a, 0.0, 100.0, &v.noiseFloor, error);
+        } else if (a == "--min-snr") {
+            ok = Optional(args, a, 0.0, 1e6, &v.minSnr, error);
+        } else if (a == "--min-peak-ratio") {
+            ok = Optional(args, a, 0.0, 1e6, &v.minPeakRatio, error);
+        } else if (a == "--max-displacement") {
+            ok = Optional(args, a, 0.001, 1e5, &v.maxDisplacement, error);
+        } else if (a == "--validation-passes") {
+            ok = Optional(args, a, 1, 100, &v.passes, error);
+        } else if (a == "--no-replace") {
+            v.noReplace = true;
+        } else if (a == "--scale") {
+            ok = Optional(args, a, 1e-9, 1e9, &c.scale, error);
+        } else if (a == "--dt") {
+            ok = Optional(args, a, 1e-9, 1e12, &c.dt, error);
+        } else if (a == "--origin") {
+            int x = 0, y = 0;
+            ok = IntPair(args, a, -1000000, 1000000, &x, &y, error);
+            c.originX = x, c.originY = y;
         } else if (a == "-o" || a == "--output") {
             ok = Text(args, a, &o.output, error);
+        } else if (a == "--cf") {
+            ok = Text(args, a, &o.cf, error);
         } else if (a == "--velocity") {
             o.velocity = true;
         } else if (a == "--series") {
@@ -118,49 +231,44 @@ int ParseOptions(int argc, char** argv, Options& o, std::string& error) {
             ok = Number(args, a, 1, 1000000, &o.increment, error);
         } else if (a == "--separation") {
             ok = Number(args, a, 1, 1000000, &o.separation, error);
+            o.separationGiven = true;
         } else if (a == "--output-dir") {
             ok = Text(args, a, &o.outputDir, error);
         } else if (a == "--stub") {
             ok = Text(args, a, &o.stub, error);
         } else if (a == "--format") {
             std::string list;
-            ok = Text(args, a, &list, error);
-            o.formats.clear();
-            size_t start = 0;
-            while (ok && start <= list.size()) {
-                const size_t comma = list.find(',', start);
-                const std::string f = list.substr(start, comma == std::string::npos
-                                                             ? std::string::npos
-                                                             : comma - start);
-                if (f == "nc" || f == "dat" || f == "plt")
-                    o.formats.push_back("." + f);
-                else
-                    ok = false, error = "unknown format " + f + " (nc, dat, plt)";
-                if (comma == std::string::npos) break;
-                start = comma + 1;
-            }
+            ok = Text(args, a, &list, error) && Formats(list, o.formats, error);
         } else if (a == "--stats") {
             o.stats = true;
         } else if (a == "--quiet" || a == "-q") {
             o.quiet = true;
         } else if (a == "--verbose" || a == "-v") {
             o.verbose = true;
-        } else if (!a.empty() && a[0] == '-') {
+        } else if (a.size() > 1 && a[0] == '-') {
             ok = false, error = "unknown option " + a;
         } else {
             files.push_back(a);
         }
         if (!ok) return tool::kUsage;
     }
+    if (v.off && v.any())
+        return error = "--no-validation cannot be combined with other validation switches",
+               tool::kUsage;
     if (o.series) {
         if (!files.empty()) return error = "a series takes no further file names", tool::kUsage;
-        if (o.outputDir.empty()) return error = "a series needs --output-dir", tool::kUsage;
-        if (!o.output.empty()) return error = "-o is for one pair; a series uses --output-dir", tool::kUsage;
+        if (o.outputDir.empty()) return error = "a series needs --output-dir DIR", tool::kUsage;
+        if (!o.output.empty() || !o.cf.empty())
+            return error = "-o and --cf are for one pair; a series uses --output-dir and --format",
+                   tool::kUsage;
         if (o.stub.empty() || o.stub.find('/') != std::string::npos)
             return error = "--stub takes a plain file name", tool::kUsage;
         return tool::kOk;
     }
-    if (files.empty() || files.size() > 2) return error = "expected FIRST [SECOND]", tool::kUsage;
+    if (files.empty() || files.size() > 2)
+        return error =
+                   "expected FIRST [SECOND], " + std::to_string(files.size()) + " file names given",
+               tool::kUsage;
     o.first = files[0];
     if (files.size() == 2) o.second = files[1];
     if (o.output.empty()) return error = "-o FILE is needed for one pair", tool::kUsage;
@@ -168,14 +276,89 @@ int ParseOptions(int argc, char** argv, Options& o, std::string& error) {
     if (ext != ".nc" && ext != ".dat" && ext != ".plt" && ext != ".txt")
         return error = "-o " + o.output + ": the extension must be .nc, .dat, .plt or .txt",
                tool::kUsage;
+    if (!o.cf.empty() && tool::Extension(o.cf) != ".nc")
+        return error = "--cf " + o.cf + ": the extension must be .nc", tool::kUsage;
     return tool::kOk;
 }
 
-bool ApplyParameters(const Options& o, PIV_Parameters& params, std::string& error) {
+OUTLIER_CFG DefaultValidation() {
+    OUTLIER_CFG cfg;
+    cfg.Enable = true;
+    cfg.CheckNormalizedMedian = true;
+    cfg.NormalizedMedianThreshold = 2.0f;
+    cfg.NormalizedMedianNoiseFloor = 0.1f;
+    cfg.TryOtherPeaks = true;
+    cfg.InterpolateOutliers = true;
+    return cfg;
+}
+
+namespace {
+
+OUTLIER_CFG Validation(OUTLIER_CFG cfg, const ValidationSwitches& v) {
+    if (v.off) {
+        // Every test off as well: the iterative methods switch validation
+        // back on between their passes and would run the file's tests.
+        const int passes = cfg.NumberOfPasses;
+        cfg = OUTLIER_CFG();
+        cfg.NumberOfPasses = passes;
+        cfg.TryOtherPeaks = false;
+        return cfg;
+    }
+    if (!v.any()) return cfg;
+    cfg.Enable = true;
+    if (v.median)
+        cfg.CheckNormalizedMedian = true, cfg.NormalizedMedianThreshold = float(*v.median);
+    if (v.noiseFloor) cfg.NormalizedMedianNoiseFloor = float(*v.noiseFloor);
+    if (v.minSnr) cfg.CheckSNR = true, cfg.MinSNR = float(*v.minSnr);
+    if (v.minPeakRatio) cfg.CheckPeakRatio = true, cfg.MinPeakRatio = float(*v.minPeakRatio);
+    if (v.maxDisplacement)
+        cfg.CheckDisplacement = true, cfg.MaxDisplacement = float(*v.maxDisplacement);
+    if (v.passes) cfg.NumberOfPasses = *v.passes;
+    if (v.noReplace) cfg.InterpolateOutliers = cfg.TryOtherPeaks = false;
+    return cfg;
+}
+
+// Which calibration values the file names: read once more over values no
+// file holds, so that what stays untouched was not in it. A NetCDF result
+// always carries a conversion record; there only values other than the
+// record's defaults count.
+Calibration FileCalibration(const std::string& parFile) {
+    Calibration c;
+    if (parFile.empty()) return c;
+    PIV_Parameters probe;
+    PIVCONVERT_CFG none = probe.pivConvertCfg();
+    const PIVCONVERT_CFG defaults = none;
+    none.PulseDelay = -1.0;
+    none.LengthConversion[0] = -1.0;
+    none.ImageOrigin = POINT3D{-1000001, -1000001, 0};
+    PIV_PARAMETERS records = probe.pivParameters();
+    records.convert = none;
+    probe.setPivParameters(records);
+    if (!probe.read(parFile.c_str())) return c;
+    const PIVCONVERT_CFG got = probe.pivConvertCfg();
+    const bool netcdf = PIV::GetFileFormat(parFile.c_str()) == PIV::FORMAT_NETCDF;
+    auto given = [&](double value, double unset, double fallback) {
+        return value != unset && (!netcdf || value != fallback);
+    };
+    c.scaleGiven = given(got.LengthConversion[0], -1.0, defaults.LengthConversion[0]) &&
+                   got.LengthConversion[0] > 0.0;
+    c.dtGiven = given(got.PulseDelay, -1.0, defaults.PulseDelay) && got.PulseDelay > 0.0;
+    c.originGiven = got.ImageOrigin.x != -1000001 && got.ImageOrigin.y != -1000001;
+    return c;
+}
+
+}  // namespace
+
+bool ApplyParameters(const Options& o, PIV_Parameters& params, Calibration& calibration,
+                     std::string& error) {
+    params.setOutlierCfg(DefaultValidation());
     if (!o.parFile.empty() && !params.read(o.parFile.c_str())) {
-        error = "cannot read parameter file " + o.parFile + ": " + params.error().getLastError();
+        std::string why = params.error().getLastError();
+        error = "cannot read parameter file " + o.parFile + ": " +
+                (why.empty() ? std::string("not a parameter file") : why);
         return false;
     }
+    calibration = FileCalibration(o.parFile);
     PIVEVAL_CFG cfg = params.pivEvalCfg();
     if (o.window > 0) cfg.SampleSize = cfg.FFTSize = SIZE3D{o.window, o.window, 1};
     if (o.step > 0) cfg.grid.step = SIZE3D{o.step, o.step, 1};
@@ -185,6 +368,35 @@ bool ApplyParameters(const Options& o, PIV_Parameters& params, std::string& erro
     if (o.deform == 0) cfg.ImageMapping2D.Mode = PIV::DEFORM_DISABLED;
     if (o.fit >= 0) cfg.Type = o.fit;
     params.setPivEvalCfg(cfg, false);
+    params.setOutlierCfg(Validation(params.outlierCfg(), o.validation));
+
+    PIVCONVERT_CFG convert = params.pivConvertCfg();
+    const CalibrationSwitches& c = o.calibration;
+    if (c.scale) {
+        for (double& m : convert.LengthConversion) m = *c.scale;
+        PIV::CopyText(convert.LengthConversionUnits, "mm");
+        calibration.scaleGiven = true;
+    }
+    if (c.dt) {
+        convert.PulseDelay = *c.dt;
+        PIV::CopyText(convert.PulseDelayUnits, "us");
+        calibration.dtGiven = true;
+    }
+    if (c.originX) {
+        convert.ImageOrigin = POINT3D{*c.originX, *c.originY, 0};
+        calibration.originGiven = true;
+    }
+    params.setPivConvertCfg(convert);
+    if (o.velocity && !calibration.complete()) {
+        const char* missing =
+            !calibration.scaleGiven && !calibration.dtGiven
+                ? "a scale (--scale PX_PER_MM) and a time step (--dt MICROSECONDS)"
+            : !calibration.scaleGiven ? "a scale (--scale PX_PER_MM)"
+                                      : "a time step (--dt MICROSECONDS)";
+        error = std::string("--velocity needs the calibration: ") + missing +
+                (o.parFile.empty() ? "" : ", given neither by the switches nor by " + o.parFile);
+        return false;
+    }
     return true;
 }
 

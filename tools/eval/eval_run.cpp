@@ -4,6 +4,8 @@
 #include <chrono>
 #include <cstdio>
 
+#include "eval_cf.h"
+#include "image_format.h"
 #include "piv_enums.h"
 #include "piv_filename.h"
 #include "piv_imagepair.h"
@@ -38,104 +40,218 @@ static std::string Reason(const PIVerror& e) {
 void RequestStop() { g_stop = true; }
 bool StopRequested() { return g_stop; }
 
-Evaluator::Evaluator(const Options& options, PIV_Parameters& params)
-    : m_options(options), m_params(params), m_eval(new StoppableEval(&params)) {
+Evaluator::Evaluator(const Options& options, PIV_Parameters& params, const Calibration& calibration)
+    : m_options(options),
+      m_params(params),
+      m_calibration(calibration),
+      m_eval(new StoppableEval(&params)) {
     m_eval->error().setErrorHandling(PIVerror::ERROR_QUIET);
 }
 
 bool Evaluator::prepare(std::string& error) {
     if (m_options.mask.empty()) return true;
-    if (!m_mask.load(m_options.mask.c_str()) || m_mask.isNull()) {
-        error = "cannot read mask " + m_options.mask + ": " + Reason(m_mask.error());
+    const std::string why = UnreadableImage(m_options.mask);
+    if (!why.empty() || !m_mask.load(m_options.mask.c_str()) || m_mask.isNull()) {
+        error = "cannot read mask " + m_options.mask + ": " +
+                (why.empty() ? Reason(m_mask.error()) : why);
         return false;
     }
     m_haveMask = true;
     return true;
 }
 
-PairResult Evaluator::evaluate(const std::string& first, const std::string& second) {
-    PairResult r;
-    const auto start = std::chrono::steady_clock::now();
-    for (const std::string* f : {&first, &second}) {
-        if (!PIV::CheckFileExistence(f->c_str())) {
-            r.exit = tool::kUsage;
-            r.message = "cannot read " + *f + ": no such file";
-            return r;
-        }
-    }
+namespace {
+
+std::string Size(int width, int height) {
+    return std::to_string(width) + "x" + std::to_string(height) + " px";
+}
+
+// A frame of a multi-frame file on its own: pages of a TIFF count from 0,
+// the halves of a double image from 1.
+bool LoadFrame(Image2D& image, const FrameRef& f) {
+    const bool tiff = PIV::GetFileFormat(f.path.c_str()) == PIV::FORMAT_TIFF;
+    return image.load(f.path.c_str(), f.frame == 0 ? 0 : tiff ? f.frame - 1 : f.frame);
+}
+
+}  // namespace
+
+bool Evaluator::load(const FrameRef& a, const FrameRef& b, PairResult& r) {
     PIV_ImagePair& pair = m_pair;
     pair.clear();
     pair.setImageCfg(m_params.imageCfg());
+    pair.setPCOMode(false);
     pair.setFrameSeparation(m_options.separation);
-    if (!pair.loadPair(first.c_str(), second.c_str()) || !pair.isPairLoaded()) {
-        r.exit = tool::kUsage;
+    const std::string what = "cannot read the pair " + a.label() + " / " + b.label() + ": ";
+    r.exit = tool::kUsage;
+    bool ok;
+    if (a.frame == 0 && b.frame == 0) {
+        ok = pair.loadPair(a.path.c_str(), b.path.c_str());
+    } else if (a.path == b.path && a.frame == 1 && b.frame == 2) {
+        // The frames of one file load as a double image, companions and
+        // pre-processing included.
+        pair.setPCOMode(true);
+        ok = pair.loadPair(a.path.c_str(), "");
+    } else {
+        if (pair.requiresImagePreProcessing()) {
+            r.message = what +
+                        "the parameter file's image pre-processing needs frames 1,2 of "
+                        "one file or two files of one frame each";
+            return false;
+        }
+        Image2D fa, fb;
+        ok = LoadFrame(fa, a) && LoadFrame(fb, b) && pair.setImages(fa, fb);
+        if (!ok) {
+            r.message = what + Reason(fa.isNull() ? fa.error() : fb.error());
+            return false;
+        }
+    }
+    if (!ok || !pair.isPairLoaded()) {
         // The frame that failed keeps the reason; the pair only knows it failed.
         std::string why = Reason(pair.error());
         for (const Image2D* frame : {static_cast<const Image2D*>(pair.imgA()),
                                      static_cast<const Image2D*>(pair.imgB())})
             if (why.empty()) why = Reason(frame->error());
-        r.message = "cannot read the pair " + first + " / " + second + ": " +
-                    (why.empty() ? std::string("unreadable image") : why);
+        r.message = what + (why.empty() ? std::string("unreadable image") : why);
+        return false;
+    }
+    if (pair.sameFrameTwice()) {
+        r.message = what + "both are the same frame, which gives a field of zeros";
+        return false;
+    }
+    if (!pair.isSameSize()) {
+        r.message = what + "the frames differ in size (" +
+                    Size(int(pair.imgA()->width()), int(pair.imgA()->height())) + " and " +
+                    Size(int(pair.imgB()->width()), int(pair.imgB()->height())) + ")";
+        return false;
+    }
+    r.exit = tool::kOk;
+    return true;
+}
+
+PairResult Evaluator::evaluate(const FrameRef& a, const FrameRef& b) {
+    PairResult r;
+    const auto start = std::chrono::steady_clock::now();
+    m_a = a;
+    m_b = b;
+    if (!load(a, b, r)) return r;
+    PIV_ImagePair& pair = m_pair;
+    const std::string label = a.label();
+    const PIVEVAL_CFG cfg = m_params.pivEvalCfg();
+    if (cfg.SampleSize.width > pair.width() || cfg.SampleSize.height > pair.height()) {
+        r.exit = tool::kUsage;
+        r.message = "cannot evaluate " + label + ": the " +
+                    Size(cfg.SampleSize.width, cfg.SampleSize.height) +
+                    " window is larger than the " + Size(pair.width(), pair.height()) + " image";
         return r;
     }
-    m_eval->setPivEvalCfg(m_params.pivEvalCfg());
+    if (!m_calibration.originGiven) {
+        // Physical y points up from the lower left corner, as the pixel y of
+        // the result files does.
+        PIVCONVERT_CFG convert = m_params.pivConvertCfg();
+        convert.ImageOrigin = POINT3D{0, pair.height(), 0};
+        m_params.setPivConvertCfg(convert);
+    }
+    m_eval->setPivEvalCfg(cfg);
     if (!m_eval->setPivImages(pair.imgA(), pair.imgB())) {
         r.exit = tool::kUsage;
-        r.message = "cannot evaluate " + first + " / " + second + ": " + Reason(m_eval->error());
+        const std::string why = Reason(m_eval->error());
+        r.message = "cannot evaluate " + label + ": " +
+                    (why.empty() ? "the images do not fit the settings (window " +
+                                       Size(cfg.SampleSize.width, cfg.SampleSize.height) +
+                                       ", image " + Size(pair.width(), pair.height()) + ")"
+                                 : why);
         return r;
     }
     if (m_haveMask) {
         if (m_mask.width() != pair.imgA()->width() || m_mask.height() != pair.imgA()->height()) {
             r.exit = tool::kUsage;
-            char text[160];
-            std::snprintf(text, sizeof(text), " is %dx%d px, the images %dx%d px",
-                          int(m_mask.width()), int(m_mask.height()), pair.width(), pair.height());
-            r.message = "mask " + m_options.mask + text;
+            r.message = "cannot use mask " + m_options.mask + ": it is " +
+                        Size(int(m_mask.width()), int(m_mask.height())) + ", the images " +
+                        Size(pair.width(), pair.height());
             return r;
         }
         m_eval->setMaskImages(&m_mask, nullptr, true);
     }
     if (!m_eval->interrogateImage(false)) {
         r.exit = tool::kFailed;
-        r.message = "evaluation of " + first + " failed: " + Reason(m_eval->error());
+        const std::string why = Reason(m_eval->error());
+        r.message = "evaluation of " + label + " failed: " +
+                    (StopRequested() ? "interrupted"
+                     : why.empty()   ? "the evaluator gave no reason"
+                                     : why);
         return r;
     }
     PIV_Data2D& raw = *m_eval->data();
     const PIV::PostProcessResult post =
         PIV::PostProcessData(raw, m_result, m_params.postProcessCfg(), &m_params);
     if (!m_options.quiet && !post.warnings.empty())
-        std::fprintf(stderr, "kelvane-eval: %s: %s", first.c_str(), post.warnings.c_str());
+        std::fprintf(stderr, "kelvane-eval: %s: %s", label.c_str(), post.warnings.c_str());
     if (!post.ok) {
         r.exit = tool::kFailed;
-        r.message = "post-processing of " + first + " failed: " + post.reason;
+        r.message = "post-processing of " + label + " failed: " + post.reason;
         return r;
     }
-    r.nodes = m_result.nodeCount();
-    for (int k = 0; k < r.nodes; k++) {
+    constexpr int kReplacement = VECTOR_INTERPOLATED | VECTOR_LOWER_PEAK;
+    for (int k = 0; k < m_result.nodeCount(); k++) {
         const int flag = m_result.data()[k].flag;
-        if (flag & VECTOR_INTERPOLATED)
-            r.replaced++;
-        else if ((flag & VECTOR_ENABLED) && !(flag & VECTOR_OUTLIER))
-            r.valid++;
+        if (flag & VECTOR_MASKED) continue;
+        r.nodes++;
+        if (flag & (kReplacement | VECTOR_OUTLIER)) r.outliers++;
+        if ((flag & VECTOR_ENABLED) && (flag & kReplacement)) r.replaced++;
+        if ((flag & VECTOR_ENABLED) && !(flag & (kReplacement | VECTOR_OUTLIER))) r.valid++;
     }
     r.seconds = std::chrono::duration<double>(std::chrono::steady_clock::now() - start).count();
+    if (r.valid == 0) {
+        r.exit = tool::kFailed;
+        std::string why = "no valid vector among " + std::to_string(r.nodes) + " nodes";
+        const char* names[] = {"first", "second"};
+        bool explained = false;
+        for (int i = 0; i < 2 && !explained; i++) {
+            PIV_Image2D* frame = i ? pair.imgB() : pair.imgA();
+            if (frame->isConstant(false)) {
+                char value[32];
+                std::snprintf(value, sizeof(value), "%g", frame->minimum());
+                why += std::string(": the ") + names[i] + " frame is uniform (every pixel " +
+                       value + ")";
+                explained = true;
+            }
+        }
+        if (!explained && r.nodes < 9)
+            why += ": too few nodes for the validation to compare (the window covers the image)";
+        r.message = "evaluation of " + label + " failed: " + why;
+    }
     return r;
 }
 
-bool Evaluator::save(const std::string& path, std::string& error) {
-    OUTPUT_CFG out;
-    out.StoreRawData = !m_options.velocity;
-    out.StoreVelocity = m_options.velocity;
-    const std::string ext = tool::Extension(path);
-    bool ok;
-    if (ext == ".txt") {
-        m_result.setOutputCfg(out);
-        ok = m_result.savePivChallengeData(path.c_str(), 0);
-    } else {
-        out.OutputFormat = ext == ".nc" ? 3 : ext == ".dat" ? 0 : 2;
-        ok = m_result.save(path.c_str(), 0, out);
+bool Evaluator::save(const std::string& path, const std::string& format, std::string& error) {
+    std::string why = UnwritablePath(path);
+    bool ok = why.empty();
+    if (ok && format == "cf") {
+        CfInfo info;
+        info.history = m_options.commandLine;
+        info.imageA = m_a.label();
+        info.imageB = m_b.label();
+        info.calibrated = m_calibration.complete();
+        if (!WriteCF(m_result, info, path, error)) return false;
+        return true;
     }
-    if (!ok) error = "cannot write " + path + ": " + Reason(m_result.error());
+    if (ok) {
+        OUTPUT_CFG out;
+        out.StoreRawData = !m_options.velocity;
+        out.StoreVelocity = m_options.velocity;
+        if (format == "txt") {
+            m_result.setOutputCfg(out);
+            ok = m_result.savePivChallengeData(path.c_str(), 0);
+        } else {
+            m_result.setFileAttributes({{"history", m_options.commandLine},
+                                        {"image_a", m_a.label()},
+                                        {"image_b", m_b.label()}});
+            out.OutputFormat = format == "nc" ? 3 : format == "dat" ? 0 : 2;
+            ok = m_result.save(path.c_str(), 0, out);
+        }
+        if (!ok) why = Reason(m_result.error());
+    }
+    if (!ok) error = "writing " + path + " failed: " + (why.empty() ? "no reason given" : why);
     return ok;
 }
 

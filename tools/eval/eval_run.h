@@ -5,6 +5,7 @@
 #include <memory>
 #include <string>
 
+#include "eval_input.h"
 #include "eval_options.h"
 #include "image2d.h"
 #include "piv_data2d.h"
@@ -21,26 +22,33 @@ bool StopRequested();
 
 struct PairResult {
     int exit = 0;         // tool::Exit
-    std::string message;  // what went wrong, naming the file
-    int nodes = 0, valid = 0, replaced = 0;
+    std::string message;  // what went wrong, naming the file, then why
+    // Nodes outside the masks; of them those measured and kept, those the
+    // validation rejected, and those of these that got a replacement.
+    int nodes = 0, valid = 0, outliers = 0, replaced = 0;
     double seconds = 0.0;
 };
 
 class Evaluator {
 public:
     // The evaluator's correlators are made here, after the thread count is set.
-    Evaluator(const Options& options, PIV_Parameters& params);
+    Evaluator(const Options& options, PIV_Parameters& params, const Calibration& calibration);
     // Loads the mask of the options; false with the reason.
     bool prepare(std::string& error);
-    PairResult evaluate(const std::string& first, const std::string& second);
-    // By extension: .nc NetCDF, .dat Tecplot text, .plt Tecplot binary, .txt
-    // the PIV Challenge table. Written beside the target and renamed.
-    bool save(const std::string& path, std::string& error);
+    PairResult evaluate(const FrameRef& a, const FrameRef& b);
+    // `format`: "nc" NetCDF, "dat" Tecplot text, "plt" Tecplot binary, "txt"
+    // the PIV Challenge table, "cf" CF-1.8 NetCDF. Written beside the target
+    // and renamed. False with "writing PATH failed: why" in `error`.
+    bool save(const std::string& path, const std::string& format, std::string& error);
     PIV_Data2D& result() { return m_result; }
 
 private:
+    bool load(const FrameRef& a, const FrameRef& b, PairResult& r);
+
     const Options& m_options;
     PIV_Parameters& m_params;
+    const Calibration m_calibration;
+    FrameRef m_a, m_b;  // of the last evaluation
     std::unique_ptr<PIV_Eval2D> m_eval;
     PIV_ImagePair m_pair;  // outlives the evaluation that points at its frames
     Image2D m_mask;

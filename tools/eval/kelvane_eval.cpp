@@ -1,10 +1,14 @@
 // kelvane-eval: evaluates image pairs without the window. One pair goes to
 // the file named by -o; a series goes to a folder, a result per pair, and
 // the statistics of the series at the end.
+#include <cerrno>
+#include <chrono>
 #include <csignal>
 #include <cstdio>
+#include <cstring>
 #include <string>
 
+#include "eval_input.h"
 #include "eval_options.h"
 #include "eval_run.h"
 #include "piv_data2d_stats.h"
@@ -20,38 +24,52 @@ namespace {
 
 extern "C" void OnInterrupt(int) { eval_tool::RequestStop(); }
 
+// The library's own reports are for --verbose: without it each failure is
+// told once, by the tool, with the file it concerns.
+extern "C" void DropLibraryMessage(const char*) {}
+
 int Usage(const std::string& why) {
     std::fprintf(stderr, "kelvane-eval: %s\n(kelvane-eval --help tells more)\n", why.c_str());
     return tool::kUsage;
 }
 
-void Progress(const eval_tool::Options& o, const std::string& name,
-              const eval_tool::PairResult& r) {
+int Fail(int exit, const std::string& why) {
+    std::fprintf(stderr, "kelvane-eval: %s\n", why.c_str());
+    return exit;
+}
+
+std::string Seconds(double s) {
+    char text[32];
+    if (s < 100.0)
+        std::snprintf(text, sizeof(text), "%.2f s", s);
+    else if (s < 6000.0)
+        std::snprintf(text, sizeof(text), "%d min %02d s", int(s) / 60, int(s) % 60);
+    else
+        std::snprintf(text, sizeof(text), "%d h %02d min", int(s) / 3600, int(s) / 60 % 60);
+    return text;
+}
+
+// "[k/N] run0001a.tif: 3969 nodes, 3950 valid, 21 outliers, 19 replaced,
+// 0.41 s, ETA 12.30 s"; without the counter and the ETA for one pair.
+void Progress(const eval_tool::Options& o, const std::string& prefix, const std::string& label,
+              const eval_tool::PairResult& r, const std::string& eta) {
     if (o.quiet) return;
-    std::fprintf(stderr, "%s: %d nodes, %d valid, %d replaced, %.2f s\n", name.c_str(), r.nodes,
-                 r.valid, r.replaced, r.seconds);
+    std::fprintf(stderr, "%s%s: %d nodes, %d valid, %d outliers, %d replaced, %s%s\n",
+                 prefix.c_str(), label.c_str(), r.nodes, r.valid, r.outliers, r.replaced,
+                 Seconds(r.seconds).c_str(), eta.c_str());
 }
 
 int OnePair(const eval_tool::Options& o, eval_tool::Evaluator& evaluator) {
-    std::string second = o.second;
-    if (second.empty()) {
-        const char* found = PIV::GetSecondImageName(o.first.c_str(), o.separation);
-        if (!found || !*found)
-            return Usage("no second frame can be named after " + o.first +
-                         " (give SECOND explicitly)");
-        second = found;
-    }
-    const eval_tool::PairResult r = evaluator.evaluate(o.first, second);
-    if (r.exit != tool::kOk) {
-        std::fprintf(stderr, "kelvane-eval: %s\n", r.message.c_str());
-        return r.exit;
-    }
-    Progress(o, o.first, r);
+    eval_tool::FrameRef a, b;
     std::string error;
-    if (!evaluator.save(o.output, error)) {
-        std::fprintf(stderr, "kelvane-eval: %s\n", error.c_str());
-        return tool::kFailed;
-    }
+    if (!eval_tool::ResolvePair(o, o.first, o.second, a, b, error))
+        return Fail(tool::kUsage, error);
+    const eval_tool::PairResult r = evaluator.evaluate(a, b);
+    if (r.exit != tool::kOk) return Fail(r.exit, r.message);
+    Progress(o, "", a.label(), r, "");
+    const std::string ext = tool::Extension(o.output);
+    if (!evaluator.save(o.output, ext.substr(1), error)) return Fail(tool::kFailed, error);
+    if (!o.cf.empty() && !evaluator.save(o.cf, "cf", error)) return Fail(tool::kFailed, error);
     return tool::kOk;
 }
 
@@ -60,66 +78,96 @@ std::string InDir(const std::string& dir, const std::string& name) {
     return dir.empty() || dir.back() == '/' ? dir + name : dir + "/" + name;
 }
 
+// The file of one format for the result of a pair.
+std::string ResultName(const eval_tool::Options& o, const std::string& base,
+                       const std::string& format) {
+    if (format == "nc") return base + ".nc";
+    if (format == "cf") return base + "_cf.nc";
+    return base + (o.velocity ? "_vel." : "_piv.") + format;
+}
+
 int Series(const eval_tool::Options& o, eval_tool::Evaluator& evaluator) {
-    if (!PIV::CheckDirectoryExistence(o.outputDir.c_str()) &&
-        !PIV::MakeDirectory(o.outputDir.c_str()))
-        return Usage("cannot create the output folder " + o.outputDir);
     FileList list;
     if (!list.buildList(o.first.c_str(), o.last.c_str(), o.increment, true) || list.count() == 0)
-        return Usage("no numbered files from " + o.first + " to " + o.last);
+        return Fail(tool::kUsage, "no series from " + o.first + " to " + o.last +
+                                      ": no numbered files between them");
+    const int count = list.count();
     PIV_Data2D_Stats stats;
-    int failed = 0, done = 0;
-    for (int i = 0; i < list.count() && !eval_tool::StopRequested(); i++) {
-        const std::string first = list.file(i);
-        const char* found = PIV::GetSecondImageName(first.c_str(), o.separation);
-        if (!found || !*found) {
-            std::fprintf(stderr, "kelvane-eval: no second frame can be named after %s\n",
-                         first.c_str());
+    int failed = 0, written = 0, k = 0;
+    const auto start = std::chrono::steady_clock::now();
+    for (; k < count && !eval_tool::StopRequested(); k++) {
+        const std::string first = list.file(k);
+        std::string error;
+        eval_tool::FrameRef a, b;
+        if (!eval_tool::ResolvePair(o, first, "", a, b, error)) {
             failed++;
+            Fail(0, error);
             continue;
         }
-        const eval_tool::PairResult r = evaluator.evaluate(first, found);
+        const eval_tool::PairResult r = evaluator.evaluate(a, b);
         if (r.exit != tool::kOk) {
-            std::fprintf(stderr, "kelvane-eval: %s\n", r.message.c_str());
             failed++;
+            Fail(0, r.message);
             continue;
         }
-        Progress(o, first, r);
         const std::string base = InDir(o.outputDir, PIV::GetBaseNameFromPath(first.c_str()));
-        const char* kind = o.velocity ? "_vel" : "_piv";
         bool saved = true;
-        for (const std::string& ext : o.formats) {
-            const std::string path = ext == ".nc" ? base + ext : base + kind + ext;
-            std::string error;
-            if (!evaluator.save(path, error)) {
-                std::fprintf(stderr, "kelvane-eval: %s\n", error.c_str());
+        for (const std::string& format : o.formats)
+            if (!evaluator.save(ResultName(o, base, format), format, error)) {
+                Fail(0, error);
                 saved = false;
             }
+        if (!saved) {
+            failed++;
+            continue;
         }
-        failed += saved ? 0 : 1;
-        done++;
+        written++;
         if (o.stats && !stats.increment(&evaluator.result(), 0, 0))
-            std::fprintf(stderr, "kelvane-eval: %s left out of the statistics: %s\n",
-                         first.c_str(), stats.error().getLastError());
+            Fail(0, first + " left out of the statistics: " + stats.error().getLastError());
+        const double elapsed =
+            std::chrono::duration<double>(std::chrono::steady_clock::now() - start).count();
+        const std::string eta = ", ETA " + Seconds(elapsed / (k + 1) * (count - k - 1));
+        Progress(o, "[" + std::to_string(k + 1) + "/" + std::to_string(count) + "] ", a.label(), r,
+                 eta);
     }
-    if (eval_tool::StopRequested()) {
-        std::fprintf(stderr, "kelvane-eval: interrupted after %d of %d pairs\n", done,
-                     list.count());
-        return tool::kFailed;
-    }
-    if (o.stats && done > 0) {
+    bool statsFailed = false;
+    if (o.stats && written > 0) {
         OUTPUT_CFG out;
         out.OutputFormat = 3;
-        if (!stats.update() || !stats.avgData()->save(InDir(o.outputDir, o.stub + "_avg.nc").c_str(), 0, out) ||
-            !stats.rmsData()->save(InDir(o.outputDir, o.stub + "_rms.nc").c_str(), 0, out)) {
-            std::fprintf(stderr, "kelvane-eval: statistics not written: %s\n",
-                         stats.error().getLastError());
-            failed++;
+        const std::string avg = InDir(o.outputDir, o.stub + "_avg.nc"),
+                          rms = InDir(o.outputDir, o.stub + "_rms.nc");
+        if (!stats.update() || !stats.avgData()->save(avg.c_str(), 0, out) ||
+            !stats.rmsData()->save(rms.c_str(), 0, out)) {
+            const std::string why = stats.error().getLastError();
+            Fail(0, "statistics not written: " + (why.empty() ? "no field to average" : why));
+            statsFailed = true;
         }
     }
+    if (eval_tool::StopRequested())
+        return Fail(tool::kFailed, "stopped after " + std::to_string(k) + " of " +
+                                       std::to_string(count) + " pairs: interrupted");
     if (!o.quiet)
-        std::fprintf(stderr, "%d of %d pairs evaluated, %d failed\n", done, list.count(), failed);
-    return failed ? tool::kFailed : tool::kOk;
+        std::fprintf(stderr, "%d of %d pairs evaluated and written, %d failed\n", written, count,
+                     failed);
+    return failed || statsFailed ? tool::kFailed : tool::kOk;
+}
+
+// Results must have a place before the first pair is evaluated.
+int CheckOutputs(const eval_tool::Options& o) {
+    if (o.series) {
+        if (!PIV::CheckDirectoryExistence(o.outputDir.c_str()) &&
+            !PIV::MakeDirectory(o.outputDir.c_str()))
+            return Fail(tool::kUsage, "cannot create the output folder " + o.outputDir + ": " +
+                                          std::strerror(errno));
+        const std::string why = eval_tool::UnwritableFolder(o.outputDir);
+        return why.empty() ? tool::kOk : Fail(tool::kUsage, "cannot write results: " + why);
+    }
+    for (const std::string* path : {&o.output, &o.cf}) {
+        if (path->empty()) continue;
+        const std::string why = eval_tool::UnwritablePath(*path);
+        if (!why.empty()) return Fail(tool::kUsage, "cannot write " + *path + ": " + why);
+    }
+    return tool::kOk;
 }
 
 }  // namespace
@@ -131,20 +179,18 @@ int main(int argc, char** argv) {
     if (parsed < 0) return tool::kOk;
     if (parsed != tool::kOk) return Usage(error);
     EnableWarnings(o.verbose);
+    if (!o.verbose) SetMessageHook(DropLibraryMessage);
     // The correlators are made with the evaluator: the thread count first.
     if (o.threads > 0) PIV::SetMaxThreads(o.threads);
     // Estimated plans only, so that any run gives the same field.
     PIV::SetMeasuredFFTPlans(false);
     PIV_Parameters params;
-    if (!eval_tool::ApplyParameters(o, params, error)) {
-        std::fprintf(stderr, "kelvane-eval: %s\n", error.c_str());
-        return tool::kUsage;
-    }
-    eval_tool::Evaluator evaluator(o, params);
-    if (!evaluator.prepare(error)) {
-        std::fprintf(stderr, "kelvane-eval: %s\n", error.c_str());
-        return tool::kUsage;
-    }
+    eval_tool::Calibration calibration;
+    if (!eval_tool::ApplyParameters(o, params, calibration, error))
+        return Fail(tool::kUsage, error);
+    if (const int bad = CheckOutputs(o)) return bad;
+    eval_tool::Evaluator evaluator(o, params, calibration);
+    if (!evaluator.prepare(error)) return Fail(tool::kUsage, error);
     std::signal(SIGINT, OnInterrupt);
     std::signal(SIGTERM, OnInterrupt);
     return o.series ? Series(o, evaluator) : OnePair(o, evaluator);
