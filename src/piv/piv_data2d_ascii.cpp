@@ -237,7 +237,7 @@ bool PIV_DataBase::saveASCII_new(const char* fileName, int timeStep) {
             }
     DebugPrintExt(2, "   wrote %d lines - closing file", lines);
     if (std::ferror(f) || !tmp.commit(fileName)) {
-        m_error.setMessage("saveASCII() - file creation failed for: %s", fileName);
+        m_error.setMessage("saveASCII() - writing failed for: %s", fileName);
         m_error.handleError(PIVerror::FILE_WRITE_FAILED, where);
         return false;
     }
@@ -289,7 +289,7 @@ bool PIV_DataBase::savePivChallengeData(const char* fileName, int timeStep) {
                                  status);
             }
     if (std::ferror(f) || !tmp.commit(fileName)) {
-        m_error.setMessage("savePivChallengeData() - file creation failed for: %s", fileName);
+        m_error.setMessage("savePivChallengeData() - writing failed for: %s", fileName);
         m_error.handleError(PIVerror::FILE_WRITE_FAILED, where);
         return false;
     }

@@ -357,6 +357,16 @@ TEST(KelvaneEval, EachFailureIsToldOnceWithItsReason) {
         EXPECT_EQ(told, 1u);
         EXPECT_FALSE(HasText(o.err, ": \n"));
     }
+    // A write cut short (no file may grow, and the signal for it is ignored,
+    // so that write() fails) is told as a failed write, and leaves no file.
+    const std::string big = dir.file("big.dat"), said = dir.file("said.txt");
+    const std::string cmd = "( trap '' XFSZ; ulimit -f 0; exec '" + std::string(KELVANE_EVAL_TOOL) +
+                            "' '" + p.a + "' '" + p.b + "' -o '" + big + "' ) 2>&1 | cat > '" +
+                            said + "'";
+    ASSERT_EQ(std::system(cmd.c_str()), 0);
+    EXPECT_TRUE(HasText(test_support::ReadBytes(said), "writing " + big + " failed: "));
+    EXPECT_FALSE(HasText(test_support::ReadBytes(said), "creation"));
+    EXPECT_FALSE(std::ifstream(big).good());
     EXPECT_EQ(Synth(dir, {"--flow", "tornado", "a.tif", "b.tif", "t.nc"}).exit, 2);
     EXPECT_EQ(Compare(dir, {p.truth, dir.file("missing.nc")}).exit, 2);
     EXPECT_EQ(Eval(dir, {"--help"}).exit, 0);

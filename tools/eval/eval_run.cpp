@@ -2,7 +2,9 @@
 
 #include <atomic>
 #include <chrono>
+#include <cmath>
 #include <cstdio>
+#include <vector>
 
 #include "eval_cf.h"
 #include "image_format.h"
@@ -71,6 +73,18 @@ std::string Size(int width, int height) {
 bool LoadFrame(Image2D& image, const FrameRef& f) {
     const bool tiff = PIV::GetFileFormat(f.path.c_str()) == PIV::FORMAT_TIFF;
     return image.load(f.path.c_str(), f.frame == 0 ? 0 : tiff ? f.frame - 1 : f.frame);
+}
+
+// Only asked after a failure: a float frame of NaN or infinities.
+bool HoldsNonFinite(const Image2D& image) {
+    if (image.type() != IMAGE_FLOAT) return false;
+    std::vector<float> row(image.width());
+    for (uint64_t y = 0; y < image.height(); y++) {
+        image.getRow(row.data(), int(y));
+        for (float v : row)
+            if (!std::isfinite(v)) return true;
+    }
+    return false;
 }
 
 }  // namespace
@@ -208,7 +222,11 @@ PairResult Evaluator::evaluate(const FrameRef& a, const FrameRef& b) {
         bool explained = false;
         for (int i = 0; i < 2 && !explained; i++) {
             PIV_Image2D* frame = i ? pair.imgB() : pair.imgA();
-            if (frame->isConstant(false)) {
+            if (HoldsNonFinite(*frame)) {
+                why += std::string(": the ") + names[i] +
+                       " frame holds pixels that are not numbers (NaN or infinity)";
+                explained = true;
+            } else if (frame->isConstant(false)) {
                 char value[32];
                 std::snprintf(value, sizeof(value), "%g", frame->minimum());
                 why += std::string(": the ") + names[i] + " frame is uniform (every pixel " +
