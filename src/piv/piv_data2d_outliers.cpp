@@ -56,23 +56,6 @@ void VisitNeighbourhoods(int nx, int ny, int nz, int steps, Corners corners, boo
     }
 }
 
-// Median of 3 to 8 values, the mean of the middle two for an even count; 0
-// for any other count. Reorders its input.
-float GetMedian(float* values, int n) {
-    if (n < 3 || n > 8) return 0.0f;
-    for (int i = 1; i < n; i++)
-        for (int j = i; j > 0 && values[j - 1] > values[j]; j--)
-            std::swap(values[j - 1], values[j]);
-    return (n & 1) ? values[n / 2] : 0.5f * (values[n / 2 - 1] + values[n / 2]);
-}
-
-// Median of the absolute deviations from m.
-float GetResidualMedian(const float* values, int n, float m) {
-    float r[8];
-    for (int i = 0; i < n; i++) r[i] = std::fabs(values[i] - m);
-    return GetMedian(r, n);
-}
-
 // The median test of one node against its enabled neighbours, for dx, dy
 // and the length in turn; true when the node is to be rejected.
 bool MedianRejects(const PIV_VECTOR* v, long node, const long* offsets, int n, bool normalized,
@@ -94,9 +77,9 @@ bool MedianRejects(const PIV_VECTOR* v, long node, const long* offsets, int n, b
     for (int q = 0; q < 3; q++) {
         float work[8];
         std::copy(lists[q], lists[q] + count, work);
-        const float m = GetMedian(work, count);
+        const float m = PIV::Outliers::Median(work, count);
         float e = m - own[q];
-        if (normalized) e /= GetResidualMedian(lists[q], count, m) + noiseFloor;
+        if (normalized) e /= PIV::Outliers::ResidualMedian(lists[q], count, m) + noiseFloor;
         if (std::fabs(e) > threshold) return true;
     }
     return false;
@@ -396,3 +379,23 @@ int PIV_Data2D::interpolateMaskedVectors() {
     DebugPrintExt(2, "PIV_Data2D::interpolateMaskedVectors() - interpolated %d vectors!", count);
     return count;
 }
+
+namespace PIV {
+namespace Outliers {
+
+float Median(float* values, int n) {
+    if (n < 3 || n > 8) return 0.0f;
+    for (int i = 1; i < n; i++)
+        for (int j = i; j > 0 && values[j - 1] > values[j]; j--)
+            std::swap(values[j - 1], values[j]);
+    return (n & 1) ? values[n / 2] : 0.5f * (values[n / 2 - 1] + values[n / 2]);
+}
+
+float ResidualMedian(const float* values, int n, float m) {
+    float r[8];
+    for (int i = 0; i < n; i++) r[i] = std::fabs(values[i] - m);
+    return Median(r, n);
+}
+
+}  // namespace Outliers
+}  // namespace PIV

@@ -17,5 +17,11 @@ inline void Reject(PIV_VECTOR& v) {
     v.flag = static_cast<uint8_t>((v.flag & ~(VECTOR_ENABLED | VECTOR_OUTLIER)) | VECTOR_OUTLIER);
 }
 
+// Median of 3 to 8 values, the mean of the middle two for an even count; 0
+// for any other count. Reorders its input.
+float Median(float* values, int n);
+// Median of the absolute deviations of the n values from m.
+float ResidualMedian(const float* values, int n, float m);
+
 }  // namespace Outliers
 }  // namespace PIV

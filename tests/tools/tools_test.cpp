@@ -390,9 +390,9 @@ TEST(KelvaneEval, ValidationByDefaultCatchesAPatchOfStrangers) {
     ASSERT_TRUE(b.save(patched.c_str(), PIV::FORMAT_TIFF));
     for (const bool validate : {true, false}) {
         SCOPED_TRACE(validate ? "validated" : "--no-validation");
-        std::vector<std::string> args = {"--method",      "multigrid", "--deform", "--window", "32",
-                                         "--step",        "16",        p.a,        patched,    "-o",
-                                         dir.file("f.nc")};
+        // The default method: multi-pass.
+        std::vector<std::string> args = {"--window", "32",    "--step", "16",
+                                         p.a,        patched, "-o",     dir.file("f.nc")};
         if (!validate) args.insert(args.begin(), "--no-validation");
         const Outcome o = Eval(dir, args);
         ASSERT_EQ(o.exit, 0) << o.err;

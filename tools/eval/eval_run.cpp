@@ -7,6 +7,7 @@
 #include <vector>
 
 #include "eval_cf.h"
+#include "eval_validation.h"
 #include "image_format.h"
 #include "piv_enums.h"
 #include "piv_filename.h"
@@ -186,7 +187,14 @@ PairResult Evaluator::evaluate(const FrameRef& a, const FrameRef& b) {
         }
         m_eval->setMaskImages(&m_mask, nullptr, true);
     }
-    if (!m_eval->interrogateImage(false)) {
+    // Without a parameter file the tool validates the finished field itself
+    // (see eval_validation.h); a parameter file's validation runs as written.
+    const OUTLIER_CFG wanted = m_params.outlierCfg();
+    const bool ownValidation = m_options.parFile.empty() && wanted.Enable;
+    if (ownValidation) m_params.setOutlierCfg(DuringEvaluation(wanted));
+    const bool interrogated = m_eval->interrogateImage(false);
+    m_params.setOutlierCfg(wanted);
+    if (!interrogated) {
         r.exit = tool::kFailed;
         const std::string why = Reason(m_eval->error());
         r.message = "evaluation of " + label + " failed: " +
@@ -196,6 +204,7 @@ PairResult Evaluator::evaluate(const FrameRef& a, const FrameRef& b) {
         return r;
     }
     PIV_Data2D& raw = *m_eval->data();
+    if (ownValidation) ValidateField(raw, wanted);
     const PIV::PostProcessResult post =
         PIV::PostProcessData(raw, m_result, m_params.postProcessCfg(), &m_params);
     if (!m_options.quiet && !post.warnings.empty())
