@@ -15,8 +15,10 @@
 #include <utility>
 #include <vector>
 
+#include "eval_cf.h"
 #include "eval_options.h"
 #include "eval_run.h"
+#include "image2d.h"
 #include "image_format.h"
 #include "message_capture.h"
 #include "piv_data2d.h"
@@ -320,4 +322,58 @@ TEST(KelvaneEval, BadUsageAndUnreadableInput) {
     EXPECT_EQ(Synth(dir, {"--flow", "tornado", "a.tif", "b.tif", "t.nc"}).exit, 2);
     EXPECT_EQ(Compare(dir, {p.truth, dir.file("missing.nc")}).exit, 2);
     EXPECT_EQ(Eval(dir, {"--help"}).exit, 0);
+}
+
+// The CF file as a Python user opens it: cf_check.py reads it and the native
+// file with netCDF4 (and xarray where it is there) and holds u, v and corr
+// node by node against the native variables, NaN exactly where the native
+// flags hold no valid vector (a mask covers the left third), the axes
+// growing upwards in pixels or mm. At 20 px/mm and 100 us a pixel of
+// displacement is 0.05 mm in 1e-4 s: 0.5 m/s.
+TEST(KelvaneEval, CfFileHoldsTheNativeField) {
+    ASSERT_EQ(std::system("/usr/bin/python3 -c 'import netCDF4' 2>/dev/null"), 0)
+        << "/usr/bin/python3 cannot import netCDF4: scripts/install-deps installs python3-netcdf4";
+    EnableWarnings(false);
+    ScratchDir dir;
+    const Pair p = MakePair(dir, {"--dx", "2.5", "--dy", "-1.25"}, 128);
+    Image2D mask(128, 128, IMAGE_UINT8);
+    mask.fill(0.0f);
+    for (int y = 0; y < 128; y++)
+        for (int x = 0; x < 40; x++) mask.setPixel(x, y, 255.0f);
+    ASSERT_TRUE(mask.save(dir.file("mask.tif").c_str()));
+    PIV_Parameters calibration;
+    PIVCONVERT_CFG c = calibration.pivConvertCfg();
+    c.LengthConversion[0] = c.LengthConversion[1] = c.LengthConversion[2] = 20.0;
+    c.PulseDelay = 100.0;
+    calibration.setPivConvertCfg(c);
+    ASSERT_TRUE(calibration.saveASCII(dir.file("cal.par").c_str()));
+    const std::string native = dir.file("native.nc"), cf = dir.file("cf.nc");
+    std::string error;
+    for (const bool calibrated : {false, true}) {
+        SCOPED_TRACE(calibrated ? "calibrated" : "pixels");
+        std::vector<std::string> args = {"--method", "single", "--mask", dir.file("mask.tif"),
+                                         p.a,        p.b,      "-o",     native};
+        if (calibrated) args.insert(args.begin(), {"-p", dir.file("cal.par")});
+        PIV_Data2D* field = InMemory(args, &error);
+        ASSERT_NE(field, nullptr) << error;
+        const eval_tool::CfInfo info{"kelvane-eval -o " + native, p.a, p.b + " (frame 2)",
+                                     calibrated};
+        field->setFileAttributes(
+            {{"history", info.history}, {"image_a", info.imageA}, {"image_b", info.imageB}});
+        ASSERT_TRUE(field->saveNetCDF(native.c_str())) << field->getLastError();
+        ASSERT_TRUE(eval_tool::WriteCF(*field, info, cf, error)) << error;
+        std::vector<std::string> check = {KELVANE_CF_CHECK, native, cf};
+        if (calibrated) check.push_back("0.5");
+        const Outcome o = ::Run("/usr/bin/python3", check, dir);
+        EXPECT_EQ(o.exit, 0) << o.out << o.err;
+    }
+    // Bad input: false with a reason naming the file, never a file there.
+    PIV_Data2D empty;
+    EXPECT_FALSE(eval_tool::WriteCF(empty, {}, dir.file("empty.nc"), error));
+    EXPECT_TRUE(HasText(error, "cannot write " + dir.file("empty.nc") + ": the field is empty"));
+    EXPECT_FALSE(std::ifstream(dir.file("empty.nc")).good());
+    PIV_Data2D* field = InMemory({p.a, p.b, "-o", native}, &error);
+    ASSERT_NE(field, nullptr) << error;
+    EXPECT_FALSE(eval_tool::WriteCF(*field, {}, dir.file("none/cf.nc"), error));
+    EXPECT_TRUE(HasText(error, "none/cf.nc: No such file or directory"));
 }
