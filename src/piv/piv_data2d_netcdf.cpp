@@ -5,6 +5,7 @@
 #include <cstring>
 #include <ctime>
 #include <functional>
+#include <memory>
 #include <string>
 #include <vector>
 
@@ -143,6 +144,21 @@ bool _saveAtomic(PIVerror& error, const char* target, const char* where, Fn writ
     return true;
 }
 
+// The caller's texts go after the file's own attributes. A name the file
+// already has keeps the file's value: its readers rely on it. Returns the
+// name the library refused, or null.
+const std::string* _refusedAttribute(PIV_NcFile& file, const FileAttributes& attributes) {
+    for (const auto& [name, text] : attributes) {
+        if (std::unique_ptr<NcAtt>(file.get_att(name.c_str()))) {
+            PrintWarning("saveNetCDF() - '%s' is an attribute of the file itself; not replaced",
+                         name.c_str());
+            continue;
+        }
+        if (!file.add_att(name.c_str(), text.c_str())) return &name;
+    }
+    return nullptr;
+}
+
 }  // namespace
 
 bool PIV_DataBase::saveNetCDF(const char* fileName, int timeStep) {
@@ -172,15 +188,20 @@ bool PIV_DataBase::saveNetCDF(const char* fileName, int timeStep) {
             m_error.handleError(code, "saveNetCDF()");
             return false;
         }
-        // The parameters come last, into the same temporary: they write the
-        // grid distances again, as a parameter file has them.
+        // The parameters follow, into the same temporary: they write the
+        // grid distances again, as a parameter file has them. The caller's
+        // attributes come last.
         PIV_PARAMETERS params = m_params;
-        if (!PIV::SerializeParametersNc(file, &params, 0) || !file.close()) {
+        const std::string* refused = nullptr;
+        if (PIV::SerializeParametersNc(file, &params, 0) &&
+            !(refused = _refusedAttribute(file, m_fileAttributes)) && file.close())
+            return true;
+        if (refused)
+            m_error.setMessage("attribute could not be written: '%s'", refused->c_str());
+        else
             m_error.setMessage("Trouble writing netCDF data to: '%s'", fileName);
-            m_error.handleError(PIVerror::FILE_WRITE_FAILED, "saveNetCDF()");
-            return false;
-        }
-        return true;
+        m_error.handleError(PIVerror::FILE_WRITE_FAILED, "saveNetCDF()");
+        return false;
     });
 }
 

@@ -27,6 +27,7 @@ void PIV_DataBase::init() {
     m_grid = DATA_GRID4D();
     m_params = PIV_PARAMETERS();
     m_outputCfg = OUTPUT_CFG();
+    FileAttributes().swap(m_fileAttributes);
     m_nodeCount = m_diffCount = 0;
     m_dataType = 0;
     m_analysisMode = PIV::ANALYSIS_CROSS_CORRELATION;
@@ -111,6 +112,7 @@ void PIV_DataBase::clearNode(unsigned long k, uint8_t flag) {
 
 unsigned long PIV_DataBase::clear() {
     std::memset(m_name, 0, sizeof(m_name));
+    FileAttributes().swap(m_fileAttributes);
     m_fileData = m_statisticsData = m_rawData = m_converted = m_validated = false;
     m_skipValidation = m_differentiated = m_3C = m_intermediateData = m_sampledOffGrid = false;
     m_smoothed = m_medianFiltered = false;
@@ -250,7 +252,9 @@ bool PIV_DataBase::copy(const PIV_DataBase& source) {
     std::vector<PIV_VECTOR> vectors;
     std::vector<double> time;
     std::vector<DIFFERENTIALS> diff;
+    FileAttributes attributes;
     try {
+        attributes = source.m_fileAttributes;
         vectors = source.m_vectors;
         time = source.m_time;
         if (withDiff)
@@ -268,6 +272,7 @@ bool PIV_DataBase::copy(const PIV_DataBase& source) {
     m_vectors.swap(vectors);
     m_time.swap(time);
     m_diff.swap(diff);
+    m_fileAttributes.swap(attributes);
     m_nodeCount = source.m_nodeCount;
     m_diffCount = m_diff.empty() ? 0 : m_nodeCount;
     m_grid = source.m_grid;

@@ -6,6 +6,8 @@
 
 #include <cstdint>
 #include <cstdio>
+#include <string>
+#include <utility>
 #include <vector>
 
 #include "piv_enums.h"
@@ -70,6 +72,9 @@ enum DataTypeBits {
 int EliminateZeroPeak(PIV_VECTOR& vector, float refX, float refY, float radius);
 }  // namespace PIV
 
+// Global text attributes of a native file beyond its own: name, text.
+using FileAttributes = std::vector<std::pair<std::string, std::string>>;
+
 class PIV_DataBase {
 public:
     PIV_DataBase();
@@ -87,6 +92,7 @@ public:
     bool alloc(int nx, int ny, int nz, int timeSteps);
     // Empties results and statistics: each vector keeps its positions and
     // becomes VECTOR_OUTLIER; the pipeline flags ask for every stage again.
+    // The file attributes go with the results they described.
     // Returns the number of nodes.
     unsigned long clear();
     // Allocates for the grid's nodes and writes their positions:
@@ -99,7 +105,8 @@ public:
     // create2, marked as validated raw displacement data of zero.
     bool createZeroData(const SIZE3D& imageSize, const SIZE3D& step, const POINT3D& first,
                         const POINT3D& last, int timeSteps);
-    // Deep copy of the arrays, the flags, the parameters and the name.
+    // Deep copy of the arrays, the flags, the parameters, the name and the
+    // file attributes.
     bool copy(const PIV_DataBase& source);
     // Copies every step of `source` into this field from `firstStep` on; the
     // times keep their spacing and start at `startTime`.
@@ -253,6 +260,11 @@ public:
     // failed save leaves an earlier file as it was.
     bool saveNetCDF(const char* fileName, int timeStep = -1);
     bool saveNetCDF_PIVNET2(const char* fileName, int timeStep = -1);
+    // Where the field came from (the command line, the image files), written
+    // by saveNetCDF as global texts after the file's own attributes; a name
+    // the file already uses keeps the file's value. Not read back.
+    void setFileAttributes(FileAttributes attributes) { m_fileAttributes = std::move(attributes); }
+    const FileAttributes& fileAttributes() const { return m_fileAttributes; }
 
     // ---- Tecplot and text exports -------------------------------------------
     // The step is clamped into the time axis. Each file is written beside
@@ -301,6 +313,7 @@ protected:
     DATA_GRID4D m_grid;
     PIV_PARAMETERS m_params;
     OUTPUT_CFG m_outputCfg;
+    FileAttributes m_fileAttributes;
     unsigned long m_nodeCount = 0;
     unsigned long m_diffCount = 0;
     int m_dataType = 0;

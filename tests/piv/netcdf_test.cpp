@@ -169,6 +169,33 @@ TEST_F(NetCDF, NcdumpShowsTheNativeLayout) {
         }
 }
 
+// Where the field came from rides along as global texts after the file's
+// own: a copy of the field carries them and the file still loads. A name
+// the file uses itself keeps the file's value; one the library refuses
+// fails the save and leaves the earlier file.
+TEST_F(NetCDF, ProvenanceAttributesFollowTheField) {
+    Field f = MakeField();
+    f->setFileAttributes({{"history", "kelvane-eval --window 32 run.im7 -o p.nc"},
+                          {"image_b", "run.im7 (frame 2)"},
+                          {"file_content", "mine"}});
+    PIV_Data2D copy;
+    ASSERT_TRUE(copy.copy(*f));
+    const std::string file = dir.file("p.nc");
+    ASSERT_TRUE(copy.saveNetCDF(file.c_str()));
+    const std::string h = Ncdump(file);
+    EXPECT_PRED_FORMAT2(IsSubstring, ":history = \"kelvane-eval --window 32 run.im7 -o p.nc\" ;",
+                        h);
+    EXPECT_PRED_FORMAT2(IsSubstring, ":image_b = \"run.im7 (frame 2)\" ;", h);
+    EXPECT_PRED_FORMAT2(IsSubstring, ":file_content = \"Kelvane Data\" ;", h);
+    EXPECT_LT(h.find(":ev_method"), h.find(":history"));
+    PIV_Data2D back(file.c_str());
+    EXPECT_EQ(back.nodeCount(), 12) << back.getLastError();
+    copy.setFileAttributes({{"no/slash", "x"}});
+    EXPECT_FALSE(copy.saveNetCDF(file.c_str()));
+    EXPECT_PRED_FORMAT2(IsSubstring, "'no/slash'", copy.getLastError());
+    EXPECT_EQ(Ncdump(file), h);
+}
+
 // Every quantity a node holds comes back; several steps get a time axis.
 TEST_F(NetCDF, RoundTripsEveryStoredQuantity) {
     struct Case {

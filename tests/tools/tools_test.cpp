@@ -15,6 +15,7 @@
 #include <utility>
 #include <vector>
 
+#include "eval_cf.h"
 #include "eval_options.h"
 #include "eval_run.h"
 #include "image2d.h"
@@ -468,4 +469,42 @@ TEST(KelvaneEval, AFileOfTwoFramesIsItsOwnPair) {
     const auto reversed = field({"--frames", "2,1", tiff});
     ASSERT_EQ(reversed.size(), reference.size());
     for (size_t k = 0; k < reversed.size(); k++) EXPECT_NEAR(reversed[k].first, -2.3, 0.1);
+}
+
+// The CF file as a Python user opens it: cf_check.py reads it and the native
+// file with netCDF4 (and xarray where it is there) and holds u, v and corr
+// node by node against the native variables, NaN exactly where the native
+// flags hold no valid vector (a mask covers the left third), the axes
+// growing upwards in pixels or mm. At 20 px/mm and 100 us a pixel of
+// displacement is 0.05 mm in 1e-4 s: 0.5 m/s.
+TEST(KelvaneEval, CfFileHoldsTheNativeField) {
+    ASSERT_EQ(std::system("/usr/bin/python3 -c 'import netCDF4' 2>/dev/null"), 0)
+        << "/usr/bin/python3 cannot import netCDF4: scripts/install-deps installs python3-netcdf4";
+    EnableWarnings(false);
+    ScratchDir dir;
+    const Pair p = MakePair(dir, {"--dx", "2.5", "--dy", "-1.25"}, 128);
+    Image2D mask(128, 128, IMAGE_UINT8);
+    mask.fill(0.0f);
+    for (int y = 0; y < 128; y++)
+        for (int x = 0; x < 40; x++) mask.setPixel(x, y, 255.0f);
+    ASSERT_TRUE(mask.save(dir.file("mask.tif").c_str()));
+    const std::string native = dir.file("native.nc"), cf = dir.file("cf.nc");
+    for (const bool calibrated : {false, true}) {
+        SCOPED_TRACE(calibrated ? "calibrated" : "pixels");
+        std::vector<std::string> args = {"--method", "single", "--mask", dir.file("mask.tif"),
+                                         p.a,        p.b,      "-o",     native,
+                                         "--cf",     cf};
+        if (calibrated) args.insert(args.begin(), {"--scale", "20", "--dt", "100"});
+        const Outcome e = Eval(dir, args);
+        ASSERT_EQ(e.exit, 0) << e.err;
+        std::vector<std::string> check = {KELVANE_CF_CHECK, native, cf};
+        if (calibrated) check.push_back("0.5");
+        const Outcome o = ::Run("/usr/bin/python3", check, dir);
+        EXPECT_EQ(o.exit, 0) << o.out << o.err;
+    }
+    // An empty field: false with a reason naming the file, and no file.
+    std::string error;
+    EXPECT_FALSE(eval_tool::WriteCF(PIV_Data2D(), {}, dir.file("empty.nc"), error));
+    EXPECT_TRUE(HasText(error, "cannot write " + dir.file("empty.nc") + ": the field is empty"));
+    EXPECT_FALSE(std::ifstream(dir.file("empty.nc")).good());
 }
