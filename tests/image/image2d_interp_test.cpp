@@ -68,7 +68,7 @@ TEST(DeformOrder, ClampsDegreeAndBilinear) {
     for (const auto& c : cases) EXPECT_EQ(getDeformOrder(c[0], c[1]), c[2]) << c[0] << " " << c[1];
 }
 
-TEST(SplineWeights, SumToOneAndMatchTheClosedForms) {
+TEST(SplineWeights, SumToOneAndMatchTheCubicClosedForm) {
     for (int degree = 2; degree <= 9; degree++)
         for (double x : {3.0, 3.2, 3.5, 3.77, -1.4}) {
             double w[10];
@@ -79,22 +79,13 @@ TEST(SplineWeights, SumToOneAndMatchTheClosedForms) {
             EXPECT_NEAR(sum, 1.0, 1e-12);
         }
     // The cubic B-spline at t = 0: 1/6, 2/3, 1/6, 0 over floor(x) - 1 .. + 2;
-    // the quadratic at its centre: 1/8, 3/4, 1/8, support from round(x) - 1;
-    // the quintic at t = 0 (1, 26, 66, 26, 1, 0 over 120) and t = 1/2 (1, 237,
-    // 1682, 1682, 237, 1 over 3840), over floor(x) - 2 .. + 3.
+    // the quadratic at its centre: 1/8, 3/4, 1/8, support from round(x) - 1.
     const double cubic[] = {1.0 / 6, 2.0 / 3, 1.0 / 6, 0}, quadratic[] = {0.125, 0.75, 0.125};
-    const double quintic[2][6] = {{1, 26, 66, 26, 1, 0}, {1, 237, 1682, 1682, 237, 1}};
-    double w[10], v[10], q[2][10];
+    double w[10], v[10];
     EXPECT_EQ(PIV::Spline::Weights(5.0, 3, w), 4);
     EXPECT_EQ(PIV::Spline::Weights(5.0, 2, v), 4);
-    EXPECT_EQ(PIV::Spline::Weights(5.0, 5, q[0]), 3);
-    EXPECT_EQ(PIV::Spline::Weights(5.5, 5, q[1]), 3);
     for (int k = 0; k < 4; k++) EXPECT_NEAR(w[k], cubic[k], 1e-15) << k;
     for (int k = 0; k < 3; k++) EXPECT_NEAR(v[k], quadratic[k], 1e-15) << k;
-    for (int k = 0; k < 6; k++) {
-        EXPECT_NEAR(q[0][k], quintic[0][k] / 120, 1e-15) << k;
-        EXPECT_NEAR(q[1][k], quintic[1][k] / 3840, 1e-15) << k;
-    }
 }
 
 // Degrees outside 1..9 are refused; a line of one sample is left alone.
