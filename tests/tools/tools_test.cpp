@@ -301,7 +301,8 @@ TEST(KelvaneEval, SeriesPairUpByName) {
                                   dir.file("run0003a.tif"), "--output-dir", dir.file("ab"),
                                   "--format", "nc,dat", "--stats"});
     ASSERT_EQ(ab.exit, 0) << ab.err;
-    EXPECT_TRUE(HasText(ab.err, "[3/3] " + dir.file("run0003a.tif") + ": 49 nodes"));
+    EXPECT_TRUE(HasText(ab.err, "[3/3] " + dir.file("run0003a.tif") + " + " +
+                                    dir.file("run0003b.tif") + ": 49 nodes"));
     EXPECT_TRUE(HasText(ab.err, "ETA")) << ab.err;
     EXPECT_TRUE(HasText(ab.err, "3 of 3 pairs evaluated and written, 0 failed"));
     const Outcome seq = Eval(

@@ -48,6 +48,12 @@ std::string FrameRef::label() const {
     return frame > 0 ? path + " (frame " + std::to_string(frame) + ")" : path;
 }
 
+std::string PairLabel(const FrameRef& a, const FrameRef& b) {
+    if (a.path == b.path && a.frame > 0)
+        return a.path + " (frames " + std::to_string(a.frame) + "," + std::to_string(b.frame) + ")";
+    return a.label() + " + " + b.label();
+}
+
 int FramesInFile(const std::string& path) {
     int format = 0, width = 0, height = 0, frames = 0;
     ImageType type = IMAGE_UNDEFINED;

@@ -17,6 +17,10 @@ struct FrameRef {
     std::string label() const;
 };
 
+// The pair for the user: "run.im7 (frames 1,2)" for two frames of one file,
+// else "run0001a.tif + run0001b.tif".
+std::string PairLabel(const FrameRef& a, const FrameRef& b);
+
 // Frames a file holds as the tool pairs them: the pages of a TIFF, the
 // frames of a LaVision file, 2 for a PCO file (a double image, upper half
 // first), 1 for any other image.

@@ -96,7 +96,7 @@ bool Evaluator::load(const FrameRef& a, const FrameRef& b, PairResult& r) {
     pair.setImageCfg(m_params.imageCfg());
     pair.setPCOMode(false);
     pair.setFrameSeparation(m_options.separation);
-    const std::string what = "cannot read the pair " + a.label() + " / " + b.label() + ": ";
+    const std::string what = "cannot read the pair " + PairLabel(a, b) + ": ";
     r.exit = tool::kUsage;
     bool ok;
     if (a.frame == 0 && b.frame == 0) {

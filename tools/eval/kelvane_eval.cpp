@@ -66,7 +66,7 @@ int OnePair(const eval_tool::Options& o, eval_tool::Evaluator& evaluator) {
         return Fail(tool::kUsage, error);
     const eval_tool::PairResult r = evaluator.evaluate(a, b);
     if (r.exit != tool::kOk) return Fail(r.exit, r.message);
-    Progress(o, "", a.label(), r, "");
+    Progress(o, "", eval_tool::PairLabel(a, b), r, "");
     const std::string ext = tool::Extension(o.output);
     if (!evaluator.save(o.output, ext.substr(1), error)) return Fail(tool::kFailed, error);
     if (!o.cf.empty() && !evaluator.save(o.cf, "cf", error)) return Fail(tool::kFailed, error);
@@ -127,8 +127,8 @@ int Series(const eval_tool::Options& o, eval_tool::Evaluator& evaluator) {
         const double elapsed =
             std::chrono::duration<double>(std::chrono::steady_clock::now() - start).count();
         const std::string eta = ", ETA " + Seconds(elapsed / (k + 1) * (count - k - 1));
-        Progress(o, "[" + std::to_string(k + 1) + "/" + std::to_string(count) + "] ", a.label(), r,
-                 eta);
+        Progress(o, "[" + std::to_string(k + 1) + "/" + std::to_string(count) + "] ",
+                 eval_tool::PairLabel(a, b), r, eta);
     }
     bool statsFailed = false;
     if (o.stats && written > 0) {
