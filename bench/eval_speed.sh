@@ -62,7 +62,7 @@ best_time() {
 
 # Runs kelvane-eval on the pair with the given options; prints
 # "<best seconds> <nodes>". The node count comes from the tool's own
-# progress line "<file>: N nodes, ...".
+# progress line "<pair>: N nodes, ...".
 time_eval() {
     local secs line nodes
     secs=$(best_time "$eval_bin" "$@" "$work/a.tif" "$work/b.tif" -o "$work/out.nc")
