@@ -31,9 +31,7 @@ public:
 
 }  // namespace
 
-// The library's error text on one line: its detail ("... declares
-// 8589934592 bytes of pixel data but holds 2") follows a newline there.
-static std::string Reason(const PIVerror& e) {
+std::string Reason(const PIVerror& e) {
     std::string why = e.getLastError();
     for (size_t at = why.find('\n'); at != std::string::npos; at = why.find('\n', at))
         why.replace(at, 1, " - ");

@@ -20,6 +20,10 @@ namespace eval_tool {
 void RequestStop();
 bool StopRequested();
 
+// The library's error text on one line: its detail ("... declares
+// 8589934592 bytes of pixel data but holds 2") follows a newline there.
+std::string Reason(const PIVerror& e);
+
 struct PairResult {
     int exit = 0;         // tool::Exit
     std::string message;  // what went wrong, naming the file, then why

@@ -33,6 +33,10 @@ int Usage(const std::string& why) {
     return tool::kUsage;
 }
 
+std::string OrElse(const std::string& text, const char* fallback) {
+    return text.empty() ? fallback : text;
+}
+
 int Fail(int exit, const std::string& why) {
     std::fprintf(stderr, "kelvane-eval: %s\n", why.c_str());
     return exit;
@@ -123,7 +127,9 @@ int Series(const eval_tool::Options& o, eval_tool::Evaluator& evaluator) {
         }
         written++;
         if (o.stats && !stats.increment(&evaluator.result(), 0, 0))
-            Fail(0, first + " left out of the statistics: " + stats.error().getLastError());
+            Fail(0, first + " left out of the statistics: " +
+                        OrElse(eval_tool::Reason(stats.error()),
+                               "it does not fit the fields before it"));
         const double elapsed =
             std::chrono::duration<double>(std::chrono::steady_clock::now() - start).count();
         const std::string eta = ", ETA " + Seconds(elapsed / (k + 1) * (count - k - 1));
@@ -138,8 +144,8 @@ int Series(const eval_tool::Options& o, eval_tool::Evaluator& evaluator) {
                           rms = InDir(o.outputDir, o.stub + "_rms.nc");
         if (!stats.update() || !stats.avgData()->save(avg.c_str(), 0, out) ||
             !stats.rmsData()->save(rms.c_str(), 0, out)) {
-            const std::string why = stats.error().getLastError();
-            Fail(0, "statistics not written: " + (why.empty() ? "no field to average" : why));
+            Fail(0, "statistics not written: " +
+                        OrElse(eval_tool::Reason(stats.error()), "no field to average"));
             statsFailed = true;
         }
     }
