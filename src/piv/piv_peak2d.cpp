@@ -12,6 +12,12 @@
 
 namespace {
 
+// The candidate flags of a row, rounded up to whole words of eight: the
+// search skips eight flags at once, and the tail beyond the row stays zero.
+size_t CandidateFlags(int width) {
+    return (size_t(std::max(width, 0)) + 7) & ~size_t(7);
+}
+
 // The block of PIVEVAL_CFG from ROI_Size to ROI that decides the search.
 bool SamePeakSettings(const PIVEVAL_CFG& a, const PIVEVAL_CFG& b) {
     const size_t begin = offsetof(PIVEVAL_CFG, ROI_Size);
@@ -79,7 +85,8 @@ bool PIV_PeakDetect2D::prepareFor(const SIZE2D& size) {
         if (size.width != m_maskSize.width || size.height != m_maskSize.height)
             rebuildMaskAndWeights(size);
         const size_t longest = size_t(std::max(size.width, size.height));
-        if (m_candidates.size() < size_t(size.width)) m_candidates.resize(size_t(size.width));
+        const size_t flags = CandidateFlags(size.width);
+        if (m_candidates.size() < flags) m_candidates.assign(flags, 0);
         if (m_line.size() < longest) m_line.resize(longest);
         // The largest fit gathers a disc of radius kMaxFitRadius.
         constexpr int kMaxFitPoints = (2 * kMaxFitRadius + 1) * (2 * kMaxFitRadius + 1);
@@ -236,7 +243,8 @@ bool PIV_PeakDetect2D::findMultiplePeaks(bool local) {
     scanPlane();
     const int w = m_size.width, h = m_size.height;
     const float* plane = m_plane;
-    if (m_candidates.size() < size_t(w)) m_candidates.resize(size_t(w));
+    const size_t flags = CandidateFlags(w);
+    if (m_candidates.size() < flags) m_candidates.assign(flags, 0);
     uint8_t* candidate = m_candidates.data();
     for (int row = 0; row < h; row++) {
         const float* line = plane + size_t(row) * w;
@@ -244,18 +252,29 @@ bool PIV_PeakDetect2D::findMultiplePeaks(bool local) {
         const float* down = plane + size_t(row == h - 1 ? 0 : row + 1) * w;
         // A candidate is strictly above its four neighbours, the plane being
         // periodic; the test runs without branches over the row, the ranking
-        // only over the few cells that pass it.
+        // only over the few cells that pass it. Once three peaks are held,
+        // only a cell above the third can change them: the row's test
+        // leaves out the rest, so that the ranking loop rarely branches.
+        const float floor = m_count == 3 ? m_peaks[2].height : -HUGE_VALF;
         candidate[0] =
             line[0] > line[w - 1] && line[0] > line[1 % w] && line[0] > up[0] && line[0] > down[0];
         for (int col = 1; col < w - 1; col++) {
             const float v = line[col];
             candidate[col] = uint8_t((v > line[col - 1]) & (v > line[col + 1]) & (v > up[col]) &
-                                     (v > down[col]));
+                                     (v > down[col]) & (v > floor));
         }
         if (w > 1)
             candidate[w - 1] = line[w - 1] > line[w - 2] && line[w - 1] > line[0] &&
                                line[w - 1] > up[w - 1] && line[w - 1] > down[w - 1];
         for (int col = 0; col < w; col++) {
+            if ((col & 7) == 0) {
+                uint64_t eight;
+                std::memcpy(&eight, candidate + col, sizeof(eight));
+                if (eight == 0) {
+                    col += 7;
+                    continue;
+                }
+            }
             if (!candidate[col]) continue;
             const float v = line[col];
             // Rank: a candidate takes the place of the first peak it strictly
