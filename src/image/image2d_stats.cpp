@@ -6,6 +6,7 @@
 
 #include "image2d.h"
 #include "image2d_pixel.h"
+#include "image2d_stats_simd.h"
 #include "piv_messages.h"
 
 using PIV::ImagePixel::Dispatch;
@@ -17,32 +18,31 @@ struct Moments {
     double s1 = 0.0, s2 = 0.0, minimum = 0.0, maximum = 0.0;
 };
 
-// Integer pixels of up to 16 bits are summed exactly in 64-bit integers: the
-// squares stay below 2^32, so a sum overflows only beyond 2^32 pixels.
+// Pixels of 8 and 16 bits and floats go through the vectorised rows; 32-bit
+// integers, rare, through the plain loop.
 template <typename T>
 Moments _momentsOfRows(const Image2D& img) {
     Moments m;
     const uint64_t w = img.width(), h = img.height();
-    if constexpr (sizeof(T) <= 2) {
-        uint64_t s1 = 0, s2 = 0;
-        T lo = img.scanLine<T>(0)[0], hi = lo;
-        for (uint64_t y = 0; y < h; y++) {
-            const T* row = img.scanLine<T>(y);
-            for (uint64_t x = 0; x < w; x++) {
-                const uint64_t v = row[x];
-                s1 += v;
-                s2 += v * v;
-                lo = std::min(lo, row[x]);
-                hi = std::max(hi, row[x]);
-            }
-        }
-        m.s1 = static_cast<double>(s1);
-        m.s2 = static_cast<double>(s2);
-        m.minimum = lo;
-        m.maximum = hi;
+    if constexpr (std::is_same<T, uint8_t>::value || std::is_same<T, uint16_t>::value) {
+        PIV::Simd::RowMoments r;
+        r.intMin = r.intMax = img.scanLine<T>(0)[0];
+        for (uint64_t y = 0; y < h; y++) PIV::Simd::AddRow(img.scanLine<T>(y), w, r);
+        m.s1 = static_cast<double>(r.intSum);
+        m.s2 = static_cast<double>(r.intSquares);
+        m.minimum = r.intMin;
+        m.maximum = r.intMax;
+    } else if constexpr (std::is_same<T, float>::value) {
+        PIV::Simd::RowMoments r;
+        r.floatMin = r.floatMax = img.scanLine<T>(0)[0];
+        for (uint64_t y = 0; y < h; y++) PIV::Simd::AddRow(img.scanLine<T>(y), w, r);
+        m.s1 = r.floatSum;
+        m.s2 = r.floatSquares;
+        m.minimum = static_cast<double>(r.floatMin);
+        m.maximum = static_cast<double>(r.floatMax);
     } else {
-        // Row by row even though 32-bit and float rows carry no line padding:
-        // an image allocated with a border must not count the border.
+        // Row by row even though 32-bit rows carry no line padding: an image
+        // allocated with a border must not count the border.
         T lo = img.scanLine<T>(0)[0], hi = lo;
         double s1 = 0.0, s2 = 0.0;
         for (uint64_t y = 0; y < h; y++) {
