@@ -1,6 +1,9 @@
 #include "piv_util.h"
 
 #include <omp.h>
+#if __has_include(<malloc.h>)
+#include <malloc.h>
+#endif
 
 #include <algorithm>
 #include <atomic>
@@ -43,6 +46,16 @@ int PIV::MaxThreads() {
 void PIV::SetMaxThreads(int n) {
     const int possible = MaxThreadsPossible();
     g_maxThreads.store((n < 1 || n > possible) ? possible : n);
+}
+
+bool PIV::KeepFreedFramesInHeap() {
+#if defined(M_MMAP_THRESHOLD) && defined(M_TRIM_THRESHOLD)
+    // Blocks up to 32 MB (a 2560 x 2160 float frame is 22 MB) come from the
+    // heap, and up to 512 MB of free heap stay with the process.
+    return mallopt(M_MMAP_THRESHOLD, 32 << 20) == 1 && mallopt(M_TRIM_THRESHOLD, 512 << 20) == 1;
+#else
+    return false;
+#endif
 }
 
 const char* PIV::SoftwareName(const char* name) {

@@ -10,6 +10,12 @@ int MaxThreads();
 void SetMaxThreads(int n);
 int MaxThreadsPossible();
 
+// For a program that evaluates pair after pair: freed frames and fields, tens
+// of megabytes each, stay in the process heap and serve the next pair,
+// instead of going back to the system and coming again as fresh pages, one
+// page fault each. Returns false where the C library has no such setting.
+bool KeepFreedFramesInHeap();
+
 // The name of the running software, e.g. "SODREL Kelvane Module - kelvane2c".
 // With a non-null name it is stored (quotes removed, backslashes made
 // slashes, the maker's prefix added); the stored name is returned.

@@ -1,8 +1,6 @@
 // kelvane-eval: evaluates image pairs without the window. One pair goes to
 // the file named by -o; a series goes to a folder, a result per pair, and
 // the statistics of the series at the end.
-#include <malloc.h>
-
 #include <cerrno>
 #include <chrono>
 #include <csignal>
@@ -181,11 +179,7 @@ int CheckOutputs(const eval_tool::Options& o) {
 }  // namespace
 
 int main(int argc, char** argv) {
-    // The frames and fields of a series are freed and made again pair after
-    // pair, tens of megabytes each: kept in the heap rather than handed back
-    // to the system, they come back without a page fault per pixel row.
-    mallopt(M_MMAP_THRESHOLD, 32 << 20);
-    mallopt(M_TRIM_THRESHOLD, 512 << 20);
+    PIV::KeepFreedFramesInHeap();
     eval_tool::Options o;
     std::string error;
     const int parsed = eval_tool::ParseOptions(argc, argv, o, error);
