@@ -1,5 +1,5 @@
 // Resampling and filtering of a camera-sized 16-bit frame (2560 x 2160):
-// the B-spline prefilter plus a sub-pixel translate, and the 5 x 5 median,
+// the B-spline prefilter plus a sub-pixel translate, and the 5 x 5 and 3 x 3 medians,
 // each on one thread and on all of them (the argument; 0 means all).
 #include <benchmark/benchmark.h>
 
@@ -33,7 +33,8 @@ void BM_BSplineTranslate(benchmark::State& state) {
 }
 BENCHMARK(BM_BSplineTranslate)->Arg(1)->Arg(0)->Unit(benchmark::kMillisecond)->UseRealTime();
 
-void BM_Median5x5(benchmark::State& state) {
+// The window of the median filter: 3 x 3 or 5 x 5.
+void RunMedian(benchmark::State& state, int size) {
     PIV::SetMaxThreads(static_cast<int>(state.range(0)));
     const Image2D frame = bench::CameraFrame(kWidth, kHeight);
     Image2D img;
@@ -41,12 +42,21 @@ void BM_Median5x5(benchmark::State& state) {
         state.PauseTiming();
         img = frame;
         state.ResumeTiming();
-        img.medianFilter(5);
+        img.medianFilter(size);
         benchmark::DoNotOptimize(img.bits());
     }
     state.SetItemsProcessed(state.iterations() * kPixels);
     state.counters["threads"] = PIV::MaxThreads();
 }
+
+void BM_Median5x5(benchmark::State& state) {
+    RunMedian(state, 5);
+}
 BENCHMARK(BM_Median5x5)->Arg(1)->Arg(0)->Unit(benchmark::kMillisecond)->UseRealTime();
+
+void BM_Median3x3(benchmark::State& state) {
+    RunMedian(state, 3);
+}
+BENCHMARK(BM_Median3x3)->Arg(1)->Arg(0)->Unit(benchmark::kMillisecond)->UseRealTime();
 
 }  // namespace

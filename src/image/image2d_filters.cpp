@@ -13,6 +13,7 @@
 #include <vector>
 
 #include "image2d.h"
+#include "image2d_median_simd.h"
 #include "image2d_pixel.h"
 #include "piv_messages.h"
 #include "piv_util.h"
@@ -100,44 +101,109 @@ inline T _middle(T* v) {
     return _select(v, N, N / 2);
 }
 
+// Floats that the Min/Max network and the per-pixel selection may order
+// differently: NaN compares false both ways, and -0 == +0 but is another bit
+// pattern. A row holding either keeps every window over it per pixel. Empty
+// for integer images, whose selection is exact in any order.
+template <typename T>
+std::vector<uint8_t> _rowsOffNetwork(const Image2D& src) {
+    if constexpr (!kIsFloat<T>) {
+        return {};
+    } else {
+        const int64_t w = static_cast<int64_t>(src.width()), h = static_cast<int64_t>(src.height());
+        std::vector<uint8_t> off(static_cast<size_t>(h));
+#pragma omp parallel for num_threads(PIV::MaxThreads()) schedule(static)
+        for (int64_t y = 0; y < h; y++) {
+            const float* row = src.scanLine<float>(static_cast<uint64_t>(y));
+            bool odd = false;
+            for (int64_t x = 0; x < w; x++)
+                odd |= row[x] != row[x] || (row[x] == 0.0f && std::signbit(row[x]));
+            off[static_cast<size_t>(y)] = odd;
+        }
+        return off;
+    }
+}
+
+// True when the vector rows may take output row y of a window of radius R.
+template <int R>
+bool _networkRow(const std::vector<uint8_t>& off, int64_t y) {
+    if (!PIV::MedianRows::Enabled()) return false;
+    for (int64_t j = y - R; !off.empty() && j <= y + R; j++)
+        if (off[static_cast<size_t>(j)]) return false;
+    return true;
+}
+
 template <typename T, int R>
 void _median(Image2D& img, const Image2D& src) {
-    constexpr int N = (2 * R + 1) * (2 * R + 1);
+    constexpr int K = 2 * R + 1, N = K * K;
     const int64_t w = static_cast<int64_t>(img.width()), h = static_cast<int64_t>(img.height());
+    const std::vector<uint8_t> off = _rowsOffNetwork<T>(src);
 #pragma omp parallel for num_threads(PIV::MaxThreads()) schedule(static)
     for (int64_t y = R; y < h - R; y++) {
         T* out = img.scanLine<T>(static_cast<uint64_t>(y));
+        const T* rows[K];
+        for (int j = 0; j < K; j++) rows[j] = src.scanLine<T>(static_cast<uint64_t>(y - R + j));
+        if (_networkRow<R>(off, y) && PIV::MedianRows::Median(rows, out, R, w - R, R)) continue;
         T v[N];
         for (int64_t x = R; x < w - R; x++) {
             int n = 0;
-            for (int64_t dy = -R; dy <= R; dy++) {
-                const T* row = src.scanLine<T>(static_cast<uint64_t>(y + dy));
-                for (int64_t dx = -R; dx <= R; dx++) v[n++] = row[x + dx];
-            }
+            for (int j = 0; j < K; j++)
+                for (int64_t dx = -R; dx <= R; dx++) v[n++] = rows[j][x + dx];
             out[x] = _middle<T, N>(v);
         }
     }
 }
 
+// A pixel whose window holds no masked pixel has the full window's median,
+// so runs of them go to the vector rows; the others, and a run narrower than
+// a vector, are selected one by one from their unmasked neighbours. Each
+// thread ORs the window's mask rows into its own line of `scratch`.
 template <typename T, int R>
 void _medianMasked(Image2D& img, const Image2D& src, const Image2D& mask) {
-    constexpr int N = (2 * R + 1) * (2 * R + 1);
+    constexpr int K = 2 * R + 1, N = K * K;
     const int64_t w = static_cast<int64_t>(img.width()), h = static_cast<int64_t>(img.height());
-#pragma omp parallel for num_threads(PIV::MaxThreads()) schedule(static)
+    const std::vector<uint8_t> off = _rowsOffNetwork<T>(src);
+    const int threads = PIV::MaxThreads();
+    std::vector<uint8_t> scratch(static_cast<size_t>(threads) * static_cast<size_t>(w));
+#pragma omp parallel for num_threads(threads) schedule(static)
     for (int64_t y = R; y < h - R; y++) {
         T* out = img.scanLine<T>(static_cast<uint64_t>(y));
         const uint8_t* m = mask.scanLine<uint8_t>(static_cast<uint64_t>(y));
+        const T* rows[K];
+        const uint8_t* masks[K];
+        for (int j = 0; j < K; j++) {
+            rows[j] = src.scanLine<T>(static_cast<uint64_t>(y - R + j));
+            masks[j] = mask.scanLine<uint8_t>(static_cast<uint64_t>(y - R + j));
+        }
+        uint8_t* column =
+            scratch.data() + static_cast<size_t>(omp_get_thread_num()) * static_cast<size_t>(w);
+        for (int64_t x = 0; x < w; x++) {
+            uint8_t any = 0;
+            for (int j = 0; j < K; j++) any |= masks[j][x];
+            column[x] = any;
+        }
+        const auto clean = [&](int64_t x) {
+            uint8_t any = 0;
+            for (int64_t dx = -R; dx <= R; dx++) any |= column[x + dx];
+            return any == 0;
+        };
+        const bool network = _networkRow<R>(off, y);
         T v[N];
-        for (int64_t x = R; x < w - R; x++) {
-            if (m[x] != 0) continue;
-            int n = 0;
-            for (int64_t dy = -R; dy <= R; dy++) {
-                const T* row = src.scanLine<T>(static_cast<uint64_t>(y + dy));
-                const uint8_t* mr = mask.scanLine<uint8_t>(static_cast<uint64_t>(y + dy));
-                for (int64_t dx = -R; dx <= R; dx++)
-                    if (mr[x + dx] == 0) v[n++] = row[x + dx];
+        for (int64_t x = R; x < w - R;) {
+            int64_t end = x;
+            while (network && end < w - R && clean(end)) end++;
+            if (end > x && PIV::MedianRows::Median(rows, out, x, end, R)) {
+                x = end;
+                continue;
             }
-            out[x] = _select(v, n, n / 2);
+            for (end = std::max(end, x + 1); x < end; x++) {
+                if (m[x] != 0) continue;
+                int n = 0;
+                for (int j = 0; j < K; j++)
+                    for (int64_t dx = -R; dx <= R; dx++)
+                        if (masks[j][x + dx] == 0) v[n++] = rows[j][x + dx];
+                out[x] = _select(v, n, n / 2);
+            }
         }
     }
 }

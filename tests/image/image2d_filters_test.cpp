@@ -2,7 +2,10 @@
 
 #include <algorithm>
 #include <cmath>
+#include <cstring>
 
+#include "hwy/targets.h"
+#include "image2d_median_simd.h"
 #include "image_test_support.h"
 #include "piv_util.h"
 #include "synthetic_images.h"
@@ -64,6 +67,53 @@ TEST(Median, WithMaskSkipsMaskedPixelsAndNeighbours) {
     EXPECT_EQ(img.pixel(2, 1), 9.0f);
     EXPECT_EQ(FailCode(img, img.medianFilterWithMask(Image2D(4, 4, IMAGE_UINT8), 3)),
               PIVerror::IMAGE_SIZE_MISMATCH);
+}
+
+// The vector rows against the per-pixel selection, bit for bit: widths
+// below, across and above a vector, values from seven levels so that windows
+// are full of ties, and a mask on one pixel in eight of the left third and
+// one in 128 of the rest (clean runs between lone masked pixels). Float images end in three rows of
+// -0, +0 and NaN, where only the per-pixel order counts.
+TEST(Median, VectorRowsEqualThePerPixelSelection) {
+    const float kLevels[7] = {0, 1, 2, 3, 250, 40000, 65535};
+    const float kOdd[3] = {-0.0f, 0.0f, NAN};
+    const int h = 9;
+    for (ImageType type : kAllTypes)
+        for (int width : {1, 7, 33, 1023}) {
+            std::vector<float> v(static_cast<size_t>(width) * h), m(v.size());
+            uint32_t s = 7u;
+            for (size_t i = 0; i < v.size(); i++) {
+                s = s * 1664525u + 1013904223u;
+                const bool odd = type == IMAGE_FLOAT && i >= static_cast<size_t>(width) * (h - 3);
+                v[i] =
+                    odd ? kOdd[(s >> 8) % 3]
+                        : std::min(kLevels[(s >> 20) % 7], type == IMAGE_UINT8 ? 255.0f : 65535.0f);
+                m[i] =
+                    (s >> 12) % (static_cast<int>(i) % width < width / 3 ? 8 : 128) == 0 ? 255 : 0;
+            }
+            const Image2D src = MakeImage(width, h, type, v),
+                          mask = MakeImage(width, h, IMAGE_UINT8, m);
+            for (int size : {3, 5})
+                for (bool masked : {false, true}) {
+                    SCOPED_TRACE(testing::Message() << "type " << type << " width " << width
+                                                    << " size " << size << " masked " << masked);
+                    const auto filtered = [&](Image2D img) {
+                        EXPECT_TRUE(masked ? img.medianFilterWithMask(mask, size)
+                                           : img.medianFilter(size));
+                        return img;
+                    };
+                    PIV::MedianRows::SetEnabled(false);
+                    const Image2D reference = filtered(src);
+                    PIV::MedianRows::SetEnabled(true);
+                    for (int64_t target : hwy::SupportedAndGeneratedTargets()) {
+                        hwy::SetSupportedTargetsForTest(target);
+                        EXPECT_EQ(
+                            0, std::memcmp(reference.bits(), filtered(src).bits(), src.numBytes()))
+                            << hwy::TargetName(target);
+                    }
+                    hwy::SetSupportedTargetsForTest(0);
+                }
+        }
 }
 
 // Box means are divided by the pixels inside the image and truncated on
