@@ -148,10 +148,11 @@ bool Image2D_Deformation::warp(const Image2D& src, Image2D& dst, const Image2D* 
     }
     const float lowF = float(low), highF = float(high);
     // The cubic and the quintic go through the vector loop, whose offsets
-    // into the coefficients are 32-bit.
+    // into the coefficients are 32-bit and which reads a whole stencil even
+    // for points outside: the image must be larger than one.
     int vectorDegree = 0;
     if (m_vectorised && m_method == PIV::INTERPOLATE_BSPLINE && (m_degree == 3 || m_degree == 5) &&
-        m_coeffWidth == width && m_coeffHeight == height &&
+        m_coeffWidth == width && m_coeffHeight == height && width > m_degree && height > m_degree &&
         uint64_t(width) * uint64_t(height) < (uint64_t(1) << 31))
         vectorDegree = m_degree;
     const double scale = -1.0 / factor;
