@@ -42,13 +42,13 @@ std::vector<int> Windows(const std::vector<MULTIGRID_LEVEL>& levels) {
     return Each(levels, [](const MULTIGRID_LEVEL& L) { return L.fullSample.width; });
 }
 
-// A field on a 9 x 7 grid, step 16 from (16, 16), every node enabled with
-// dx = 0.25 x - 0.5 y + 3 and dy = 0.125 x + 0.75 y - 2 at its pixel.
-void MakeLinearField(PIV_Data2D& f) {
+// A field on a 9 x 7 grid, step 16 from (first, first), every node enabled
+// with dx = 0.25 x - 0.5 y + 3 and dy = 0.125 x + 0.75 y - 2 at its pixel.
+void MakeLinearField(PIV_Data2D& f, int first = 16) {
     DATA_GRID4D g;
     g.imageSize = SIZE3D{160, 128, 1};
     g.step = SIZE3D{16, 16, 1};
-    g.first = POINT3D{16, 16, 0};
+    g.first = POINT3D{first, first, 0};
     g.nodes = SIZE3D{9, 7, 1};
     ASSERT_TRUE(f.create(g));
     for (int k = 0; k < f.nodeCount(); k++) {
@@ -228,18 +228,24 @@ TEST(FieldBetweenNodes, SplineOfTheFieldHitsItsNodes) {
     ASSERT_TRUE(map.mapData(48, 160, dx.data(), dy.data(), scratch.data()));
     for (int i = 0; i < 9; i++) EXPECT_NEAR(dx[size_t(16 + 16 * i)], f.data()[2 * 9 + i].dx, 2e-5);
     // Columns tabulated once take the vector loop, past the grid's ends as
-    // well: the same figures as the weights made pixel by pixel.
-    PIV_Data2D_Deformation tabulated(&f);
-    tabulated.setMethod(PIV::INTERPOLATE_BSPLINE, 3);
-    ASSERT_TRUE(tabulated.prepareSplineCoefficients());
-    for (size_t width : {1, 7, 33, 1023}) {
-        std::vector<float> tx(width), ty(width), px(width), py(width);
-        ASSERT_TRUE(tabulated.prepareColumns(int(width)));
-        ASSERT_TRUE(tabulated.mapData(70, int(width), tx.data(), ty.data(), scratch.data()));
-        ASSERT_TRUE(map.mapData(70, int(width), px.data(), py.data(), scratch.data()));
-        for (size_t i = 0; i < width; i++) {
-            EXPECT_NEAR(tx[i], px[i], 1e-5) << width << " " << i;
-            EXPECT_NEAR(ty[i], py[i], 1e-5) << width << " " << i;
+    // well and with nodes on and off the vectors' bounds: the same figures
+    // as the weights made pixel by pixel.
+    for (int first : {16, 13}) {
+        MakeLinearField(f, first);
+        PIV_Data2D_Deformation tabulated(&f), plain(&f);
+        for (PIV_Data2D_Deformation* m : {&tabulated, &plain}) {
+            m->setMethod(PIV::INTERPOLATE_BSPLINE, 3);
+            ASSERT_TRUE(m->prepareSplineCoefficients());
+        }
+        for (size_t width : {1, 7, 33, 1023}) {
+            std::vector<float> tx(width), ty(width), px(width), py(width);
+            ASSERT_TRUE(tabulated.prepareColumns(int(width)));
+            ASSERT_TRUE(tabulated.mapData(70, int(width), tx.data(), ty.data(), scratch.data()));
+            ASSERT_TRUE(plain.mapData(70, int(width), px.data(), py.data(), scratch.data()));
+            for (size_t i = 0; i < width; i++) {
+                EXPECT_NEAR(tx[i], px[i], 1e-5) << first << " " << width << " " << i;
+                EXPECT_NEAR(ty[i], py[i], 1e-5) << first << " " << width << " " << i;
+            }
         }
     }
 }
