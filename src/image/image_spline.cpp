@@ -102,8 +102,7 @@ bool _filterLines(float* data, int width, int height, bool alongRows, F&& filter
 
 // The same filter for many lines at once: kInterleavedLines rows or
 // columns at a time are laid side by side in a buffer of their thread, so
-// that one vector step advances all of them. Short blocks are padded with
-// zeros, which filter to zeros.
+// that one vector step advances all of them.
 bool _filterLinesInterleaved(float* data, int width, int height, bool alongRows,
                              const double* poles, int count) {
     constexpr int kLines = PIV::Spline::kInterleavedLines;
@@ -116,7 +115,7 @@ bool _filterLinesInterleaved(float* data, int width, int height, bool alongRows,
         DebugPrint("Line allocation failed");
         return false;
     }
-    const int lines = alongRows ? height : width, length = alongRows ? width : height;
+    const int lines = alongRows ? height : width;
     const int blocks = (lines + kLines - 1) / kLines;
 #pragma omp parallel for num_threads(threads) schedule(static)
     for (int b = 0; b < blocks; b++) {
@@ -124,32 +123,15 @@ bool _filterLinesInterleaved(float* data, int width, int height, bool alongRows,
         const int first = b * kLines;
         const int used = lines - first < kLines ? lines - first : kLines;
         if (alongRows) {
-            for (int r = 0; r < kLines; r++) {
-                const float* in = data + static_cast<size_t>(first + r) * width;
-                for (int k = 0; k < width; k++)
-                    buf[static_cast<size_t>(k) * kLines + r] = r < used ? in[k] : 0.0;
-            }
-        } else {
-            for (int k = 0; k < height; k++) {
-                const float* in = data + static_cast<size_t>(k) * width + first;
-                double* to = buf + static_cast<size_t>(k) * kLines;
-                for (int c = 0; c < kLines; c++) to[c] = c < used ? in[c] : 0.0;
-            }
+            // Lanes past the last row repeat it.
+            float* rows[kLines];
+            for (int r = 0; r < kLines; r++)
+                rows[r] = data + static_cast<size_t>(first + (r < used ? r : used - 1)) * width;
+            PIV::Spline::FilterInterleavedRows(rows, width, used, buf, poles, count, DBL_EPSILON);
+            continue;
         }
-        PIV::Spline::FilterInterleavedLines(buf, length, poles, count, DBL_EPSILON);
-        if (alongRows) {
-            for (int r = 0; r < used; r++) {
-                float* out = data + static_cast<size_t>(first + r) * width;
-                for (int k = 0; k < width; k++)
-                    out[k] = static_cast<float>(buf[static_cast<size_t>(k) * kLines + r]);
-            }
-        } else {
-            for (int k = 0; k < height; k++) {
-                float* out = data + static_cast<size_t>(k) * width + first;
-                const double* from = buf + static_cast<size_t>(k) * kLines;
-                for (int c = 0; c < used; c++) out[c] = static_cast<float>(from[c]);
-            }
-        }
+        PIV::Spline::FilterInterleavedColumns(data + first, width, height, used, buf, poles, count,
+                                              DBL_EPSILON);
     }
     return true;
 }

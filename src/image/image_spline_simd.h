@@ -14,5 +14,16 @@ constexpr int kInterleavedLines = 16;
 void FilterInterleavedLines(double* lines, int n, const double* poles, int poleCount,
                             double tolerance);
 
+// The same on kInterleavedLines rows of `width` samples, taken from `rows`
+// (the same row may come more than once) through `lines` (width times
+// kInterleavedLines doubles) and stored back into the first `used` of them.
+void FilterInterleavedRows(float* const* rows, int width, int used, double* lines,
+                           const double* poles, int poleCount, double tolerance);
+
+// The same on kInterleavedLines columns of a `width` x `height` image from
+// the one `data` points at, of which `used` lie inside the image.
+void FilterInterleavedColumns(float* data, int width, int height, int used, double* lines,
+                              const double* poles, int poleCount, double tolerance);
+
 }  // namespace Spline
 }  // namespace PIV
