@@ -31,26 +31,34 @@ void MapFieldColumnsImpl(const double* lineX, const double* lineY, const int64_t
     // than a vector is wide, the columns reach at most two neighbouring
     // nodes, which two broadcasts and a blend fetch faster than a gather.
     // Folding at the grid's ends breaks that order; the gather takes those.
-    const auto fetch = [&](const int64_t* at, const double* line) {
+    using V = hn::Vec<decltype(d)>;
+    // Adds tap weight c times the nodes at `at` to both sums.
+    const auto tap = [&](const int64_t* at, V c, V& sx, V& sy) {
         const auto k = hn::LoadU(di, at);
         const int64_t k0 = at[0];
         const auto same = hn::Eq(k, hn::Set(di, k0));
-        if (hn::AllTrue(di, same)) return hn::Set(d, line[k0]);
-        if (at[n - 1] == k0 + 1 && hn::AllTrue(di, hn::Or(same, hn::Eq(k, hn::Set(di, k0 + 1)))))
-            return hn::IfThenElse(hn::RebindMask(d, same), hn::Set(d, line[k0]),
-                                  hn::Set(d, line[k0 + 1]));
-        return hn::GatherIndex(d, line, k);
+        V x, y;
+        if (hn::AllTrue(di, same)) {
+            x = hn::Set(d, lineX[k0]);
+            y = hn::Set(d, lineY[k0]);
+        } else if (at[n - 1] == k0 + 1 &&
+                   hn::AllTrue(di, hn::Or(same, hn::Eq(k, hn::Set(di, k0 + 1))))) {
+            const auto left = hn::RebindMask(d, same);
+            x = hn::IfThenElse(left, hn::Set(d, lineX[k0]), hn::Set(d, lineX[k0 + 1]));
+            y = hn::IfThenElse(left, hn::Set(d, lineY[k0]), hn::Set(d, lineY[k0 + 1]));
+        } else {
+            x = hn::GatherIndex(d, lineX, k);
+            y = hn::GatherIndex(d, lineY, k);
+        }
+        sx = hn::Add(sx, hn::Mul(c, x));
+        sy = hn::Add(sy, hn::Mul(c, y));
     };
     size_t i = 0;
     for (; i + n <= w; i += n) {
-        auto c = hn::LoadU(d, weight + i);
-        auto sx = hn::Mul(c, fetch(index + i, lineX));
-        auto sy = hn::Mul(c, fetch(index + i, lineY));
-        for (int m = 1; m < taps; m++) {
+        V sx = hn::Zero(d), sy = hn::Zero(d);
+        for (int m = 0; m < taps; m++) {
             const size_t t = size_t(m) * w + i;
-            c = hn::LoadU(d, weight + t);
-            sx = hn::Add(sx, hn::Mul(c, fetch(index + t, lineX)));
-            sy = hn::Add(sy, hn::Mul(c, fetch(index + t, lineY)));
+            tap(index + t, hn::LoadU(d, weight + t), sx, sy);
         }
         hn::StoreU(hn::DemoteTo(df, saturate(sx)), df, dx + i);
         hn::StoreU(hn::DemoteTo(df, saturate(sy)), df, dy + i);
