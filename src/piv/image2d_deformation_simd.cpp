@@ -70,14 +70,16 @@ HWY_INLINE VF Stencil(DF d, const float* c, hn::Vec<hn::RebindToSigned<DF>> firs
 }
 
 #if HWY_TARGET != HWY_SCALAR
-// When all pixels of a vector read the same source rows and their columns
-// lie within two vectors' width, each stencil row is two plain loads, and
-// every tap a pick of lanes from them: far cheaper than a gather. `rel` is
-// each pixel's first column from `start`, the first row's offset of the
-// leftmost.
+// When the pixels of a vector read source rows from the same one or two
+// first rows and their columns lie within two vectors' width, each source
+// row is two plain loads, and every tap a pick of lanes from them: far
+// cheaper than a gather. `rel` is each pixel's first column from `start`,
+// the first row's offset of the leftmost; lanes in `lower` start one row
+// further down, and all lanes then span one row more, with a weight of 0
+// at the row that is not theirs.
 template <int kDegree>
 HWY_INLINE VF Rows(DF d, const float* start, int width, hn::Vec<hn::RebindToSigned<DF>> rel,
-                   const VF* wx, const VF* wy) {
+                   hn::Mask<DF> lower, bool shifted, const VF* wx, const VF* wy) {
     const hn::RebindToSigned<DF> di;
     const int32_t n = int32_t(hn::Lanes(d));
     using Indices = decltype(hn::IndicesFromVec(d, rel));
@@ -89,7 +91,10 @@ HWY_INLINE VF Rows(DF d, const float* start, int width, hn::Vec<hn::RebindToSign
         left[m] = hn::RebindMask(d, hn::Lt(at, hn::Set(di, n)));
     }
     VF sum = hn::Zero(d);
-    for (int l = 0; l <= kDegree; l++, start += width) {
+    const int rows = shifted ? kDegree + 2 : kDegree + 1;
+    for (int l = 0; l < rows; l++, start += width) {
+        VF w = l <= kDegree ? wy[l] : hn::Zero(d);
+        if (shifted) w = hn::IfThenElse(lower, l > 0 ? wy[l - 1] : hn::Zero(d), w);
         const VF a = hn::LoadU(d, start), b = hn::LoadU(d, start + n);
         const auto tap = [&](int m) {
             return hn::IfThenElse(left[m], hn::TableLookupLanes(a, pick[m]),
@@ -97,7 +102,7 @@ HWY_INLINE VF Rows(DF d, const float* start, int width, hn::Vec<hn::RebindToSign
         };
         VF s = hn::Mul(wx[0], tap(0));
         for (int m = 1; m <= kDegree; m++) s = hn::Add(s, hn::Mul(wx[m], tap(m)));
-        sum = hn::Add(sum, hn::Mul(wy[l], s));
+        sum = hn::Add(sum, hn::Mul(w, s));
     }
     return sum;
 }
@@ -142,14 +147,18 @@ HWY_INLINE void WarpLanes(DF d, const float* c, int width, int height, int row, 
     VF v;
 #if HWY_TARGET != HWY_SCALAR
     const int32_t n = int32_t(hn::Lanes(d));
-    const int32_t top = hn::GetLane(j0), leftmost = hn::GetLane(hn::MinOfLanes(di, i0));
+    const int32_t top = hn::GetLane(hn::MinOfLanes(di, j0));
+    const int32_t leftmost = hn::GetLane(hn::MinOfLanes(di, i0));
     const auto rel = hn::Sub(i0, hn::Set(di, leftmost));
-    // The two loads of the last stencil row must stay inside the image.
-    if (hn::AllTrue(d, interior) && hn::AllTrue(di, hn::Eq(j0, hn::Set(di, top))) &&
+    const auto down = hn::Sub(j0, hn::Set(di, top));
+    const bool shifted = !hn::AllTrue(di, hn::Eq(down, hn::Zero(di)));
+    // The two loads of the last source row must stay inside the image.
+    if (hn::AllTrue(d, interior) && hn::AllTrue(di, hn::Lt(down, hn::Set(di, 2))) &&
         hn::AllTrue(di, hn::Lt(rel, hn::Set(di, 2 * n - kDegree))) &&
-        int64_t(top + kDegree) * width + leftmost + 2 * n <= int64_t(width) * height)
-        v = Rows<kDegree>(d, c + size_t(top) * size_t(width) + size_t(leftmost), width, rel, wx,
-                          wy);
+        int64_t(top + kDegree + (shifted ? 1 : 0)) * width + leftmost + 2 * n <=
+            int64_t(width) * height)
+        v = Rows<kDegree>(d, c + size_t(top) * size_t(width) + size_t(leftmost), width, rel,
+                          hn::RebindMask(d, hn::Eq(down, hn::Set(di, 1))), shifted, wx, wy);
     else
 #endif
         v = hn::IfThenElseZero(inside, Stencil<kDegree>(d, c, first, width, wx, wy));
