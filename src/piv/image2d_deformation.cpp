@@ -148,8 +148,8 @@ bool Image2D_Deformation::warp(const Image2D& src, Image2D& dst, const Image2D* 
     }
     const float lowF = float(low), highF = float(high);
     // The cubic and the quintic go through the vector loop, whose offsets
-    // into the coefficients are 32-bit and which reads a whole stencil even
-    // for points outside: the image must be larger than one.
+    // into the coefficients are 32-bit and which reads a whole stencil from
+    // the corner even for points outside: the image must be larger than it.
     int vectorDegree = 0;
     if (m_vectorised && m_method == PIV::INTERPOLATE_BSPLINE && (m_degree == 3 || m_degree == 5) &&
         m_coeffWidth == width && m_coeffHeight == height && width > m_degree && height > m_degree &&
