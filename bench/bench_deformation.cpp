@@ -28,7 +28,7 @@ const Pair& TestPair() {
     return pair;
 }
 
-PIVEVAL_CFG Settings() {
+PIVEVAL_CFG Settings(int order = 3) {
     PIVEVAL_CFG cfg;
     cfg.Method = PIV::METHOD_MULTI_GRID;
     cfg.SampleSize = SIZE3D{32, 32, 1};
@@ -42,7 +42,7 @@ PIVEVAL_CFG Settings() {
     cfg.DesampleEnable = false;
     cfg.ImageMapping2D.Mode = PIV::DEFORM_ALL_PASSES;
     cfg.ImageMapping2D.Method = PIV::INTERPOLATE_BSPLINE;
-    cfg.ImageMapping2D.Order = 3;
+    cfg.ImageMapping2D.Order = order;
     return cfg;
 }
 
@@ -54,10 +54,10 @@ int Threads(const benchmark::State& state) {
 // holds a displacement to warp with.
 struct Ready {
     PIV_Eval2D eval;
-    explicit Ready(int threads) {
+    explicit Ready(int threads, int order = 3) {
         EnableWarnings(false);
         PIV::SetMaxThreads(threads);
-        eval.setPivEvalCfg(Settings());
+        eval.setPivEvalCfg(Settings(order));
         eval.setPivImages(&TestPair().a, &TestPair().b);
         eval.interrogateImage(false);
     }
@@ -83,15 +83,37 @@ void BM_StagePrefilter(benchmark::State& state) {
         benchmark::DoNotOptimize(
             interp.prepareSplineCoefficients(TestPair().a, PIV::INTERPOLATE_BSPLINE, 3));
     PIV::SetMaxThreads(0);
+    state.SetItemsProcessed(state.iterations() * kSize * kSize);
 }
 BENCHMARK(BM_StagePrefilter)->Arg(1)->Arg(0)->Unit(benchmark::kMillisecond)->UseRealTime();
+
+// The same for the quintic spline: two poles, twice the recursions.
+void BM_StagePrefilterQuintic(benchmark::State& state) {
+    PIV::SetMaxThreads(Threads(state));
+    Image2D_Interpolation interp;
+    for (auto _ : state)
+        benchmark::DoNotOptimize(
+            interp.prepareSplineCoefficients(TestPair().a, PIV::INTERPOLATE_BSPLINE, 5));
+    PIV::SetMaxThreads(0);
+    state.SetItemsProcessed(state.iterations() * kSize * kSize);
+}
+BENCHMARK(BM_StagePrefilterQuintic)->Arg(1)->Arg(0)->Unit(benchmark::kMillisecond)->UseRealTime();
 
 // Both frames warped by the field, coefficients already made.
 void BM_StageWarpPair(benchmark::State& state) {
     Ready r(Threads(state));
     for (auto _ : state) benchmark::DoNotOptimize(r.eval.deformImagePair(r.eval.data(), true));
+    state.SetItemsProcessed(state.iterations() * 2 * kSize * kSize);
 }
 BENCHMARK(BM_StageWarpPair)->Arg(1)->Arg(0)->Unit(benchmark::kMillisecond)->UseRealTime();
+
+// The same with the quintic spline, as the command line warps.
+void BM_StageWarpPairQuintic(benchmark::State& state) {
+    Ready r(Threads(state), 5);
+    for (auto _ : state) benchmark::DoNotOptimize(r.eval.deformImagePair(r.eval.data(), true));
+    state.SetItemsProcessed(state.iterations() * 2 * kSize * kSize);
+}
+BENCHMARK(BM_StageWarpPairQuintic)->Arg(1)->Arg(0)->Unit(benchmark::kMillisecond)->UseRealTime();
 
 // One interrogation of the deformed pair at every node (sampling, FFT
 // correlation, peak search and fit), added to a copy of the field.

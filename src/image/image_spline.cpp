@@ -8,6 +8,7 @@
 #include <cmath>
 #include <vector>
 
+#include "image_spline_simd.h"
 #include "piv_messages.h"
 #include "piv_util.h"
 
@@ -95,6 +96,42 @@ bool _filterLines(float* data, int width, int height, bool alongRows, F&& filter
             for (int c = 0; c < count; c++)
                 out[c] = static_cast<float>(buf[static_cast<size_t>(c) * height + k]);
         }
+    }
+    return true;
+}
+
+// The same filter for many lines at once: kInterleavedLines rows or
+// columns at a time are laid side by side in a buffer of their thread, so
+// that one vector step advances all of them.
+bool _filterLinesInterleaved(float* data, int width, int height, bool alongRows,
+                             const double* poles, int count) {
+    constexpr int kLines = PIV::Spline::kInterleavedLines;
+    const int threads = PIV::MaxThreads();
+    const size_t perThread = static_cast<size_t>(width > height ? width : height) * kLines;
+    std::vector<double> buffers;
+    try {
+        buffers.resize(static_cast<size_t>(threads) * perThread);
+    } catch (...) {
+        DebugPrint("Line allocation failed");
+        return false;
+    }
+    const int lines = alongRows ? height : width;
+    const int blocks = (lines + kLines - 1) / kLines;
+#pragma omp parallel for num_threads(threads) schedule(static)
+    for (int b = 0; b < blocks; b++) {
+        double* buf = buffers.data() + static_cast<size_t>(omp_get_thread_num()) * perThread;
+        const int first = b * kLines;
+        const int used = lines - first < kLines ? lines - first : kLines;
+        if (alongRows) {
+            // Lanes past the last row repeat it.
+            float* rows[kLines];
+            for (int r = 0; r < kLines; r++)
+                rows[r] = data + static_cast<size_t>(first + (r < used ? r : used - 1)) * width;
+            PIV::Spline::FilterInterleavedRows(rows, width, used, buf, poles, count, DBL_EPSILON);
+            continue;
+        }
+        PIV::Spline::FilterInterleavedColumns(data + first, width, height, used, buf, poles, count,
+                                              DBL_EPSILON);
     }
     return true;
 }
@@ -224,7 +261,7 @@ void ConvertToInterpolationCoefficients(double* c, int n, const double* z, int p
     }
 }
 
-int Image2DToSplineCoefficients(float* data, int width, int height, int degree) {
+int Image2DToSplineCoefficients(float* data, int width, int height, int degree, bool vectorised) {
     if (degree < 1 || degree > 9) {
         DebugPrint("Invalid spline degree");
         return 1;
@@ -238,6 +275,11 @@ int Image2DToSplineCoefficients(float* data, int width, int height, int degree) 
     }
     double poles[4];
     const int count = PIV::Spline::Poles(degree, poles);
+    if (vectorised) {
+        if (!_filterLinesInterleaved(data, width, height, true, poles, count)) return 0;
+        _filterLinesInterleaved(data, width, height, false, poles, count);
+        return 0;
+    }
     auto line = [&](double* c, int n) {
         ConvertToInterpolationCoefficients(c, n, poles, count, DBL_EPSILON);
     };

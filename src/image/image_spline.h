@@ -14,8 +14,11 @@
 int getDeformOrder(int degree, int method);
 
 // Filters rows and then columns of `data` in place into coefficients.
-// 0 on success, 1 for a degree of 0 or above 9.
-int Image2DToSplineCoefficients(float* data, int width, int height, int degree);
+// 0 on success, 1 for a degree of 0 or above 9. Not vectorised, every line
+// goes through ConvertToInterpolationCoefficients on its own: the reference
+// the vector loop is held to.
+int Image2DToSplineCoefficients(float* data, int width, int height, int degree,
+                                bool vectorised = true);
 
 // The in-place recursive filter of one line for the given poles, with mirror
 // boundaries. A line of length 1 is left alone.

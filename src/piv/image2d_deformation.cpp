@@ -6,6 +6,7 @@
 #include <cmath>
 #include <vector>
 
+#include "image2d_deformation_simd.h"
 #include "image2d_pixel.h"
 #include "image_spline.h"
 #include "piv_data2d_deformation.h"
@@ -146,9 +147,14 @@ bool Image2D_Deformation::warp(const Image2D& src, Image2D& dst, const Image2D* 
         m_source = &src;
     }
     const float lowF = float(low), highF = float(high);
-    const bool cubic = m_method == PIV::INTERPOLATE_BSPLINE && m_degree == 3 &&
-                       m_coeffWidth == width && m_coeffHeight == height;
-    const float xLimit = float(width) - 0.5f, yLimit = float(height) - 0.5f;
+    // The cubic and the quintic go through the vector loop, whose offsets
+    // into the coefficients are 32-bit and which reads a whole stencil from
+    // the corner even for points outside: the image must be larger than it.
+    int vectorDegree = 0;
+    if (m_vectorised && m_method == PIV::INTERPOLATE_BSPLINE && (m_degree == 3 || m_degree == 5) &&
+        m_coeffWidth == width && m_coeffHeight == height && width > m_degree && height > m_degree &&
+        uint64_t(width) * uint64_t(height) < (uint64_t(1) << 31))
+        vectorDegree = m_degree;
     const double scale = -1.0 / factor;
     const float inv = float(1.0 / scale);
     const int threads = PIV::MaxThreads();
@@ -158,9 +164,11 @@ bool Image2D_Deformation::warp(const Image2D& src, Image2D& dst, const Image2D* 
     const size_t perRows = 2 * size_t(width), perLines = shift.mapScratchSize();
     std::vector<float> rows;
     std::vector<double> lines;
+    std::vector<int> pending;
     try {
         rows.resize(perRows * size_t(threads));
         lines.resize(std::max<size_t>(perLines, 1) * size_t(threads));
+        pending.resize(size_t(width) * size_t(threads));
     } catch (const std::bad_alloc&) {
         m_error.setMessage("%s - no memory for %d rows of %d pixels", where, threads, width);
         m_error.handleError(PIVerror::ALLOCATION_FAILED, where);
@@ -173,6 +181,7 @@ bool Image2D_Deformation::warp(const Image2D& src, Image2D& dst, const Image2D* 
         float* dxRow = rows.data() + me * perRows;
         float* dyRow = dxRow + width;
         double* scratch = lines.data() + me * std::max<size_t>(perLines, 1);
+        int* pendingRow = pending.data() + me * size_t(width);
 #pragma omp for schedule(static)
         for (int row = 0; row < height; row++) {
             float* out = dst.scanLine<float>(uint64_t(row));
@@ -181,38 +190,21 @@ bool Image2D_Deformation::warp(const Image2D& src, Image2D& dst, const Image2D* 
                 ok = false;
                 continue;
             }
-            if (cubic && !mask) {
-                // The common case in one tight loop: interior points read
-                // the 4 x 4 coefficients directly, the border goes the long way.
-                const float* c = m_coeffs.data();
-                for (int col = 0; col < width; col++) {
+            if (vectorDegree) {
+                // Interior pixels many at a time; those whose stencil
+                // crosses the border take the folding evaluation.
+                const int border =
+                    PIV::WarpSplineRow(m_coeffs.data(), width, height, vectorDegree, row, dxRow,
+                                       dyRow, inv, lowF, highF, out, pendingRow);
+                for (int k = 0; k < border; k++) {
+                    const int col = pendingRow[k];
                     const float x = float(col) + dxRow[size_t(col)] * inv;
                     const float y = float(row) - dyRow[size_t(col)] * inv;
-                    // Only a position inside the image is converted to int;
-                    // NaN fails the test as well.
-                    if (!(x > -0.5f && y > -0.5f && x < xLimit && y < yLimit)) {
-                        out[col] = std::min(std::max(0.0f, lowF), highF);
-                        continue;
-                    }
-                    const float fx = std::floor(x), fy = std::floor(y);
-                    const int i0 = int(fx) - 1, j0 = int(fy) - 1;
-                    float v;
-                    if (i0 >= 0 && j0 >= 0 && i0 + 3 < width && j0 + 3 < height) {
-                        const float tx = x - fx, ty = y - fy;
-                        float wx[4], wy[4];
-                        CubicWeightsAt(tx, wx);
-                        CubicWeightsAt(ty, wy);
-                        const float* r = c + size_t(j0) * size_t(width) + size_t(i0);
-                        float sum = 0.0f;
-                        for (int l = 0; l < 4; l++, r += width)
-                            sum +=
-                                wy[l] * (wx[0] * r[0] + wx[1] * r[1] + wx[2] * r[2] + wx[3] * r[3]);
-                        v = sum;
-                    } else {
-                        v = sourceValue(src, x, y);
-                    }
-                    out[col] = std::min(std::max(v, lowF), highF);
+                    out[col] = std::min(std::max(sourceValue(src, x, y), lowF), highF);
                 }
+                if (mask)
+                    for (int col = 0; col < width; col++)
+                        if (mask->pixel(col, row) != 0.0f) out[col] = src.pixel(col, row);
                 continue;
             }
             for (int col = 0; col < width; col++) {

@@ -37,6 +37,10 @@ public:
     bool deformWithMaskedPivData(const Image2D& src, Image2D& dst, const Image2D& mask,
                                  const PIV_DataBase& field, double factor);
 
+    // Off, every pixel takes the plain per-pixel evaluation: the reference
+    // the vector loop is held to.
+    void setFlagVectorised(bool on) { m_vectorised = on; }
+
 private:
     bool warp(const Image2D& src, Image2D& dst, const Image2D* mask, const PIV_DataBase& field,
               double factor, const char* where);
@@ -45,4 +49,5 @@ private:
 
     IMAGEDEF_CFG m_cfg;
     const Image2D* m_source = nullptr;  // the image the coefficients belong to
+    bool m_vectorised = true;
 };

@@ -6,6 +6,7 @@
 
 #include "image_spline.h"
 #include "image_types.h"
+#include "piv_data2d_deformation_simd.h"
 #include "piv_database.h"
 #include "piv_messages.h"
 
@@ -198,17 +199,8 @@ bool PIV_Data2D_Deformation::mapData(int row, int width, float* dx, float* dy,
     }
     const int taps = degree + 1;
     if (m_colWidth == width) {
-        for (int i = 0; i < width; i++) {
-            const int* k = m_colIndex.data() + size_t(i) * size_t(taps);
-            const double* w = m_colWeight.data() + size_t(i) * size_t(taps);
-            double sx = 0.0, sy = 0.0;
-            for (int m = 0; m < taps; m++) {
-                sx += w[m] * lineX[size_t(k[m])];
-                sy += w[m] * lineY[size_t(k[m])];
-            }
-            dx[i] = _toFloat(sx);
-            dy[i] = _toFloat(sy);
-        }
+        PIV::MapFieldColumns(lineX, lineY, m_colIndex.data(), m_colWeight.data(), taps, width, dx,
+                             dy);
         return true;
     }
     for (int i = 0; i < width; i++) {
@@ -235,10 +227,15 @@ bool PIV_Data2D_Deformation::prepareColumns(int width) {
     } catch (...) {
         return false;
     }
+    // Tap by tap, so that neighbouring columns lie side by side.
+    double w[10];
     for (int i = 0; i < width; i++) {
-        const int64_t i0 = PIV::Spline::Weights(gridX(i), degree, &m_colWeight[size_t(i) * taps]);
-        for (int m = 0; m < taps; m++)
-            m_colIndex[size_t(i) * taps + size_t(m)] = int(PIV::Spline::Mirror(i0 + m, m_nx));
+        const int64_t i0 = PIV::Spline::Weights(gridX(i), degree, w);
+        for (int m = 0; m < taps; m++) {
+            const size_t t = size_t(m) * size_t(width) + size_t(i);
+            m_colWeight[t] = w[m];
+            m_colIndex[t] = PIV::Spline::Mirror(i0 + m, m_nx);
+        }
     }
     m_colWidth = width;
     return true;

@@ -11,6 +11,7 @@
 // expected to be validated and filled.
 #pragma once
 
+#include <cstdint>
 #include <vector>
 
 #include "piv_error.h"
@@ -60,8 +61,9 @@ private:
     std::vector<float> m_coefX, m_coefY;  // their spline coefficients
     int m_nx = 0, m_ny = 0;
     double m_firstX = 0.0, m_firstY = 0.0, m_stepX = 1.0, m_stepY = 1.0;
-    // Per column: the folded node indices and the spline weights along x.
-    std::vector<int> m_colIndex;
+    // Per tap and column: the folded node indices and the spline weights
+    // along x.
+    std::vector<int64_t> m_colIndex;
     std::vector<double> m_colWeight;
     int m_colWidth = 0;
     int m_method = 2;
