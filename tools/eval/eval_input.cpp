@@ -3,6 +3,7 @@
 #include <sys/stat.h>
 #include <unistd.h>
 
+#include <algorithm>
 #include <cerrno>
 #include <cstdio>
 #include <cstring>
@@ -36,10 +37,29 @@ std::string FolderOf(const std::string& path) {
 }
 
 bool SameFile(const std::string& a, const std::string& b) {
-    struct stat sa {
-    }, sb{};
+    struct stat sa = {};
+    struct stat sb = {};
     if (stat(a.c_str(), &sa) != 0 || stat(b.c_str(), &sb) != 0) return a == b;
     return sa.st_dev == sb.st_dev && sa.st_ino == sb.st_ino;
+}
+
+// What the headers of an image file say, read once per file.
+struct FileFacts {
+    int format = 0;
+    // Frames as the tool pairs them: the pages of a TIFF, the frames of a
+    // LaVision file, 2 for a PCO file (a double image, upper half first), 1
+    // for any other image.
+    int frames = 1;
+};
+
+FileFacts FactsOf(const std::string& path) {
+    FileFacts f;
+    int width = 0, height = 0, frames = 0;
+    ImageType type = IMAGE_UNDEFINED;
+    const bool known =
+        Image2D::GetImageInfo(path.c_str(), &f.format, &type, &width, &height, &frames);
+    f.frames = f.format == PIV::FORMAT_PCO ? 2 : known ? std::max(frames, 1) : 1;
+    return f;
 }
 
 }  // namespace
@@ -52,14 +72,6 @@ std::string PairLabel(const FrameRef& a, const FrameRef& b) {
     if (a.path == b.path && a.frame > 0)
         return a.path + " (frames " + std::to_string(a.frame) + "," + std::to_string(b.frame) + ")";
     return a.label() + " + " + b.label();
-}
-
-int FramesInFile(const std::string& path) {
-    int format = 0, width = 0, height = 0, frames = 0;
-    ImageType type = IMAGE_UNDEFINED;
-    if (!Image2D::GetImageInfo(path.c_str(), &format, &type, &width, &height, &frames)) return 1;
-    if (format == PIV::FORMAT_PCO) return 2;
-    return std::max(frames, 1);
 }
 
 std::string UnreadableImage(const std::string& path) {
@@ -127,19 +139,21 @@ std::string UnwritablePath(const std::string& path) {
 
 bool ResolvePair(const Options& o, const std::string& first, const std::string& second, FrameRef& a,
                  FrameRef& b, std::string& error) {
-    for (const std::string* f : {&first, &second}) {
-        if (f->empty()) continue;
-        const std::string why = UnreadableImage(*f);
-        if (!why.empty()) return error = "cannot read " + *f + ": " + why, false;
+    FileFacts facts[2];
+    for (int i = 0; i < 2; i++) {
+        const std::string& f = i ? second : first;
+        if (f.empty()) continue;
+        const std::string why = UnreadableImage(f);
+        if (!why.empty()) return error = "cannot read " + f + ": " + why, false;
+        facts[i] = FactsOf(f);
         // Its reader stacks the frames and halves the stack: beyond two
         // frames a half is not a frame.
-        const int frames = FramesInFile(*f);
-        if (frames > 2 && IsLaVision(PIV::GetFileFormat(f->c_str())))
-            return error = "cannot read " + *f + ": it holds " + std::to_string(frames) +
+        if (facts[i].frames > 2 && IsLaVision(facts[i].format))
+            return error = "cannot read " + f + ": it holds " + std::to_string(facts[i].frames) +
                            " frames, and LaVision files are read with one or two",
                    false;
     }
-    const int framesA = FramesInFile(first);
+    if (second.empty()) facts[1] = facts[0];
     if (o.frameA > 0) {
         const std::string& fileB = second.empty() ? first : second;
         a = FrameRef{first, o.frameA};
@@ -148,10 +162,11 @@ bool ResolvePair(const Options& o, const std::string& first, const std::string& 
             return error = "--frames " + std::to_string(o.frameA) + "," + std::to_string(o.frameB) +
                            " pairs a frame with itself, which gives a field of zeros",
                    false;
-        for (const FrameRef* r : {&a, &b}) {
-            const int n = r == &a ? framesA : FramesInFile(r->path);
-            if (r->frame > n)
-                return error = "cannot read frame " + std::to_string(r->frame) + " of " + r->path +
+        for (int i = 0; i < 2; i++) {
+            const FrameRef& r = i ? b : a;
+            const int n = facts[i].frames;
+            if (r.frame > n)
+                return error = "cannot read frame " + std::to_string(r.frame) + " of " + r.path +
                                ": the file holds " + std::to_string(n) +
                                (n == 1 ? " frame" : " frames"),
                        false;
@@ -164,21 +179,19 @@ bool ResolvePair(const Options& o, const std::string& first, const std::string& 
                            " is given as both FIRST and SECOND, which gives a field of "
                            "zeros: give --frames I,J to pair two frames of one file",
                    false;
-        for (const std::string* f : {&first, &second}) {
-            const int n = *f == first ? framesA : FramesInFile(*f);
-            if (n > 1 && PIV::GetFileFormat(f->c_str()) != PIV::FORMAT_PCO)
-                return error = *f + " holds " + std::to_string(n) +
+        for (int i = 0; i < 2; i++)
+            if (facts[i].frames > 1 && facts[i].format != PIV::FORMAT_PCO)
+                return error = (i ? second : first) + " holds " + std::to_string(facts[i].frames) +
                                " frames: say which with --frames I,J",
                        false;
-        }
         a = FrameRef{first, 0};
         b = FrameRef{second, 0};
         return true;
     }
     // A PCO file given alone is a double image, unless a series asks for
     // partners by number.
-    const bool pco = PIV::GetFileFormat(first.c_str()) == PIV::FORMAT_PCO;
-    if (framesA >= 2 && !(pco && o.separationGiven)) {
+    const bool pco = facts[0].format == PIV::FORMAT_PCO;
+    if (facts[0].frames >= 2 && !(pco && o.separationGiven)) {
         a = FrameRef{first, 1};
         b = FrameRef{first, 2};
         return true;

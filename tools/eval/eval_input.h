@@ -21,11 +21,6 @@ struct FrameRef {
 // else "run0001a.tif + run0001b.tif".
 std::string PairLabel(const FrameRef& a, const FrameRef& b);
 
-// Frames a file holds as the tool pairs them: the pages of a TIFF, the
-// frames of a LaVision file, 2 for a PCO file (a double image, upper half
-// first), 1 for any other image.
-int FramesInFile(const std::string& path);
-
 // Why `path` cannot be read as an image ("no such file", "a folder, not an
 // image", "a PNG image: the tool reads ..."); empty when it looks readable.
 std::string UnreadableImage(const std::string& path);

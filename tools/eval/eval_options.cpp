@@ -320,33 +320,37 @@ OUTLIER_CFG Validation(OUTLIER_CFG cfg, const ValidationSwitches& v) {
     return cfg;
 }
 
-// Which calibration values the file names: read once more over values no
-// file holds, so that what stays untouched was not in it. A NetCDF result
-// always carries a conversion record; there only values other than the
-// record's defaults count.
-Calibration FileCalibration(const std::string& parFile) {
-    Calibration c;
-    if (parFile.empty()) return c;
-    PIV_Parameters probe;
-    PIVCONVERT_CFG none = probe.pivConvertCfg();
-    const PIVCONVERT_CFG defaults = none;
-    none.PulseDelay = -1.0;
-    none.LengthConversion[0] = -1.0;
-    none.ImageOrigin = POINT3D{-1000001, -1000001, 0};
-    PIV_PARAMETERS records = probe.pivParameters();
-    records.convert = none;
-    probe.setPivParameters(records);
-    if (!probe.read(parFile.c_str())) return c;
-    const PIVCONVERT_CFG got = probe.pivConvertCfg();
-    const bool netcdf = PIV::GetFileFormat(parFile.c_str()) == PIV::FORMAT_NETCDF;
-    auto given = [&](double value, double unset, double fallback) {
-        return value != unset && (!netcdf || value != fallback);
+// Conversion values no file holds: read over them, what stays was not in it.
+constexpr double kUnsetValue = -1.0;
+constexpr int kUnsetPixel = -1000001;
+
+// Reads the parameter file over the records in `params` and tells which
+// calibration values it names; values it leaves out keep those of
+// `params`. A NetCDF result always carries a conversion record; there only
+// values other than the record's defaults count.
+bool ReadParameterFile(const std::string& path, PIV_Parameters& params, Calibration& c) {
+    const PIVCONVERT_CFG before = params.pivConvertCfg();
+    PIV_PARAMETERS records = params.pivParameters();
+    records.convert.PulseDelay = kUnsetValue;
+    records.convert.LengthConversion[0] = kUnsetValue;
+    records.convert.ImageOrigin = POINT3D{kUnsetPixel, kUnsetPixel, 0};
+    params.setPivParameters(records);
+    if (!params.read(path.c_str())) return false;
+    PIVCONVERT_CFG got = params.pivConvertCfg();
+    const bool netcdf = PIV::GetFileFormat(path.c_str()) == PIV::FORMAT_NETCDF;
+    const PIVCONVERT_CFG defaults;
+    auto given = [&](double value, double fallback) {
+        return value != kUnsetValue && value > 0.0 && (!netcdf || value != fallback);
     };
-    c.scaleGiven = given(got.LengthConversion[0], -1.0, defaults.LengthConversion[0]) &&
-                   got.LengthConversion[0] > 0.0;
-    c.dtGiven = given(got.PulseDelay, -1.0, defaults.PulseDelay) && got.PulseDelay > 0.0;
-    c.originGiven = got.ImageOrigin.x != -1000001 && got.ImageOrigin.y != -1000001;
-    return c;
+    c.scaleGiven = given(got.LengthConversion[0], defaults.LengthConversion[0]);
+    c.dtGiven = given(got.PulseDelay, defaults.PulseDelay);
+    c.originGiven = got.ImageOrigin.x != kUnsetPixel && got.ImageOrigin.y != kUnsetPixel;
+    if (got.PulseDelay == kUnsetValue) got.PulseDelay = before.PulseDelay;
+    if (got.LengthConversion[0] == kUnsetValue)
+        for (int k = 0; k < 3; k++) got.LengthConversion[k] = before.LengthConversion[k];
+    if (!c.originGiven) got.ImageOrigin = before.ImageOrigin;
+    params.setPivConvertCfg(got);
+    return true;
 }
 
 }  // namespace
@@ -354,13 +358,13 @@ Calibration FileCalibration(const std::string& parFile) {
 bool ApplyParameters(const Options& o, PIV_Parameters& params, Calibration& calibration,
                      std::string& error) {
     params.setOutlierCfg(DefaultValidation());
-    if (!o.parFile.empty() && !params.read(o.parFile.c_str())) {
+    calibration = Calibration();
+    if (!o.parFile.empty() && !ReadParameterFile(o.parFile, params, calibration)) {
         std::string why = params.error().getLastError();
         error = "cannot read parameter file " + o.parFile + ": " +
                 (why.empty() ? std::string("not a parameter file") : why);
         return false;
     }
-    calibration = FileCalibration(o.parFile);
     PIVEVAL_CFG cfg = params.pivEvalCfg();
     if (o.window > 0) cfg.SampleSize = cfg.FFTSize = SIZE3D{o.window, o.window, 1};
     if (o.step > 0) cfg.grid.step = SIZE3D{o.step, o.step, 1};
