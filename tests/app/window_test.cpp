@@ -65,7 +65,6 @@ TEST_F(Gui, CommandLineOptionsChooseTheAnalysisMode) {
     };
     const Case cases[] = {{"-auto", PIV::ANALYSIS_AUTO_CORRELATION},
                           {"-speckle", PIV::ANALYSIS_SPECKLE},
-                          {"-bos", PIV::ANALYSIS_SPECKLE},
                           {"-cross", PIV::ANALYSIS_CROSS_CORRELATION}};
     MySettings settings(QStringLiteral("SODREL"), QStringLiteral("Kelvane3.6"));
     for (const Case& c : cases) {
@@ -91,21 +90,4 @@ TEST_F(Gui, TheMainWindowShowsTheLogoAndAnnouncesItsExit) {
     window.show();
     window.close();
     EXPECT_EQ(spy.count(), 1);
-}
-
-TEST_F(Gui, SettingsServeBothDirections) {
-    MySettings settings(QStringLiteral("SODREL-test"), QStringLiteral("Kelvane3.6"));
-    settings.clear();
-    bool splash = true;
-    settings.serializeBool(MySettings::READ, QStringLiteral("/Prefs/ShowSplash"), &splash);
-    EXPECT_TRUE(splash);  // absent: the field's value is the default
-    splash = false;
-    settings.serializeBool(MySettings::WRITE, QStringLiteral("/Prefs/ShowSplash"), &splash);
-    bool again = true;
-    settings.serializeBool(MySettings::READ, QStringLiteral("/Prefs/ShowSplash"), &again);
-    EXPECT_FALSE(again);
-    double delay = 1.0;
-    settings.serializeDouble(MySettings::READ, QStringLiteral("/PIV/PulseDelay"), &delay);
-    EXPECT_DOUBLE_EQ(delay, 1.0);
-    settings.clear();
 }
