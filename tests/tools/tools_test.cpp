@@ -20,6 +20,7 @@
 #include "message_capture.h"
 #include "piv_data2d.h"
 #include "piv_messages.h"
+#include "piv_params.h"
 #include "scratch_files.h"
 
 using test_support::ScratchDir;
@@ -248,23 +249,44 @@ TEST(KelvaneEval, ValidationByDefaultCatchesAPatchOfStrangers) {
     }
 }
 
-// 20 px/mm and 100 us turn a 2 px shift into 2 / 20 mm / 100 us = 1.0 m/s.
+// 20 px/mm and 100 us turn a 2 px shift into 2 / 20 mm / 100 us = 1.0 m/s,
+// given as switches or by a parameter file; a parameter file without its
+// conversion keys leaves --velocity without a calibration.
 TEST(KelvaneEval, CalibrationGivesMetresPerSecond) {
     ScratchDir dir;
     const Pair p = MakePair(dir, {"--dx", "2", "--dy", "0"}, 128);
+    PIV_Parameters params;
+    PIVCONVERT_CFG c = params.pivConvertCfg();
+    c.LengthConversion[0] = 20.0;
+    c.PulseDelay = 100.0;
+    params.setPivConvertCfg(c);
+    const std::string par = dir.file("cal.par"), bare = dir.file("bare.par");
+    ASSERT_TRUE(params.saveASCII(par.c_str()));
+    std::istringstream all(test_support::ReadBytes(par));
+    std::string kept;
+    for (std::string line; std::getline(all, line);)
+        if (line.find("PIV_Conv_") == std::string::npos) kept += line + "\n";
+    test_support::WriteBytes(bare, kept);
     const std::string out = dir.file("v.txt");  // x, y in mm, u, v in m/s, the flag
-    const Outcome o =
-        Eval(dir, {"--velocity", "--scale", "20", "--dt", "100", p.a, p.b, "-o", out});
-    ASSERT_EQ(o.exit, 0) << o.err;
-    std::ifstream in(out);
-    int rows = 0;
-    double x, y, u, v;
-    for (std::string line; std::getline(in, line); rows++) {
-        ASSERT_TRUE(std::istringstream(line) >> x >> y >> u >> v) << line;
-        EXPECT_NEAR(u, 1.0, 0.01);
-        EXPECT_NEAR(v, 0.0, 0.01);
+    for (const std::vector<std::string>& how :
+         {std::vector<std::string>{"--scale", "20", "--dt", "100"}, {"-p", par}}) {
+        std::vector<std::string> args = {"--velocity", p.a, p.b, "-o", out};
+        args.insert(args.begin(), how.begin(), how.end());
+        const Outcome o = Eval(dir, args);
+        ASSERT_EQ(o.exit, 0) << how[0] << ": " << o.err;
+        std::ifstream in(out);
+        int rows = 0;
+        double x, y, u, v;
+        for (std::string line; std::getline(in, line); rows++) {
+            ASSERT_TRUE(std::istringstream(line) >> x >> y >> u >> v) << line;
+            EXPECT_NEAR(u, 1.0, 0.01);
+            EXPECT_NEAR(v, 0.0, 0.01);
+        }
+        EXPECT_EQ(rows, 49);
     }
-    EXPECT_EQ(rows, 49);
+    const Outcome o = Eval(dir, {"--velocity", "-p", bare, p.a, p.b, "-o", out});
+    EXPECT_EQ(o.exit, 2);
+    EXPECT_TRUE(HasText(o.err, "given neither by the switches nor by " + bare)) << o.err;
 }
 
 // A file that holds both frames, given alone, is its own pair: a two-frame
