@@ -69,13 +69,6 @@ double Rms(const FieldErrors& f) {
     return std::sqrt(0.5 * (f.x.rms * f.x.rms + f.y.rms * f.y.rms));
 }
 
-void Report(const char* what, const FieldErrors& f) {
-    std::printf(
-        "[ figures  ] %-44s rms %.4f px (x %.4f, y %.4f)  bias x %+.4f y %+.4f  "
-        "failed %d of %d\n",
-        what, Rms(f), f.x.rms, f.y.rms, f.x.mean, f.y.mean, f.failed, f.nodes);
-}
-
 // Share of interior vectors within `tolerance` px of the truth in both axes.
 double ShareWithin(const PIV_Data2D& field, const Flow& flow, double tolerance) {
     int inside = 0, all = 0;
@@ -130,7 +123,6 @@ TEST(MultiGridAccuracy, TwentyPixelShiftNeedsTheCoarseLevel) {
         Evaluation e(pair, c.cfg);
         ASSERT_TRUE(e.run()) << e.eval->getLastError();
         const double share = ShareWithin(e.field(), flow, 0.1);
-        std::printf("[ figures  ] 20 px shift, %s: %.1f%% within 0.1 px\n", c.name, 100.0 * share);
         EXPECT_TRUE(c.follows ? share >= 0.98 : share < 0.5) << c.name << ": " << share;
     }
 }
@@ -156,10 +148,8 @@ TEST(DeformationAccuracy, KnownFlows) {
         double bound;
     } cases[] = {
         {"uniform (7.3,-5.6) multi-grid Fast64 + deform", uniform, MultiGrid(true, all), 0.021},
-        {"uniform (7.3,-5.6) multi-grid full + deform", uniform, MultiGrid(false, all), 0.021},
         {"uniform (7.3,-5.6) evalImageDef, 3 passes", uniform, MultiPass(3, all), 0.021},
         {"uniform (7.3,-5.6) multi-pass + deformed last", uniform, MultiPass(3, last), 0.023},
-        {"uniform (7.3,-5.6) multi-pass 2 + deformed last", uniform, MultiPass(2, last), 0.025},
         {"uniform (7.3,-5.6) evalImageDef, quintic", uniform, quintic, 0.006},
         {"sine, multi-grid full + deform", sine, MultiGrid(false, all), 0.02},
         {"sine, multi-grid Fast64 + deform", sine, MultiGrid(true, all), 0.02},
@@ -168,14 +158,11 @@ TEST(DeformationAccuracy, KnownFlows) {
     double sineFast = 0.0;
     for (const Case& c : cases) {
         const FieldErrors f = Evaluate(c.flow, c.cfg);
-        Report(c.name, f);
         EXPECT_LE(Rms(f), c.bound) << c.name;
         EXPECT_EQ(f.failed, 0) << c.name;
-        if (&c == &cases[7]) sineFast = Rms(f);
+        if (&c == &cases[5]) sineFast = Rms(f);
     }
-    const FieldErrors plain = Evaluate(sine, MultiGrid(true, PIV::DEFORM_DISABLED));
-    Report("sine, multi-grid Fast64 without deformation", plain);
-    EXPECT_GT(Rms(plain), 2.0 * sineFast);
+    EXPECT_GT(Rms(Evaluate(sine, MultiGrid(true, PIV::DEFORM_DISABLED))), 2.0 * sineFast);
 }
 
 // Captures the field each time the evaluator shows intermediate data, and
@@ -243,18 +230,11 @@ TEST(MultiPassEdges, PassesThatChangeNothing) {
     EXPECT_LT(Rms(CompareWithFlow(cases[1][1].field(), integer, kMargin)), 0.01);
 }
 
-// With no sample offset, pass 1 deforms by a zero field: the deformed
-// images are the frames themselves.
-TEST(DeformationEdges, ZeroOffsetCopiesTheImages) {
+// Speckle images keep their reference frame: only frame B is warped.
+TEST(DeformationEdges, SpeckleKeepsFrameA) {
     const auto pair = RenderPair(StandardParams(256, 5), synth::UniformFlow(1.5, 0.5));
     Evaluation e(pair, MultiPass(1, PIV::DEFORM_ALL_PASSES));
     ASSERT_TRUE(e.run()) << e.eval->getLastError();
-    for (int y = 0; y < 256; y += 5)
-        for (int x = 0; x < 256; x += 3) {
-            ASSERT_EQ(e.eval->deformedImageA().pixel(x, y), e.a.pixel(x, y));
-            ASSERT_EQ(e.eval->deformedImageB().pixel(x, y), e.b.pixel(x, y));
-        }
-    // Speckle images keep their reference frame.
     PIV_Data2D& f = e.field();
     f.initShift(2.0f, 0.0f, 0.0f);
     e.eval->setAnalysisMode(PIV::ANALYSIS_SPECKLE);
@@ -312,7 +292,6 @@ TEST(MultiGridCleanUp, ReplacedVectorsAreReevaluatedWithLargerWindows) {
     ASSERT_NE(at, std::string::npos);
     EXPECT_GT(std::atoi(said.c_str() + at + 13), 0) << said.substr(at, 60);
     const FieldErrors f = CompareWithFlow(*eval.data(), flow, kMargin);
-    Report("uniform with a damaged patch, re-evaluated", f);
     // No wild vector survives; the damaged node itself is within a few
     // tenths (its larger window still holds a third of unrelated particles).
     EXPECT_LE(f.x.p99, 0.5);
@@ -403,9 +382,7 @@ TEST(MultiGridChoices, VortexCoreSurvivesTheCoarseGrids) {
     PIVEVAL_CFG cfg = MultiGrid(false, PIV::DEFORM_ALL_PASSES);
     cfg.MultiGrid_SampleSize = SIZE3D{128, 128, 1};
     cfg.MultiGrid_SampleStep = SIZE3D{64, 64, 1};
-    const FieldErrors f = Evaluate(flow, cfg, 14);
-    Report("Lamb-Oseen rc 48, 6 px, ladder from 128 px", f);
-    EXPECT_LE(Rms(f), 0.0198);
+    EXPECT_LE(Rms(Evaluate(flow, cfg, 14)), 0.0198);
 }
 
 // Its own validation between levels: four 40 px patches of frame B hold
