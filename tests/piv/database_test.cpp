@@ -104,21 +104,6 @@ TEST(PIV_Data2D, RowColumnAccessorsDifferFromDataAtTimeAndClampOutOfRange) {
     EXPECT_EQ(f.pivVector(9, -3, -2), f.data() + 2);
 }
 
-TEST(PIV_Data2D, DifferentialsFollowTheVectorLayout) {
-    MessageCapture quiet;
-    PIV_Data2D f(grid3x2(2));
-    DIFFERENTIALS d;
-    d.dvdx = 2.5f;
-    EXPECT_EQ(f.setDifferentials2D(d, 0, 0, 0), PIVerror::DATA_IS_NULL);
-    EXPECT_EQ(f.setDifferentials(0, d), 0);
-    ASSERT_TRUE(f.allocDifferentials());
-    EXPECT_EQ(f.diffCount(), 12u);
-    ASSERT_EQ(f.setDifferentials2D(d, 0, 1, 1), PIVerror::NO_ERROR);
-    EXPECT_FLOAT_EQ(f.diffData()[10].dvdx, 2.5f);  // 1 + 3 * (0 + 1 * 3)
-    EXPECT_EQ(f.setDifferentials2D(d, 2, 0, 0), PIVerror::CANNOT_OPERATE);
-    EXPECT_EQ(f.diffDataAtTime(1), f.diffData() + 6);
-}
-
 TEST(PIV_DataBase, AllocKeepsAnArrayOfTheSameLength) {
     MessageCapture quiet;
     PIV_DataBase f;
