@@ -42,11 +42,9 @@ TEST(PIVerror, ReportsNameTheOwnerThePlaceAndTheDetail) {
 
     // The static reports have formats of their own.
     PIVerror::handleErrorExt(PIVerror::FILE_NOT_FOUND, "PIV::Load()", true);
-    PIVerror::handleErrorExt(PIVerror::FILE_NOT_FOUND, nullptr, true);
     PIVerror::handleErrorExt(PIVerror::FILE_NOT_FOUND, "silent", false);
     PIVerror::handleErrorLongExt(PIVerror::BAD_RANGE, PIVerror::ERROR_REPORT, "range %d..%d", 1, 0);
     const std::vector<std::string> expected = {"ERROR in 'PIV::Load()' : file not found",
-                                               "ERROR (28) : file not found",
                                                "ERROR : bad range\n   range 1..0"};
     EXPECT_EQ(capture.lines(), expected);
 
@@ -102,13 +100,4 @@ TEST(PIVerrorDeathTest, ExitModeEndsTheProcessOnlyFromTheMainThread) {
     GTEST_FLAG_SET(death_test_style, "threadsafe");  // a fork would not carry the OpenMP team
     EXPECT_EXIT(FailEverywhere(), ::testing::ExitedWithCode(1),
                 "ERROR 'X::main\\(\\)' : internal erorr");
-}
-
-TEST(Messages, WarningsCanBeSwitchedOff) {
-    MessageCapture capture;
-    EnableWarnings(false);
-    PrintWarning("not shown");
-    EnableWarnings(true);
-    PrintWarning("careful");
-    EXPECT_EQ(capture.lines(), std::vector<std::string>{"Warning - careful"});
 }
