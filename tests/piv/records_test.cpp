@@ -17,7 +17,6 @@ TEST(Records, PathsAreCutAt2047Characters) {
 }
 
 TEST(Records, FlagTextListsEachStatus) {
-    EXPECT_STREQ(PIV::VectorFlagText(VECTOR_ENABLED), "Vector is enabled");
     EXPECT_STREQ(PIV::VectorFlagText(VECTOR_MASKED | VECTOR_EDITED),
                  "Vector is disabled\n- masked\n- manually editted");
     EXPECT_STREQ(PIV::VectorFlagText(12), "Vector is disabled\n- no result");
