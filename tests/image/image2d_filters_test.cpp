@@ -196,10 +196,10 @@ TEST(Refusals, NullImagesAndMasksOfAnotherSize) {
     const Image2D mask(4, 4, IMAGE_UINT8);
     Image2D n;
     // A braced list runs its calls in order, each code read right after its call.
-    const std::vector<int> codes = {
-        FailCode(n, n.medianFilter(3)), FailCode(n, n.smoothGauss(1, true, 0.05f)),
-        FailCode(n, n.binarize(1, false)), FailCode(n, n.erodeBinary()),
-        FailCode(n, n.applyImageFilters(IMAGE_FILTER_CFG(), false))};
+    const std::vector<int> codes = {FailCode(n, n.medianFilter(3)),
+                                    FailCode(n, n.smoothGauss(1, true, 0.05f)),
+                                    FailCode(n, n.binarize(1, false)), FailCode(n, n.erodeBinary()),
+                                    FailCode(n, n.applyImageFilters(IMAGE_FILTER_CFG(), false))};
     EXPECT_EQ(codes, std::vector<int>(codes.size(), PIVerror::IMAGE_IS_NULL));
     // A mask of another size reports 34 and changes nothing.
     Image2D img = MakeImage(5, 5, IMAGE_UINT8, kSpiky);

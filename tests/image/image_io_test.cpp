@@ -37,22 +37,21 @@ TEST_F(ImageFormat, DetectionByFirstBytes) {
         std::string what, bytes;
         int format;
     };
-    std::vector<Case> cases = {
-        {"parameter file", "#!PIV 1.0\n", PIV::FORMAT_PARFILE},
-        {"Tecplot binary", "#!TDV112", PIV::FORMAT_TECPLOT},
-        {"PCO", "PCO-\x10\0\0\0", PIV::FORMAT_PCO},
-        {"B32", "B32-", PIV::FORMAT_B32},
-        {"TIFF by two bytes", "MMxy", PIV::FORMAT_TIFF},
-        {"netCDF", Bytes({'C', 'D', 'F', 0x01}), PIV::FORMAT_NETCDF},
-        {"JPEG", Bytes({0xFF, 0xD8, 0xFF, 0xE0}), PIV::FORMAT_JPEG},
-        {"PNG", Bytes({0x89, 0x50, 0x4E, 0x47}), PIV::FORMAT_PNG},
-        {"P5", "P5 2 2\n", PIV::FORMAT_PGM},
-        {"BMP", "BM\0\0", PIV::FORMAT_BMP},
-        {"LaVision word 6", LaVision(0, 0, 1), PIV::FORMAT_LAVISION_7},
-        // Anything else reads as a LaVision header: "P3 " has the version
-        // 0x3350 and the pack type 0x0020, which no rule knows.
-        {"P3", "P3 ", PIV::FORMAT_UNKNOWN},
-        {"empty file", "", PIV::FORMAT_LAVISION_0}};
+    std::vector<Case> cases = {{"parameter file", "#!PIV 1.0\n", PIV::FORMAT_PARFILE},
+                               {"Tecplot binary", "#!TDV112", PIV::FORMAT_TECPLOT},
+                               {"PCO", "PCO-\x10\0\0\0", PIV::FORMAT_PCO},
+                               {"B32", "B32-", PIV::FORMAT_B32},
+                               {"TIFF by two bytes", "MMxy", PIV::FORMAT_TIFF},
+                               {"netCDF", Bytes({'C', 'D', 'F', 0x01}), PIV::FORMAT_NETCDF},
+                               {"JPEG", Bytes({0xFF, 0xD8, 0xFF, 0xE0}), PIV::FORMAT_JPEG},
+                               {"PNG", Bytes({0x89, 0x50, 0x4E, 0x47}), PIV::FORMAT_PNG},
+                               {"P5", "P5 2 2\n", PIV::FORMAT_PGM},
+                               {"BMP", "BM\0\0", PIV::FORMAT_BMP},
+                               {"LaVision word 6", LaVision(0, 0, 1), PIV::FORMAT_LAVISION_7},
+                               // Anything else reads as a LaVision header: "P3 " has the version
+                               // 0x3350 and the pack type 0x0020, which no rule knows.
+                               {"P3", "P3 ", PIV::FORMAT_UNKNOWN},
+                               {"empty file", "", PIV::FORMAT_LAVISION_0}};
     // LaVision header versions 18 to 23, then pack types 0 to 4 of a later one.
     const int byVersion[] = {PIV::FORMAT_LAVISION_0, PIV::FORMAT_LAVISION_1,
                              PIV::FORMAT_LAVISION_3, PIV::FORMAT_LAVISION_4,

@@ -124,8 +124,8 @@ TEST_F(TiffFiles, RoundTripsAtEveryDepthAndCompression) {
         ImageType type;
         int mode, predictor;
     } cases[] = {
-        {IMAGE_UINT8, 0, 1},  {IMAGE_UINT8, 3, 2},  {IMAGE_UINT8, 5, 1},  {IMAGE_UINT16, 4, 2},
-        {IMAGE_UINT32, 3, 1}, {IMAGE_FLOAT, 0, 1},  {IMAGE_FLOAT, 3, 3},
+        {IMAGE_UINT8, 0, 1},  {IMAGE_UINT8, 3, 2}, {IMAGE_UINT8, 5, 1}, {IMAGE_UINT16, 4, 2},
+        {IMAGE_UINT32, 3, 1}, {IMAGE_FLOAT, 0, 1}, {IMAGE_FLOAT, 3, 3},
     };
     for (const Case& c : cases) {
         SCOPED_TRACE(testing::Message()
