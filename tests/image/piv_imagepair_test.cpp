@@ -156,7 +156,6 @@ TEST_F(PivImagePair, DoubleFramePcoFileGivesBothFrames) {
     ASSERT_TRUE(pair.isImagePair());
     EXPECT_EQ(Pixels(*pair.imgA()), Pixels(a));
     EXPECT_EQ(Pixels(*pair.imgB()), Pixels(b));
-    EXPECT_STREQ(pair.imgB()->name(), pair.imgA()->name());
 
     // Saved again, the frames get a and b behind their common name.
     const std::string out = dir.file("out");
@@ -164,7 +163,6 @@ TEST_F(PivImagePair, DoubleFramePcoFileGivesBothFrames) {
     ASSERT_TRUE(pair.save(out.c_str(), ""));
     EXPECT_TRUE(std::filesystem::exists(out + "/doublea.img"));  // float after pre-processing
     EXPECT_TRUE(std::filesystem::exists(out + "/doubleb.img"));
-    EXPECT_NE(pair.savedFilesText().find("\nImage2: " + out + "/doubleb.img"), std::string::npos);
 }
 
 // Files that hold both frames: an IM7 of two stacked 3 x 2 frames (1..6, then
