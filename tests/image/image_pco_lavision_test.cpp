@@ -150,9 +150,8 @@ TEST_F(PcoFiles, DoubleImagesSplitByPageOrMode) {
 
     Image2D second;
     ASSERT_TRUE(second.load(dir.file("d.b16"), 2));
-    EXPECT_EQ(second.height(), 1024u);
     EXPECT_EQ(Pixels(second), AsFloats(lower));
-    EXPECT_TRUE(second.wasSplitPCO() && second.isSplitPCO() && second.currentPage() == 2);
+    EXPECT_EQ(second.currentPage(), 2);
 
     Image2D first(dir.file("d.b16").c_str(), PCO_SPLIT_FIRST);
     EXPECT_EQ(Pixels(first), AsFloats(upper));
@@ -190,8 +189,7 @@ TEST_F(LaVisionFiles, OldHeaderWordsFloatsAndPackedWords) {
     Put32(big, 232, 40000);
     WriteBytes(dir.file("big.imx"), big + std::string(2 * 40000 * 2, '\x01'));
     ASSERT_TRUE(img.load(dir.file("big.imx"), 2));
-    EXPECT_EQ(img.width(), 40000u);
-    EXPECT_EQ(img.height(), 1u);
+    EXPECT_EQ(Shape(img), Shape(40000, 1, IMAGE_UINT16));
     EXPECT_EQ(img.pixel(39999, 0), 257.0f);
     EXPECT_EQ(Info(dir.file("big.imx")),
               (std::vector<int>{true, PIV::FORMAT_LAVISION_0, IMAGE_UNDEFINED, 2, 40000, 2}));
