@@ -204,7 +204,7 @@ TEST(Interpolation, BetweenSamplesEachKernelMeetsItsTolerance) {
 
 // Outside the image the value is black, or white on request, unless mirrored;
 // bilinear gives 0 in the last column.
-TEST(Interpolation, EdgesAndStandIns) {
+TEST(Interpolation, EdgesAndWildPoints) {
     const Image2D img = AnalyticImage(10, 10, Sinusoid);
     EXPECT_EQ(_InterpolatePixel2x2(9.0f, 4.0f, &img), 0.0f);
     EXPECT_NE(_InterpolatePixel2x2(8.0f, 4.0f, &img), 0.0f);
@@ -307,8 +307,8 @@ TEST(Translate, SmallImages) {
 }
 
 // A translation alone flips the sign of y against translate(); all-zero
-// stretches do nothing and unit stretches copy.
-TEST(Transform, TranslationAndUnitStretch) {
+// stretches are refused and leave the image.
+TEST(Transform, TranslationAndZeroStretch) {
     const Image2D src = AnalyticImage(24, 20, Blob);
     IMAGE_TRANSFORMATION_CFG cfg;
     cfg.Enable = true;
