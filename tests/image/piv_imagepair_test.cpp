@@ -23,12 +23,6 @@ Image2D Ramp(int w, int h, ImageType type, float base) {
     return img;
 }
 
-Image2D Flat(int w, int h, ImageType type, float value) {
-    Image2D img(w, h, type);
-    img.fill(value);
-    return img;
-}
-
 void Save(const Image2D& img, const std::string& path) {
     ASSERT_TRUE(img.saveTIFF(path.c_str())) << path;
 }
@@ -90,11 +84,11 @@ TEST_F(PivImage2D, LookForFileTriesPathAltDirAndBareName) {
 TEST_F(PivImagePair, LoadedPairEqualsTheStepsRunByHand) {
     Save(Ramp(16, 12, IMAGE_UINT8, 20.0f), dir.file("img0001.tif"));
     Save(Ramp(16, 12, IMAGE_UINT8, 25.0f), dir.file("img0002.tif"));
-    Image2D mask = Flat(16, 12, IMAGE_UINT8, 0.0f);
+    Image2D mask = Filled(16, 12, IMAGE_UINT8, 0.0f);
     for (int y = 2; y < 6; y++)
         for (int x = 3; x < 9; x++) mask.setPixel(x, y, 255.0f);
     Save(mask, dir.file("mask.tif"));
-    Save(Flat(16, 12, IMAGE_UINT8, 7.0f), dir.file("bkgd.tif"));
+    Save(Filled(16, 12, IMAGE_UINT8, 7.0f), dir.file("bkgd.tif"));
 
     IMAGE_CFG cfg;
     cfg.MaskEnable = true;
@@ -125,8 +119,8 @@ TEST_F(PivImagePair, LoadedPairEqualsTheStepsRunByHand) {
 }
 
 TEST_F(PivImagePair, DoubleHeightBackgroundGivesTheFramesHalf) {
-    Save(Flat(8, 6, IMAGE_UINT16, 100.0f), dir.file("run_a.tif"));
-    Save(Flat(8, 6, IMAGE_UINT16, 100.0f), dir.file("run_b.tif"));
+    Save(Filled(8, 6, IMAGE_UINT16, 100.0f), dir.file("run_a.tif"));
+    Save(Filled(8, 6, IMAGE_UINT16, 100.0f), dir.file("run_b.tif"));
     Image2D bkgd(8, 12, IMAGE_UINT16);
     for (int y = 0; y < 12; y++)
         for (int x = 0; x < 8; x++) bkgd.setPixel(x, y, y < 6 ? 10.0f : 20.0f);
@@ -240,7 +234,7 @@ TEST_F(PivImagePair, AnalysisModes) {
 TEST_F(PivImagePair, BadInputLoadsWhatItCan) {
     Save(Ramp(8, 6, IMAGE_UINT8, 1.0f), dir.file("lone0007.tif"));
     Save(Ramp(8, 6, IMAGE_UINT8, 1.0f), dir.file("plain.tif"));
-    Save(Flat(4, 4, IMAGE_UINT8, 255.0f), dir.file("small_mask.tif"));
+    Save(Filled(4, 4, IMAGE_UINT8, 255.0f), dir.file("small_mask.tif"));
     PIV_ImagePair pair;
     // No frame 0008: A loaded, B empty, no pair.
     EXPECT_FALSE(pair.load(dir.file("lone0007.tif").c_str(), 1, false, true));
