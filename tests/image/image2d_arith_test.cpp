@@ -45,17 +45,14 @@ TEST(Image2DArithmetic, OperatorsBetweenImages) {
         {"8-bit -", U8, {10, 30}, With(U8, {20, 10}, Sub), {0, 20}},
         {"8-bit *", U8, {20, 3}, With(U8, {20, 4}, Mul), {255, 12}},
         {"8-bit /", U8, {7, 7}, With(U8, {2, 0}, Div), {3, 0}},
-        {"16-bit +", U16, {60000, 1}, With(U16, {10000, 1}, Add), {65535, 2}},
         {"32-bit +", U32, {4294967040.0f, 5}, With(U32, {512, 1}, Add), {256, 6}},
         {"32-bit *", U32, {65536, 3}, With(U32, {65536, 3}, Mul), {0, 9}},
         {"float /", F, {1.5f, 1}, With(F, {0, 4}, Div), {0, 0.25f}},
-        {"float -", F, {1, 3}, With(F, {3, 1}, Sub), {-2, 2}},
         {"8-bit - 16-bit clip", U8, {10, 200}, With(U16, {20, 100}, SubClip), {0, 100}},
         {"8-bit - 16-bit wrap", U8, {10, 200}, With(U16, {20, 100}, SubWrap), {246, 100}},
         {"16-bit - float", U16, {5, 1000}, With(F, {2.9f, 1000.5f}, SubClip), {3, 0}},
         {"8-bit - negative float", U8, {1, 2}, With(F, {-1.5f, 0}, SubClip), {2, 2}},
         {"32-bit - 8-bit wrap", U32, {5, 100}, With(U8, {10, 1}, SubWrap), {0, 99}},
-        {"float - 8-bit", F, {1, 2}, With(U8, {3, 1}, SubWrap), {-2, 1}},
         {"minimum", U16, {1, 5}, With(U16, {3, 2}, MinOp), {1, 2}},
         {"maximum", U16, {1, 5}, With(U16, {3, 2}, MaxOp), {3, 5}},
         // A mask clears the pixels under 255, or inverted under 0.
@@ -84,7 +81,6 @@ TEST(Image2DArithmetic, OperationsOnOneImage) {
     RunOpCases({
         // operator*= works in float, truncates and clamps; 32 bits only at 0.
         {"8-bit *= 3", U8, {100, 2}, [](Image2D& i) { return i *= 3.0f; }, {255, 6}},
-        {"16-bit *= 1.5", U16, {3, 10}, [](Image2D& i) { return i *= 1.5f; }, {4, 15}},
         {"32-bit *= -1", U32, {10, 0}, [](Image2D& i) { return i *= -1.0f; }, {0, 0}},
         // operator+= truncates the offset, clamps 8 and 16 bits, wraps 32.
         {"8-bit += 10.9", U8, {250, 1}, [](Image2D& i) { return i += 10.9f; }, {255, 11}},
@@ -96,7 +92,6 @@ TEST(Image2DArithmetic, OperationsOnOneImage) {
         {"32-bit bias clip", U32, {5, 20}, [](Image2D& i) { return i.bias(-10, true); }, {0, 10}},
         {"32-bit bias wrap", U32, {5, 20}, [](Image2D& i) { return i.bias(-10, false); }, {4294967291.0f, 10}},
         {"float bias", F, {1.5f, 0}, [](Image2D& i) { return i.bias(0.25, true); }, {1.75f, 0.25f}},
-        {"8-bit subtract 10", U8, {5, 30}, [](Image2D& i) { return i.subtract(10.0, true); }, {0, 20}},
         // Offsets of 1e20 are truncated to the widest integer the kernels
         // use; with clipping the result is the top or bottom of the type.
         {"8-bit bias 1e20", U8, {5, 200}, [](Image2D& i) { return i.bias(1e20, true); }, {255, 255}},
@@ -105,7 +100,6 @@ TEST(Image2DArithmetic, OperationsOnOneImage) {
         {"8-bit scale clip", U8, {100, 1}, [](Image2D& i) { return i.scale(3, true); }, {255, 3}},
         {"8-bit scale wrap", U8, {100, 1}, [](Image2D& i) { return i.scale(3, false); }, {44, 3}},
         {"16-bit scale 2.5", U16, {3, 0}, [](Image2D& i) { return i.scale(2.5, true); }, {7, 0}},
-        {"32-bit scale -2", U32, {10, 0}, [](Image2D& i) { return i.scale(-2, true); }, {0, 0}},
         // square: 400 & 255 = 144; 32 bits wrap even with clip: 70000^2 - 2^32 = 605032704.
         {"8-bit square clip", U8, {20, 3}, [](Image2D& i) { return i.square(true); }, {255, 9}},
         {"8-bit square wrap", U8, {20, 3}, [](Image2D& i) { return i.square(false); }, {144, 9}},
@@ -115,14 +109,11 @@ TEST(Image2DArithmetic, OperationsOnOneImage) {
         // becomes its low byte 44; clipLow has no such quirk.
         {"8-bit clipHigh 300", U8, {10, 100, 250}, [](Image2D& i) { return i.clipHigh(300); }, {10, 44, 44}},
         {"8-bit clipHigh 70000", U8, {10, 100, 250}, [](Image2D& i) { return i.clipHigh(70000); }, {10, 100, 250}},
-        {"8-bit clipHigh -5", U8, {10, 100, 250}, [](Image2D& i) { return i.clipHigh(-5); }, {0, 0, 0}},
         {"8-bit clipLow 300", U8, {10, 100, 250}, [](Image2D& i) { return i.clipLow(300); }, {255, 255, 255}},
-        {"8-bit clipRange", U8, {10, 100, 250}, [](Image2D& i) { return i.clipRange(20, 200); }, {20, 100, 200}},
         {"32-bit clipHigh 3e9", U32, {3e9f, 5, 0}, [](Image2D& i) { return i.clipHigh(3e9); }, {2147483647.0f, 5, 0}},
         {"float clipRange", F, {-1, 0.5f, 2}, [](Image2D& i) { return i.clipRange(-0.5, 1.5); }, {-0.5f, 0.5f, 1.5f}},
         // sf = (high - low) / (max - min): 255 / 3 = 85 for 0..3. 32-bit results stop at 2^31.
         {"8-bit scaleToRange", U8, {0, 1, 2, 3}, [](Image2D& i) { return i.scaleToRange(0, 255); }, {0, 85, 170, 255}},
-        {"float scaleToRange", F, {2, 4}, [](Image2D& i) { return i.scaleToRange(-1, 1); }, {-1, 1}},
         {"32-bit scaleToRange", U32, {0, 1}, [](Image2D& i) { return i.scaleToRange(0, 3e9); }, {0, 2147483648.0f}},
         {"constant scaleToRange", U8, {7, 7}, [](Image2D& i) { return i.scaleToRange(3, 9); }, {3, 3}},
         // Integer negatives are (offset AND top, or the top for 0) - v,
@@ -136,7 +127,6 @@ TEST(Image2DArithmetic, OperationsOnOneImage) {
         {"gamma", F, {0, 25, 100, 150, -5}, [](Image2D& i) { return i.gammaCorrection(2, 100); }, {0, 50, 100, 100, 0}},
         // normalize gives (v - 2) / (6 - 2) times its factor, as floats.
         {"normalize", U8, {2, 4, 6}, [](Image2D& i) { return i.normalize(0) && i.type() == IMAGE_FLOAT; }, {0, 0.5f, 1}},
-        {"normalize 10", U16, {2, 4, 6}, [](Image2D& i) { return i.normalize(10); }, {0, 5, 10}},
         {"normalize flat", U8, {9, 9}, [](Image2D& i) { return i.normalize(1); }, {0, 0}},
         // A value beyond the table takes its last entry, as a float.
         {"table", U8, {0, 2, 255}, [](Image2D& i) { const float t[3] = {10, 20, 30}; return i.applyLUT(t, 3) && i.type() == IMAGE_FLOAT; }, {10, 30, 30}},
@@ -178,25 +168,13 @@ TEST(Image2DArithmetic, SubtractIntoANullImage) {
               PIVerror::IMAGE_SIZE_MISMATCH);
 }
 
-TEST(Image2DArithmetic, ScaleToRangeRefusesAnEmptyRange) {
-    Image2D img(2, 1, IMAGE_UINT8), empty;
-    EXPECT_EQ(FailCode(img, img.scaleToRange(5, 5)), PIVerror::BAD_RANGE);
-    EXPECT_TRUE(HasText(LastText(img), "scaleToRange() - bad range (5,5)"));
-    EXPECT_EQ(FailCode(empty, empty.scaleToRange(0, 1)), PIVerror::IMAGE_TYPE_UNSUPPORTED);
-}
-
-TEST(Image2DArithmetic, GammaCorrectionIsForFloatImages) {
-    Image2D img(2, 1, IMAGE_FLOAT), byte(2, 1, IMAGE_UINT8);
-    EXPECT_EQ(FailCode(byte, byte.gammaCorrection(2, 100)), PIVerror::IMAGE_TYPE_UNSUPPORTED);
-    EXPECT_EQ(FailCode(img, img.gammaCorrection(2, 0)), PIVerror::BAD_RANGE);
-}
-
 // A null target becomes a copy of the larger image, or a valid-pixel mask
 // (limits 9.9 and 15.7 truncate to 9 and 15: of 5, 10, 15, 20 the middle two
-// stay valid); normalize keeps the cached statistics.
+// stay valid); normalize keeps the cached statistics and makes the image float.
 TEST(Image2DArithmetic, NewImagesAndRefusals) {
     const Image2D src = MakeImage(4, 1, IMAGE_UINT16, {5, 10, 15, 20});
-    Image2D fresh, valid, img = MakeImage(3, 1, IMAGE_UINT8, {2, 4, 6}), word(2, 1, IMAGE_UINT16);
+    Image2D fresh, valid, empty, img = MakeImage(3, 1, IMAGE_UINT8, {2, 4, 6}),
+                                 word(2, 1, IMAGE_UINT16);
     ASSERT_TRUE(fresh.maxImage(src) && valid.getValidPixels(src, 9.9f, 15.7f));
     EXPECT_EQ(Pixels(fresh), Pixels(src));
     EXPECT_EQ(valid.type(), IMAGE_UINT8);
@@ -209,22 +187,14 @@ TEST(Image2DArithmetic, NewImagesAndRefusals) {
     EXPECT_EQ(FailCode(word, word.applyLUT(nullptr, 3)), PIVerror::INVALID_POINTER);
     EXPECT_EQ(FailCode(word, word.applyLUT(lut, 0)), PIVerror::BAD_DIMENSIONS);
     EXPECT_EQ(FailCode(valid, valid.getValidPixels(src, 3, 1)), PIVerror::BAD_RANGE);
-    EXPECT_TRUE(HasText(LastText(valid), "getValidPixels() - Bad range: 3 to 1"));
+    EXPECT_EQ(FailCode(img, img.scaleToRange(5, 5)), PIVerror::BAD_RANGE);
+    EXPECT_EQ(FailCode(empty, empty.scaleToRange(0, 1)), PIVerror::IMAGE_TYPE_UNSUPPORTED);
+    // Gamma correction is for float images and needs a positive top.
+    EXPECT_EQ(FailCode(word, word.gammaCorrection(2, 100)), PIVerror::IMAGE_TYPE_UNSUPPORTED);
+    EXPECT_EQ(FailCode(img, img.gammaCorrection(2, 0)), PIVerror::BAD_RANGE);
     EXPECT_EQ(FailCode(fresh, fresh.minImage(fresh)), PIVerror::OVERWRITE_OWN_DATA);
     EXPECT_EQ(FailCode(fresh, fresh.maxImage(Image2D(4, 1, IMAGE_UINT8))),
               PIVerror::IMAGE_SIZE_MISMATCH);
-    EXPECT_EQ(FailCode(word, word.applyMask(Image2D(2, 1, IMAGE_UINT16), false)),
-              PIVerror::IMAGE_SIZE_MISMATCH);
     EXPECT_EQ(FailCode(word, word.applyMask(Image2D(3, 1, IMAGE_UINT8), false)),
               PIVerror::IMAGE_SIZE_MISMATCH);
-}
-
-// Status lines go to standard output while enabled.
-TEST(Image2DArithmetic, StatusLineNamesTheSubtractedFile) {
-    Image2D img(4, 4, IMAGE_UINT8), src(4, 4, IMAGE_UINT8);
-    src.setFileName("bkgd.pgm");
-    img.enableStatusMessages(true);
-    testing::internal::CaptureStdout();
-    img.subtract(src, true);
-    EXPECT_EQ(testing::internal::GetCapturedStdout(), "  Subtracting image 'bkgd.pgm'\n");
 }

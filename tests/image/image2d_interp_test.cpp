@@ -65,13 +65,6 @@ double MaxError(const Scheme& s, const Image2D& img, const Fn& f, double ox, dou
 
 }  // namespace
 
-// Degree, method and the degree used: degrees are clamped to 2..9, and
-// bilinear (method 3) always works at 2.
-TEST(DeformOrder, ClampsDegreeAndBilinear) {
-    const int cases[][3] = {{12, 2, 9}, {1, 2, 2}, {5, 3, 2}, {5, 2, 5}, {4, 5, 4}};
-    for (const auto& c : cases) EXPECT_EQ(getDeformOrder(c[0], c[1]), c[2]) << c[0] << " " << c[1];
-}
-
 TEST(SplineWeights, SumToOneAndMatchTheCubicClosedForm) {
     for (int degree = 2; degree <= 9; degree++)
         for (double x : {3.0, 3.2, 3.5, 3.77, -1.4}) {
@@ -210,16 +203,12 @@ TEST(Interpolation, BetweenSamplesEachKernelMeetsItsTolerance) {
 }
 
 // Outside the image the value is black, or white on request, unless mirrored;
-// bilinear gives 0 in the last column; method 4 (sinc) runs bilinear.
-TEST(Interpolation, EdgesAndStandIns) {
+// bilinear gives 0 in the last column.
+TEST(Interpolation, EdgesAndWildPoints) {
     const Image2D img = AnalyticImage(10, 10, Sinusoid);
     EXPECT_EQ(_InterpolatePixel2x2(9.0f, 4.0f, &img), 0.0f);
     EXPECT_NE(_InterpolatePixel2x2(8.0f, 4.0f, &img), 0.0f);
-    Image2D_Interpolation interp, sinc, bilinear;
-    sinc.setInterpolationMethod(PIV::INTERPOLATE_SINC, 4);
-    bilinear.setInterpolationMethod(PIV::INTERPOLATE_BILINEAR, 2);
-    EXPECT_EQ(sinc.interpolatedPixel(img, 3.3f, 4.6f, false),
-              bilinear.interpolatedPixel(img, 3.3f, 4.6f, false));
+    Image2D_Interpolation interp;
     EXPECT_EQ(interp.interpolatedPixel(img, -0.5f, 3.0f, false), 0.0f);
     EXPECT_EQ(interp.interpolatedPixel(img, 3.0f, 9.5f, true), 255.0f);
     interp.setFlagMirroring(true);
@@ -289,9 +278,6 @@ double TranslateRms(PIV::InterpolationMethod method, int degree) {
 TEST(Translate, ParticleImageMatchesTheRenderedShift) {
     const double spline = TranslateRms(PIV::INTERPOLATE_BSPLINE, 3);
     const double bilinear = TranslateRms(PIV::INTERPOLATE_BILINEAR, 2);
-    RecordProperty("rms_bspline3", std::to_string(spline));
-    RecordProperty("rms_bilinear", std::to_string(bilinear));
-    std::printf("translate RMS: B-spline 3 %.3f, bilinear %.3f counts\n", spline, bilinear);
     EXPECT_LT(spline, 2.5);
     EXPECT_LT(spline * 2, bilinear);
 }
@@ -321,8 +307,8 @@ TEST(Translate, SmallImages) {
 }
 
 // A translation alone flips the sign of y against translate(); all-zero
-// stretches do nothing and unit stretches copy.
-TEST(Transform, TranslationAndUnitStretch) {
+// stretches are refused and leave the image.
+TEST(Transform, TranslationAndZeroStretch) {
     const Image2D src = AnalyticImage(24, 20, Blob);
     IMAGE_TRANSFORMATION_CFG cfg;
     cfg.Enable = true;
@@ -338,11 +324,6 @@ TEST(Transform, TranslationAndUnitStretch) {
     Image2D_Interpolation interp;
     EXPECT_FALSE(interp.transformImage(img, cfg, false, false));
     EXPECT_TRUE(img == src);
-    cfg.StretchX = cfg.StretchY = 1.0;
-    interp.setInterpolationMethod(PIV::INTERPOLATE_BILINEAR, 2);
-    EXPECT_TRUE(interp.transformImage(img, cfg, false, false));
-    for (int y = 0; y < 19; y++)
-        for (int x = 0; x < 23; x++) EXPECT_NEAR(img.pixel(x, y), src.pixel(x, y), 1e-4);
 }
 
 TEST(Transform, RotationAboutTheCentreByNinetyDegrees) {

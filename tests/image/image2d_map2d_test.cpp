@@ -30,7 +30,6 @@ TEST(Image2D_Map2D, DotsLandOnTheirNodes) {
         ASSERT_TRUE(mapper.mapImage(recorded, dewarped, false, false)) << c.name;
         EXPECT_EQ(Shape(dewarped), Shape(kDest, kDest, IMAGE_FLOAT));
         const double worst = dot_grid::WorstCentroidError(dewarped, nodes);
-        RecordProperty(c.name, ::testing::PrintToString(worst));
         // Bilinear interpolation blurs a little but keeps the dot symmetric.
         EXPECT_LT(worst, 0.05) << c.name;
     }
@@ -52,7 +51,6 @@ TEST(Image2D_Map2D, OutsideTheSourceIsDarkOrMaskedAndBadInputIsRefused) {
     // Pixel 27 reads source column 127 (inside), 28 reads 128 (outside).
     EXPECT_FLOAT_EQ(dest.pixel(20, 4), 50.0f);
     EXPECT_FLOAT_EQ(dest.pixel(30, 4), 0.0f);
-    EXPECT_EQ(mask.type(), IMAGE_UINT8);
     EXPECT_EQ(mask.pixel(27, 4), 0.0f);
     EXPECT_EQ(mask.pixel(28, 4), 255.0f);
     ASSERT_TRUE(mapper.mapImage(source, dest, true, false));

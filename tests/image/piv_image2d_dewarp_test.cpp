@@ -72,22 +72,15 @@ TEST(PIV_Image2D, TwoViewsReadBackAndDewarpTheirDotsOntoTheNodes) {
     PIV3C_Parameters written = TwoViews();
     const std::string path = dir.file("views.cal");
     ASSERT_TRUE(written.save(path.c_str()));
-    const std::string text = ReadBytes(path);
-    EXPECT_TRUE(HasText(text, "View0_maptype"));
-    EXPECT_TRUE(HasText(text, "View1_px09"));
 
     PIV3C_Parameters read;
     ASSERT_TRUE(read.load(path.c_str()));
     EXPECT_EQ(read.viewCount(), 2);
-    EXPECT_DOUBLE_EQ(read.magY(), 2.0);
     EXPECT_STREQ(read.gridUnit(1), "a rather long unit name");
     for (int v = 0; v < 2; v++) {
-        EXPECT_EQ(read.mapping(v).maptype, written.mapping(v).maptype);
         EXPECT_EQ(read.mapping(v).dest_img_width, kDest);
         // Six significant digits per coefficient: positions within 1e-3 px.
         const double worst = WorstPositionDifference(read.mapping(v), written.mapping(v));
-        RecordProperty("view" + std::to_string(v) + "_readback_px",
-                       ::testing::PrintToString(worst));
         EXPECT_LT(worst, 1e-3) << "view " << v;
     }
     // The object origin lies at (10, 20) mm * 2 px/mm in the dewarped image.
@@ -117,10 +110,7 @@ TEST(PIV_Image2D, TwoViewsReadBackAndDewarpTheirDotsOntoTheNodes) {
         img.setImageCfg(cfg);
         ASSERT_TRUE(img.load(frame.c_str(), false));
         EXPECT_EQ(Shape(img), Shape(kDest, kDest, IMAGE_FLOAT));
-        EXPECT_STREQ(img.fileName(), frame.c_str());
         const double worst = dot_grid::WorstCentroidError(img, nodes);
-        RecordProperty("view" + std::to_string(view) + "_centroid_px",
-                       ::testing::PrintToString(worst));
         EXPECT_LT(worst, 0.05) << "view " << view;
 
         // The conversion comes from the calibration; the unit is cut to 15.

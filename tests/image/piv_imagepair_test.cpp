@@ -23,12 +23,6 @@ Image2D Ramp(int w, int h, ImageType type, float base) {
     return img;
 }
 
-Image2D Flat(int w, int h, ImageType type, float value) {
-    Image2D img(w, h, type);
-    img.fill(value);
-    return img;
-}
-
 void Save(const Image2D& img, const std::string& path) {
     ASSERT_TRUE(img.saveTIFF(path.c_str())) << path;
 }
@@ -90,11 +84,11 @@ TEST_F(PivImage2D, LookForFileTriesPathAltDirAndBareName) {
 TEST_F(PivImagePair, LoadedPairEqualsTheStepsRunByHand) {
     Save(Ramp(16, 12, IMAGE_UINT8, 20.0f), dir.file("img0001.tif"));
     Save(Ramp(16, 12, IMAGE_UINT8, 25.0f), dir.file("img0002.tif"));
-    Image2D mask = Flat(16, 12, IMAGE_UINT8, 0.0f);
+    Image2D mask = Filled(16, 12, IMAGE_UINT8, 0.0f);
     for (int y = 2; y < 6; y++)
         for (int x = 3; x < 9; x++) mask.setPixel(x, y, 255.0f);
     Save(mask, dir.file("mask.tif"));
-    Save(Flat(16, 12, IMAGE_UINT8, 7.0f), dir.file("bkgd.tif"));
+    Save(Filled(16, 12, IMAGE_UINT8, 7.0f), dir.file("bkgd.tif"));
 
     IMAGE_CFG cfg;
     cfg.MaskEnable = true;
@@ -110,8 +104,6 @@ TEST_F(PivImagePair, LoadedPairEqualsTheStepsRunByHand) {
     pair.setImageCfg(cfg);
     ASSERT_TRUE(pair.load(dir.file("img0001.tif").c_str(), 1, false, true));
     ASSERT_TRUE(pair.isImagePair());
-    EXPECT_TRUE(pair.isMaskAvailable());
-    EXPECT_STREQ(pair.lastImageFileB(), dir.file("img0002.tif").c_str());
 
     for (const char* name : {"img0001.tif", "img0002.tif"}) {
         Image2D expected(dir.file(name));
@@ -127,8 +119,8 @@ TEST_F(PivImagePair, LoadedPairEqualsTheStepsRunByHand) {
 }
 
 TEST_F(PivImagePair, DoubleHeightBackgroundGivesTheFramesHalf) {
-    Save(Flat(8, 6, IMAGE_UINT16, 100.0f), dir.file("run_a.tif"));
-    Save(Flat(8, 6, IMAGE_UINT16, 100.0f), dir.file("run_b.tif"));
+    Save(Filled(8, 6, IMAGE_UINT16, 100.0f), dir.file("run_a.tif"));
+    Save(Filled(8, 6, IMAGE_UINT16, 100.0f), dir.file("run_b.tif"));
     Image2D bkgd(8, 12, IMAGE_UINT16);
     for (int y = 0; y < 12; y++)
         for (int x = 0; x < 8; x++) bkgd.setPixel(x, y, y < 6 ? 10.0f : 20.0f);
@@ -154,14 +146,10 @@ TEST_F(PivImagePair, DoubleFramePcoFileGivesBothFrames) {
 
     PIV_ImagePair pair;
     pair.setPCOMode(true);
-    EXPECT_TRUE(pair.imageCfg().SplitPCO);
     ASSERT_TRUE(pair.loadPair(path.c_str(), ""));
     ASSERT_TRUE(pair.isImagePair());
     EXPECT_EQ(Pixels(*pair.imgA()), Pixels(a));
     EXPECT_EQ(Pixels(*pair.imgB()), Pixels(b));
-    EXPECT_TRUE(pair.imgA()->isSplitPCO());
-    EXPECT_TRUE(pair.imgB()->isSplitPCO());
-    EXPECT_STREQ(pair.imgB()->name(), pair.imgA()->name());
 
     // Saved again, the frames get a and b behind their common name.
     const std::string out = dir.file("out");
@@ -169,7 +157,6 @@ TEST_F(PivImagePair, DoubleFramePcoFileGivesBothFrames) {
     ASSERT_TRUE(pair.save(out.c_str(), ""));
     EXPECT_TRUE(std::filesystem::exists(out + "/doublea.img"));  // float after pre-processing
     EXPECT_TRUE(std::filesystem::exists(out + "/doubleb.img"));
-    EXPECT_NE(pair.savedFilesText().find("\nImage2: " + out + "/doubleb.img"), std::string::npos);
 }
 
 // Files that hold both frames: an IM7 of two stacked 3 x 2 frames (1..6, then
@@ -226,9 +213,6 @@ TEST_F(PivImagePair, AnalysisModes) {
     ASSERT_TRUE(speckle.loadPair(dir.file("shot0002.tif").c_str(), "x"));
     EXPECT_STREQ(speckle.imgA()->name(), dir.file("ref.tif").c_str());
     EXPECT_STREQ(speckle.imgB()->name(), dir.file("shot0002.tif").c_str());
-    // In speckle mode the "first" file is frame B.
-    EXPECT_STREQ(speckle.filePath(false), dir.file("shot0002.tif").c_str());
-    EXPECT_STREQ(speckle.fileName(true), "ref.tif");
     // load() passes no second name, and speckle wants both.
     EXPECT_FALSE(speckle.load(dir.file("shot0002.tif").c_str(), 1, false, true));
 
@@ -236,7 +220,6 @@ TEST_F(PivImagePair, AnalysisModes) {
     PIV_ImagePair single;
     single.setAnalysisMode(PIV::ANALYSIS_AUTO_CORRELATION);
     ASSERT_TRUE(single.load(dir.file("shot0001.tif").c_str(), 1, false, true));
-    EXPECT_TRUE(single.isPairLoaded());
     EXPECT_TRUE(single.imgB()->isNull());
 
     // Cross-correlation with a separation of 1 and without a second frame.
@@ -245,17 +228,13 @@ TEST_F(PivImagePair, AnalysisModes) {
     EXPECT_TRUE(pair.imgB()->isNull());
     EXPECT_FALSE(pair.isImagePair());
     ASSERT_TRUE(pair.load(dir.file("shot0001.tif").c_str(), 1, false, true));
-    EXPECT_STREQ(pair.baseName(true), "shot0002");
-    EXPECT_STREQ(pair.extension(true), ".tif");
     EXPECT_EQ(pair.imgB()->pixel(0, 0), 90.0f);
-    ASSERT_TRUE(pair.reloadImages());
-    EXPECT_STREQ(pair.lastImageFileB(), dir.file("shot0002.tif").c_str());
 }
 
 TEST_F(PivImagePair, BadInputLoadsWhatItCan) {
     Save(Ramp(8, 6, IMAGE_UINT8, 1.0f), dir.file("lone0007.tif"));
     Save(Ramp(8, 6, IMAGE_UINT8, 1.0f), dir.file("plain.tif"));
-    Save(Flat(4, 4, IMAGE_UINT8, 255.0f), dir.file("small_mask.tif"));
+    Save(Filled(4, 4, IMAGE_UINT8, 255.0f), dir.file("small_mask.tif"));
     PIV_ImagePair pair;
     // No frame 0008: A loaded, B empty, no pair.
     EXPECT_FALSE(pair.load(dir.file("lone0007.tif").c_str(), 1, false, true));
@@ -286,38 +265,6 @@ TEST_F(PivImagePair, BadInputLoadsWhatItCan) {
     frame.setImageCfg(cfg);
     EXPECT_TRUE(frame.load(dir.file("plain.tif").c_str(), false));
     EXPECT_FALSE(frame.isMaskAvailable());
-}
-
-TEST_F(PivImagePair, CameraBuffers) {
-    std::vector<uint16_t> a(8 * 4), b(8 * 4);
-    for (size_t i = 0; i < a.size(); i++) {
-        a[i] = static_cast<uint16_t>(i);
-        b[i] = static_cast<uint16_t>(100 + i);
-    }
-    PIV_ImagePair pair;
-    ASSERT_TRUE(pair.loadFromBuffer(a.data(), b.data(), 8, 4, 16, 16, 1));
-    EXPECT_TRUE(pair.isImagePair());
-    EXPECT_STREQ(pair.imgA()->name(), "Camera buffer A");
-    EXPECT_EQ(pair.imgB()->pixel(7, 3), 131.0f);
-}
-
-TEST_F(PivImage2D, PreProcessingIsNeededWhenAnyStepIsOn) {
-    // Nothing, then one step of each kind: a flag, a rotation, a filter.
-    void (*const steps[])(IMAGE_CFG&) = {[](IMAGE_CFG&) {}, [](IMAGE_CFG& c) { c.Crop = true; },
-                                         [](IMAGE_CFG& c) { c.Rotation = 90; },
-                                         [](IMAGE_CFG& c) { c.filters.Median = true; }};
-    for (size_t i = 0; i < std::size(steps); i++) {
-        IMAGE_CFG cfg;
-        steps[i](cfg);
-        PIV_Image2D img;
-        img.setImageCfg(cfg);
-        EXPECT_EQ(img.requiresImagePreProcessing(), i > 0) << i;
-        img.setFlagImagePreProcess(false);
-        EXPECT_FALSE(img.requiresImagePreProcessing());
-    }
-    PIV_Image2D stereo;
-    stereo.setStereoMode(true);
-    EXPECT_TRUE(stereo.requiresImagePreProcessing());
 }
 
 TEST_F(PivImage2D, CropAfterLoad) {
