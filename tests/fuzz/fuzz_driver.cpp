@@ -17,9 +17,11 @@
 #include <cstdint>
 #include <cstdio>
 #include <cstdlib>
-#include <cstring>
+#include <fstream>
+#include <iterator>
 #include <random>
 #include <string>
+#include <utility>
 #include <vector>
 
 extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size);
@@ -136,17 +138,6 @@ long PeakRssMb() {
     return usage.ru_maxrss / 1024;
 }
 
-bool ReadFile(const std::string& path, Bytes& out) {
-    std::FILE* f = std::fopen(path.c_str(), "rb");
-    if (!f) return false;
-    uint8_t block[65536];
-    size_t n;
-    out.clear();
-    while ((n = std::fread(block, 1, sizeof block, f)) > 0) out.insert(out.end(), block, block + n);
-    std::fclose(f);
-    return true;
-}
-
 void ReadCorpus(const std::string& dir, std::vector<Bytes>& corpus) {
     DIR* d = ::opendir(dir.c_str());
     if (!d) return;
@@ -155,10 +146,10 @@ void ReadCorpus(const std::string& dir, std::vector<Bytes>& corpus) {
         if (e->d_name[0] != '.') names.push_back(e->d_name);
     ::closedir(d);
     std::sort(names.begin(), names.end());  // the same order on every file system
-    for (const std::string& name : names) {
-        Bytes bytes;
-        if (ReadFile(dir + "/" + name, bytes)) corpus.push_back(std::move(bytes));
-    }
+    for (const std::string& name : names)
+        if (std::ifstream in{dir + "/" + name, std::ios::binary})
+            corpus.emplace_back(std::istreambuf_iterator<char>(in),
+                                std::istreambuf_iterator<char>());
 }
 
 // Values that sit on the edges of sizes and counts.
@@ -225,10 +216,10 @@ void Mutate(Bytes& b, std::mt19937& rng) {
 // As libFuzzer does: an input after which more blocks are allocated than
 // freed is checked for leaks at once, so that a leak is caught with the
 // input that made it, not in one report at exit.
-void RunOne(const Bytes& input, unsigned timeout) {
+void RunOne(const Bytes& input, long timeout) {
     const size_t mallocs = g_mallocs.load(), frees = g_frees.load();
     g_current = &input;
-    if (timeout) alarm(timeout);
+    if (timeout) alarm(static_cast<unsigned>(timeout));
     LLVMFuzzerTestOneInput(input.data(), input.size());
     if (timeout) alarm(0);
     if (__lsan_do_recoverable_leak_check && g_mallocs.load() - mallocs > g_frees.load() - frees &&
@@ -242,37 +233,30 @@ void RunOne(const Bytes& input, unsigned timeout) {
 }  // namespace
 
 int main(int argc, char** argv) {
-    long runs = 0;
-    unsigned seed = 1, timeout = 0;
-    long rssLimit = 0;
+    long runs = 0, seed = 1, timeout = 0, rssMb = 0;
+    const std::pair<std::string, long*> options[] = {
+        {"-runs=", &runs}, {"-seed=", &seed}, {"-timeout=", &timeout}, {"-rss_limit_mb=", &rssMb}};
     std::vector<Bytes> corpus;
     for (int i = 1; i < argc; i++) {
-        const char* a = argv[i];
-        if (std::strncmp(a, "-runs=", 6) == 0)
-            runs = std::atol(a + 6);
-        else if (std::strncmp(a, "-seed=", 6) == 0)
-            seed = static_cast<unsigned>(std::atol(a + 6));
-        else if (std::strncmp(a, "-timeout=", 9) == 0)
-            timeout = static_cast<unsigned>(std::atol(a + 9));
-        else if (std::strncmp(a, "-rss_limit_mb=", 14) == 0)
-            rssLimit = std::atol(a + 14);
+        const std::string a = argv[i];
+        const auto o = std::find_if(std::begin(options), std::end(options),
+                                    [&](const auto& o) { return a.rfind(o.first, 0) == 0; });
+        if (o != std::end(options))
+            *o->second = std::atol(a.c_str() + o->first.size());
         else if (a[0] == '-')
-            std::fprintf(stderr, "fuzz driver: ignoring %s\n", a);
+            std::fprintf(stderr, "fuzz driver: ignoring %s\n", a.c_str());
         else
             ReadCorpus(a, corpus);
     }
-    if (rssLimit > 0) g_limitBytes = static_cast<size_t>(rssLimit) << 20;
+    if (rssMb > 0) g_limitBytes = static_cast<size_t>(rssMb) << 20;
     signal(SIGALRM, OnAlarm);
-    signal(SIGSEGV, OnCrash);
-    signal(SIGABRT, OnCrash);
-    signal(SIGFPE, OnCrash);
-    signal(SIGBUS, OnCrash);
+    for (int sig : {SIGSEGV, SIGABRT, SIGFPE, SIGBUS}) signal(sig, OnCrash);
     if (__sanitizer_install_malloc_and_free_hooks)
         __sanitizer_install_malloc_and_free_hooks(OnMalloc, OnFree);
     if (corpus.empty()) corpus.emplace_back();
 
     auto checkRss = [&] {
-        if (rssLimit > 0 && PeakRssMb() > rssLimit) {
+        if (rssMb > 0 && PeakRssMb() > rssMb) {
             SaveCurrent("resident memory above the limit");
             std::_Exit(72);
         }
@@ -281,7 +265,7 @@ int main(int argc, char** argv) {
         RunOne(input, timeout);
         checkRss();
     }
-    std::mt19937 rng(seed);
+    std::mt19937 rng(static_cast<uint32_t>(seed));
     Bytes input;
     for (long r = 0; r < runs; r++) {
         input = corpus[std::uniform_int_distribution<size_t>(0, corpus.size() - 1)(rng)];
@@ -289,7 +273,7 @@ int main(int argc, char** argv) {
         RunOne(input, timeout);
         checkRss();
     }
-    std::printf("fuzz driver: %zu corpus inputs and %ld mutations (seed %u), peak %ld MB\n",
+    std::printf("fuzz driver: %zu corpus inputs and %ld mutations (seed %ld), peak %ld MB\n",
                 corpus.size(), runs, seed, PeakRssMb());
     return 0;
 }
