@@ -39,11 +39,8 @@ inline const char* WriteInput(const uint8_t* data, size_t size, const char* suff
     return path.c_str();
 }
 
-// Installed once: no message reaches the terminal, and debug output stays off.
+// No message reaches the terminal, and debug output stays off.
 inline void Quiet() {
-    static bool done = false;
-    if (done) return;
-    done = true;
     SetMessageHook([](const char*) {});
 }
 

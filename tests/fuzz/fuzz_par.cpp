@@ -14,8 +14,7 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
     PIV::ReadParametersASCII(path, &params, &image, &post, 0);
     PIV::ReadParametersASCII(path, &params, &image, &post, 1);
     ASCIIParFile file(path, ASCIIParFile::READ);
-    std::FILE* sink = std::fopen("/dev/null", "w");
-    if (sink) {
+    if (std::FILE* sink = std::fopen("/dev/null", "w")) {
         file.dumpList(sink);
         std::fclose(sink);
     }
