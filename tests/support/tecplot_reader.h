@@ -175,16 +175,10 @@ private:
         }
         std::vector<std::pair<std::string, int>> plan;
         for (const auto& r : record) {
-            if (r.first == "d") {
-                QuirksMet().insert(kPointNoThirdRawCoordinate);
-                continue;
-            }
-            if (r.first == "count") {
-                QuirksMet().insert(kPointCountTwoBytes);
-                plan.emplace_back(r.first, 4);  // short integer
-                continue;
-            }
-            plan.push_back(r);
+            if (r.first == "d") QuirksMet().insert(kPointNoThirdRawCoordinate);
+            if (r.first == "count") QuirksMet().insert(kPointCountTwoBytes);
+            // count is read as a short integer (type 4)
+            if (r.first != "d") plan.emplace_back(r.first, r.first == "count" ? 4 : r.second);
         }
         int size = 0;
         for (const auto& p : plan) size += bytesOf(p.second);
