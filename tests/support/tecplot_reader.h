@@ -150,8 +150,7 @@ private:
         // The record as the header describes it, then the exceptions.
         std::vector<std::pair<std::string, int>> record;
         for (size_t v = 0; v < names.size(); v++) record.emplace_back(names[v], z.types[v]);
-        const bool fixedGroup = !isRawOrRms(names);
-        if (fixedGroup) {
+        if (!isRawOrRms(names)) {  // the fixed derived group
             std::vector<std::pair<std::string, int>> kept;
             size_t after = 0;
             for (const auto& r : record) {
