@@ -55,11 +55,9 @@ void SaveCurrent(const char* why, const char* prefix = "crash") {
     const Bytes* input = g_current;
     char name[64];
     std::snprintf(name, sizeof name, "%s-%d", prefix, static_cast<int>(::getpid()));
-    if (input) {
-        if (std::FILE* f = std::fopen(name, "wb")) {
-            if (!input->empty()) std::fwrite(input->data(), 1, input->size(), f);
-            std::fclose(f);
-        }
+    if (std::FILE* f = input ? std::fopen(name, "wb") : nullptr) {
+        if (!input->empty()) std::fwrite(input->data(), 1, input->size(), f);
+        std::fclose(f);
     }
     std::fprintf(stderr, "fuzz driver: %s; input of %zu bytes saved as %s\n", why,
                  input ? input->size() : 0, name);
