@@ -48,7 +48,6 @@ const SyntaxCase kSyntaxCases[] = {
     {"RunsOfSeparators", "Key;;= 3 ,, 4;\n", "Key", true, {3, 4, kUntouched}},
     {"HashStartsAComment", "  # Key = 5\n", "Key", false, {}},
     {"BracketStartsAComment", "[Key] = 5\n", "[Key]", false, {}},
-    {"PercentStartsAComment", "%Key = 5\n", "%Key", false, {}},
     {"EmptyValueLeavesAnArrayAlone", "Key =\n", "Key", true, {kUntouched}},
     {"TextReadsAsZero", "Key = abc\n", "Key", true, {0}},
     {"HugeIntegersSaturate", "Key = 99999999999999999999,-99999999999999999999\n", "Key", true, {INT_MAX, INT_MIN}},
