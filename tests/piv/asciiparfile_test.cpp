@@ -105,8 +105,7 @@ TEST(ParFileRead, CompoundsZeroMissingComponentsValsKeepThem) {
     EXPECT_EQ((std::vector<int>{size.width, size.height, size.depth}), (std::vector<int>{7, 0, 0}));
     int a = 9, b = 9;
     EXPECT_EQ(file->serializeVals("Vals", &a, &b), 1);
-    EXPECT_EQ(a, 1);
-    EXPECT_EQ(b, 9);
+    EXPECT_EQ(std::make_pair(a, b), std::make_pair(1, 9));
 }
 
 TEST(ParFileRead, MissingFileIsError26AndAnEmptyList) {

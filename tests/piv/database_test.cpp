@@ -182,10 +182,9 @@ TEST(PIV_Data2D, CopyOfAnOddGrid) {
 
     PIV_Data2D copy(grid3x2(1));
     copy = source;
-    EXPECT_FLOAT_EQ(copy.data()[29].dx, 29.0f);
-    EXPECT_FLOAT_EQ(copy.getVector2D(2, 4, 1).dx, 77.0f);
-    EXPECT_EQ(copy.timeAt(1), 2.25);
-    EXPECT_FLOAT_EQ(copy.getDifferentials(29).dwdz, 4.0f);
+    EXPECT_EQ(std::vector<double>({copy.data()[29].dx, copy.getVector2D(2, 4, 1).dx, copy.timeAt(1),
+                                   copy.getDifferentials(29).dwdz}),
+              std::vector<double>({29, 77, 2.25, 4}));
 
     EXPECT_FALSE(copy.copy(copy));
     EXPECT_EQ(copy.error().getLastErrorCode(), PIVerror::OVERWRITE_OWN_DATA);
