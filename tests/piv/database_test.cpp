@@ -41,12 +41,11 @@ TEST(PIV_DataBase, FourDimensionalNodeOrder) {
     EXPECT_EQ(v.flag, VECTOR_OUTLIER) << "a new node starts disabled";
     // Step 1 starts 2*3*2 nodes on and repeats the positions; steps off the
     // axis give the first and no time.
-    EXPECT_EQ(f.dataAtTime(1), f.data() + 12);
+    EXPECT_EQ(std::vector<const PIV_VECTOR*>({f.dataAtTime(1), f.dataAtTime(-1), f.dataAtTime(2)}),
+              std::vector<const PIV_VECTOR*>({f.data() + 12, f.data(), f.data()}));
     EXPECT_EQ(f.dataAtTime(1)[1 + 2 * (2 + 3 * 1)].iz, 4);
     EXPECT_EQ(times(f), (std::vector<double>{0, 1}));
     EXPECT_EQ(f.timeAt(2), 0.0);
-    EXPECT_EQ(f.dataAtTime(-1), f.data());
-    EXPECT_EQ(f.dataAtTime(2), f.data());
 }
 
 TEST(PIV_DataBase, GridBeyondTwoToThe30PixelsIsRefused) {
