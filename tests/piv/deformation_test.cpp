@@ -7,6 +7,7 @@
 #include <utility>
 #include <vector>
 
+#include "field_grids.h"
 #include "hwy/targets.h"
 #include "image2d.h"
 #include "image2d_deformation.h"
@@ -46,11 +47,8 @@ std::vector<int> Windows(const std::vector<MULTIGRID_LEVEL>& levels) {
 // A field on a 9 x 7 grid, step 16 from (first, first), every node enabled
 // with dx = 0.25 x - 0.5 y + 3 and dy = 0.125 x + 0.75 y - 2 at its pixel.
 void MakeLinearField(PIV_Data2D& f, int first = 16) {
-    DATA_GRID4D g;
-    g.imageSize = SIZE3D{160, 128, 1};
-    g.step = SIZE3D{16, 16, 1};
+    DATA_GRID4D g = field_test::gridOf(9, 7);
     g.first = POINT3D{first, first, 0};
-    g.nodes = SIZE3D{9, 7, 1};
     ASSERT_TRUE(f.create(g));
     for (int k = 0; k < f.nodeCount(); k++) {
         PIV_VECTOR& v = f.data()[k];

@@ -327,9 +327,8 @@ TEST_F(NetCDF, MethodFromTheTextPrefersMultigrid) {
     }
     PIV_PARAMETERS p;
     ASSERT_EQ(PIV::ReadParameters(file.c_str(), &p), 1);
-    EXPECT_EQ(p.eval.Method, 2);
-    EXPECT_EQ(p.eval.ImageMapping2D.Mode, 1);
-    EXPECT_EQ(p.eval.Type, 3);
+    EXPECT_EQ(std::vector<int>({p.eval.Method, p.eval.ImageMapping2D.Mode, p.eval.Type}),
+              std::vector<int>({2, 1, 3}));
 }
 
 TEST_F(NetCDF, ReadsPIVNET2WrittenByTheCAPI) {
@@ -402,10 +401,9 @@ TEST_F(NetCDF, EuropivInfinitiesBecomeOutliers) {
     PIV_Data2D f(file.c_str());
     ASSERT_FALSE(f.isNull()) << f.getLastError();
     // File row 0 (the bottom) is array row 1.
-    EXPECT_EQ(f.getVector2D(1, 1).flag, VECTOR_OUTLIER);
-    EXPECT_EQ(f.getVector2D(1, 1).dx, 0);
-    EXPECT_EQ(f.getVector2D(1, 0).dx, 1);
-    EXPECT_EQ(f.getVector2D(0, 1).dy, 8);
+    EXPECT_EQ(std::vector<float>({float(f.getVector2D(1, 1).flag), f.getVector2D(1, 1).dx,
+                                  f.getVector2D(1, 0).dx, f.getVector2D(0, 1).dy}),
+              std::vector<float>({VECTOR_OUTLIER, 0, 1, 8}));
     EXPECT_FALSE(f.skipValidation());  // no piv_flags: validation still pending
 }
 
@@ -428,9 +426,9 @@ TEST_F(NetCDF, NoNumbersAreDisabledAndAPredictorOfThemWarpsCleanly) {
     EXPECT_PRED_FORMAT2(IsSubstring, "2 of 12 vectors hold values that are no numbers", log.all());
     const PIV_VECTOR* v = back.data();
     for (int k : {1, 6}) {
-        EXPECT_EQ(v[k].flag, VECTOR_NO_RESULT | VECTOR_OUTLIER) << k;
-        EXPECT_EQ(v[k].dx, 0.0f) << k;
-        EXPECT_EQ(v[k].peak[2].value, 0.0f) << k;
+        EXPECT_EQ(std::vector<float>({float(v[k].flag), v[k].dx, v[k].peak[2].value}),
+                  std::vector<float>({VECTOR_NO_RESULT | VECTOR_OUTLIER, 0, 0}))
+            << k;
     }
     EXPECT_EQ(v[9].dy, 1e30f);
     EXPECT_EQ(v[9].flag, VECTOR_ENABLED);

@@ -107,7 +107,6 @@ TEST(ParameterFileKeys, EnableNumbersSetOnlyAboveZero) {
     const Flag magnitude = [](ParRecords& r) -> bool& {
         return r.params.outlier.CheckDisplacement;
     };
-    const Flag median = [](ParRecords& r) -> bool& { return r.image.filters.Median; };
     const Flag hist1 = [](ParRecords& r) -> bool& { return r.params.outlier.GlobalHist[1].type1; };
     const Flag hist2 = [](ParRecords& r) -> bool& { return r.params.outlier.GlobalHist[1].type2; };
     const struct {
@@ -117,7 +116,6 @@ TEST(ParameterFileKeys, EnableNumbersSetOnlyAboveZero) {
     } cases[] = {
         {"View0_PIV_Validation_Magnitude = -1,10", magnitude, false},
         {"View0_PIV_Validation_Magnitude = 0.5,10", magnitude, true},
-        {"View0_PIV_Image_Median = -3,5", median, false},
         {"View0_PIV_Validation_GlobalHist_1_Flags = -1,2", hist1, false},
         {"View0_PIV_Validation_GlobalHist_1_Flags = -1,2", hist2, true},
     };

@@ -1,6 +1,8 @@
 // The settings holder: mending of records and the detection of changes.
 #include <gtest/gtest.h>
 
+#include <vector>
+
 #include "message_capture.h"
 #include "piv_params.h"
 
@@ -29,12 +31,9 @@ TEST(PIV_Parameters, CheckPivEvalCfgMendsEachSpoiledField) {
     EXPECT_TRUE(Is(c.grid.step, 16, 16, 8));
     EXPECT_TRUE(Is(c.SampleSize, 32, 64, 32));
     EXPECT_TRUE(Is(c.FFTSize, 32, 64, 32));
-    EXPECT_EQ(c.SampleOffset.x, 0);
-    EXPECT_EQ(c.SampleOffset.y, -1000);
-    EXPECT_EQ(c.SampleOffset.z, 0);
-    EXPECT_EQ(c.grid.first.x, 0);
-    EXPECT_EQ(c.grid.first.y, 5);
-    EXPECT_EQ(c.grid.first.z, 0);
+    EXPECT_EQ(std::vector<int>({c.SampleOffset.x, c.SampleOffset.y, c.SampleOffset.z,
+                                c.grid.first.x, c.grid.first.y, c.grid.first.z}),
+              std::vector<int>({0, -1000, 0, 0, 5, 0}));
 }
 
 TEST(PIV_Parameters, SetPivEvalCfgReportsWhatMatters) {

@@ -11,25 +11,18 @@
 #include <string>
 #include <vector>
 
+#include "field_grids.h"
 #include "message_capture.h"
 #include "piv_data2d_stats.h"
 #include "scratch_files.h"
+
+using field_test::gridOf;
 
 namespace {
 
 constexpr int kNx = 6, kNy = 5, kNodes = kNx * kNy, kFields = 20;
 constexpr int kNeverValid = 7;  // no sample in any field
 constexpr int kOnce = 11;       // one sample, in field 3
-
-DATA_GRID4D gridOf(int nx, int ny) {
-    DATA_GRID4D g;
-    g.nodes = SIZE3D{nx, ny, 1};
-    g.timeSteps = 1;
-    g.first = POINT3D{16, 16, 0};
-    g.step = SIZE3D{16, 16, 1};
-    g.imageSize = SIZE3D{(nx + 1) * 16, (ny + 1) * 16, 1};
-    return g;
-}
 
 // A series of random fields: skewed values (exponential on top of a node
 // mean), some nodes invalid in some fields, some vectors interpolated.

