@@ -215,8 +215,8 @@ TEST(Refusals, NullImagesAndMasksOfAnotherSize) {
 // has always behaved); a lone pixel is despeckled away; a bit mask packs the
 // lowest bit first.
 TEST(Binary, ErodeDilateDespeckleAndBitMasks) {
-    const std::vector<float> block = {0, 0, 0, 0, 0, 0, 255, 255, 255, 0, 0, 255, 255, 255, 0,
-                                      0, 255, 255, 255, 0, 0, 0, 0, 0, 0};
+    const std::vector<float> block = {0,   0, 0, 0,   0,   0,   255, 255, 255, 0, 0, 255, 255,
+                                      255, 0, 0, 255, 255, 255, 0,   0,   0,   0, 0, 0};
     Image2D eroded = MakeImage(5, 5, IMAGE_UINT8, block), dilated(eroded);
     Image2D speckled = Spike(5, 5, IMAGE_UINT8, 6, 255), bits;
     ASSERT_TRUE(eroded.erodeBinary() && dilated.dilateBinary() && speckled.despeckleBinary());

@@ -278,8 +278,8 @@ TEST_F(LaVisionFiles, AttributesAndScales) {
     EXPECT_STREQ(buffer.scaleX.unit, "mm");
     EXPECT_EQ(buffer.scaleI.factor, 2.0f);
     DestroyBuffer(&buffer);
-    EXPECT_EQ(std::vector<std::string>({*list.find("_SCALE_X"), *list.find("_COMMENT"),
-                                        *list.find("Exposure")}),
+    EXPECT_EQ(std::vector<std::string>(
+                  {*list.find("_SCALE_X"), *list.find("_COMMENT"), *list.find("Exposure")}),
               std::vector<std::string>({"0.5\n10\nmm\nposition x", "first run", "12 us"}));
     EXPECT_EQ(list.items().size(), 5u);
 
@@ -342,9 +342,10 @@ TEST_F(CameraBuffers, CopiesAndBinning) {
 
     // 8 x 3 by 2 is 4 x 1, which needs a factor of 3 in y: no whole blocks.
     const uint16_t wide[24] = {};
-    const std::vector<int> codes = {FailCode(img, img.loadFromBuffer(bytes, 3, 2, 8, 0, false, 2)),
-                                    FailCode(img, img.loadFromBuffer(nullptr, 3, 2, 8, 0, false, 0)),
-                                    FailCode(img, img.loadFromBufferUShort(wide, 8, 3, 2))};
+    const std::vector<int> codes = {
+        FailCode(img, img.loadFromBuffer(bytes, 3, 2, 8, 0, false, 2)),
+        FailCode(img, img.loadFromBuffer(nullptr, 3, 2, 8, 0, false, 0)),
+        FailCode(img, img.loadFromBufferUShort(wide, 8, 3, 2))};
     EXPECT_EQ(codes, (std::vector<int>{PIVerror::IMAGE_TYPE_UNSUPPORTED, PIVerror::BAD_IMAGE_SIZE,
                                        PIVerror::IMAGE_SIZE_MISMATCH}));
 }
