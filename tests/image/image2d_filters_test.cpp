@@ -142,12 +142,9 @@ TEST(Box, HandComputedSmallImages) {
         {"sliding minimum", U8, {50, 50, 50, 50}, [](Image2D& i) { return i.subtractSlidingMinimum(5, 0); }, {0, 0, 0, 0}, 2},
         // Clipping negatives runs without a high pass.
         {"clip low", F, {-5, 0, 5}, [](Image2D& i) { IMAGE_FILTER_CFG f; f.UseFloat = false; f.HighpassClipNegative = true; return i.applyImageFilters(f, false); }, {0, 0, 5}},
+        {"expand", U8, {1, 2}, [](Image2D& i) { const Image2D src(i); return i.expand(src, 2); }, {1, 1, 2, 2, 1, 1, 2, 2}},
     });
     // clang-format on
-    const Image2D src = MakeImage(2, 1, IMAGE_UINT8, {1, 2});
-    Image2D img;
-    ASSERT_TRUE(img.expand(src, 2));
-    EXPECT_EQ(Pixels(img), (std::vector<float>{1, 1, 2, 2, 1, 1, 2, 2}));
 }
 
 // Bad widths and cut-offs are refused and leave the image; a flat image

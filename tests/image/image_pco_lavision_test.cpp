@@ -34,17 +34,6 @@ std::vector<float> AsFloats(const std::vector<int>& v) {
     return std::vector<float>(v.begin(), v.end());
 }
 
-// PCO: "PCO-", file size, header size, width, height, extended flag.
-std::string PcoHeader(uint32_t fileSize, uint32_t headerSize, uint32_t w, uint32_t h,
-                      uint32_t extended = 0) {
-    std::string s = "PCO-" + std::string(20, '\0');
-    Put32(s, 4, fileSize);
-    Put32(s, 8, headerSize);
-    Put32(s, 12, w);
-    Put32(s, 16, h);
-    Put32(s, 20, extended);
-    return s;
-}
 std::string Pco(int w, int h, const std::vector<int>& pixels) {
     return PcoHeader(static_cast<uint32_t>(24 + 2 * w * h), 24, w, h) + Words(pixels);
 }
