@@ -67,7 +67,6 @@ TEST_F(ImageFormat, DetectionByFirstBytes) {
         const std::string path = dir.file("probe");
         WriteBytes(path, c.bytes);
         EXPECT_EQ(PIV::GetFileFormat(path.c_str()), c.format) << c.what;
-        EXPECT_EQ(Image2D::getFileFormat(path.c_str()), c.format) << c.what;
     }
     EXPECT_EQ(PIV::GetFileFormat(dir.file("missing").c_str()), PIV::FORMAT_NOT_FOUND);
     EXPECT_EQ(PIV::GetFileFormat(nullptr), PIV::FORMAT_NOT_FOUND);
