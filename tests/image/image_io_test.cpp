@@ -25,11 +25,6 @@ std::string LaVision(int version, int packType, int word6) {
     return s;
 }
 
-int CountEntries(const std::string& path) {
-    auto it = std::filesystem::directory_iterator(path);
-    return static_cast<int>(std::distance(begin(it), end(it)));
-}
-
 }  // namespace
 
 TEST_F(ImageFormat, DetectionByFirstBytes) {
