@@ -86,25 +86,15 @@ TEST(Image2DArithmetic, OperationsOnOneImage) {
         {"8-bit += 10.9", U8, {250, 1}, [](Image2D& i) { return i += 10.9f; }, {255, 11}},
         {"16-bit += -10", U16, {5, 65530}, [](Image2D& i) { return i += -10.0f; }, {0, 65520}},
         {"32-bit += -1", U32, {0, 5}, [](Image2D& i) { return i += -1.0f; }, {4294967295.0f, 4}},
-        // bias: with clip the type's range, else the low bits; 260 & 255 = 4.
-        {"8-bit bias clip", U8, {250, 5}, [](Image2D& i) { return i.bias(10, true); }, {255, 15}},
+        // bias without clip keeps the low bits: 260 & 255 = 4.
         {"8-bit bias wrap", U8, {250, 5}, [](Image2D& i) { return i.bias(10, false); }, {4, 15}},
-        {"32-bit bias clip", U32, {5, 20}, [](Image2D& i) { return i.bias(-10, true); }, {0, 10}},
-        {"32-bit bias wrap", U32, {5, 20}, [](Image2D& i) { return i.bias(-10, false); }, {4294967291.0f, 10}},
-        {"float bias", F, {1.5f, 0}, [](Image2D& i) { return i.bias(0.25, true); }, {1.75f, 0.25f}},
         // Offsets of 1e20 are truncated to the widest integer the kernels
         // use; with clipping the result is the top or bottom of the type.
         {"8-bit bias 1e20", U8, {5, 200}, [](Image2D& i) { return i.bias(1e20, true); }, {255, 255}},
         {"16-bit += 1e20", U16, {5, 7}, [](Image2D& i) { return i += 1e20f; }, {65535, 65535}},
-        // scale: 300 & 255 = 44; 7.5 truncates to 7.
-        {"8-bit scale clip", U8, {100, 1}, [](Image2D& i) { return i.scale(3, true); }, {255, 3}},
+        // scale: 300 & 255 = 44; square: 32 bits wrap even with clip: 70000^2 - 2^32 = 605032704.
         {"8-bit scale wrap", U8, {100, 1}, [](Image2D& i) { return i.scale(3, false); }, {44, 3}},
-        {"16-bit scale 2.5", U16, {3, 0}, [](Image2D& i) { return i.scale(2.5, true); }, {7, 0}},
-        // square: 400 & 255 = 144; 32 bits wrap even with clip: 70000^2 - 2^32 = 605032704.
-        {"8-bit square clip", U8, {20, 3}, [](Image2D& i) { return i.square(true); }, {255, 9}},
-        {"8-bit square wrap", U8, {20, 3}, [](Image2D& i) { return i.square(false); }, {144, 9}},
         {"32-bit square", U32, {70000, 3}, [](Image2D& i) { return i.square(true); }, {605032704, 9}},
-        {"float square", F, {1.5f, -2}, [](Image2D& i) { return i.square(true); }, {2.25f, 4}},
         // clipHigh on 8-bit images tests its limit against 65535, so 300
         // becomes its low byte 44; clipLow has no such quirk.
         {"8-bit clipHigh 300", U8, {10, 100, 250}, [](Image2D& i) { return i.clipHigh(300); }, {10, 44, 44}},
@@ -112,10 +102,8 @@ TEST(Image2DArithmetic, OperationsOnOneImage) {
         {"8-bit clipLow 300", U8, {10, 100, 250}, [](Image2D& i) { return i.clipLow(300); }, {255, 255, 255}},
         {"32-bit clipHigh 3e9", U32, {3e9f, 5, 0}, [](Image2D& i) { return i.clipHigh(3e9); }, {2147483647.0f, 5, 0}},
         {"float clipRange", F, {-1, 0.5f, 2}, [](Image2D& i) { return i.clipRange(-0.5, 1.5); }, {-0.5f, 0.5f, 1.5f}},
-        // sf = (high - low) / (max - min): 255 / 3 = 85 for 0..3. 32-bit results stop at 2^31.
+        // sf = (high - low) / (max - min): 255 / 3 = 85 for 0..3.
         {"8-bit scaleToRange", U8, {0, 1, 2, 3}, [](Image2D& i) { return i.scaleToRange(0, 255); }, {0, 85, 170, 255}},
-        {"32-bit scaleToRange", U32, {0, 1}, [](Image2D& i) { return i.scaleToRange(0, 3e9); }, {0, 2147483648.0f}},
-        {"constant scaleToRange", U8, {7, 7}, [](Image2D& i) { return i.scaleToRange(3, 9); }, {3, 3}},
         // Integer negatives are (offset AND top, or the top for 0) - v,
         // wrapping: 300 AND 255 = 44 and 44 - 100 wraps to 200.
         {"8-bit negative", U8, {0, 100}, [](Image2D& i) { return i.negative(0); }, {255, 155}},
@@ -127,7 +115,6 @@ TEST(Image2DArithmetic, OperationsOnOneImage) {
         {"gamma", F, {0, 25, 100, 150, -5}, [](Image2D& i) { return i.gammaCorrection(2, 100); }, {0, 50, 100, 100, 0}},
         // normalize gives (v - 2) / (6 - 2) times its factor, as floats.
         {"normalize", U8, {2, 4, 6}, [](Image2D& i) { return i.normalize(0) && i.type() == IMAGE_FLOAT; }, {0, 0.5f, 1}},
-        {"normalize flat", U8, {9, 9}, [](Image2D& i) { return i.normalize(1); }, {0, 0}},
         // A value beyond the table takes its last entry, as a float.
         {"table", U8, {0, 2, 255}, [](Image2D& i) { const float t[3] = {10, 20, 30}; return i.applyLUT(t, 3) && i.type() == IMAGE_FLOAT; }, {10, 30, 30}},
     });
@@ -146,10 +133,8 @@ TEST(Image2DArithmetic, ThirtyTwoBitExtremes) {
 }
 
 TEST(Image2DArithmetic, SquaredSizesANullDestinationFromTheSource) {
-    const Image2D src = MakeImage(2, 1, IMAGE_UINT8, {3, 20});
     Image2D dst;
-    ASSERT_TRUE(dst.squared(src, true));
-    EXPECT_EQ(dst.type(), IMAGE_UINT8);
+    ASSERT_TRUE(dst.squared(MakeImage(2, 1, IMAGE_UINT8, {3, 20}), true));
     EXPECT_EQ(Pixels(dst), (std::vector<float>{9, 255}));
 }
 
@@ -168,33 +153,13 @@ TEST(Image2DArithmetic, SubtractIntoANullImage) {
               PIVerror::IMAGE_SIZE_MISMATCH);
 }
 
-// A null target becomes a copy of the larger image, or a valid-pixel mask
-// (limits 9.9 and 15.7 truncate to 9 and 15: of 5, 10, 15, 20 the middle two
-// stay valid); normalize keeps the cached statistics and makes the image float.
+// A null target becomes a valid-pixel mask (limits 9.9 and 15.7 truncate to
+// 9 and 15: of 5, 10, 15, 20 the middle two stay valid). A mask of another
+// size is refused.
 TEST(Image2DArithmetic, NewImagesAndRefusals) {
-    const Image2D src = MakeImage(4, 1, IMAGE_UINT16, {5, 10, 15, 20});
-    Image2D fresh, valid, empty, img = MakeImage(3, 1, IMAGE_UINT8, {2, 4, 6}),
-                                 word(2, 1, IMAGE_UINT16);
-    ASSERT_TRUE(fresh.maxImage(src) && valid.getValidPixels(src, 9.9f, 15.7f));
-    EXPECT_EQ(Pixels(fresh), Pixels(src));
-    EXPECT_EQ(valid.type(), IMAGE_UINT8);
+    Image2D valid, word(2, 1, IMAGE_UINT16);
+    ASSERT_TRUE(valid.getValidPixels(MakeImage(4, 1, IMAGE_UINT16, {5, 10, 15, 20}), 9.9f, 15.7f));
     EXPECT_EQ(Pixels(valid), (std::vector<float>{0, 255, 255, 0}));
-    ASSERT_TRUE(img.normalize(0));
-    EXPECT_DOUBLE_EQ(img.minimum(), 2.0);
-
-    const float lut[3] = {10, 20, 30};
-    EXPECT_EQ(FailCode(img, img.applyLUT(lut, 3)), PIVerror::IMAGE_TYPE_UNSUPPORTED);
-    EXPECT_EQ(FailCode(word, word.applyLUT(nullptr, 3)), PIVerror::INVALID_POINTER);
-    EXPECT_EQ(FailCode(word, word.applyLUT(lut, 0)), PIVerror::BAD_DIMENSIONS);
-    EXPECT_EQ(FailCode(valid, valid.getValidPixels(src, 3, 1)), PIVerror::BAD_RANGE);
-    EXPECT_EQ(FailCode(img, img.scaleToRange(5, 5)), PIVerror::BAD_RANGE);
-    EXPECT_EQ(FailCode(empty, empty.scaleToRange(0, 1)), PIVerror::IMAGE_TYPE_UNSUPPORTED);
-    // Gamma correction is for float images and needs a positive top.
-    EXPECT_EQ(FailCode(word, word.gammaCorrection(2, 100)), PIVerror::IMAGE_TYPE_UNSUPPORTED);
-    EXPECT_EQ(FailCode(img, img.gammaCorrection(2, 0)), PIVerror::BAD_RANGE);
-    EXPECT_EQ(FailCode(fresh, fresh.minImage(fresh)), PIVerror::OVERWRITE_OWN_DATA);
-    EXPECT_EQ(FailCode(fresh, fresh.maxImage(Image2D(4, 1, IMAGE_UINT8))),
-              PIVerror::IMAGE_SIZE_MISMATCH);
     EXPECT_EQ(FailCode(word, word.applyMask(Image2D(3, 1, IMAGE_UINT8), false)),
               PIVerror::IMAGE_SIZE_MISMATCH);
 }

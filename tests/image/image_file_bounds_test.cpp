@@ -58,16 +58,13 @@ TEST_F(FileBounds, PgmHoldingHalfLoadsWithItsWarning) {
     WriteBytes(path, "P5 10 10\n255\n" + std::string(60, '\x07'));
     Image2D img;
     ASSERT_TRUE(img.load(path.c_str())) << LastText(img);
-    EXPECT_EQ(img.width(), 10u);
-    EXPECT_EQ(img.height(), 10u);
-    EXPECT_EQ(img.pixel(9, 5), 7.0f);
-    EXPECT_EQ(img.pixel(0, 6), 0.0f);
+    EXPECT_EQ(Shape(img), Shape(10, 10, IMAGE_UINT8));
+    EXPECT_EQ(std::vector<float>({img.pixel(9, 5), img.pixel(0, 6)}), std::vector<float>({7, 0}));
     EXPECT_PRED_FORMAT2(IsSubstring, "holds 60 of 100 bytes of pixel data; the rest reads as 0",
                         messages.all());
     WriteBytes(path, "P2 3 3 255\n1 2 3 4 5");  // 9 characters: more than half
     ASSERT_TRUE(img.load(path.c_str())) << LastText(img);
-    EXPECT_EQ(img.pixel(1, 1), 5.0f);
-    EXPECT_EQ(img.pixel(2, 2), 0.0f);
+    EXPECT_EQ(std::vector<float>({img.pixel(1, 1), img.pixel(2, 2)}), std::vector<float>({5, 0}));
     WriteBytes(path, "P2 3 3 255\n1 2 3");  // 5 characters
     EXPECT_FALSE(img.load(path.c_str()));
     EXPECT_PRED_FORMAT2(IsSubstring, "declares 17 bytes of pixel data but holds 5", LastText(img));
@@ -176,11 +173,9 @@ TEST_F(FileBounds, DeflateStreamsShorterThanTheFrame) {
                                 LastText(img));
             continue;
         }
-        ASSERT_EQ(img.width(), 3u);
-        ASSERT_EQ(img.height(), 4u);
-        EXPECT_EQ(img.pixel(0, 0), 1.0f);
-        EXPECT_EQ(img.pixel(2, 1), 6.0f);
-        EXPECT_EQ(img.pixel(0, 3), c.lastRowFirst);
+        ASSERT_EQ(Shape(img), Shape(3, 4, IMAGE_UINT16));
+        EXPECT_EQ(std::vector<float>({img.pixel(0, 0), img.pixel(2, 1), img.pixel(0, 3)}),
+                  std::vector<float>({1, 6, c.lastRowFirst}));
     }
 }
 

@@ -18,14 +18,19 @@ inline void Put32(std::string& s, size_t at, uint32_t v) {
     Put16(s, at + 2, v >> 16);
 }
 
+// PCO: "PCO-", file size, header size, width, height, extended flag.
+inline std::string PcoHeader(uint32_t fileSize, uint32_t headerSize, uint32_t w, uint32_t h,
+                             uint32_t extended = 0) {
+    std::string s = "PCO-" + std::string(20, '\0');
+    const uint32_t fields[] = {fileSize, headerSize, w, h, extended};
+    for (size_t i = 0; i < 5; i++) Put32(s, 4 + 4 * i, fields[i]);
+    return s;
+}
+
 // A PCO file of w x h 16-bit pixels (the low byte counting up) behind the
 // 24-byte header this program writes.
 inline std::string Pco(uint32_t w, uint32_t h) {
-    std::string s = "PCO-" + std::string(20, '\0');
-    Put32(s, 4, 24 + 2 * w * h);
-    Put32(s, 8, 24);
-    Put32(s, 12, w);
-    Put32(s, 16, h);
+    std::string s = PcoHeader(24 + 2 * w * h, 24, w, h);
     for (uint32_t i = 0; i < w * h; i++) s += std::string{static_cast<char>(i), 1};
     return s;
 }

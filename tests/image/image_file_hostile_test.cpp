@@ -76,16 +76,13 @@ TEST_F(DamagedFiles, CutShortAnywhere) {
                 }
                 ExpectValid(img);
             }
-            // The readers called directly, whatever the content.
+            // The readers called directly, whatever the content, into one image.
             Image2D direct;
-            direct.loadTIFF(path.c_str(), 0);
-            ExpectValid(direct);
-            direct.loadBMP(path.c_str(), 0);
-            ExpectValid(direct);
-            direct.loadPCO(path.c_str(), 1);
-            ExpectValid(direct);
-            direct.loadLavVC7(path.c_str(), 0);
-            ExpectValid(direct);
+            for (auto load :
+                 {&Image2D::loadTIFF, &Image2D::loadBMP, &Image2D::loadPCO, &Image2D::loadLavVC7}) {
+                (direct.*load)(path.c_str(), load == &Image2D::loadPCO);
+                ExpectValid(direct);
+            }
         }
     }
 }

@@ -4,6 +4,7 @@
 
 #include <gtest/gtest.h>
 
+#include <filesystem>
 #include <functional>
 #include <string>
 #include <vector>
@@ -66,6 +67,12 @@ inline Image2D Filled(int w, int h, ImageType type, float value) {
     Image2D img(w, h, type);
     img.fill(value);
     return img;
+}
+
+// Files and folders in a folder, to see that nothing is left behind.
+inline int CountEntries(const std::string& path) {
+    auto it = std::filesystem::directory_iterator(path);
+    return static_cast<int>(std::distance(begin(it), end(it)));
 }
 
 inline std::string Bytes(std::initializer_list<int> bytes) {

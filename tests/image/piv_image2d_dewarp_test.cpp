@@ -33,18 +33,14 @@ PIV3C_Parameters TwoViews() {
             known.mappedPoint(X, Y, x, y);
             points.emplace_back(x, y, X / 2.0 - 10.0, Y / 2.0 - 20.0);
         }
-    MAPPING_FXN_2D v0 = known;
-    v0.magnification = 2.0;
-    v0.obj_x_offset = 10.0;
-    v0.obj_y_offset = 20.0;
-    EXPECT_TRUE(PIV::CalculateProjectionMatrix(points.data(), static_cast<int>(points.size()), &v0,
-                                               PIV::MAPPING_NONLINEAR1, 1, 1));
-    MAPPING_FXN_2D v1 = dot_grid::Barrel(kDest, kDest);
+    MAPPING_FXN_2D v0 = known, v1 = dot_grid::Barrel(kDest, kDest);
     for (MAPPING_FXN_2D* m : {&v0, &v1}) {
         m->magnification = 2.0;
         m->obj_x_offset = 10.0;
         m->obj_y_offset = 20.0;
     }
+    EXPECT_TRUE(PIV::CalculateProjectionMatrix(points.data(), static_cast<int>(points.size()), &v0,
+                                               PIV::MAPPING_NONLINEAR1, 1, 1));
     p.setMapping(0, v0);
     p.setMapping(1, v1);
     p.setGridUnit(0, "mm");
