@@ -3,6 +3,7 @@
 #include <cmath>
 #include <cstring>
 
+#include "piv_corr2d_simd.h"
 #include "piv_enums.h"
 #include "piv_fft_window.h"
 #include "piv_messages.h"
@@ -85,47 +86,23 @@ bool PIV_Corr2D_FFT::autoWanted(bool wantAuto) const {
     return m_keepAutoCorrelation || (wantAuto && m_fitType == PIV::PEAKFIT_NONLIN_GAUSS);
 }
 
-float PIV_Corr2D_FFT::calcNormFactor() {
-    const int w = m_width, h = m_height, stride = m_fftWidth;
+float PIV_Corr2D_FFT::calcNormFactor(const float* weights) {
+    const size_t w = size_t(m_width), h = size_t(m_height), stride = size_t(m_fftWidth);
     float* a = m_sample1.get();
     float* b = m_sample2.get();
     double sumA = 0.0, sumB = 0.0;
-    for (int j = 0; j < h; j++) {
-        const float* ra = a + size_t(j) * stride;
-        const float* rb = b + size_t(j) * stride;
-#pragma omp simd reduction(+ : sumA, sumB)
-        for (int i = 0; i < w; i++) {
-            sumA += ra[i];
-            sumB += rb[i];
-        }
-    }
+    PIV::Simd::WeightAndSumWindows(a, b, weights, w, h, stride, sumA, sumB);
     const double n = double(w) * double(h);
-    const float meanA = float(sumA / n), meanB = float(sumB / n);
     float sqA = 0.0f, sqB = 0.0f;
-    for (int j = 0; j < h; j++) {
-        float* ra = a + size_t(j) * stride;
-        float* rb = b + size_t(j) * stride;
-#pragma omp simd reduction(+ : sqA, sqB)
-        for (int i = 0; i < w; i++) {
-            ra[i] -= meanA;
-            rb[i] -= meanB;
-            sqA += ra[i] * ra[i];
-            sqB += rb[i] * rb[i];
-        }
-    }
+    PIV::Simd::CenterWindows(a, b, w, h, stride, float(sumA / n), float(sumB / n), sqA, sqB);
     return std::sqrt(sqA * sqB);
 }
 
 bool PIV_Corr2D_FFT::doForward() {
     // Only the first sample is weighted: the second keeps every particle
     // that may have moved into the window.
-    if (m_windowType != PIV::FFTWINDOW_NONE) {
-        float* a = m_sample1.get();
-        const float* wgt = m_weights.get();
-        const size_t n = size_t(m_fftWidth) * size_t(m_height);
-        for (size_t k = 0; k < n; k++) a[k] *= wgt[k];
-    }
-    const float norm = calcNormFactor();
+    const float norm =
+        calcNormFactor(m_windowType != PIV::FFTWINDOW_NONE ? m_weights.get() : nullptr);
     if (!(norm > 0.0f)) {
         if (DebugLevel() >= 3) {
             m_error.setMessage("doFoward() - zero valued data");
@@ -141,7 +118,7 @@ bool PIV_Corr2D_FFT::doForward() {
     return true;
 }
 
-void PIV_Corr2D_FFT::doCrossPower(bool wantAuto) {
+bool PIV_Corr2D_FFT::doCrossPower(bool wantAuto) {
     const size_t count = size_t(m_width / 2 + 1) * size_t(m_height);
     const float scale = 1.0f / (float(m_width) * float(m_height));
     const fftwf_complex* A = reinterpret_cast<const fftwf_complex*>(m_sample1.get());
@@ -150,6 +127,12 @@ void PIV_Corr2D_FFT::doCrossPower(bool wantAuto) {
     fftwf_complex* autoPower = m_autoPower.get();
     const bool phaseOnly = m_correlationMode == PIV::CORR_PHASE_ONLY;
     const bool withAuto = autoWanted(wantAuto);
+    if (!phaseOnly && !withAuto) {
+        // The plane comes out of the inverse transform normalized: the norm
+        // factor goes in with the transform's scale, not as a pass of its own.
+        PIV::Simd::CrossPower(&A[0][0], &B[0][0], &cross[0][0], count, scale / m_normFactor);
+        return true;
+    }
     for (size_t k = 0; k < count; k++) {
         const float ar = A[k][0], ai = A[k][1], br = B[k][0], bi = B[k][1];
         float re = (ar * br + ai * bi) * scale;
@@ -170,6 +153,7 @@ void PIV_Corr2D_FFT::doCrossPower(bool wantAuto) {
         cross[k][0] = re;
         cross[k][1] = im;
     }
+    return false;
 }
 
 void PIV_Corr2D_FFT::applyNyquistFilter() {
@@ -190,18 +174,14 @@ void PIV_Corr2D_FFT::normalize(float factor, bool withAuto) {
         return;
     }
     const size_t n = size_t(m_width) * size_t(m_height);
-    float* c = m_corr.get();
-    for (size_t k = 0; k < n; k++) c[k] /= factor;
-    if (withAuto) {
-        float* a = m_autoCorr.get();
-        for (size_t k = 0; k < n; k++) a[k] /= factor;
-    }
+    PIV::Simd::DivideBy(m_corr.get(), n, factor);
+    if (withAuto) PIV::Simd::DivideBy(m_autoCorr.get(), n, factor);
 }
 
 bool PIV_Corr2D_FFT::crossCorrelate(bool wantAuto) {
     if (!m_plans) return false;
     if (!doForward()) return false;
-    doCrossPower(wantAuto);
+    const bool normalized = doCrossPower(wantAuto);
     if (m_nyquist) applyNyquistFilter();
     fftwf_execute_dft_c2r(m_plans->reverse, m_crossPower.get(), m_corr.get());
     const bool withAuto = autoWanted(wantAuto);
@@ -209,6 +189,6 @@ bool PIV_Corr2D_FFT::crossCorrelate(bool wantAuto) {
         m_autoCorrCount++;
         fftwf_execute_dft_c2r(m_plans->reverse, m_autoPower.get(), m_autoCorr.get());
     }
-    normalize(m_normFactor, withAuto);
+    if (!normalized) normalize(m_normFactor, withAuto);
     return true;
 }

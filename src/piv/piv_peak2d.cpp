@@ -9,13 +9,13 @@
 #include <cstring>
 
 #include "piv_messages.h"
+#include "piv_peak2d_simd.h"
 
 namespace {
 
-// The candidate flags of a row, rounded up to whole words of eight: the
-// search skips eight flags at once, and the tail beyond the row stays zero.
-size_t CandidateFlags(int width) {
-    return (size_t(std::max(width, 0)) + 7) & ~size_t(7);
+// The words of candidate bits of a row, one bit a column.
+size_t CandidateWords(int width) {
+    return (size_t(std::max(width, 0)) + 63) / 64;
 }
 
 // The block of PIVEVAL_CFG from ROI_Size to ROI that decides the search.
@@ -85,8 +85,8 @@ bool PIV_PeakDetect2D::prepareFor(const SIZE2D& size) {
         if (size.width != m_maskSize.width || size.height != m_maskSize.height)
             rebuildMaskAndWeights(size);
         const size_t longest = size_t(std::max(size.width, size.height));
-        const size_t flags = CandidateFlags(size.width);
-        if (m_candidates.size() < flags) m_candidates.assign(flags, 0);
+        const size_t words = CandidateWords(size.width);
+        if (m_candidates.size() < words) m_candidates.assign(words, 0);
         if (m_line.size() < longest) m_line.resize(longest);
         // The largest fit gathers a disc of radius kMaxFitRadius.
         constexpr int kMaxFitPoints = (2 * kMaxFitRadius + 1) * (2 * kMaxFitRadius + 1);
@@ -189,20 +189,9 @@ bool PIV_PeakDetect2D::findPeaksOrThrow(const float* plane, const SIZE2D& size, 
 }
 
 void PIV_PeakDetect2D::scanPlane() {
-    const float* plane = m_plane;
     const size_t n = size_t(m_size.width) * size_t(m_size.height);
-    float lo = plane[0], hi = plane[0];
     double sum = 0.0;
-    // One vectorised sweep; the order of the additions is the compiler's.
-#pragma omp simd reduction(min : lo) reduction(max : hi) reduction(+ : sum)
-    for (size_t k = 0; k < n; k++) {
-        const float v = plane[k];
-        lo = std::min(lo, v);
-        hi = std::max(hi, v);
-        sum += double(v) * double(v);
-    }
-    m_min = lo;
-    m_max = hi;
+    PIV::Simd::ScanPlane(m_plane, n, m_min, m_max, sum);
     m_meanSquare = float(sum / double(n));
 }
 
@@ -213,14 +202,29 @@ bool PIV_PeakDetect2D::findSinglePeak(bool local) {
     const float* plane = m_plane;
     float best = plane[0];
     int bestRow = 0, bestCol = 0;
-    for (int row = 0; row < h; row++) {
+    // The first cell in row order that holds the greatest value: a stretch
+    // of a row is swept for its greatest value, and only a stretch that beats
+    // the best so far is searched for the cell. The search region of a local
+    // search is the four corners of the periodic plane, the stretches
+    // [0, hx] and [w - hx, w) of the rows within hy of row 0.
+    auto sweep = [&](int row, int from, int to) {
+        if (to <= from) return;
         const float* line = plane + size_t(row) * w;
-        for (int col = 0; col < w; col++) {
-            if (line[col] > best && (!local || inMask(row, col))) {
-                best = line[col];
-                bestRow = row;
-                bestCol = col;
-            }
+        const float top = PIV::Simd::GreatestOf(line + from, size_t(to - from), best);
+        if (!(top > best)) return;
+        int col = from;
+        while (!(line[col] == top)) col++;
+        best = line[col];
+        bestRow = row;
+        bestCol = col;
+    };
+    const int hx = m_maskHalf.width, hy = m_maskHalf.height;
+    for (int row = 0; row < h; row++) {
+        if (!local) {
+            sweep(row, 0, w);
+        } else if (row <= hy || row >= h - hy) {
+            sweep(row, 0, std::min(hx + 1, w));
+            sweep(row, std::max(w - hx, hx + 1), w);
         }
     }
     CORR_PEAK_DATA& first = m_peaks[0];
@@ -243,55 +247,46 @@ bool PIV_PeakDetect2D::findMultiplePeaks(bool local) {
     scanPlane();
     const int w = m_size.width, h = m_size.height;
     const float* plane = m_plane;
-    const size_t flags = CandidateFlags(w);
-    if (m_candidates.size() < flags) m_candidates.assign(flags, 0);
-    uint8_t* candidate = m_candidates.data();
+    const size_t words = CandidateWords(w);
+    if (m_candidates.size() < words) m_candidates.assign(words, 0);
+    uint64_t* candidate = m_candidates.data();
     for (int row = 0; row < h; row++) {
         const float* line = plane + size_t(row) * w;
         const float* up = plane + size_t(row == 0 ? h - 1 : row - 1) * w;
         const float* down = plane + size_t(row == h - 1 ? 0 : row + 1) * w;
         // A candidate is strictly above its four neighbours, the plane being
         // periodic; the test runs without branches over the row, the ranking
-        // only over the few cells that pass it. Once three peaks are held,
-        // only a cell above the third can change them: the row's test
-        // leaves out the rest, so that the ranking loop rarely branches.
+        // only over the few cells that pass it, taken from the row's bits in
+        // column order. Once three peaks are held, only a cell above the
+        // third can change them: the row's test leaves out the rest.
         const float floor = m_count == 3 ? m_peaks[2].height : -HUGE_VALF;
-        candidate[0] =
-            line[0] > line[w - 1] && line[0] > line[1 % w] && line[0] > up[0] && line[0] > down[0];
-        for (int col = 1; col < w - 1; col++) {
-            const float v = line[col];
-            candidate[col] = uint8_t((v > line[col - 1]) & (v > line[col + 1]) & (v > up[col]) &
-                                     (v > down[col]) & (v > floor));
-        }
-        if (w > 1)
-            candidate[w - 1] = line[w - 1] > line[w - 2] && line[w - 1] > line[0] &&
-                               line[w - 1] > up[w - 1] && line[w - 1] > down[w - 1];
-        for (int col = 0; col < w; col++) {
-            if ((col & 7) == 0) {
-                uint64_t eight;
-                std::memcpy(&eight, candidate + col, sizeof(eight));
-                if (eight == 0) {
-                    col += 7;
-                    continue;
+        PIV::Simd::PeakCandidates(line, up, down, size_t(w), floor, candidate);
+        if (line[0] > line[w - 1] && line[0] > line[1] && line[0] > up[0] && line[0] > down[0])
+            candidate[0] |= 1;
+        if (line[w - 1] > line[w - 2] && line[w - 1] > line[0] && line[w - 1] > up[w - 1] &&
+            line[w - 1] > down[w - 1])
+            candidate[(w - 1) / 64] |= uint64_t(1) << ((w - 1) % 64);
+        for (size_t word = 0; word < words; word++) {
+            for (uint64_t bits = candidate[word]; bits != 0; bits &= bits - 1) {
+                const int col = int(word * 64) + __builtin_ctzll(bits);
+                const float v = line[col];
+                // Rank: a candidate takes the place of the first peak it
+                // strictly exceeds, so of equal peaks the one found first
+                // stays ahead.
+                if (m_count == 3 && !(v > m_peaks[2].height)) continue;
+                if (local && !inMask(row, col)) continue;
+                int place = 0;
+                while (place < m_count && !(v > m_peaks[place].height)) place++;
+                for (int k = std::min(m_count, 2); k > place; k--) {
+                    m_peaks[k].height = m_peaks[k - 1].height;
+                    m_peaks[k].y = m_peaks[k - 1].y;
+                    m_peaks[k].x = m_peaks[k - 1].x;
                 }
+                m_peaks[place].height = v;
+                m_peaks[place].y = float(row);
+                m_peaks[place].x = float(col);
+                m_count = std::min(m_count + 1, 3);
             }
-            if (!candidate[col]) continue;
-            const float v = line[col];
-            // Rank: a candidate takes the place of the first peak it strictly
-            // exceeds, so of equal peaks the one found first stays ahead.
-            if (m_count == 3 && !(v > m_peaks[2].height)) continue;
-            if (local && !inMask(row, col)) continue;
-            int place = 0;
-            while (place < m_count && !(v > m_peaks[place].height)) place++;
-            for (int k = std::min(m_count, 2); k > place; k--) {
-                m_peaks[k].height = m_peaks[k - 1].height;
-                m_peaks[k].y = m_peaks[k - 1].y;
-                m_peaks[k].x = m_peaks[k - 1].x;
-            }
-            m_peaks[place].height = v;
-            m_peaks[place].y = float(row);
-            m_peaks[place].x = float(col);
-            m_count = std::min(m_count + 1, 3);
         }
     }
     if (m_meanSquare != 0.0f)

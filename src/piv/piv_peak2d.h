@@ -146,7 +146,7 @@ private:
     POINT2D m_offset{0, 0};
     CORR_PEAK_DATA m_peaks[3];
     std::vector<uint8_t> m_mask;
-    std::vector<uint8_t> m_candidates;  // one row of the multiple search
+    std::vector<uint64_t> m_candidates;  // one row of the multiple search, a bit a cell
     SIZE2D m_maskSize{0, 0};
     SIZE2D m_maskHalf{0, 0};
     std::vector<float> m_colWeights, m_rowWeights;

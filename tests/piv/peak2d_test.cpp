@@ -194,6 +194,19 @@ TEST(PeakDetect2D, LoneCellsKeepScanOrderWithoutSubPixelShift) {
     EXPECT_EQ(where(det.peaks()[0]), (std::vector<float>{5, 3, 0, 0}));
     EXPECT_EQ(where(det.peaks()[1]), (std::vector<float>{2, 10, 0, 0}));
     EXPECT_FLOAT_EQ(det.peaks()[2].height, 0.5f);
+    // The single search keeps the first of equal cells too; searching only
+    // within 4 cells of zero displacement, it finds (-3, 2) on the last
+    // columns, ahead of its equal (1, -2) on the last rows.
+    ASSERT_TRUE(det.findPeaks(plane.data(), kSize, PIV::PEAK_SINGLE, false));
+    EXPECT_EQ(where(det.peaks()[0]), (std::vector<float>{5, 3, 0, 0}));
+    At(plane, -3, 2) = 0.3f;
+    At(plane, 1, -2) = 0.3f;
+    PIVEVAL_CFG roi = PeakCfg(PIV::PEAKFIT_GAUSS_3X3);
+    roi.ROI = true;
+    roi.ROI_Size = SIZE3D{4, 4, 1};
+    det.setPivEvalCfg(roi);
+    ASSERT_TRUE(det.findPeaks(plane.data(), kSize, PIV::PEAK_SINGLE, false));
+    EXPECT_EQ(where(det.peaks()[0]), (std::vector<float>{-3, 2, 0, 0}));
 }
 
 // A nearly degenerate paraboloid at the origin (never weighted): all nine
