@@ -64,8 +64,7 @@ private:
     // Weights the first sample when weights is given, takes the mean off
     // both samples and returns the product of their lengths.
     float calcNormFactor(const float* weights);
-    // True when the cross power already carries the norm factor.
-    bool doCrossPower(bool wantAuto);
+    void doCrossPower(bool wantAuto);
     void applyNyquistFilter();
     void normalize(float factor, bool withAuto);
     bool autoWanted(bool wantAuto) const;
