@@ -84,14 +84,16 @@ HWY_INLINE void SpreadWeights(DF d, const VF* w, hn::Mask<DF> late, VF* out) {
 // ones, each tap of a source row is one plain load at that offset: lane k
 // of the load from `start` + q is the coefficient q + k samples on. The
 // lanes that start a column or a row later weigh the extra tap or row 0
-// (`wx`, `wy` already spread so), which keeps every sum as it was.
+// (`wx`, `wy` already spread so), which adds exact zeros to each sum.
+// Products and sums are written apart, as in Stencil: the compiler then
+// contracts both alike, and the figures stay those of the gather.
 template <int kTaps>
 HWY_INLINE VF Rows(DF d, const float* start, int width, int rows, const VF* wx, const VF* wy) {
     VF sum = hn::Zero(d);
     for (int l = 0; l < rows; l++, start += width) {
         VF s = hn::Mul(wx[0], hn::LoadU(d, start));
-        for (int q = 1; q < kTaps; q++) s = hn::MulAdd(wx[q], hn::LoadU(d, start + q), s);
-        sum = hn::MulAdd(wy[l], s, sum);
+        for (int q = 1; q < kTaps; q++) s = hn::Add(s, hn::Mul(wx[q], hn::LoadU(d, start + q)));
+        sum = hn::Add(sum, hn::Mul(wy[l], s));
     }
     return sum;
 }
