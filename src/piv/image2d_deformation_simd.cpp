@@ -148,15 +148,18 @@ HWY_INLINE void WarpLanes(DF d, const float* c, int width, int height, int row, 
     const bool wide = !hn::AllTrue(di, hn::Eq(late, hn::Zero(di)));
     const bool tall = !hn::AllTrue(di, hn::Eq(down, hn::Zero(di)));
     const int rows = tall ? kDegree + 2 : kDegree + 1, taps = wide ? kDegree + 2 : kDegree + 1;
-    const int64_t left = int64_t(col) + lead;
-    // Every load, the last of the last row included, stays inside the image.
-    if (left >= 0 && hn::AllTrue(d, interior) && hn::AllTrue(di, hn::Lt(late, two)) &&
+    const int64_t origin = int64_t(top) * width + col + lead;
+    // Every load, the last of the last row included, stays inside the
+    // coefficients. A stencil across the left or right border reads the
+    // end of the row before or the start of the row after: such a lane is
+    // not interior, and the folding evaluation writes it again.
+    if (origin >= 0 && hn::AllTrue(d, inside) && hn::AllTrue(di, hn::Lt(late, two)) &&
         hn::AllTrue(di, hn::Lt(down, two)) &&
-        int64_t(top + rows - 1) * width + left + taps - 1 + int64_t(hn::Lanes(d)) <=
+        origin + int64_t(rows - 1) * width + taps - 1 + int64_t(hn::Lanes(d)) <=
             int64_t(width) * height) {
         VF sx[kDegree + 2], sy[kDegree + 2];
         SpreadWeights<kDegree>(d, wy, hn::RebindMask(d, hn::Eq(down, one)), sy);
-        const float* start = c + size_t(top) * size_t(width) + size_t(left);
+        const float* start = c + origin;
         if (wide) {
             SpreadWeights<kDegree>(d, wx, hn::RebindMask(d, hn::Eq(late, one)), sx);
             v = Rows<kDegree + 2>(d, start, width, rows, sx, sy);
