@@ -140,21 +140,25 @@ HWY_INLINE void WarpLanes(DF d, const float* c, int width, int height, int row, 
     VF v;
     // Each lane's first column from the vector's leftmost stencil start
     // (that of lane 0 shifted by the lane), and its first row from the top.
+    // Lane 0's, one less where another lane lies before it, serve as those
+    // in the cases the row loads take; the others fail the test below.
     const auto lag = hn::Sub(i0, cols);
-    const int32_t lead = hn::GetLane(hn::MinOfLanes(di, lag));
-    const int32_t top = hn::GetLane(hn::MinOfLanes(di, j0));
-    const auto late = hn::Sub(lag, hn::Set(di, lead)), down = hn::Sub(j0, hn::Set(di, top));
-    const auto two = hn::Set(di, 2), one = hn::Set(di, 1);
-    const bool wide = !hn::AllTrue(di, hn::Eq(late, hn::Zero(di)));
-    const bool tall = !hn::AllTrue(di, hn::Eq(down, hn::Zero(di)));
+    const auto one = hn::Set(di, 1), two = hn::Set(di, 2);
+    int32_t lead = hn::GetLane(lag), top = hn::GetLane(j0);
+    auto late = hn::Sub(lag, hn::Set(di, lead)), down = hn::Sub(j0, hn::Set(di, top));
+    if (!hn::AllFalse(di, hn::Lt(late, zero))) lead -= 1, late = hn::Add(late, one);
+    if (!hn::AllFalse(di, hn::Lt(down, zero))) top -= 1, down = hn::Add(down, one);
+    const bool wide = !hn::AllTrue(di, hn::Eq(late, zero));
+    const bool tall = !hn::AllTrue(di, hn::Eq(down, zero));
     const int rows = tall ? kDegree + 2 : kDegree + 1, taps = wide ? kDegree + 2 : kDegree + 1;
     const int64_t origin = int64_t(top) * width + col + lead;
     // Every load, the last of the last row included, stays inside the
     // coefficients. A stencil across the left or right border reads the
     // end of the row before or the start of the row after: such a lane is
     // not interior, and the folding evaluation writes it again.
-    if (origin >= 0 && hn::AllTrue(d, inside) && hn::AllTrue(di, hn::Lt(late, two)) &&
-        hn::AllTrue(di, hn::Lt(down, two)) &&
+    if (origin >= 0 && hn::AllTrue(d, inside) &&
+        hn::AllTrue(di, hn::And(hn::Lt(late, two), hn::Not(hn::Lt(late, zero)))) &&
+        hn::AllTrue(di, hn::And(hn::Lt(down, two), hn::Not(hn::Lt(down, zero)))) &&
         origin + int64_t(rows - 1) * width + taps - 1 + int64_t(hn::Lanes(d)) <=
             int64_t(width) * height) {
         VF sx[kDegree + 2], sy[kDegree + 2];
