@@ -148,12 +148,19 @@ bool Image2D_Deformation::prepareFrame(Plan& plan) {
 }
 
 void Image2D_Deformation::warpRow(const Plan& plan, int row, const float* dxRow, const float* dyRow,
-                                  int* pending) const {
+                                  int* pending, float* keep) const {
     const Image2D& src = *plan.frame->src;
     const Image2D* mask = plan.frame->mask;
     const int width = int(src.width());
     const float inv = plan.inv, low = plan.low, high = plan.high;
     float* out = plan.frame->dst->scanLine<float>(uint64_t(row));
+    // The mask's row, and the source's where the mask holds pixels back:
+    // whole rows, for a pixel read through the image's type costs more
+    // than the warp of that pixel.
+    const bool masked = mask && mask->getRow(keep, row) &&
+                        std::any_of(keep, keep + width, [](float m) { return m != 0.0f; });
+    float* source = keep + width;
+    if (masked) src.getRow(source, row);
     if (plan.vectorDegree) {
         // Interior pixels many at a time; those whose stencil crosses the
         // border take the folding evaluation.
@@ -166,14 +173,14 @@ void Image2D_Deformation::warpRow(const Plan& plan, int row, const float* dxRow,
             const float y = float(row) - dyRow[size_t(col)] * inv;
             out[col] = std::min(std::max(sourceValue(src, x, y), low), high);
         }
-        if (mask)
+        if (masked)
             for (int col = 0; col < width; col++)
-                if (mask->pixel(col, row) != 0.0f) out[col] = src.pixel(col, row);
+                if (keep[col] != 0.0f) out[col] = source[col];
         return;
     }
     for (int col = 0; col < width; col++) {
-        if (mask && mask->pixel(col, row) != 0.0f) {
-            out[col] = src.pixel(col, row);
+        if (masked && keep[col] != 0.0f) {
+            out[col] = source[col];
             continue;
         }
         const float x = float(col) + dxRow[size_t(col)] * inv;
@@ -251,7 +258,8 @@ bool Image2D_Deformation::warp(const DEFORM_FRAME& first, Image2D_Deformation* o
     // Every worker's rows and scratch are allocated here, before the
     // workers start: an allocation that failed inside the parallel region
     // could only end the process.
-    const size_t perRows = 2 * size_t(width), perLines = shift.mapScratchSize();
+    // Per worker: the field's dx and dy, then a mask row and a source row.
+    const size_t perRows = 4 * size_t(width), perLines = shift.mapScratchSize();
     std::vector<float> rows;
     std::vector<double> lines;
     std::vector<int> pending;
@@ -280,7 +288,7 @@ bool Image2D_Deformation::warp(const DEFORM_FRAME& first, Image2D_Deformation* o
                 continue;
             }
             for (int i = 0; i < count; i++)
-                owners[i]->warpRow(plans[i], row, dxRow, dyRow, pendingRow);
+                owners[i]->warpRow(plans[i], row, dxRow, dyRow, pendingRow, dyRow + width);
         }
     }
     if (!ok) {

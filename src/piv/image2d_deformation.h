@@ -71,8 +71,9 @@ private:
     bool planFrame(const DEFORM_FRAME& f, Plan& plan, const char* where);
     // The source's coefficients and the choice of loop.
     bool prepareFrame(Plan& plan);
-    void warpRow(const Plan& plan, int row, const float* dxRow, const float* dyRow,
-                 int* pending) const;
+    // `pending` holds width ints, `keep` 2 width floats of the worker.
+    void warpRow(const Plan& plan, int row, const float* dxRow, const float* dyRow, int* pending,
+                 float* keep) const;
     // The source value at (x, y), 0 outside the image.
     float sourceValue(const Image2D& src, float x, float y) const;
 
