@@ -2,7 +2,7 @@
 // to 32 px windows at step 16, cubic B-spline warps on every level after the
 // first. The whole evaluation on 1 and on all threads (final vectors per
 // second), and its stages apart: the spline prefilter of a frame, the warp
-// of the pair, the interrogation of the deformed pair (sampling, FFT and
+// of the pair (and of a masked frame), the interrogation of the deformed pair (sampling, FFT and
 // fit), and validation with the filters between levels.
 #include <benchmark/benchmark.h>
 
@@ -114,6 +114,24 @@ void BM_StageWarpPairQuintic(benchmark::State& state) {
     state.SetItemsProcessed(state.iterations() * 2 * kSize * kSize);
 }
 BENCHMARK(BM_StageWarpPairQuintic)->Arg(1)->Arg(0)->Unit(benchmark::kMillisecond)->UseRealTime();
+
+// One frame warped with a mask that holds a block of it back, as the final
+// pass with masks does, coefficients already made.
+void BM_StageWarpMasked(benchmark::State& state) {
+    Ready r(Threads(state));
+    Image2D mask, dst;
+    mask.alloc(kSize, kSize, IMAGE_UINT8);
+    mask.fill(0.0f);
+    for (int y = 400; y < 600; y++)
+        for (int x = 300; x < 700; x++) mask.setPixel(x, y, 1.0f);
+    Image2D_Deformation warp;
+    warp.setImageDefCfg(Settings().ImageMapping2D);
+    for (auto _ : state)
+        benchmark::DoNotOptimize(
+            warp.deformWithMaskedPivData(TestPair().a, dst, mask, *r.eval.data(), 0.5));
+    state.SetItemsProcessed(state.iterations() * kSize * kSize);
+}
+BENCHMARK(BM_StageWarpMasked)->Arg(1)->Arg(0)->Unit(benchmark::kMillisecond)->UseRealTime();
 
 // One interrogation of the deformed pair at every node (sampling, FFT
 // correlation, peak search and fit), added to a copy of the field.

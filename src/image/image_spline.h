@@ -41,7 +41,12 @@ int Weights(double x, int degree, double* weights);
 
 // Mirror folding of an index into 0..size-1 with period 2 size - 2.
 inline int64_t Mirror(int64_t k, int64_t size) {
+    // Inside, or folded once at an end: the stencils near the border, with
+    // no division.
+    if (k >= 0 && k < size) return k;
     if (size <= 1) return 0;
+    if (k < 0 && k > -size) return -k;
+    if (k >= size && k <= 2 * size - 2) return 2 * size - 2 - k;
     const int64_t period = 2 * size - 2;
     k %= period;
     if (k < 0) k += period;

@@ -27,17 +27,22 @@ void Image2D_Deformation::setImageDefCfg(const IMAGEDEF_CFG& cfg) {
 
 bool Image2D_Deformation::deformWithPivData(const Image2D& src, Image2D& dst,
                                             const PIV_DataBase& field, double factor) {
-    return warp(src, dst, nullptr, field, factor, "deformWithPivData()");
+    const DEFORM_FRAME frame{&src, &dst, nullptr, factor};
+    return warp(frame, nullptr, nullptr, field, "deformWithPivData()");
 }
 
 bool Image2D_Deformation::deformWithMaskedPivData(const Image2D& src, Image2D& dst,
                                                   const Image2D& mask, const PIV_DataBase& field,
                                                   double factor) {
-    if (mask.isNull() || !mask.isSameSize(src, false)) {
-        m_error.handleError(PIVerror::IMAGE_SIZE_MISMATCH, "deformWithMaskedPivData()");
-        return false;
-    }
-    return warp(src, dst, &mask, field, factor, "deformWithMaskedPivData()");
+    const DEFORM_FRAME frame{&src, &dst, &mask, factor};
+    return warp(frame, nullptr, nullptr, field, "deformWithMaskedPivData()");
+}
+
+bool Image2D_Deformation::deformPairWithPivData(const DEFORM_FRAME& first,
+                                                Image2D_Deformation& other,
+                                                const DEFORM_FRAME& second,
+                                                const PIV_DataBase& field) {
+    return warp(first, &other, &second, field, "deformPairWithPivData()");
 }
 
 namespace {
@@ -93,52 +98,38 @@ float Image2D_Deformation::sourceValue(const Image2D& src, float x, float y) con
         m_method == PIV::INTERPOLATE_SHIFTED_LINEAR ? 1 : getDeformOrder(m_degree, m_method)));
 }
 
-bool Image2D_Deformation::warp(const Image2D& src, Image2D& dst, const Image2D* mask,
-                               const PIV_DataBase& field, double factor, const char* where) {
-    if (src.isNull() || src.isZero()) {
-        m_error.setMessage("%s - source image is empty", where);
-        m_error.handleError(PIVerror::IMAGE_IS_NULL, where);
+bool Image2D_Deformation::planFrame(const DEFORM_FRAME& f, Plan& plan, const char* where) {
+    const Image2D& src = *f.src;
+    if (f.mask && (f.mask->isNull() || !f.mask->isSameSize(src, false))) {
+        m_error.handleError(PIVerror::IMAGE_SIZE_MISMATCH, where);
         return false;
     }
-    if (field.isNull() || !field.haveRawData()) {
-        m_error.setMessage("%s - missing displacement data!", where);
-        m_error.handleError(PIVerror::CORRUPT_DATA, where);
-        return false;
-    }
-    if (factor == 0.0) {
+    if (f.factor == 0.0) {
         m_error.setMessage("%s - deformation factor 0", where);
         m_error.handleError(PIVerror::BAD_PARAMETERS, where);
         return false;
     }
-    if (&src == &dst) {
+    if (&src == f.dst) {
         m_error.setMessage("%s - source and target are the same image", where);
         m_error.handleError(PIVerror::BAD_PARAMETERS, where);
         return false;
     }
-    const int width = int(src.width()), height = int(src.height());
-    if (!dst.resize(width, height, IMAGE_FLOAT)) {
-        m_error.handleError(dst.error().getLastErrorCode(), where);
+    if (!f.dst->resize(int(src.width()), int(src.height()), IMAGE_FLOAT)) {
+        m_error.handleError(f.dst->error().getLastErrorCode(), where);
         return false;
     }
     Image2D& source = const_cast<Image2D&>(src);  // statistics are cached, not content
-    const double low = source.minimum(), high = source.maximum();
+    plan.frame = &f;
+    plan.low = float(source.minimum());
+    plan.high = float(source.maximum());
+    plan.inv = float(1.0 / (-1.0 / f.factor));
+    plan.vectorDegree = 0;
+    return true;
+}
 
-    PIV_Data2D_Deformation shift(&field, 0);
-    shift.setMethod(PIV::INTERPOLATE_BSPLINE, 3);
-    if (shift.isNull() || shift.isZero()) {
-        // Nothing moves: the target is the source in float.
-        for (int j = 0; j < height; j++) {
-            float* out = dst.scanLine<float>(uint64_t(j));
-            src.getRow(out, j);
-        }
-        dst.doStatistics(true);
-        return true;
-    }
-    if (!shift.prepareSplineCoefficients()) {
-        m_error.handleError(PIVerror::OPERATION_FAILED, where);
-        return false;
-    }
-    shift.prepareColumns(width);
+bool Image2D_Deformation::prepareFrame(Plan& plan) {
+    const Image2D& src = *plan.frame->src;
+    const int width = int(src.width()), height = int(src.height());
     const bool spline =
         m_method == PIV::INTERPOLATE_BSPLINE || m_method == PIV::INTERPOLATE_SHIFTED_LINEAR;
     if (spline &&
@@ -146,22 +137,129 @@ bool Image2D_Deformation::warp(const Image2D& src, Image2D& dst, const Image2D* 
         if (!prepareSplineCoefficients(src, m_method, m_degree)) return false;
         m_source = &src;
     }
-    const float lowF = float(low), highF = float(high);
     // The cubic and the quintic go through the vector loop, whose offsets
     // into the coefficients are 32-bit and which reads a whole stencil from
     // the corner even for points outside: the image must be larger than it.
-    int vectorDegree = 0;
     if (m_vectorised && m_method == PIV::INTERPOLATE_BSPLINE && (m_degree == 3 || m_degree == 5) &&
         m_coeffWidth == width && m_coeffHeight == height && width > m_degree && height > m_degree &&
         uint64_t(width) * uint64_t(height) < (uint64_t(1) << 31))
-        vectorDegree = m_degree;
-    const double scale = -1.0 / factor;
-    const float inv = float(1.0 / scale);
+        plan.vectorDegree = m_degree;
+    return true;
+}
+
+void Image2D_Deformation::warpRow(const Plan& plan, int row, const float* dxRow, const float* dyRow,
+                                  int* pending, float* keep) const {
+    const Image2D& src = *plan.frame->src;
+    const Image2D* mask = plan.frame->mask;
+    const int width = int(src.width());
+    const float inv = plan.inv, low = plan.low, high = plan.high;
+    float* out = plan.frame->dst->scanLine<float>(uint64_t(row));
+    // The mask's row, and the source's where the mask holds pixels back:
+    // whole rows, for a pixel read through the image's type costs more
+    // than the warp of that pixel.
+    const bool masked = mask && mask->getRow(keep, row) &&
+                        std::any_of(keep, keep + width, [](float m) { return m != 0.0f; });
+    float* source = keep + width;
+    if (masked) src.getRow(source, row);
+    if (plan.vectorDegree) {
+        // Interior pixels many at a time; those whose stencil crosses the
+        // border take the folding evaluation.
+        const int border =
+            PIV::WarpSplineRow(m_coeffs.data(), width, int(src.height()), plan.vectorDegree, row,
+                               dxRow, dyRow, inv, low, high, out, pending);
+        for (int k = 0; k < border; k++) {
+            const int col = pending[k];
+            const float x = float(col) + dxRow[size_t(col)] * inv;
+            const float y = float(row) - dyRow[size_t(col)] * inv;
+            out[col] = std::min(std::max(sourceValue(src, x, y), low), high);
+        }
+        if (masked)
+            for (int col = 0; col < width; col++)
+                if (keep[col] != 0.0f) out[col] = source[col];
+        return;
+    }
+    for (int col = 0; col < width; col++) {
+        if (masked && keep[col] != 0.0f) {
+            out[col] = source[col];
+            continue;
+        }
+        const float x = float(col) + dxRow[size_t(col)] * inv;
+        const float y = float(row) - dyRow[size_t(col)] * inv;
+        // Kernel overshoot must not invent intensities beyond the source's
+        // range.
+        out[col] = std::min(std::max(sourceValue(src, x, y), low), high);
+    }
+}
+
+bool Image2D_Deformation::warp(const DEFORM_FRAME& first, Image2D_Deformation* other,
+                               const DEFORM_FRAME* second, const PIV_DataBase& field,
+                               const char* where) {
+    const int count = other && second ? 2 : 1;
+    Image2D_Deformation* owners[2] = {this, other};
+    const DEFORM_FRAME* frames[2] = {&first, second};
+    // The other deformer's failure, told by this one.
+    const auto failed = [&](int i) {
+        if (i > 0) {
+            m_error.setMessage("%s", other->m_error.getLastError());
+            m_error.handleError(other->m_error.getLastErrorCode(), where);
+        }
+        return false;
+    };
+    for (int i = 0; i < count; i++) {
+        const Image2D* src = frames[i]->src;
+        if (!src || !frames[i]->dst || src->isNull() || src->isZero()) {
+            m_error.setMessage("%s - source image is empty", where);
+            m_error.handleError(PIVerror::IMAGE_IS_NULL, where);
+            return false;
+        }
+    }
+    if (count == 2 && (other == this || first.dst == second->dst || first.dst == second->src ||
+                       second->dst == first.src)) {
+        // One deformer holds the coefficients of one source, and a target
+        // written while the other frame reads it would change its result.
+        m_error.setMessage("%s - the frames share a deformer or an image", where);
+        m_error.handleError(PIVerror::BAD_PARAMETERS, where);
+        return false;
+    }
+    if (count == 2 && !first.src->isSameSize(*second->src, false)) {
+        m_error.setMessage("%s - the frames differ in size", where);
+        m_error.handleError(PIVerror::IMAGE_SIZE_MISMATCH, where);
+        return false;
+    }
+    if (field.isNull() || !field.haveRawData()) {
+        m_error.setMessage("%s - missing displacement data!", where);
+        m_error.handleError(PIVerror::CORRUPT_DATA, where);
+        return false;
+    }
+    Plan plans[2];
+    for (int i = 0; i < count; i++)
+        if (!planFrame(*frames[i], plans[i], where)) return false;
+    const int width = int(first.src->width()), height = int(first.src->height());
+
+    PIV_Data2D_Deformation shift(&field, 0);
+    shift.setMethod(PIV::INTERPOLATE_BSPLINE, 3);
+    if (shift.isNull() || shift.isZero()) {
+        // Nothing moves: the target is the source in float.
+        for (int i = 0; i < count; i++) {
+            for (int j = 0; j < height; j++)
+                frames[i]->src->getRow(frames[i]->dst->scanLine<float>(uint64_t(j)), j);
+            frames[i]->dst->doStatistics(true);
+        }
+        return true;
+    }
+    if (!shift.prepareSplineCoefficients()) {
+        m_error.handleError(PIVerror::OPERATION_FAILED, where);
+        return false;
+    }
+    shift.prepareColumns(width);
+    for (int i = 0; i < count; i++)
+        if (!owners[i]->prepareFrame(plans[i])) return failed(i);
     const int threads = PIV::MaxThreads();
     // Every worker's rows and scratch are allocated here, before the
     // workers start: an allocation that failed inside the parallel region
     // could only end the process.
-    const size_t perRows = 2 * size_t(width), perLines = shift.mapScratchSize();
+    // Per worker: the field's dx and dy, then a mask row and a source row.
+    const size_t perRows = 4 * size_t(width), perLines = shift.mapScratchSize();
     std::vector<float> rows;
     std::vector<double> lines;
     std::vector<int> pending;
@@ -184,47 +282,22 @@ bool Image2D_Deformation::warp(const Image2D& src, Image2D& dst, const Image2D* 
         int* pendingRow = pending.data() + me * size_t(width);
 #pragma omp for schedule(static)
         for (int row = 0; row < height; row++) {
-            float* out = dst.scanLine<float>(uint64_t(row));
             if (!shift.mapData(row, width, dxRow, dyRow, scratch)) {
 #pragma omp atomic write
                 ok = false;
                 continue;
             }
-            if (vectorDegree) {
-                // Interior pixels many at a time; those whose stencil
-                // crosses the border take the folding evaluation.
-                const int border =
-                    PIV::WarpSplineRow(m_coeffs.data(), width, height, vectorDegree, row, dxRow,
-                                       dyRow, inv, lowF, highF, out, pendingRow);
-                for (int k = 0; k < border; k++) {
-                    const int col = pendingRow[k];
-                    const float x = float(col) + dxRow[size_t(col)] * inv;
-                    const float y = float(row) - dyRow[size_t(col)] * inv;
-                    out[col] = std::min(std::max(sourceValue(src, x, y), lowF), highF);
-                }
-                if (mask)
-                    for (int col = 0; col < width; col++)
-                        if (mask->pixel(col, row) != 0.0f) out[col] = src.pixel(col, row);
-                continue;
-            }
-            for (int col = 0; col < width; col++) {
-                if (mask && mask->pixel(col, row) != 0.0f) {
-                    out[col] = src.pixel(col, row);
-                    continue;
-                }
-                const float x = float(col) + dxRow[size_t(col)] * inv;
-                const float y = float(row) - dyRow[size_t(col)] * inv;
-                // Kernel overshoot must not invent intensities beyond the
-                // source's range.
-                out[col] = std::min(std::max(sourceValue(src, x, y), lowF), highF);
-            }
+            for (int i = 0; i < count; i++)
+                owners[i]->warpRow(plans[i], row, dxRow, dyRow, pendingRow, dyRow + width);
         }
     }
     if (!ok) {
         m_error.handleError(PIVerror::OPERATION_FAILED, where);
         return false;
     }
-    dst.setFlagNeedStatistics(true);
-    dst.setFlagChanged(true);
+    for (int i = 0; i < count; i++) {
+        frames[i]->dst->setFlagNeedStatistics(true);
+        frames[i]->dst->setFlagChanged(true);
+    }
     return true;
 }

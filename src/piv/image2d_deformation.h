@@ -20,6 +20,15 @@
 
 class PIV_DataBase;
 
+// One frame of a warp: its source and target, moved by `factor` times the
+// field; where `mask` is set and not 0, pixels keep the source value.
+struct DEFORM_FRAME {
+    const Image2D* src = nullptr;
+    Image2D* dst = nullptr;
+    const Image2D* mask = nullptr;
+    double factor = 0.0;
+};
+
 class Image2D_Deformation : public Image2D_Interpolation {
 public:
     Image2D_Deformation();
@@ -36,14 +45,35 @@ public:
     // As above; pixels where `mask` is not 0 keep the source value.
     bool deformWithMaskedPivData(const Image2D& src, Image2D& dst, const Image2D& mask,
                                  const PIV_DataBase& field, double factor);
+    // Warps `first` with this deformer and `second` with `other`, each with
+    // its own settings and coefficients, in one pass: both frames read the
+    // field at the same pixels, so it is sampled once per row for the two.
+    // Each target is the one the frame's warp alone gives; `other`'s
+    // failures are reported here.
+    bool deformPairWithPivData(const DEFORM_FRAME& first, Image2D_Deformation& other,
+                               const DEFORM_FRAME& second, const PIV_DataBase& field);
 
     // Off, every pixel takes the plain per-pixel evaluation: the reference
     // the vector loop is held to.
     void setFlagVectorised(bool on) { m_vectorised = on; }
 
 private:
-    bool warp(const Image2D& src, Image2D& dst, const Image2D* mask, const PIV_DataBase& field,
-              double factor, const char* where);
+    // What the rows of one frame need, made before the workers start.
+    struct Plan {
+        const DEFORM_FRAME* frame;
+        float inv, low, high;
+        int vectorDegree;  // 3 or 5 where the vector loop takes the interior
+    };
+    // `second` and `other` are null for a single frame.
+    bool warp(const DEFORM_FRAME& first, Image2D_Deformation* other, const DEFORM_FRAME* second,
+              const PIV_DataBase& field, const char* where);
+    // The frame's checks, its target and its range; false with the error set.
+    bool planFrame(const DEFORM_FRAME& f, Plan& plan, const char* where);
+    // The source's coefficients and the choice of loop.
+    bool prepareFrame(Plan& plan);
+    // `pending` holds width ints, `keep` 2 width floats of the worker.
+    void warpRow(const Plan& plan, int row, const float* dxRow, const float* dyRow, int* pending,
+                 float* keep) const;
     // The source value at (x, y), 0 outside the image.
     float sourceValue(const Image2D& src, float x, float y) const;
 

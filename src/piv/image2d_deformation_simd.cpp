@@ -69,53 +69,46 @@ HWY_INLINE VF Stencil(DF d, const float* c, hn::Vec<hn::RebindToSigned<DF>> firs
     return sum;
 }
 
-#if HWY_TARGET != HWY_SCALAR
-// When the pixels of a vector read source rows from the same one or two
-// first rows and their columns lie within two vectors' width, each source
-// row is two plain loads, and every tap a pick of lanes from them: far
-// cheaper than a gather. `rel` is each pixel's first column from `start`,
-// the first row's offset of the leftmost; lanes in `lower` start one row
-// further down, and all lanes then span one row more, with a weight of 0
-// at the row that is not theirs.
+// The kDegree + 2 weights of lanes whose stencils start at one of two
+// neighbouring samples: those in `late` start one sample later and weigh
+// the first 0, the others weigh the last 0.
 template <int kDegree>
-HWY_INLINE VF Rows(DF d, const float* start, int width, hn::Vec<hn::RebindToSigned<DF>> rel,
-                   hn::Mask<DF> lower, bool shifted, const VF* wx, const VF* wy) {
-    const hn::RebindToSigned<DF> di;
-    const int32_t n = int32_t(hn::Lanes(d));
-    using Indices = decltype(hn::IndicesFromVec(d, rel));
-    Indices pick[kDegree + 1];
-    hn::Mask<DF> left[kDegree + 1];
-    for (int m = 0; m <= kDegree; m++) {
-        const auto at = hn::Add(rel, hn::Set(di, m));
-        pick[m] = hn::IndicesFromVec(d, hn::And(at, hn::Set(di, n - 1)));
-        left[m] = hn::RebindMask(d, hn::Lt(at, hn::Set(di, n)));
-    }
+HWY_INLINE void SpreadWeights(DF d, const VF* w, hn::Mask<DF> late, VF* out) {
+    for (int q = 0; q <= kDegree + 1; q++)
+        out[q] =
+            hn::IfThenElse(late, q > 0 ? w[q - 1] : hn::Zero(d), q <= kDegree ? w[q] : hn::Zero(d));
+}
+
+// When the stencils of a vector start at one column offset from their
+// pixels, or at two neighbouring ones, and in one row or two neighbouring
+// ones, each tap of a source row is one plain load at that offset: lane k
+// of the load from `start` + q is the coefficient q + k samples on. The
+// lanes that start a column or a row later weigh the extra tap or row 0
+// (`wx`, `wy` already spread so), which adds exact zeros to each sum.
+// Products and sums are written apart, as in Stencil: the compiler then
+// contracts both alike, and the figures stay those of the gather.
+template <int kTaps>
+HWY_INLINE VF Rows(DF d, const float* start, int width, int rows, const VF* wx, const VF* wy) {
     VF sum = hn::Zero(d);
-    const int rows = shifted ? kDegree + 2 : kDegree + 1;
     for (int l = 0; l < rows; l++, start += width) {
-        VF w = l <= kDegree ? wy[l] : hn::Zero(d);
-        if (shifted) w = hn::IfThenElse(lower, l > 0 ? wy[l - 1] : hn::Zero(d), w);
-        const VF a = hn::LoadU(d, start), b = hn::LoadU(d, start + n);
-        const auto tap = [&](int m) {
-            return hn::IfThenElse(left[m], hn::TableLookupLanes(a, pick[m]),
-                                  hn::TableLookupLanes(b, pick[m]));
-        };
-        VF s = hn::Mul(wx[0], tap(0));
-        for (int m = 1; m <= kDegree; m++) s = hn::Add(s, hn::Mul(wx[m], tap(m)));
-        sum = hn::Add(sum, hn::Mul(w, s));
+        VF s = hn::Mul(wx[0], hn::LoadU(d, start));
+        for (int q = 1; q < kTaps; q++) s = hn::Add(s, hn::Mul(wx[q], hn::LoadU(d, start + q)));
+        sum = hn::Add(sum, hn::Mul(wy[l], s));
     }
     return sum;
 }
-#endif
 
 // The pixels of one vector from col on; dx, dy and out hold its lanes.
+// `lanes` holds 0, 1, 2, ...: made once, for Iota builds it through memory.
 template <int kDegree>
 HWY_INLINE void WarpLanes(DF d, const float* c, int width, int height, int row, int col,
-                          const float* dx, const float* dy, float inv, float low, float high,
-                          float* out, int* pending, int& count, int valid) {
+                          hn::Vec<hn::RebindToSigned<DF>> lanes, const float* dx, const float* dy,
+                          float inv, float low, float high, float* out, int* pending, int& count,
+                          int valid) {
     const hn::RebindToSigned<DF> di;
     const VF vinv = hn::Set(d, inv);
-    const VF x = hn::Add(hn::ConvertTo(d, hn::Iota(di, col)), hn::Mul(hn::LoadU(d, dx), vinv));
+    const auto cols = hn::Add(lanes, hn::Set(di, col));
+    const VF x = hn::Add(hn::ConvertTo(d, cols), hn::Mul(hn::LoadU(d, dx), vinv));
     const VF y = hn::Sub(hn::Set(d, float(row)), hn::Mul(hn::LoadU(d, dy), vinv));
     const VF edge = hn::Set(d, -0.5f);
     // NaN fails every comparison, so it reads as outside too.
@@ -145,23 +138,41 @@ HWY_INLINE void WarpLanes(DF d, const float* c, int width, int height, int row, 
         QuinticWeights(d, hn::Sub(ys, fy), wy);
     }
     VF v;
-#if HWY_TARGET != HWY_SCALAR
-    const int32_t n = int32_t(hn::Lanes(d));
-    const int32_t top = hn::GetLane(hn::MinOfLanes(di, j0));
-    const int32_t leftmost = hn::GetLane(hn::MinOfLanes(di, i0));
-    const auto rel = hn::Sub(i0, hn::Set(di, leftmost));
-    const auto down = hn::Sub(j0, hn::Set(di, top));
-    const bool shifted = !hn::AllTrue(di, hn::Eq(down, hn::Zero(di)));
-    // The two loads of the last source row must stay inside the image.
-    if (hn::AllTrue(d, interior) && hn::AllTrue(di, hn::Lt(down, hn::Set(di, 2))) &&
-        hn::AllTrue(di, hn::Lt(rel, hn::Set(di, 2 * n - kDegree))) &&
-        int64_t(top + kDegree + (shifted ? 1 : 0)) * width + leftmost + 2 * n <=
-            int64_t(width) * height)
-        v = Rows<kDegree>(d, c + size_t(top) * size_t(width) + size_t(leftmost), width, rel,
-                          hn::RebindMask(d, hn::Eq(down, hn::Set(di, 1))), shifted, wx, wy);
-    else
-#endif
+    // Each lane's first column from the vector's leftmost stencil start
+    // (that of lane 0 shifted by the lane), and its first row from the top.
+    // Lane 0's, one less where another lane lies before it, serve as those
+    // in the cases the row loads take; the others fail the test below.
+    const auto lag = hn::Sub(i0, cols);
+    const auto one = hn::Set(di, 1), two = hn::Set(di, 2);
+    int32_t lead = hn::GetLane(lag), top = hn::GetLane(j0);
+    auto late = hn::Sub(lag, hn::Set(di, lead)), down = hn::Sub(j0, hn::Set(di, top));
+    if (!hn::AllFalse(di, hn::Lt(late, zero))) lead -= 1, late = hn::Add(late, one);
+    if (!hn::AllFalse(di, hn::Lt(down, zero))) top -= 1, down = hn::Add(down, one);
+    const bool wide = !hn::AllTrue(di, hn::Eq(late, zero));
+    const bool tall = !hn::AllTrue(di, hn::Eq(down, zero));
+    const int rows = tall ? kDegree + 2 : kDegree + 1, taps = wide ? kDegree + 2 : kDegree + 1;
+    const int64_t origin = int64_t(top) * width + col + lead;
+    // Every load, the last of the last row included, stays inside the
+    // coefficients. A stencil across the left or right border reads the
+    // end of the row before or the start of the row after: such a lane is
+    // not interior, and the folding evaluation writes it again.
+    if (origin >= 0 && hn::AllTrue(d, inside) &&
+        hn::AllTrue(di, hn::And(hn::Lt(late, two), hn::Not(hn::Lt(late, zero)))) &&
+        hn::AllTrue(di, hn::And(hn::Lt(down, two), hn::Not(hn::Lt(down, zero)))) &&
+        origin + int64_t(rows - 1) * width + taps - 1 + int64_t(hn::Lanes(d)) <=
+            int64_t(width) * height) {
+        VF sx[kDegree + 2], sy[kDegree + 2];
+        SpreadWeights<kDegree>(d, wy, hn::RebindMask(d, hn::Eq(down, one)), sy);
+        const float* start = c + origin;
+        if (wide) {
+            SpreadWeights<kDegree>(d, wx, hn::RebindMask(d, hn::Eq(late, one)), sx);
+            v = Rows<kDegree + 2>(d, start, width, rows, sx, sy);
+        } else {
+            v = Rows<kDegree + 1>(d, start, width, rows, wx, sy);
+        }
+    } else {
         v = hn::IfThenElseZero(inside, Stencil<kDegree>(d, c, first, width, wx, wy));
+    }
     hn::StoreU(hn::Min(hn::Max(v, hn::Set(d, low)), hn::Set(d, high)), d, out);
     const auto border = hn::AndNot(interior, inside);
     if (hn::AllFalse(d, border)) return;
@@ -175,18 +186,19 @@ template <int kDegree>
 int WarpRow(const float* c, int width, int height, int row, const float* dxRow, const float* dyRow,
             float inv, float low, float high, float* out, int* pending) {
     const DF d;
+    const auto lanes = hn::Iota(hn::RebindToSigned<DF>(), 0);
     const int n = int(hn::Lanes(d));
     int count = 0, col = 0;
     for (; col + n <= width; col += n)
-        WarpLanes<kDegree>(d, c, width, height, row, col, dxRow + col, dyRow + col, inv, low, high,
-                           out + col, pending, count, n);
+        WarpLanes<kDegree>(d, c, width, height, row, col, lanes, dxRow + col, dyRow + col, inv, low,
+                           high, out + col, pending, count, n);
     if (col < width) {
         // The last pixels through one padded vector.
         HWY_ALIGN float dx[hn::MaxLanes(d)] = {}, dy[hn::MaxLanes(d)] = {}, o[hn::MaxLanes(d)];
         const int rest = width - col;
         for (int k = 0; k < rest; k++) dx[k] = dxRow[col + k], dy[k] = dyRow[col + k];
-        WarpLanes<kDegree>(d, c, width, height, row, col, dx, dy, inv, low, high, o, pending, count,
-                           rest);
+        WarpLanes<kDegree>(d, c, width, height, row, col, lanes, dx, dy, inv, low, high, o, pending,
+                           count, rest);
         for (int k = 0; k < rest; k++) out[col + k] = o[k];
     }
     return count;

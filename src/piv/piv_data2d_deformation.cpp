@@ -197,9 +197,8 @@ bool PIV_Data2D_Deformation::mapData(int row, int width, float* dx, float* dy,
             lineY[size_t(i)] += wy[l] * m_coefY[base + size_t(i)];
         }
     }
-    const int taps = degree + 1;
-    if (m_colWidth == width) {
-        PIV::MapFieldColumns(lineX, lineY, m_colIndex.data(), m_colWeight.data(), taps, width, dx,
+    if (m_colWidth == width && degree == 3) {
+        PIV::MapFieldColumns(lineX, lineY, m_nx, m_runStart.data(), m_colFraction.data(), width, dx,
                              dy);
         return true;
     }
@@ -219,24 +218,24 @@ bool PIV_Data2D_Deformation::mapData(int row, int width, float* dx, float* dy,
 
 bool PIV_Data2D_Deformation::prepareColumns(int width) {
     m_colWidth = 0;
-    if (isNull() || width < 1 || m_method != PIV::INTERPOLATE_BSPLINE || m_order < 2) return false;
-    const int degree = std::min(m_order, 9), taps = degree + 1;
+    if (isNull() || width < 1 || m_method != PIV::INTERPOLATE_BSPLINE || std::min(m_order, 9) != 3)
+        return false;
     try {
-        m_colIndex.resize(size_t(width) * size_t(taps));
-        m_colWeight.resize(size_t(width) * size_t(taps));
+        m_colFraction.resize(size_t(width));
+        m_runStart.resize(size_t(m_nx) + 1);
     } catch (...) {
         return false;
     }
-    // Tap by tap, so that neighbouring columns lie side by side.
-    double w[10];
+    // Grid coordinates grow with the column, so the columns of an interval
+    // follow each other; those off the hull sit at its ends.
+    int j = 0;
+    m_runStart[0] = 0;
     for (int i = 0; i < width; i++) {
-        const int64_t i0 = PIV::Spline::Weights(gridX(i), degree, w);
-        for (int m = 0; m < taps; m++) {
-            const size_t t = size_t(m) * size_t(width) + size_t(i);
-            m_colWeight[t] = w[m];
-            m_colIndex[t] = PIV::Spline::Mirror(i0 + m, m_nx);
-        }
+        const double g = gridX(i), base = std::floor(g);
+        m_colFraction[size_t(i)] = g - base;
+        for (; j < int(base); j++) m_runStart[size_t(j) + 1] = i;
     }
+    for (; j < m_nx; j++) m_runStart[size_t(j) + 1] = width;
     m_colWidth = width;
     return true;
 }

@@ -43,8 +43,9 @@ public:
     // start.
     bool mapData(int row, int width, float* dx, float* dy, double* scratch) const;
     size_t mapScratchSize() const { return 2 * size_t(m_nx > 0 ? m_nx : 0); }
-    // Tabulates the x weights of image columns 0 .. width-1 once, so that
-    // mapData of every row of that width reuses them.
+    // Tabulates where image columns 0 .. width-1 lie between the nodes
+    // once, so that mapData of every row of that width reuses it: the
+    // cubic only (false for others, which mapData then weighs per pixel).
     bool prepareColumns(int width);
 
     bool isNull() const { return m_nx < 1 || m_ny < 1; }
@@ -61,10 +62,10 @@ private:
     std::vector<float> m_coefX, m_coefY;  // their spline coefficients
     int m_nx = 0, m_ny = 0;
     double m_firstX = 0.0, m_firstY = 0.0, m_stepX = 1.0, m_stepY = 1.0;
-    // Per tap and column: the folded node indices and the spline weights
-    // along x.
-    std::vector<int64_t> m_colIndex;
-    std::vector<double> m_colWeight;
+    // Per column its fraction of the node interval it lies in; per
+    // interval its first column (one past the last at the end).
+    std::vector<double> m_colFraction;
+    std::vector<int> m_runStart;
     int m_colWidth = 0;
     int m_method = 2;
     int m_order = 3;

@@ -1,9 +1,13 @@
-// The field's spline along an image row with Highway, picked at run time
-// for the vector units present: each lane is an image column, whose folded
-// node indices and weights were tabulated tap by tap.
+// The field's cubic spline along an image row with Highway, picked at run
+// time for the vector units present: each lane is an image column. The
+// columns of one node interval share its four nodes, which are broadcast
+// once for the run; only the fractions differ from lane to lane.
 #include "piv_data2d_deformation_simd.h"
 
+#include <cstdint>
 #include <limits>
+
+#include "image_spline.h"
 
 #undef HWY_TARGET_INCLUDE
 #define HWY_TARGET_INCLUDE "piv_data2d_deformation_simd.cpp"
@@ -15,63 +19,64 @@ namespace PIV {
 namespace HWY_NAMESPACE {
 namespace hn = hwy::HWY_NAMESPACE;
 
-void MapFieldColumnsImpl(const double* lineX, const double* lineY, const int64_t* index,
-                         const double* weight, int taps, int width, float* dx, float* dy) {
+void MapFieldColumnsImpl(const double* lineX, const double* lineY, int nodes, const int* runStart,
+                         const double* t, int width, float* dx, float* dy) {
     const hn::ScalableTag<double> d;
-    const hn::RebindToSigned<decltype(d)> di;
     const hn::Rebind<float, decltype(d)> df;
-    const size_t n = hn::Lanes(d), w = size_t(width);
+    using V = hn::Vec<decltype(d)>;
+    const int n = int(hn::Lanes(d));
     constexpr double kLimit = std::numeric_limits<float>::max();
-    const auto high = hn::Set(d, kLimit), low = hn::Set(d, -kLimit);
+    const V high = hn::Set(d, kLimit), low = hn::Set(d, -kLimit);
     // Comparisons rather than Min and Max, which would not keep NaN.
-    const auto saturate = [&](hn::Vec<decltype(d)> v) {
+    const auto saturate = [&](V v) {
         return hn::IfThenElse(hn::Gt(v, high), high, hn::IfThenElse(hn::Lt(v, low), low, v));
     };
-    // The nodes of a tap over a vector of columns: with nodes farther apart
-    // than a vector is wide, the columns reach at most two neighbouring
-    // nodes, which two broadcasts and a blend fetch faster than a gather.
-    // Folding at the grid's ends breaks that order; the gather takes those.
-    using V = hn::Vec<decltype(d)>;
-    // Adds tap weight c times the nodes at `at` to both sums.
-    const auto tap = [&](const int64_t* at, V c, V& sx, V& sy) {
-        const auto k = hn::LoadU(di, at);
-        const int64_t k0 = at[0];
-        const auto same = hn::Eq(k, hn::Set(di, k0));
-        V x, y;
-        if (hn::AllTrue(di, same)) {
-            x = hn::Set(d, lineX[k0]);
-            y = hn::Set(d, lineY[k0]);
-        } else if (at[n - 1] == k0 + 1 &&
-                   hn::AllTrue(di, hn::Or(same, hn::Eq(k, hn::Set(di, k0 + 1))))) {
-            const auto left = hn::RebindMask(d, same);
-            x = hn::IfThenElse(left, hn::Set(d, lineX[k0]), hn::Set(d, lineX[k0 + 1]));
-            y = hn::IfThenElse(left, hn::Set(d, lineY[k0]), hn::Set(d, lineY[k0 + 1]));
-        } else {
-            x = hn::GatherIndex(d, lineX, k);
-            y = hn::GatherIndex(d, lineY, k);
-        }
-        sx = hn::Add(sx, hn::Mul(c, x));
-        sy = hn::Add(sy, hn::Mul(c, y));
+    const auto clip = [](double v) {
+        return float(v > kLimit ? kLimit : v < -kLimit ? -kLimit : v);
     };
-    size_t i = 0;
-    for (; i + n <= w; i += n) {
-        V sx = hn::Zero(d), sy = hn::Zero(d);
-        for (int m = 0; m < taps; m++) {
-            const size_t t = size_t(m) * w + i;
-            tap(index + t, hn::LoadU(d, weight + t), sx, sy);
+    for (int j = 0; j < nodes; j++) {
+        int col = runStart[j];
+        const int end = runStart[j + 1];
+        if (col >= end) continue;
+        double x[4], y[4];
+        const bool inner = j >= 1 && j + 2 < nodes;
+        for (int m = 0; m < 4; m++) {
+            const int64_t k = inner ? j - 1 + m : Spline::Mirror(int64_t(j) - 1 + m, nodes);
+            x[m] = lineX[k];
+            y[m] = lineY[k];
         }
-        hn::StoreU(hn::DemoteTo(df, saturate(sx)), df, dx + i);
-        hn::StoreU(hn::DemoteTo(df, saturate(sy)), df, dy + i);
-    }
-    for (; i < w; i++) {
-        double sx = 0.0, sy = 0.0;
-        for (int m = 0; m < taps; m++) {
-            const size_t t = size_t(m) * w + i;
-            sx += weight[t] * lineX[index[t]];
-            sy += weight[t] * lineY[index[t]];
+        // The weights as the scalar spline makes them (with a product for
+        // its division by 6), summed in its order.
+        // A vector may run past the interval: the next interval writes
+        // those columns again.
+        for (; col < end && col + n <= width; col += n) {
+            const V u = hn::LoadU(d, t + col);
+            const V u2 = hn::Mul(u, u);
+            const V w3 = hn::Mul(hn::Mul(u2, u), hn::Set(d, 1.0 / 6.0));
+            const V w0 = hn::Sub(
+                hn::Add(hn::Set(d, 1.0 / 6.0), hn::Mul(hn::Sub(u2, u), hn::Set(d, 0.5))), w3);
+            const V w2 = hn::Sub(hn::Add(u, w0), hn::Add(w3, w3));
+            const V w1 = hn::Sub(hn::Sub(hn::Sub(hn::Set(d, 1.0), w0), w2), w3);
+            const V w[4] = {w0, w1, w2, w3};
+            V sx = hn::Zero(d), sy = hn::Zero(d);
+            for (int m = 0; m < 4; m++) {
+                sx = hn::Add(sx, hn::Mul(w[m], hn::Set(d, x[m])));
+                sy = hn::Add(sy, hn::Mul(w[m], hn::Set(d, y[m])));
+            }
+            hn::StoreU(hn::DemoteTo(df, saturate(sx)), df, dx + col);
+            hn::StoreU(hn::DemoteTo(df, saturate(sy)), df, dy + col);
         }
-        dx[i] = float(sx > kLimit ? kLimit : sx < -kLimit ? -kLimit : sx);
-        dy[i] = float(sy > kLimit ? kLimit : sy < -kLimit ? -kLimit : sy);
+        for (; col < end; col++) {
+            double w[4];
+            Spline::Weights(t[col], 3, w);
+            double sx = 0.0, sy = 0.0;
+            for (int m = 0; m < 4; m++) {
+                sx += w[m] * x[m];
+                sy += w[m] * y[m];
+            }
+            dx[col] = clip(sx);
+            dy[col] = clip(sy);
+        }
     }
 }
 
@@ -84,9 +89,9 @@ namespace PIV {
 
 HWY_EXPORT(MapFieldColumnsImpl);
 
-void MapFieldColumns(const double* lineX, const double* lineY, const int64_t* index,
-                     const double* weight, int taps, int width, float* dx, float* dy) {
-    HWY_DYNAMIC_DISPATCH(MapFieldColumnsImpl)(lineX, lineY, index, weight, taps, width, dx, dy);
+void MapFieldColumns(const double* lineX, const double* lineY, int nodes, const int* runStart,
+                     const double* t, int width, float* dx, float* dy) {
+    HWY_DYNAMIC_DISPATCH(MapFieldColumnsImpl)(lineX, lineY, nodes, runStart, t, width, dx, dy);
 }
 
 }  // namespace PIV

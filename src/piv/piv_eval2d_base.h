@@ -13,6 +13,7 @@
 
 class Image2D;
 class Image2D_Deformation;
+struct DEFORM_FRAME;
 
 class PIV_Eval2D_Base {
 public:
@@ -96,8 +97,16 @@ public:
     bool deformImage(const Image2D* src, Image2D* dst, const Image2D* mask,
                      Image2D_Deformation* deformer, PIV_Data2D* field, double factor,
                      bool finalPass);
+    // Both frames of a pair at once, `first` with `deformerA` and `second`
+    // with `deformerB`: each as deformImage would warp it.
+    bool deformImages(const DEFORM_FRAME& first, Image2D_Deformation* deformerA,
+                      const DEFORM_FRAME& second, Image2D_Deformation* deformerB, PIV_Data2D* field,
+                      bool finalPass);
 
 protected:
+    // One frame or a pair (count 1 or 2), each frame with its deformer.
+    bool deformFrames(const DEFORM_FRAME* frames, Image2D_Deformation* const* deformers, int count,
+                      PIV_Data2D* field, bool finalPass);
     // A cancel asked for through cancel() or the wasCancelled hook; called
     // on the thread that drives the evaluation.
     bool cancelRequested() {

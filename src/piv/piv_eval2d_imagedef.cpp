@@ -79,14 +79,25 @@ const char* PIV_Eval2D::_getDeformationMethod(const PIVEVAL_CFG& cfg, bool final
 bool PIV_Eval2D_Base::deformImage(const Image2D* src, Image2D* dst, const Image2D* mask,
                                   Image2D_Deformation* deformer, PIV_Data2D* field, double factor,
                                   bool finalPass) {
+    const DEFORM_FRAME frame{src, dst, mask, factor};
+    return deformFrames(&frame, &deformer, 1, field, finalPass);
+}
+
+bool PIV_Eval2D_Base::deformImages(const DEFORM_FRAME& first, Image2D_Deformation* deformerA,
+                                   const DEFORM_FRAME& second, Image2D_Deformation* deformerB,
+                                   PIV_Data2D* field, bool finalPass) {
+    const DEFORM_FRAME frames[2] = {first, second};
+    Image2D_Deformation* deformers[2] = {deformerA, deformerB};
+    return deformFrames(frames, deformers, 2, field, finalPass);
+}
+
+bool PIV_Eval2D_Base::deformFrames(const DEFORM_FRAME* frames,
+                                   Image2D_Deformation* const* deformers, int count,
+                                   PIV_Data2D* field, bool finalPass) {
     const char* where = "deformImage()";
     if (!field || !field->haveRawData()) {
         m_error.setMessage("deformImage() - missing displacement data!");
         m_error.handleError(PIVerror::CORRUPT_DATA, where);
-        return false;
-    }
-    if (!src || !dst || !deformer || src->isNull()) {
-        m_error.handleError(PIVerror::IMAGE_IS_NULL, where);
         return false;
     }
     const PIVEVAL_CFG cfg = m_params->pivEvalCfg();
@@ -95,37 +106,51 @@ bool PIV_Eval2D_Base::deformImage(const Image2D* src, Image2D* dst, const Image2
         def.Method = PIV::INTERPOLATE_BILINEAR;
         def.Order = 2;
     }
-    deformer->setImageDefCfg(def);
-    deformer->setFlagMirroring(false);
-    if (!dst->resize(src->size2D(), IMAGE_FLOAT)) {
-        m_error.setMessage("deformImage() - trouble creating image A\nReason: %s",
-                           dst->error().getLastError());
-        m_error.handleError(PIVerror::IMAGE_IS_NULL, where);
-        return false;
-    }
-    bool ok;
-    if (mask && finalPass) {
-        if (mask->isZero()) {
+    DEFORM_FRAME use[2];
+    for (int i = 0; i < count; i++) {
+        const DEFORM_FRAME& f = frames[i];
+        if (!f.src || !f.dst || !deformers[i] || f.src->isNull()) {
+            m_error.handleError(PIVerror::IMAGE_IS_NULL, where);
+            return false;
+        }
+        deformers[i]->setImageDefCfg(def);
+        deformers[i]->setFlagMirroring(false);
+        if (!f.dst->resize(f.src->size2D(), IMAGE_FLOAT)) {
+            m_error.setMessage("deformImage() - trouble creating image A\nReason: %s",
+                               f.dst->error().getLastError());
+            m_error.handleError(PIVerror::IMAGE_IS_NULL, where);
+            return false;
+        }
+        use[i] = f;
+        if (!finalPass) use[i].mask = nullptr;
+        if (use[i].mask && use[i].mask->isZero()) {
             m_error.setMessage("deformImage() - mask A is all zero!");
             m_error.handleError(PIVerror::IMAGE_IS_NULL, where);
             return false;
         }
-        ok = deformer->deformWithMaskedPivData(*src, *dst, *mask, *field, factor);
-    } else {
-        ok = deformer->deformWithPivData(*src, *dst, *field, factor);
     }
+    Image2D_Deformation& deformer = *deformers[0];
+    bool ok;
+    if (count == 2)
+        ok = deformer.deformPairWithPivData(use[0], *deformers[1], use[1], *field);
+    else if (use[0].mask)
+        ok = deformer.deformWithMaskedPivData(*use[0].src, *use[0].dst, *use[0].mask, *field,
+                                              use[0].factor);
+    else
+        ok = deformer.deformWithPivData(*use[0].src, *use[0].dst, *field, use[0].factor);
     if (!ok) {
         m_error.setMessage("deformImage() - trouble deforming image\n Reason: %s",
-                           deformer->error().getLastError());
+                           deformer.error().getLastError());
         m_error.handleError(PIVerror::OPERATION_FAILED, where);
         return false;
     }
     if (cancelRequested()) return true;
-    if (dst->isZero()) {
-        m_error.setMessage("deformImage() - Deformed image contain no data");
-        m_error.handleError(PIVerror::IMAGE_IS_NULL, where);
-        return false;
-    }
+    for (int i = 0; i < count; i++)
+        if (use[i].dst->isZero()) {
+            m_error.setMessage("deformImage() - Deformed image contain no data");
+            m_error.handleError(PIVerror::IMAGE_IS_NULL, where);
+            return false;
+        }
     return true;
 }
 
@@ -149,13 +174,14 @@ bool PIV_Eval2D::deformImagePair(PIV_Data2D* field, bool finalPass) {
         m_defImgA.doStatistics(true);
         return deformImage(m_pImgB, &m_defImgB, maskB, &m_deformB, field, -1.0, finalPass);
     }
+    // Both frames in one pass, which samples the field once for the two.
     std::snprintf(line, sizeof(line), "  Deforming first image  (%s)", method);
     updateProgressDialog(line, true);
-    if (!deformImage(m_pImgA, &m_defImgA, maskA, &m_deformA, field, 0.5, finalPass)) return false;
-    if (cancelRequested()) return false;
     std::snprintf(line, sizeof(line), "  Deforming second image (%s)", method);
     updateProgressDialog(line, true);
-    return deformImage(m_pImgB, &m_defImgB, maskB, &m_deformB, field, -0.5, finalPass);
+    return deformImages(DEFORM_FRAME{m_pImgA, &m_defImgA, maskA, 0.5}, &m_deformA,
+                        DEFORM_FRAME{m_pImgB, &m_defImgB, maskB, -0.5}, &m_deformB, field,
+                        finalPass);
 }
 
 bool PIV_Eval2D::copyImagesToDeformedImages() {

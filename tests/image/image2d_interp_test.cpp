@@ -85,6 +85,13 @@ TEST(SplineWeights, SumToOneAndMatchTheCubicClosedForm) {
     for (int k = 0; k < 3; k++) EXPECT_NEAR(v[k], quadratic[k], 1e-15) << k;
 }
 
+// Indices fold at both ends of 0 .. 3 with period 6, however far off.
+TEST(SplineWeights, MirrorFoldsAtTheEnds) {
+    const int64_t folded[] = {1, 0, 1, 2, 3, 2, 1, 0, 1, 2, 3, 2, 1, 0};
+    for (int64_t k = -7; k <= 6; k++) EXPECT_EQ(PIV::Spline::Mirror(k, 4), folded[k + 7]) << k;
+    EXPECT_EQ(PIV::Spline::Mirror(-5, 1), 0);
+}
+
 // Degrees outside 1..9 are refused; a line of one sample is left alone.
 TEST(SplinePrefilter, InvalidDegreesAndShortLines) {
     std::vector<float> data(16, 1.0f);
