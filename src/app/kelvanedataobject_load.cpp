@@ -127,11 +127,13 @@ bool KelvaneDataObject::reloadImage() {
 }
 
 bool KelvaneDataObject::loadMaskImage(const QString& fileName, int view) {
-    if (image(view)->loadMask(fileName.toLocal8Bit().constData())) {
-        m_lastError.clear();
-        return true;
-    }
-    return failLoad(tr("Failure loading mask: %1").arg(fileName));
+    QPIV_ImagePair* pair = image(view);
+    if (!pair->loadMask(fileName.toLocal8Bit().constData()))
+        return failLoad(
+            _withDetail(tr("Failure loading mask: %1").arg(fileName),
+                        QString::fromLocal8Bit(pair->imgA()->imageMask()->error().getLastError())));
+    m_lastError.clear();
+    return true;
 }
 
 bool KelvaneDataObject::loadPivData(const QString& fileName, int view, bool loadParams) {

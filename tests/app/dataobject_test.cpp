@@ -118,6 +118,8 @@ TEST_F(DataObject, EqualNamesLoadOneImageWithItsPartnerAndShowViewZero) {
 // Whatever fails to load names its file and leaves the session as it was.
 TEST_F(DataObject, BadFilesLeaveTheSessionAlone) {
     ASSERT_TRUE(object.loadPivImage(path("img0007.tif"), path("img0008.tif"), false, 0));
+    writeImage("mask.pgm", [](int x, int) { return x < 8 ? 255.0f : 0.0f; });
+    ASSERT_TRUE(object.loadMaskImage(path("mask.pgm"), 0));
     ASSERT_TRUE(object.loadPivData(path("field.nc"), 0, false));
     const std::string nc = test_support::ReadBytes(file("field.nc"));
     test_support::WriteBytes(file("cut.tif"),
@@ -132,16 +134,18 @@ TEST_F(DataObject, BadFilesLeaveTheSessionAlone) {
     const POSTPROCESS_CFG post = object.postProcessCfg();
     const QPIV_ImagePair* pair = object.image();
 
-    enum Loader { IMAGE, DATA, PARAMS };
+    enum Loader { IMAGE, MASK, DATA, PARAMS };
     struct Case {
         Loader loader;
         const char* file;
     } const cases[] = {{IMAGE, "missing.tif"},  {IMAGE, "cut.tif"},   {IMAGE, "text.tif"},
                        {DATA, "missing.nc"},    {DATA, "corrupt.nc"}, {DATA, "text.par"},
-                       {PARAMS, "missing.par"}, {PARAMS, "text.par"}, {PARAMS, "cut.tif"}};
+                       {PARAMS, "missing.par"}, {PARAMS, "text.par"}, {PARAMS, "cut.tif"},
+                       {MASK, "missing.tif"},   {MASK, "text.tif"}};
     for (const Case& c : cases) {
         const QString name = path(c.file);
         const bool ok = c.loader == IMAGE  ? object.loadPivImage(name, QString(), false, 0)
+                        : c.loader == MASK ? object.loadMaskImage(name, 0)
                         : c.loader == DATA ? object.loadPivData(name, 0, false)
                                            : object.loadParameters(name);
         EXPECT_FALSE(ok) << c.file;
@@ -149,6 +153,7 @@ TEST_F(DataObject, BadFilesLeaveTheSessionAlone) {
         EXPECT_EQ(object.caption().toStdString(), caption.toStdString()) << c.file;
         EXPECT_EQ(object.image(), pair) << c.file;
         EXPECT_STREQ(pair->fileName(true), "img0008.tif") << c.file;
+        EXPECT_FALSE(pair->imgA()->imageMask()->isNull()) << c.file;
         EXPECT_TRUE(Bytes(*object.data(0)) == raw && Bytes(*object.data(3)) == result) << c.file;
         EXPECT_TRUE(PIV::SameRecord(object.parameters(0)->pivParameters(), params)) << c.file;
         EXPECT_TRUE(PIV::SameRecord(object.postProcessCfg(), post)) << c.file;
@@ -164,13 +169,15 @@ TEST_F(DataObject, PostProcessingIsTheLibraryChainAndReportsTheFailingStep) {
     struct Case {
         const char* mask;
         float smooth;    // 0 makes the smoothing step fail
-        bool transform;  // a transform of vectors always fails
+        bool transform;  // a transform of vectors always fails,
+        bool merge;      // a merge too, but the chain goes on
         const char* error;
         int masked;
-    } const cases[] = {{"full.pgm", 1.0f, false, nullptr, 49},
-                       {"small.pgm", 1.0f, false, nullptr, 0},
-                       {"", 0.0f, false, "Smoothing of data failed", 0},
-                       {"", 1.0f, true, "Transform of data failed", 0}};
+    } const cases[] = {{"full.pgm", 1.0f, false, false, nullptr, 49},
+                       {"small.pgm", 1.0f, false, false, nullptr, 0},
+                       {"", 1.0f, false, true, nullptr, 0},
+                       {"", 0.0f, false, false, "Smoothing of data failed", 0},
+                       {"", 1.0f, true, false, "Transform of data failed", 0}};
     for (const Case& c : cases) {
         POSTPROCESS_CFG cfg;
         cfg.MedianApply = true;
@@ -178,6 +185,7 @@ TEST_F(DataObject, PostProcessingIsTheLibraryChainAndReportsTheFailingStep) {
         cfg.SmoothApply = true;
         cfg.SmoothKernel = c.smooth;
         cfg.transformation.Enable = c.transform;
+        cfg.combine.Apply = c.merge;
         cfg.MaskEnable = c.mask[0] != 0;
         PIV::CopyText(cfg.MaskFile, path(c.mask).toLocal8Bit().constData());
         object.setPostProcessCfg(cfg);
@@ -199,6 +207,8 @@ TEST_F(DataObject, PostProcessingIsTheLibraryChainAndReportsTheFailingStep) {
         const QString last = messages.isEmpty() ? QString() : messages.last()[0].toString();
         EXPECT_EQ(last,
                   c.error ? QStringLiteral("ERROR while post processing: ") + c.error : QString());
+        const int code = object.error().getLastErrorCode();
+        EXPECT_TRUE(!(c.error || c.merge) || code == PIVerror::OPERATION_FAILED) << code;
     }
 }
 
