@@ -154,23 +154,18 @@ void KelvaneDataObject::setKelvaneMode(KelvaneMode mode) {
 }
 
 void KelvaneDataObject::setCurrentView(int view) {
-    QString text = tr("Raw data\n");
+    QString label = tr("Raw data");
     int next = 0;
     if (view == 3) {
-        text = tr("Post-processed data\n");
+        label = tr("Post-processed data");
         next = 3;
     } else if (m_stereoEnabled && view == 0) {
-        text = tr("Raw data for view A\n");
+        label = tr("Raw data for view A");
     }
     if (next == m_currentView) return;
     m_currentView = next;
     emit signalChangedView(next);
-    if (!m_data[next]->haveRawData()) return;
-    text += QString::fromLatin1(m_data[next]->formattedStats());
-    if (text != m_lastStatsText) {
-        m_lastStatsText = text;
-        emit signalLogMessage(text);
-    }
+    if (m_data[next]->haveRawData()) logStats(next, label);
 }
 
 // ---- stereo: switched off in the two-component edition ------------------------
@@ -335,14 +330,13 @@ SIZE2D KelvaneDataObject::imageSize(int view) const {
     return image(view)->size2D();
 }
 
-QString KelvaneDataObject::statsText(int slot, const QString& label) {
+void KelvaneDataObject::logStats(int slot, const QString& label) {
     const QString text =
         QStringLiteral("%1\n%2").arg(label, QString::fromLatin1(m_data[slot]->formattedStats()));
     if (text != m_lastStatsText) {
         m_lastStatsText = text;
         emit signalLogMessage(text);
     }
-    return text;
 }
 
 bool KelvaneDataObject::doPostProcessing() {
@@ -372,7 +366,7 @@ bool KelvaneDataObject::doPostProcessing() {
     const bool filtered =
         cfg.InterpolateDisabledVectors || cfg.MedianApply || cfg.SmoothApply || masked;
     const int slot = filtered ? 3 : source;
-    statsText(slot, slot < 3 ? tr("Raw data") : tr("Post-processed data"));
+    logStats(slot, slot < 3 ? tr("Raw data") : tr("Post-processed data"));
     emit signalHaveNewData(slot);
     emit signalShowMask(slot, false);
     return true;
@@ -383,7 +377,7 @@ bool KelvaneDataObject::doPostProcessing() {
 QString KelvaneDataObject::title(int view) const {
     if (isFileData(view)) return m_dataFileName;
     const QPIV_ImagePair* pair = image(view);
-    if (pair->isNull()) return haveData(view) ? QString() : tr("No data");
+    if (pair->isNull()) return tr("No data");
     QString text = QString::fromLocal8Bit(pair->fileName(false));
     if (pair->isImagePair() && !pair->isSplitPCO() &&
         m_analysisMode != PIV::ANALYSIS_AUTO_CORRELATION)

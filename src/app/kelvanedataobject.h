@@ -34,11 +34,13 @@ public:
 
     // ---- views and slots ---------------------------------------------------
     // A negative view is the current one; with stereo off 0 stays 0 and any
-    // other view is the post-processed slot 3.
+    // other view is the post-processed slot 3. A data load replaces the
+    // field of slot 0, as an image load the pair.
     int slotOfView(int view) const;
     PIV_Data2D* data(int view = -1) const { return m_data[slotOfView(view)]; }
     PIV_Parameters* parameters(int view = -1) const { return m_params[slotOfView(view)]; }
     Image2D* mask(int view = -1) const { return m_masks[slotOfView(view)]; }
+    // A successful load replaces the pair: ask again after signalHaveNewImage.
     QPIV_ImagePair* image(int view = -1) const;
     bool haveData(int view = -1) const;
     bool isFileData(int view = -1) const;
@@ -158,7 +160,7 @@ private:
     void adoptData(PIV_Data2D* field);
     void clearVectors();
     // The statistics of a slot under its label, logged when they changed.
-    QString statsText(int slot, const QString& label);
+    void logStats(int slot, const QString& label);
     bool failLoad(const QString& reason);
 
     PIVerror m_error;
