@@ -247,3 +247,19 @@ TEST_F(DataObject, TheStoreKeepsTheSessionSettingsOfTheResultSlot) {
     EXPECT_TRUE(next.postProcessCfg().MedianApply);
     EXPECT_EQ(next.image()->frameSeparation(), 3);
 }
+
+// New conversion settings reach the result at once: the first node, 8 px from
+// the origin, lies 4 mm from it at 2 px per mm, and its 1.5 px are 0.75 mm.
+TEST_F(DataObject, NewConversionSettingsRunThePostProcessingAgain) {
+    ASSERT_TRUE(object.loadPivData(path("field.nc"), 0, false));
+    PIV_PARAMETERS params = object.parameters(0)->pivParameters();
+    params.convert.ImageOrigin = POINT3D{0, 0, 0};
+    params.convert.PhysicalOrigin = FPOINT3D{0, 0, 0};
+    params.convert.LengthConversion[0] = params.convert.LengthConversion[1] = 2.0;
+    PIV::CopyText(params.convert.LengthConversionUnits, "mm");
+    PIV::CopyText(params.convert.DisplacementUnits, "mm");
+    EXPECT_TRUE(object.setPivParameters(params, params));
+    const PIV_VECTOR first = object.data(3)->getVector2D(0, 0);
+    EXPECT_FLOAT_EQ(first.x, 4.0f);
+    EXPECT_FLOAT_EQ(first.sx, 0.75f);
+}
