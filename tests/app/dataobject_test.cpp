@@ -5,7 +5,6 @@
 #include <QDir>
 #include <QSignalSpy>
 
-#include <cstring>
 #include <string>
 
 #include "image2d.h"
