@@ -11,6 +11,7 @@
 
 #include "app_messages.h"
 #include "command_line.h"
+#include "kelvanedataobject.h"
 #include "piv_enums.h"
 #include "piv_messages.h"
 #include "piv_util.h"
@@ -32,7 +33,9 @@ Kelvane::Kelvane(bool /*isMainInstance*/, bool /*unused*/, MySettings* settings,
                  QSplashScreen* splash, QWidget* parent, Qt::WindowFlags flags)
     : QMainWindow(parent, flags),
       m_settings(settings),
-      m_analysisMode(PIV::ANALYSIS_CROSS_CORRELATION) {
+      m_dataObject(new KelvaneDataObject(&m_state, settings, this)) {
+    connect(m_dataObject, &KelvaneDataObject::signalChangedAnalysisMode, this,
+            &Kelvane::signalChangedAnalysisMode);
     if (splash)
         splash->showMessage(tr("Configuring UI..."), Qt::AlignBottom | Qt::AlignLeft, Qt::white);
     setWindowTitle(QApplication::applicationName());
@@ -47,6 +50,7 @@ Kelvane::Kelvane(bool /*isMainInstance*/, bool /*unused*/, MySettings* settings,
                             Qt::AlignBottom | Qt::AlignLeft, Qt::white);
     statusBar()->showMessage(QString());
     resize(1024, 768);
+    m_state.setProcessingFlag(false);
 }
 
 void Kelvane::createMenus() {
@@ -69,11 +73,12 @@ void Kelvane::createMenus() {
     });
 }
 
+int Kelvane::analysisMode() const {
+    return m_dataObject->analysisMode();
+}
+
 void Kelvane::setAnalysisMode(int mode) {
-    const int next = PIV::ToAnalysisMode(mode);
-    if (next == m_analysisMode) return;
-    m_analysisMode = next;
-    emit signalChangedAnalysisMode();
+    m_dataObject->setAnalysisMode(mode);
 }
 
 void Kelvane::processCommandLine() {

@@ -4,6 +4,9 @@
 #include <QMainWindow>
 #include <QString>
 
+#include "kelvanestate.h"
+
+class KelvaneDataObject;
 class MySettings;
 class QSplashScreen;
 
@@ -19,8 +22,10 @@ public:
     // Reads the options of the process's command line.
     void processCommandLine();
 
-    int analysisMode() const { return m_analysisMode; }
+    // The session's mode, held by the data object.
+    int analysisMode() const;
     void setAnalysisMode(int mode);
+    KelvaneDataObject* dataObject() const { return m_dataObject; }
     // The last file argument of the command line, empty if none.
     QString commandLineFile() const { return m_commandLineFile; }
 
@@ -35,6 +40,7 @@ private:
     void createMenus();
 
     MySettings* m_settings;
-    int m_analysisMode;
+    KelvaneState m_state;
+    KelvaneDataObject* m_dataObject;
     QString m_commandLineFile;
 };

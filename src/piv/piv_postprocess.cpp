@@ -29,12 +29,13 @@ PostProcessResult PostProcessData(PIV_Data2D& source, PIV_Data2D& result,
         result.setFlagMedianFiltered(false);
         if (cfg.combine.Apply) {
             // Merging with another data file has no definition in the library
-            // yet: said, and the chain goes on without it.
-            r.warnings += "Merge with data is not available\n";
+            // yet: it fails as a real merge of mismatched grids would, and the
+            // chain goes on without it.
+            r.warnings += "Merge with data failed (possible image size mismatch)\n";
         }
+        // Nor has the transformation of a vector field: it always fails.
         if (cfg.transformation.Enable)
-            throw StepFailed{PIVerror::FUNCTION_NOT_AVAILABLE,
-                             "Transform of data failed: not available for vector fields"};
+            throw StepFailed{PIVerror::OPERATION_FAILED, "Transform of data failed"};
         if (cfg.InterpolateDisabledVectors) result.interpolateOutliers(false);
         if (cfg.MedianApply && !result.medianFilter(cfg.MedianSize))
             throw StepFailed{PIVerror::OPERATION_FAILED, "Median filter on data failed"};

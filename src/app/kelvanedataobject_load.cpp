@@ -1,0 +1,210 @@
+// Loads of images, vector data and parameter files. Each reads into objects
+// of its own and takes them over only when everything read, so that a bad
+// file costs the user nothing of the session.
+#include <QCoreApplication>
+#include <QDir>
+#include <QFileInfo>
+
+#include <algorithm>
+
+#include "kelvanedataobject.h"
+#include "piv_data2d.h"
+#include "piv_enums.h"
+#include "piv_params.h"
+#include "piv_params_io.h"
+#include "piv_record.h"
+#include "qpiv_imagepair.h"
+
+namespace {
+
+// A reason with the library's own words behind it, where it left some.
+QString _withDetail(const QString& reason, const QString& detail) {
+    return detail.isEmpty() ? reason : reason + QStringLiteral("\n") + detail;
+}
+
+// Relative companion files of a parameter file are meant beside it.
+template <std::size_t N>
+void _makeAbsolute(char (&path)[N], const QDir& dir) {
+    if (!path[0]) return;
+    const QString name = QString::fromLocal8Bit(path);
+    if (QFileInfo(name).isAbsolute()) return;
+    PIV::CopyText(path, QDir::cleanPath(dir.absoluteFilePath(name)).toLocal8Bit().constData());
+}
+
+bool _differs(const PIV_PARAMETERS& a, const PIV_PARAMETERS& b) {
+    return !PIV::SameRecord(a.eval, b.eval) || !PIV::SameRecord(a.convert, b.convert) ||
+           !PIV::SameRecord(a.outlier, b.outlier) ||
+           !PIV::SameRecord(a.differentiate, b.differentiate);
+}
+
+}  // namespace
+
+bool KelvaneDataObject::failLoad(const QString& reason) {
+    m_lastError = reason;
+    emit signalLogMessage(reason);
+    return false;
+}
+
+void KelvaneDataObject::adoptImagePair(QPIV_ImagePair* pair) {
+    QPIV_ImagePair* old = m_images[0];
+    std::fill(std::begin(m_images), std::end(m_images), pair);
+    delete old;
+}
+
+void KelvaneDataObject::adoptData(PIV_Data2D* field) {
+    PIV_Data2D* old = m_data[0];
+    for (int s = 0; s < 3; ++s) m_data[s] = field;
+    old->release();
+}
+
+bool KelvaneDataObject::loadPivImage(const QString& fileA, const QString& fileB, bool splitPCO,
+                                     int view) {
+    if (fileA.isEmpty()) {
+        const QString text = tr("Failed loading image - no file given!");
+        emit signalMessage(text);
+        emit signalLogMessage(QStringLiteral("<font color=red>%1</font>").arg(text));
+        m_lastError = text;
+        return false;
+    }
+    view = m_stereoEnabled ? std::clamp(view, 0, 1) : 0;
+    emit signalMessage(tr("Wait! Loading image(s)..."));
+    emit signalSetCaption(
+        tr("%1 | Wait! Loading image(s)...").arg(QCoreApplication::applicationName()));
+
+    QPIV_ImagePair* current = m_images[view];
+    const bool split = splitPCO || current->imageCfg().SplitPCO;
+    auto* pair = new QPIV_ImagePair;
+    pair->takeSettings(*current);
+    pair->setTIFFCompressionEnabled(m_tiffCompression);
+    pair->setStereoCfg(m_stereoParams, view);
+    pair->setPivConvertCfg(m_params[view]->pivConvertCfg());
+    connect(pair, &QPIV_ImagePair::signalMessage, this, &KelvaneDataObject::signalMessage);
+    const int separation = m_stereoEnabled ? 1 : current->frameSeparation();
+    const QByteArray a = fileA.toLocal8Bit(), b = fileB.toLocal8Bit();
+    pair->setWaitCursor(true);
+    const bool ok = !fileB.isEmpty() && fileB != fileA && !split
+                        ? pair->loadPair(a.constData(), b.constData())
+                        : pair->load(a.constData(), separation, split, true);
+    pair->setWaitCursor(false);
+
+    if (ok) {
+        emit signalMessage(tr("Images loaded OK"));
+        adoptImagePair(pair);
+        clearVectors();
+        for (int s : {0, 1}) m_params[s]->setImageSize(pair->width(), pair->height(), 1, true);
+        regridData();
+        emit signalNewImageSize(pair->size2D());
+        const QString pathA =
+            QFileInfo(QString::fromLocal8Bit(pair->filePath(false))).absoluteFilePath();
+        if (pair->isImagePair() && m_analysisMode != PIV::ANALYSIS_AUTO_CORRELATION)
+            emit signalLogMessage(
+                tr("Loaded image pair:\n\t %1\n\t %2")
+                    .arg(pathA, QFileInfo(QString::fromLocal8Bit(pair->filePath(true)))
+                                    .absoluteFilePath()));
+        else
+            emit signalLogMessage(tr("Loaded image:\n\t%1").arg(pathA));
+        m_lastError.clear();
+    } else {
+        m_lastError =
+            _withDetail(tr("Failure loading image(s): %1").arg(fileA), pair->lastErrorText());
+        delete pair;
+        emit signalLogMessage(tr("<font color=red>FAILURE</font> loading image(s): \n\t") + fileA);
+        emit signalMessage(tr("Failure loading data or image(s)"));
+    }
+    emit signalSetCaption(QString());
+    // A failed load changed nothing the views show.
+    if (!ok) return false;
+    emit signalHaveNewImage(view);
+    if (m_currentView > int(m_stereoEnabled)) setCurrentView(0);
+    return true;
+}
+
+bool KelvaneDataObject::reloadImage() {
+    const QPIV_ImagePair* pair = m_images[0];
+    return loadPivImage(QString::fromLocal8Bit(pair->lastImageFileA()),
+                        QString::fromLocal8Bit(pair->lastImageFileB()), pair->imageCfg().SplitPCO,
+                        0);
+}
+
+bool KelvaneDataObject::loadMaskImage(const QString& fileName, int view) {
+    QPIV_ImagePair* pair = image(view);
+    if (!pair->loadMask(fileName.toLocal8Bit().constData()))
+        return failLoad(
+            _withDetail(tr("Failure loading mask: %1").arg(fileName),
+                        QString::fromLocal8Bit(pair->imgA()->imageMask()->error().getLastError())));
+    m_lastError.clear();
+    return true;
+}
+
+bool KelvaneDataObject::loadPivData(const QString& fileName, int view, bool loadParams) {
+    auto* field = new PIV_Data2D;
+    if (!field->load(fileName.toLocal8Bit().constData())) {
+        const QString detail = QString::fromLocal8Bit(field->getLastError());
+        field->release();
+        return failLoad(_withDetail(tr("Failure loading data file: %1").arg(fileName), detail));
+    }
+    // Two fields exist only with stereo on, which this edition never sets.
+    (void)view;
+    adoptData(field);
+    m_lastError.clear();
+    m_dataFileName = fileName;
+    m_data[0]->setFlagFileData(true);
+    m_data[3]->setFlagFileData(true);
+    m_data[3]->setFlagConverted(false);
+    return loadParams ? loadParameters(fileName) : doPostProcessing();
+}
+
+bool KelvaneDataObject::loadParameters(const QString& fileName) {
+    const QByteArray path = fileName.toLocal8Bit();
+    if (!PIV::IsParameterFile(path.constData())) {
+        m_lastError = tr("Not a parameter file: %1").arg(fileName);
+        return false;
+    }
+    const QDir dir = QFileInfo(fileName).absoluteDir();
+    const int views = m_stereoEnabled ? 2 : 1;
+    // Everything is read before anything is taken over.
+    PIV_PARAMETERS records[2];
+    IMAGE_CFG images[2];
+    POSTPROCESS_CFG post = m_params[3]->postProcessCfg();
+    for (int view = 0; view < views; ++view) {
+        PIV_Parameters scratch;
+        scratch.setPivParameters(m_params[view]->pivParameters());
+        scratch.setImageCfg(m_params[view]->imageCfg());
+        scratch.setPostProcessCfg(post);
+        images[view] = image(view)->imageCfg();
+        if (!scratch.read(path.constData(), view) ||
+            !PIV::ReadImageCfg(path.constData(), &images[view], view))
+            return failLoad(_withDetail(tr("Failure reading parameters from: %1").arg(fileName),
+                                        QString::fromLocal8Bit(scratch.error().getLastError())));
+        records[view] = scratch.pivParameters();
+        if (view == 0) post = scratch.postProcessCfg();
+        IMAGE_CFG& cfg = images[view];
+        for (auto* file : {&cfg.DewarpFile, &cfg.Mask, &cfg.Mask2, &cfg.Bkgd, &cfg.Bkgd2})
+            _makeAbsolute(*file, dir);
+    }
+    m_lastError.clear();
+    QDir::setCurrent(dir.absolutePath());
+
+    int changes = 0;
+    for (int view = 0; view < views; ++view) {
+        if (_differs(m_params[view]->pivParameters(), records[view]))
+            changes += setPivParameters(records[0], records[views - 1]) ? 1 : 0;
+        QPIV_ImagePair* pair = image(view);
+        if (PIV::SameRecord(images[view], pair->imageCfg())) continue;
+        ++changes;
+        pair->setImageCfg(images[view]);
+        if (!isFileData(0) && !pair->isNull())
+            loadPivImage(QString::fromLocal8Bit(pair->lastImageFileA()),
+                         QString::fromLocal8Bit(pair->lastImageFileB()), images[view].SplitPCO,
+                         view);
+    }
+    POSTPROCESS_CFG before = m_params[3]->postProcessCfg();
+    _makeAbsolute(before.MaskFile, dir);
+    _makeAbsolute(before.combine.File, dir);
+    _makeAbsolute(post.MaskFile, dir);
+    _makeAbsolute(post.combine.File, dir);
+    if (!PIV::SameRecord(before, post)) changes += setPostProcessCfg(post) ? 1 : 0;
+    emit signalLogMessage(tr("Loaded parameters from: ") + fileName);
+    if (changes > 0) emit signalHaveNewParameters();
+    return true;
+}
