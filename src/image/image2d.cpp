@@ -1,11 +1,13 @@
 // Image2D: construction, storage, pixel access, copies, crops and comparison.
 #include "image2d.h"
 
+#include <sys/mman.h>
 #include <unistd.h>
 
 #include <algorithm>
 #include <cinttypes>
 #include <cstdio>
+#include <cstdlib>
 #include <cstring>
 #include <new>
 
@@ -28,6 +30,32 @@ uint64_t _physicalMemoryBytes() {
     long pageSize = ::sysconf(_SC_PAGESIZE);
     if (pages <= 0 || pageSize <= 0) return UINT64_MAX;
     return static_cast<uint64_t>(pages) * static_cast<uint64_t>(pageSize);
+}
+
+// A frame of a few megabytes, first touched one 4 kB page at a time, costs
+// thousands of page faults, more than reading it. Blocks from this size on
+// start on a huge-page boundary and ask for huge pages, so that touching
+// them faults once per 2 MB; the advice is ignored where the system has none.
+// Freed, they stay in the heap like any other block (see
+// PIV::KeepFreedFramesInHeap), with their pages.
+constexpr uint64_t kHugePageBytes = uint64_t(2) << 20;
+constexpr uint64_t kHugeBlockBytes = uint64_t(4) << 20;
+
+uint8_t* _allocBlock(uint64_t size) {
+    if (size < kHugeBlockBytes) return new (std::nothrow) uint8_t[size];
+    void* block = nullptr;
+    if (::posix_memalign(&block, kHugePageBytes, size) != 0) return nullptr;
+#ifdef MADV_HUGEPAGE
+    ::madvise(block, size, MADV_HUGEPAGE);
+#endif
+    return static_cast<uint8_t*>(block);
+}
+
+void _freeBlock(uint8_t* block, uint64_t size) {
+    if (size < kHugeBlockBytes)
+        delete[] block;
+    else
+        std::free(block);
 }
 
 int _bitsOfType(ImageType type) {
@@ -104,7 +132,7 @@ Image2D::Image2D(int64_t width, int64_t height, ImageType type) : Image2D() {
 }
 
 Image2D::~Image2D() {
-    delete[] m_block;
+    _freeBlock(m_block, m_blockSize);
 }
 
 Image2D& Image2D::operator=(const Image2D& other) {
@@ -194,14 +222,14 @@ void Image2D::allocOrThrow(int64_t width, int64_t height, ImageType type, int64_
     // zeroing every fresh frame would cost a pass over it.
     uint8_t* block = m_block;
     if (!m_block || size != m_blockSize) {
-        block = new (std::nothrow) uint8_t[size];
+        block = _allocBlock(size);
         if (!block) {
             m_error.setMessage("alloc() - cannot allocate %" PRIu64 " bytes for %" PRId64
                                "x%" PRId64 " pixels of %d bits",
                                size, width, height, bits);
             throw PIVerror::ALLOCATION_FAILED;
         }
-        delete[] m_block;
+        _freeBlock(m_block, m_blockSize);
     }
     m_block = block;
     m_blockSize = size;
@@ -250,7 +278,7 @@ bool Image2D::alloc(int64_t width, int64_t height, ImageType type, int64_t paddi
 }
 
 void Image2D::destroy() {
-    delete[] m_block;
+    _freeBlock(m_block, m_blockSize);
     m_block = nullptr;
     m_bits = nullptr;
     m_blockSize = 0;
