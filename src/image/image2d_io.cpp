@@ -20,6 +20,7 @@ bool Image2D::load(const char* path, int page) {
     m_currentPage = 0;
     m_fileFrames = 0;
     m_fileName[0] = '\0';
+    m_widenedFrom = IMAGE_UNDEFINED;
 
     bool ok = false;
     switch (format) {
@@ -68,9 +69,15 @@ bool Image2D::load(const char* path, int page) {
 
 bool Image2D::loadAsFloat(const char* path, int page) {
     m_readAsFloat = true;
-    m_widenedFrom = IMAGE_UNDEFINED;
-    const bool ok = load(path, page);
-    m_readAsFloat = false;
+    bool ok = false;
+    {
+        // Whatever leaves load(), later loads read as stored again.
+        struct Reset {
+            bool& flag;
+            ~Reset() { flag = false; }
+        } reset{m_readAsFloat};
+        ok = load(path, page);
+    }
     const ImageType stored = m_widenedFrom;
     m_widenedFrom = IMAGE_UNDEFINED;
     if (stored == IMAGE_UNDEFINED) {
