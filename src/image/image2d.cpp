@@ -36,26 +36,38 @@ uint64_t _physicalMemoryBytes() {
 // thousands of page faults, more than reading it. Blocks from this size on
 // start on a huge-page boundary and ask for huge pages, so that touching
 // them faults once per 2 MB; the advice is ignored where the system has none.
-// Freed, they stay in the heap like any other block (see
-// PIV::KeepFreedFramesInHeap), with their pages.
+// The heap block around one is 2 MB larger, its start kept just before the
+// frame: freed, it leaves a hole of just the size the next frame of the same
+// size asks for, which the heap hands out again with its pages (see
+// PIV::KeepFreedFramesInHeap). An aligned allocation would ask for more than
+// the hole and take fresh memory every time.
 constexpr uint64_t kHugePageBytes = uint64_t(2) << 20;
 constexpr uint64_t kHugeBlockBytes = uint64_t(4) << 20;
+constexpr uint64_t kBlockHeader = 16;
 
 uint8_t* _allocBlock(uint64_t size) {
     if (size < kHugeBlockBytes) return new (std::nothrow) uint8_t[size];
-    void* block = nullptr;
-    if (::posix_memalign(&block, kHugePageBytes, size) != 0) return nullptr;
+    uint8_t* heap = static_cast<uint8_t*>(std::malloc(size + kHugePageBytes + kBlockHeader));
+    if (!heap) return nullptr;
+    const uintptr_t at = (reinterpret_cast<uintptr_t>(heap) + kBlockHeader + kHugePageBytes - 1) &
+                         ~uintptr_t(kHugePageBytes - 1);
+    uint8_t* block = reinterpret_cast<uint8_t*>(at);
+    std::memcpy(block - sizeof heap, &heap, sizeof heap);
 #ifdef MADV_HUGEPAGE
     ::madvise(block, size, MADV_HUGEPAGE);
 #endif
-    return static_cast<uint8_t*>(block);
+    return block;
 }
 
 void _freeBlock(uint8_t* block, uint64_t size) {
-    if (size < kHugeBlockBytes)
+    if (!block) return;
+    if (size < kHugeBlockBytes) {
         delete[] block;
-    else
-        std::free(block);
+        return;
+    }
+    uint8_t* heap = nullptr;
+    std::memcpy(&heap, block - sizeof heap, sizeof heap);
+    std::free(heap);
 }
 
 int _bitsOfType(ImageType type) {
