@@ -7,7 +7,6 @@
 #include <algorithm>
 #include <cinttypes>
 #include <cstdio>
-#include <cstdlib>
 #include <cstring>
 #include <new>
 
@@ -47,7 +46,8 @@ constexpr uint64_t kBlockHeader = 16;
 
 uint8_t* _allocBlock(uint64_t size) {
     if (size < kHugeBlockBytes) return new (std::nothrow) uint8_t[size];
-    uint8_t* heap = static_cast<uint8_t*>(std::malloc(size + kHugePageBytes + kBlockHeader));
+    uint8_t* heap =
+        static_cast<uint8_t*>(::operator new(size + kHugePageBytes + kBlockHeader, std::nothrow));
     if (!heap) return nullptr;
     const uintptr_t at = (reinterpret_cast<uintptr_t>(heap) + kBlockHeader + kHugePageBytes - 1) &
                          ~uintptr_t(kHugePageBytes - 1);
@@ -67,7 +67,7 @@ void _freeBlock(uint8_t* block, uint64_t size) {
     }
     uint8_t* heap = nullptr;
     std::memcpy(&heap, block - sizeof heap, sizeof heap);
-    std::free(heap);
+    ::operator delete(heap);
 }
 
 int _bitsOfType(ImageType type) {
