@@ -239,12 +239,15 @@ bool Image2D::getTIFFfromFile(TIFF* tif, const TIFF_INFO& info, int page) {
         // into the image, a strip at a time; others go through a buffer.
         const bool direct =
             !widen && (bits == 8 || bits == 16 || bits == 32) && scanline == m_bytesPerLine;
-        std::vector<uint8_t> strip(direct ? 0 : std::max<uint64_t>(info.stripSize, scanline));
+        // Words, so that 16-bit rows can be widened from it as what they are.
+        std::vector<uint16_t> words(
+            direct ? 0 : (std::max<uint64_t>(info.stripSize, scanline) + 1) / 2);
+        uint8_t* const strip = reinterpret_cast<uint8_t*>(words.data());
         PIV::Simd::RowMoments moments;
         uint64_t y = 0;
         for (uint32_t s = 0; s < info.stripCount && y < m_height; s++) {
-            uint8_t* target = direct ? scanLine<uint8_t>(y) : strip.data();
-            const uint64_t room = direct ? (m_height - y) * scanline : strip.size();
+            uint8_t* target = direct ? scanLine<uint8_t>(y) : strip;
+            const uint64_t room = direct ? (m_height - y) * scanline : 2 * words.size();
             const tmsize_t got = TIFFReadEncodedStrip(tif, s, target, static_cast<tmsize_t>(room));
             if (got < 0) {
                 m_error.setMessage("getTIFFfromFile() - failed reading strip %u of %u%s", s,
@@ -259,13 +262,13 @@ bool Image2D::getTIFFfromFile(TIFF* tif, const TIFF_INFO& info, int page) {
                 continue;
             }
             for (uint64_t r = 0; r < rows; r++, y++) {
-                const uint8_t* in = strip.data() + r * scanline;
+                const uint8_t* in = strip + r * scanline;
                 if (widen && bits == 8) {
                     widenStoredRow(in, y, moments);
                     continue;
                 }
                 if (widen) {
-                    widenStoredRow(reinterpret_cast<const uint16_t*>(in), y, moments);
+                    widenStoredRow(words.data() + r * scanline / 2, y, moments);
                     continue;
                 }
                 PIV::ImagePixel::Dispatch(m_type, [&](auto tag) {
