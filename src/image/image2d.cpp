@@ -1,6 +1,7 @@
 // Image2D: construction, storage, pixel access, copies, crops and comparison.
 #include "image2d.h"
 
+#include <sys/mman.h>
 #include <unistd.h>
 
 #include <algorithm>
@@ -28,6 +29,45 @@ uint64_t _physicalMemoryBytes() {
     long pageSize = ::sysconf(_SC_PAGESIZE);
     if (pages <= 0 || pageSize <= 0) return UINT64_MAX;
     return static_cast<uint64_t>(pages) * static_cast<uint64_t>(pageSize);
+}
+
+// A frame of a few megabytes, first touched one 4 kB page at a time, costs
+// thousands of page faults, more than reading it. Blocks from this size on
+// start on a huge-page boundary and ask for huge pages, so that touching
+// them faults once per 2 MB; the advice is ignored where the system has none.
+// The heap block around one is 2 MB larger, its start kept just before the
+// frame: freed, it leaves a hole of just the size the next frame of the same
+// size asks for, which the heap hands out again with its pages (see
+// PIV::KeepFreedFramesInHeap). An aligned allocation would ask for more than
+// the hole and take fresh memory every time.
+constexpr uint64_t kHugePageBytes = uint64_t(2) << 20;
+constexpr uint64_t kHugeBlockBytes = uint64_t(4) << 20;
+constexpr uint64_t kBlockHeader = 16;
+
+uint8_t* _allocBlock(uint64_t size) {
+    if (size < kHugeBlockBytes) return new (std::nothrow) uint8_t[size];
+    uint8_t* heap =
+        static_cast<uint8_t*>(::operator new(size + kHugePageBytes + kBlockHeader, std::nothrow));
+    if (!heap) return nullptr;
+    const uintptr_t at = (reinterpret_cast<uintptr_t>(heap) + kBlockHeader + kHugePageBytes - 1) &
+                         ~uintptr_t(kHugePageBytes - 1);
+    uint8_t* block = reinterpret_cast<uint8_t*>(at);
+    std::memcpy(block - sizeof heap, &heap, sizeof heap);
+#ifdef MADV_HUGEPAGE
+    ::madvise(block, size, MADV_HUGEPAGE);
+#endif
+    return block;
+}
+
+void _freeBlock(uint8_t* block, uint64_t size) {
+    if (!block) return;
+    if (size < kHugeBlockBytes) {
+        delete[] block;
+        return;
+    }
+    uint8_t* heap = nullptr;
+    std::memcpy(&heap, block - sizeof heap, sizeof heap);
+    ::operator delete(heap);
 }
 
 int _bitsOfType(ImageType type) {
@@ -104,7 +144,7 @@ Image2D::Image2D(int64_t width, int64_t height, ImageType type) : Image2D() {
 }
 
 Image2D::~Image2D() {
-    delete[] m_block;
+    _freeBlock(m_block, m_blockSize);
 }
 
 Image2D& Image2D::operator=(const Image2D& other) {
@@ -194,14 +234,14 @@ void Image2D::allocOrThrow(int64_t width, int64_t height, ImageType type, int64_
     // zeroing every fresh frame would cost a pass over it.
     uint8_t* block = m_block;
     if (!m_block || size != m_blockSize) {
-        block = new (std::nothrow) uint8_t[size];
+        block = _allocBlock(size);
         if (!block) {
             m_error.setMessage("alloc() - cannot allocate %" PRIu64 " bytes for %" PRId64
                                "x%" PRId64 " pixels of %d bits",
                                size, width, height, bits);
             throw PIVerror::ALLOCATION_FAILED;
         }
-        delete[] m_block;
+        _freeBlock(m_block, m_blockSize);
     }
     m_block = block;
     m_blockSize = size;
@@ -250,7 +290,7 @@ bool Image2D::alloc(int64_t width, int64_t height, ImageType type, int64_t paddi
 }
 
 void Image2D::destroy() {
-    delete[] m_block;
+    _freeBlock(m_block, m_blockSize);
     m_block = nullptr;
     m_bits = nullptr;
     m_blockSize = 0;

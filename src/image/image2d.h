@@ -16,6 +16,12 @@
 #include "image_base.h"
 #include "piv_types.h"
 
+namespace PIV {
+namespace Simd {
+struct RowMoments;
+}
+}  // namespace PIV
+
 class Image2D : public ImageBaseClass {
 public:
     Image2D();
@@ -247,6 +253,13 @@ public:
     // files it selects the half of a double image (1 upper, 2 lower).
     bool load(const char* path, int page = 0);
     bool load(const std::string& path, int page = 0) { return load(path.c_str(), page); }
+    // load() and then toFloat(), to the same pixels, statistics and state,
+    // for a caller that works in float anyway. The readers of 8 and 16-bit
+    // TIFF strips and of PGM rows widen each row as they read it, so the
+    // frame is written once, into a float block that a frame of the same
+    // size reuses from one load to the next. A load that fails leaves the
+    // image as load() leaves it.
+    bool loadAsFloat(const char* path, int page = 0);
     // Tries the writer of `format` (TIFF, PCO, LaVision) and otherwise falls
     // back by depth: 16 bits PCO, 8 bits TIFF, float LaVision.
     bool save(const char* path, int format = -1) const;
@@ -337,6 +350,14 @@ protected:
     void allocForFileOrThrow(int64_t width, int64_t height, ImageType type);
     // Reads the current directory of an open TIFF into this image.
     bool getTIFFfromFile(struct tiff* tif, const struct TIFF_INFO& info, int page);
+    // Sets the statistics from the moments of the stored pixels.
+    void storeStatistics(double sum, double squares, double minimum, double maximum);
+    // For a reader asked by loadAsFloat(), which allocates the float frame
+    // and sets m_widenedFrom: row y of 8 or 16-bit pixels into the frame,
+    // its moments added to m (row 0 starts them).
+    template <typename T>
+    void widenStoredRow(const T* row, uint64_t y, PIV::Simd::RowMoments& m);
+    void storeWidenedStatistics(const PIV::Simd::RowMoments& m);
     // Halves a double image for `page` and the split mode and sets the
     // current page; firstRow is where the kept half starts.
     bool splitDoubleImage(uint64_t& height, uint64_t& firstRow, int page);
@@ -353,4 +374,8 @@ protected:
     int m_flipTB;
     int m_flipLR;
     uint32_t m_refCount;
+    // Set by loadAsFloat() for the readers: rows may be widened as read.
+    bool m_readAsFloat = false;
+    // The type the file stores, once a reader has widened its rows.
+    ImageType m_widenedFrom = IMAGE_UNDEFINED;
 };

@@ -6,6 +6,7 @@
 #include <type_traits>
 
 #include "image2d.h"
+#include "image2d_convert_simd.h"
 #include "image2d_pixel.h"
 
 using PIV::ImagePixel::Dispatch;
@@ -52,7 +53,11 @@ void _convertRows(const Image2D& src, Image2D& dst) {
     for (uint64_t y = 0; y < src.height(); y++) {
         const S* in = src.scanLine<S>(y);
         D* out = dst.scanLine<D>(y);
-        for (uint64_t x = 0; x < w; x++) out[x] = _convert<D, S, clip>(in[x]);
+        if constexpr (std::is_same<D, float>::value &&
+                      (std::is_same<S, uint8_t>::value || std::is_same<S, uint16_t>::value))
+            PIV::Simd::WidenRow(in, w, out);
+        else
+            for (uint64_t x = 0; x < w; x++) out[x] = _convert<D, S, clip>(in[x]);
     }
 }
 

@@ -2,8 +2,10 @@
 #include <algorithm>
 
 #include "image2d.h"
+#include "image2d_convert_simd.h"
 #include "image2d_files.h"
 #include "image2d_pixel.h"
+#include "image2d_stats_simd.h"
 #include "image_format.h"
 #include "piv_messages.h"
 
@@ -18,6 +20,7 @@ bool Image2D::load(const char* path, int page) {
     m_currentPage = 0;
     m_fileFrames = 0;
     m_fileName[0] = '\0';
+    m_widenedFrom = IMAGE_UNDEFINED;
 
     bool ok = false;
     switch (format) {
@@ -62,6 +65,57 @@ bool Image2D::load(const char* path, int page) {
     }
     m_changed = ok;
     return ok;
+}
+
+bool Image2D::loadAsFloat(const char* path, int page) {
+    m_readAsFloat = true;
+    bool ok = false;
+    {
+        // Whatever leaves load(), later loads read as stored again.
+        struct Reset {
+            bool& flag;
+            ~Reset() { flag = false; }
+        } reset{m_readAsFloat};
+        ok = load(path, page);
+    }
+    const ImageType stored = m_widenedFrom;
+    m_widenedFrom = IMAGE_UNDEFINED;
+    if (stored == IMAGE_UNDEFINED) {
+        // A reader that cannot widen: the conversion follows, as it would
+        // after load(). Its failure is the caller's to see in the type.
+        if (ok && !isFloat()) toFloat();
+        return ok;
+    }
+    if (!ok) {
+        // What a failed reader had read goes back to the type of the file.
+        try {
+            convertOrThrow(stored, true);
+        } catch (PIVerror::ErrorType) {
+            // Without the memory for it the frame stays float.
+        }
+        m_changed = false;
+        return false;
+    }
+    // What toFloat() leaves: the statistics stay those of the stored
+    // pixels until asked for again.
+    m_fileFormat = PIV::FORMAT_UNKNOWN;
+    markChanged();
+    return true;
+}
+
+template <typename T>
+void Image2D::widenStoredRow(const T* row, uint64_t y, PIV::Simd::RowMoments& m) {
+    static_assert(sizeof(T) <= 2, "only 8 and 16-bit pixels widen exactly");
+    if (y == 0) m.intMin = m.intMax = row[0];
+    PIV::Simd::AddRow(row, m_width, m);
+    PIV::Simd::WidenRow(row, m_width, scanLine<float>(y));
+}
+template void Image2D::widenStoredRow(const uint8_t*, uint64_t, PIV::Simd::RowMoments&);
+template void Image2D::widenStoredRow(const uint16_t*, uint64_t, PIV::Simd::RowMoments&);
+
+void Image2D::storeWidenedStatistics(const PIV::Simd::RowMoments& m) {
+    storeStatistics(static_cast<double>(m.intSum), static_cast<double>(m.intSquares), m.intMin,
+                    m.intMax);
 }
 
 // A writer that fails, or a format without one, falls back to the writer

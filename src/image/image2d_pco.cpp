@@ -4,9 +4,11 @@
 #include <algorithm>
 #include <cstdio>
 #include <cstring>
+#include <vector>
 
 #include "image2d.h"
 #include "image2d_pixel.h"
+#include "image2d_stats_simd.h"
 #include "image_file_bytes.h"
 #include "piv_file.h"
 #include "piv_messages.h"
@@ -128,11 +130,27 @@ bool Image2D::loadPCO(const char* path, int page) {
                 path);
             throw PIVerror::FILE_ACCESS_ERROR;
         }
-        allocForFileOrThrow(h.width, static_cast<int64_t>(height), IMAGE_UINT16);
+        // Asked for float, the rows are widened from a buffer of some rows.
+        const bool widen = m_readAsFloat;
+        allocForFileOrThrow(h.width, static_cast<int64_t>(height),
+                            widen ? IMAGE_FLOAT : IMAGE_UINT16);
+        if (widen) m_widenedFrom = IMAGE_UINT16;
         const uint64_t want = 2 * m_width * m_height;
         uint64_t got = 0;
+        PIV::Simd::RowMoments moments;
         if (want <= available) {
-            if (m_bytesPerLine == 2 * m_width) {
+            if (widen) {
+                const uint64_t rows = std::max<uint64_t>(1, (uint64_t(256) << 10) / (2 * m_width));
+                std::vector<uint16_t> buffer(rows * m_width);
+                for (uint64_t y = 0; y < m_height;) {
+                    const uint64_t n = std::min(rows, m_height - y);
+                    const size_t read = std::fread(buffer.data(), 1, 2 * m_width * n, f);
+                    got += read;
+                    if (read != 2 * m_width * n) break;
+                    for (uint64_t r = 0; r < n; r++, y++)
+                        widenStoredRow(buffer.data() + r * m_width, y, moments);
+                }
+            } else if (m_bytesPerLine == 2 * m_width) {
                 got = std::fread(m_bits, 1, want, f);
             } else {
                 for (uint64_t y = 0; y < m_height; y++) {
@@ -153,7 +171,10 @@ bool Image2D::loadPCO(const char* path, int page) {
         }
         m_fileFormat = PIV::FORMAT_PCO;
         markChanged();
-        doStatistics(true);
+        if (widen)
+            storeWidenedStatistics(moments);
+        else
+            doStatistics(true);
         setFileName(path);
         clearOrientation();
     });

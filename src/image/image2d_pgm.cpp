@@ -1,4 +1,5 @@
 // Image2D: the PGM and PBM reader (P1, P2, P4, P5) and a binary PGM writer.
+#include <algorithm>
 #include <cstdio>
 #include <cstring>
 #include <memory>
@@ -7,6 +8,7 @@
 
 #include "image2d.h"
 #include "image2d_pixel.h"
+#include "image2d_stats_simd.h"
 #include "piv_file.h"
 #include "piv_file_bounds.h"
 #include "piv_messages.h"
@@ -155,11 +157,18 @@ bool Image2D::loadPGM(const char* path) {
                       static_cast<int>(height), static_cast<int>(maxval));
         _checkSize(m_error, file.get(), path, kind, maxval, width, height);
         PIV::FileBounds::RequirePixelsOrThrow(m_error, "loadPGM()", path, width, height);
-        allocOrThrow(width, height, IMAGE_UINT16, 0);
+        // Asked for float, each row is decoded into words and widened from
+        // there; otherwise into the 16-bit frame.
+        const bool widen = m_readAsFloat;
+        const bool eightBit = maxval < 256 || bitmap;
+        allocOrThrow(width, height, widen ? IMAGE_FLOAT : IMAGE_UINT16, 0);
+        if (widen) m_widenedFrom = eightBit ? IMAGE_UINT8 : IMAGE_UINT16;
+        std::vector<uint16_t> words(widen ? m_width : 0);
+        PIV::Simd::RowMoments moments;
 
         std::vector<uint8_t> buffer;
         for (uint64_t y = 0; y < m_height; y++) {
-            uint16_t* row = scanLine<uint16_t>(y);
+            uint16_t* row = widen ? words.data() : scanLine<uint16_t>(y);
             switch (kind) {
                 case '2':
                     // Samples above maxval are not checked; they keep their low 16 bits.
@@ -193,13 +202,20 @@ bool Image2D::loadPGM(const char* path) {
                     }
                     break;
             }
+            if (widen) {
+                // As the conversion to 8 bits below clips.
+                if (eightBit)
+                    for (uint64_t x = 0; x < m_width; x++) row[x] = std::min<uint16_t>(row[x], 255);
+                widenStoredRow(row, y, moments);
+            }
         }
         file.reset();
 
-        if (maxval < 256 || bitmap) convertOrThrow(IMAGE_UINT8, true);
+        if (eightBit && !widen) convertOrThrow(IMAGE_UINT8, true);
         clearOrientation();
         m_fileFormat = PIV::FORMAT_PGM;
         markChanged();
+        if (widen) storeWidenedStatistics(moments);
     });
 }
 

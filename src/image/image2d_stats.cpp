@@ -74,15 +74,19 @@ bool Image2D::doStatistics(bool force) {
         if (!m_needStats && !force) return;
         const Moments m = Dispatch(
             m_type, [&](auto tag) { return _momentsOfRows<typename decltype(tag)::type>(*this); });
-        const double n = static_cast<double>(m_width) * static_cast<double>(m_height);
-        m_variance = n > 1.0 ? (n * m.s2 - m.s1 * m.s1) / (n * n - n) : 0.0;
-        m_mean = m.s1 / n;
-        m_minimum = m.minimum;
-        m_maximum = m.maximum;
-        m_needStats = false;
+        storeStatistics(m.s1, m.s2, m.minimum, m.maximum);
     });
     m_error.clearOverrideErrorHandling();
     return ok;
+}
+
+void Image2D::storeStatistics(double sum, double squares, double minimum, double maximum) {
+    const double n = static_cast<double>(m_width) * static_cast<double>(m_height);
+    m_variance = n > 1.0 ? (n * squares - sum * sum) / (n * n - n) : 0.0;
+    m_mean = sum / n;
+    m_minimum = minimum;
+    m_maximum = maximum;
+    m_needStats = false;
 }
 
 double Image2D::minimum() {

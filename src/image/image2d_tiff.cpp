@@ -18,6 +18,7 @@
 #include "image2d.h"
 #include "image2d_files.h"
 #include "image2d_pixel.h"
+#include "image2d_stats_simd.h"
 #include "piv_file.h"
 #include "piv_file_bounds.h"
 #include "piv_messages.h"
@@ -222,20 +223,31 @@ bool Image2D::getTIFFfromFile(TIFF* tif, const TIFF_INFO& info, int page) {
             throw PIVerror::IMAGE_TYPE_UNSUPPORTED;
         }
         _checkTiffPage(tif, info, m_error);
-        allocForFileOrThrow(info.width, info.height, info.type);
+        const uint64_t scanline = std::max<uint64_t>(info.scanlineSize, 1);
+        const int bits = info.bitsPerSample;
+        // Grey rows of 8 and 16 bits, when float is asked for, are widened
+        // from the strip buffer into the float frame.
+        const bool widen = m_readAsFloat && (bits == 8 || bits == 16) &&
+                           info.photometric != PHOTOMETRIC_PALETTE &&
+                           scanline >= uint64_t(info.width) * (bits / 8);
+        allocForFileOrThrow(info.width, info.height, widen ? IMAGE_FLOAT : info.type);
+        if (widen) m_widenedFrom = info.type;
         DebugPrintExt(2, "getTIFFfromFile() - page %d: %ux%u, %d bits, %u strips", page, info.width,
                       info.height, info.bitsPerSample, info.stripCount);
 
-        const uint64_t scanline = std::max<uint64_t>(info.scanlineSize, 1);
-        const int bits = info.bitsPerSample;
         // Whole-byte samples in rows without padding are decoded straight
         // into the image, a strip at a time; others go through a buffer.
-        const bool direct = (bits == 8 || bits == 16 || bits == 32) && scanline == m_bytesPerLine;
-        std::vector<uint8_t> strip(direct ? 0 : std::max<uint64_t>(info.stripSize, scanline));
+        const bool direct =
+            !widen && (bits == 8 || bits == 16 || bits == 32) && scanline == m_bytesPerLine;
+        // Words, so that 16-bit rows can be widened from it as what they are.
+        std::vector<uint16_t> words(
+            direct ? 0 : (std::max<uint64_t>(info.stripSize, scanline) + 1) / 2);
+        uint8_t* const strip = reinterpret_cast<uint8_t*>(words.data());
+        PIV::Simd::RowMoments moments;
         uint64_t y = 0;
         for (uint32_t s = 0; s < info.stripCount && y < m_height; s++) {
-            uint8_t* target = direct ? scanLine<uint8_t>(y) : strip.data();
-            const uint64_t room = direct ? (m_height - y) * scanline : strip.size();
+            uint8_t* target = direct ? scanLine<uint8_t>(y) : strip;
+            const uint64_t room = direct ? (m_height - y) * scanline : 2 * words.size();
             const tmsize_t got = TIFFReadEncodedStrip(tif, s, target, static_cast<tmsize_t>(room));
             if (got < 0) {
                 m_error.setMessage("getTIFFfromFile() - failed reading strip %u of %u%s", s,
@@ -250,7 +262,15 @@ bool Image2D::getTIFFfromFile(TIFF* tif, const TIFF_INFO& info, int page) {
                 continue;
             }
             for (uint64_t r = 0; r < rows; r++, y++) {
-                const uint8_t* in = strip.data() + r * scanline;
+                const uint8_t* in = strip + r * scanline;
+                if (widen && bits == 8) {
+                    widenStoredRow(in, y, moments);
+                    continue;
+                }
+                if (widen) {
+                    widenStoredRow(words.data() + r * scanline / 2, y, moments);
+                    continue;
+                }
                 PIV::ImagePixel::Dispatch(m_type, [&](auto tag) {
                     using T = typename decltype(tag)::type;
                     _unpackRow<T>(in, scanline, bits, m_width, scanLine<T>(y));
@@ -283,6 +303,7 @@ bool Image2D::getTIFFfromFile(TIFF* tif, const TIFF_INFO& info, int page) {
             });
         }
         markChanged();
+        if (widen) storeWidenedStatistics(moments);
     });
 }
 
@@ -306,7 +327,8 @@ bool Image2D::loadTIFF(const char* path, int page) {
         tif.reset();
         m_fileFormat = PIV::FORMAT_TIFF;
         clearOrientation();
-        doStatistics(true);
+        // Widened rows were counted as they were read, in the stored type.
+        if (m_widenedFrom == IMAGE_UNDEFINED) doStatistics(true);
         setFileName(path);
     });
 }

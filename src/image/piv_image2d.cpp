@@ -110,7 +110,9 @@ bool PIV_Image2D::load(const char* path, bool pcoMode) {
     // The halves of a double image count from 1, the pages of a TIFF from
     // 0: frame A of a two-page TIFF is its page 0, and frame B page 1.
     const bool tiffPages = pcoMode && getFileFormat(path) == PIV::FORMAT_TIFF;
-    if (!Image2D::load(path, tiffPages ? page - 1 : page)) return false;
+    // Pre-processing works in float: the frame is made float as it is read.
+    const int filePage = tiffPages ? page - 1 : page;
+    if (!(m_preProcess ? loadAsFloat(path, filePage) : Image2D::load(path, filePage))) return false;
 
     m_available = true;
     m_pcoMode = pcoMode;

@@ -48,7 +48,9 @@ void _check(bool ok, PIVerror::ErrorType code) {
 
 // One variable over (time) depth height width (components), its values
 // gathered node by node with the rows flipped: file row 0 is the last row of
-// the field, the bottom of the image.
+// the field, the bottom of the image. The values wait in memory until
+// flush(): a classic file that goes back to define mode after data were
+// written moves all of them to make room in the header, once per variable.
 class VarWriter {
 public:
     VarWriter(PIV_NcFile& file, const PIV_DataBase& data, const Span& span, bool flipRows)
@@ -67,13 +69,20 @@ public:
         return var;
     }
 
-    void put(NcVar* var, NcType type, int comps, const Value& value) {
+    template <typename Fn>
+    void put(NcVar* var, NcType type, int comps, const Fn& value) {
         const DATA_GRID4D& g = m_data.grid();
         const int nx = g.nodes.width, ny = g.nodes.height, nz = std::max(1, g.nodes.depth);
         const long perStep = long(nx) * ny * nz;
         const long count = perStep * (m_span.t1 - m_span.t0 + 1) * comps;
-        void* buffer = m_file.allocTmpData(count, type);
-        if (!buffer) throw PIVerror::NETCDF_VAR_NOT_FOUND;
+        m_pending.push_back(Pending{var, type, {}, {}, {}});
+        Pending& p = m_pending.back();
+        if (type == ncByte)
+            p.bytes.resize(size_t(count));
+        else if (type == ncInt)
+            p.ints.resize(size_t(count));
+        else
+            p.floats.resize(size_t(count));
         long n = 0;
         const PIV_VECTOR* all = m_data.data();
         for (int t = m_span.t0; t <= m_span.t1; t++)
@@ -86,40 +95,56 @@ public:
                         for (int c = 0; c < comps; c++, n++) {
                             const double x = value(v, c);
                             if (type == ncByte)
-                                static_cast<ncbyte*>(buffer)[n] = static_cast<ncbyte>(int(x));
+                                p.bytes[size_t(n)] = static_cast<ncbyte>(int(x));
                             else if (type == ncInt)
-                                static_cast<int*>(buffer)[n] = int(x);
+                                p.ints[size_t(n)] = int(x);
                             else
-                                static_cast<float*>(buffer)[n] = float(x);
+                                p.floats[size_t(n)] = float(x);
                         }
                     }
                 }
-        std::unique_ptr<long[]> edges(var->edges());
-        NcBool ok = 0;
-        if (type == ncByte)
-            ok = var->put(static_cast<ncbyte*>(buffer), edges.get());
-        else if (type == ncInt)
-            ok = var->put(static_cast<int*>(buffer), edges.get());
-        else
-            ok = var->put(static_cast<float*>(buffer), edges.get());
-        DebugPrintExt(3, " wrote variable: %s  (retVal: %d)", var->name(), int(ok));
-        if (!ok) {
-            m_file.error().setMessage("variable could not be written: '%s'", var->name());
-            throw PIVerror::NETCDF_WRITE_VAR;
-        }
     }
 
-    NcVar* write(const char* name, NcType type, const NcDim* extra, int comps, const Value& value) {
+    template <typename Fn>
+    NcVar* write(const char* name, NcType type, const NcDim* extra, int comps, const Fn& value) {
         NcVar* var = create(name, type, extra);
         put(var, type, comps, value);
         return var;
     }
 
+    // Writes the values put so far, in order; the file is in data mode after.
+    void flush() {
+        for (Pending& p : m_pending) {
+            std::unique_ptr<long[]> edges(p.var->edges());
+            NcBool ok = 0;
+            if (p.type == ncByte)
+                ok = p.var->put(p.bytes.data(), edges.get());
+            else if (p.type == ncInt)
+                ok = p.var->put(p.ints.data(), edges.get());
+            else
+                ok = p.var->put(p.floats.data(), edges.get());
+            DebugPrintExt(3, " wrote variable: %s  (retVal: %d)", p.var->name(), int(ok));
+            if (!ok) {
+                m_file.error().setMessage("variable could not be written: '%s'", p.var->name());
+                throw PIVerror::NETCDF_WRITE_VAR;
+            }
+        }
+        m_pending.clear();
+    }
+
 private:
+    struct Pending {
+        NcVar* var;
+        NcType type;
+        std::vector<ncbyte> bytes;
+        std::vector<int> ints;
+        std::vector<float> floats;
+    };
     PIV_NcFile& m_file;
     const PIV_DataBase& m_data;
     Span m_span;
     bool m_flip;
+    std::vector<Pending> m_pending;
 };
 
 // Everything goes into one temporary beside the target, renamed over it
@@ -250,16 +275,11 @@ void PIV_DataBase::writeNetCDF(PIV_NcFile& file, const char* longName, int timeS
     w.dims.push_back(height);
     w.dims.push_back(width);
 
+    NcVar* tv = nullptr;
     if (time) {
-        NcVar* tv = file.add_var("time", ncFloat, time);
+        tv = file.add_var("time", ncFloat, time);
         _check(tv && tv->is_valid(), PIVerror::NETCDF_CREATE_VAR);
         tv->add_att("long_name", "time axis in [seconds]");
-        std::vector<float> t;
-        for (int s = span.t0; s <= span.t1; s++) t.push_back(float(timeAt(s)));
-        if (!tv->put(t.data(), long(t.size()))) {
-            file.error().setMessage("saveVectorData() - failed with time variable");
-            throw PIVerror::NETCDF_WRITE_VAR;
-        }
     }
 
     // Corners of the grid in pixels, y from the bottom of the image; the far
@@ -376,6 +396,15 @@ void PIV_DataBase::writeNetCDF(PIV_NcFile& file, const char* longName, int timeS
          o.StoreLambda2 || o.StoreDiscriminant || o.StoreEnstrophy) &&
         m_diff.size() >= m_nodeCount)
         writeDifferentials(file, w.dims.data(), int(w.dims.size()), span.t0, span.t1);
+    if (tv) {
+        std::vector<float> t;
+        for (int s = span.t0; s <= span.t1; s++) t.push_back(float(timeAt(s)));
+        if (!tv->put(t.data(), long(t.size()))) {
+            file.error().setMessage("saveVectorData() - failed with time variable");
+            throw PIVerror::NETCDF_WRITE_VAR;
+        }
+    }
+    w.flush();
 }
 
 void PIV_DataBase::writeDifferentials(PIV_NcFile& file, const NcDim* const* dims, int ndims, int t0,
@@ -411,7 +440,10 @@ void PIV_DataBase::writeDifferentials(PIV_NcFile& file, const NcDim* const* dims
     };
     const PIV_VECTOR none;
     const long perStep = long(nx) * ny * nz;
-    for (const Item& item : items) {
+    // All are defined before the first is written (see VarWriter).
+    NcVar* vars[sizeof(items) / sizeof(items[0])] = {};
+    for (size_t j = 0; j < sizeof(items) / sizeof(items[0]); j++) {
+        const Item& item = items[j];
         if (!item.on) continue;
         NcVar* var = file.add_var(item.name, ncFloat, ndims, const_cast<const NcDim**>(dims));
         if (!var || !var->is_valid()) {
@@ -419,6 +451,12 @@ void PIV_DataBase::writeDifferentials(PIV_NcFile& file, const NcDim* const* dims
             throw PIVerror::NETCDF_CREATE_VAR;
         }
         var->add_att("long_name", item.longName);
+        vars[j] = var;
+    }
+    for (size_t j = 0; j < sizeof(items) / sizeof(items[0]); j++) {
+        const Item& item = items[j];
+        NcVar* var = vars[j];
+        if (!var) continue;
         float* buffer = static_cast<float*>(file.allocTmpData(perStep * (t1 - t0 + 1), ncFloat));
         if (!buffer) throw PIVerror::NETCDF_VAR_NOT_FOUND;
         long n = 0;
@@ -576,4 +614,5 @@ void PIV_DataBase::writePIVNET2(PIV_NcFile& file, const char* longName, int time
                  [k](const PIV_VECTOR& x, int) { return x.peak[k].value; });
         }
     }
+    w.flush();
 }

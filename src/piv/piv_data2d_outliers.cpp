@@ -388,10 +388,7 @@ float Median(float* values, int n) {
     if (n == 8) {
         // The full neighbourhood, the common case, through a fixed network
         // of 19 exchanges: no branch to mispredict on noisy values.
-        static constexpr unsigned char kPairs[19][2] = {
-            {0, 2}, {1, 3}, {4, 6}, {5, 7}, {0, 4}, {1, 5}, {2, 6}, {3, 7}, {0, 1}, {2, 3},
-            {4, 5}, {6, 7}, {2, 4}, {3, 5}, {1, 4}, {3, 6}, {1, 2}, {3, 4}, {5, 6}};
-        for (const auto& p : kPairs) {
+        for (const auto& p : kSortEight) {
             const float a = values[p[0]], b = values[p[1]];
             values[p[0]] = std::min(a, b);
             values[p[1]] = std::max(a, b);
