@@ -9,7 +9,9 @@
 #include <cstdio>
 #include <cstring>
 #include <new>
+#include <type_traits>
 
+#include "image2d_convert_simd.h"
 #include "image2d_pixel.h"
 #include "piv_messages.h"
 
@@ -506,7 +508,14 @@ bool Image2D::fillSample(float* out, int w, int h, int x0, int y0, int stride,
             for (int j = 0; j < h; j++) {
                 const T* src = scanLine<T>(static_cast<uint64_t>(y0 + j)) + x0;
                 float* dst = out + static_cast<int64_t>(j) * rowStride;
-                for (int i = 0; i < w; i++) dst[i] = static_cast<float>(src[i]);
+                // Every window of an evaluation comes through here, twice.
+                if constexpr (std::is_same<T, float>::value)
+                    std::memcpy(dst, src, sizeof(float) * size_t(w));
+                else if constexpr (std::is_same<T, uint8_t>::value ||
+                                   std::is_same<T, uint16_t>::value)
+                    PIV::Simd::WidenRow(src, size_t(w), dst);
+                else
+                    for (int i = 0; i < w; i++) dst[i] = static_cast<float>(src[i]);
                 for (int i = w; i < rowStride; i++) dst[i] = 0.0f;
             }
         });
