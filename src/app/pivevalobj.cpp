@@ -2,8 +2,10 @@
 
 #include <QMessageBox>
 #include <QPushButton>
+#include <QTimer>
 
 #include <algorithm>
+#include <cstring>
 #include <memory>
 
 #include "kelvanedataobject.h"
@@ -14,22 +16,30 @@
 #include "piv_record.h"
 #include "qpiv_imagepair.h"
 
-namespace {
-
-// What the worker needs; nothing in it is shared with the session.
-struct EvalJob {
-    std::shared_ptr<const Image2D> a, b, maskA, maskB;
+// What the worker needs; nothing in it is shared with the session. The
+// images fill while `sources` still point into the session's pair.
+struct PIVevalEngine::Job {
+    std::shared_ptr<Image2D> a, b, maskA, maskB;
+    std::vector<std::pair<const Image2D*, Image2D*>> sources;
     PIV_PARAMETERS params;
     IMAGE_CFG imageCfg;
     POSTPROCESS_CFG post;
     int analysisMode = 1;
     bool live = false;
     QString progressText;
-    PIVFieldCopy field;
+    QSharedPointer<PIV_Data2D> field;
 };
 
-std::shared_ptr<const Image2D> _copy(const Image2D* image) {
-    return image ? std::make_shared<const Image2D>(*image) : nullptr;
+namespace {
+
+constexpr int64_t kSliceBytes = 2 << 20;
+
+// An empty image of the geometry of `source`, to be filled row by row.
+std::shared_ptr<Image2D> _blank(const Image2D* source) {
+    auto image = std::make_shared<Image2D>();
+    image->alloc(int64_t(source->width()), int64_t(source->height()), source->type(),
+                 int64_t(source->padding()));
+    return image;
 }
 
 // The sample lists a run of this method correlates, for the share of one.
@@ -43,6 +53,18 @@ int _expectedLists(const PIVEVAL_CFG& cfg) {
     if (cfg.Method != PIV::METHOD_MULTI_PASS) return 1;
     if (cfg.ImageMapping2D.Mode == PIV::DEFORM_FINAL_PASS) return std::max(passes - 1, 2) + 1;
     return passes;
+}
+
+// Vectors and flags of `from` into `to` in place where the grids agree, so
+// that the session never holds a second field for it.
+void _deliver(PIV_Data2D* to, const PIV_Data2D& from) {
+    const DATA_GRID4D& a = to->grid();
+    const DATA_GRID4D& b = from.grid();
+    const bool sameGrid = !to->isNull() && a.nodes.width == b.nodes.width &&
+                          a.nodes.height == b.nodes.height && a.nodes.depth == b.nodes.depth &&
+                          a.timeSteps == b.timeSteps;
+    if (!sameGrid || !to->putTimeStep(from, 0, from.timeAt(0))) *to = from;
+    if (to->haveRawData()) to->doStatistics();
 }
 
 bool _sameSettings(const PIV_PARAMETERS& a, const PIV_PARAMETERS& b) {
@@ -220,13 +242,19 @@ bool PIVevalEngine::interrogateImage() {
     m_listsDone = 0;
     m_lastPercent = 1;
 
-    EvalJob job;
-    job.a = _copy(pair->imgA());
-    job.b = _copy(pair->imgB());
+    m_job = std::make_unique<Job>();
+    Job& job = *m_job;
+    job.a = _blank(pair->imgA());
+    job.b = _blank(pair->imgB());
+    job.sources = {{pair->imgA(), job.a.get()}, {pair->imgB(), job.b.get()}};
     if (pair->isMaskAvailable()) {
-        job.maskA = _copy(pair->imgA()->imageMask());
+        job.maskA = _blank(pair->imgA()->imageMask());
+        job.sources.push_back({pair->imgA()->imageMask(), job.maskA.get()});
         const Image2D* maskB = pair->imgB()->imageMask();
-        if (!maskB->isNull()) job.maskB = _copy(maskB);
+        if (!maskB->isNull()) {
+            job.maskB = _blank(maskB);
+            job.sources.push_back({maskB, job.maskB.get()});
+        }
     }
     job.params = m_runParams;
     job.imageCfg = params->imageCfg();
@@ -236,32 +264,73 @@ bool PIVevalEngine::interrogateImage() {
     job.progressText = eval->progressText();
     auto* field = new PIV_Data2D;
     *field = *m_runTarget;
-    job.field = PIVFieldCopy(field, [](PIV_Data2D* d) { d->release(); });
+    job.field = QSharedPointer<PIV_Data2D>(field, [](PIV_Data2D* d) { d->release(); });
+    m_copyRow = 0;
+    // The end is signalled after this returns, even for a run stopped at once.
+    QTimer::singleShot(0, this, &PIVevalEngine::copyNextSlice);
+    return true;
+}
 
+void PIVevalEngine::copyNextSlice() {
+    if (!m_running || !m_job) return;
+    if (m_cancelRequested || !isRunCurrent()) {
+        m_job.reset();
+        finishRun(false, {}, m_cancelRequested ? tr("Cancelled") : tr("The image changed"));
+        return;
+    }
+    int64_t widest = 1;
+    for (const auto& source : m_job->sources)
+        widest = std::max(widest, int64_t(source.first->bytesPerLine()));
+    const int64_t first = m_copyRow;
+    m_copyRow += std::max<int64_t>(1, kSliceBytes / widest);
+    bool more = false;
+    for (const auto& [from, to] : m_job->sources) {
+        const int64_t line = int64_t(from->bytesPerLine());
+        const int64_t height = int64_t(from->height());
+        const int64_t end = std::min(m_copyRow, height);
+        if (first < end)
+            std::memcpy(to->bits() + first * line, from->bits() + first * line,
+                        size_t((end - first) * line));
+        more = more || end < height;
+    }
+    if (more)
+        QTimer::singleShot(0, this, &PIVevalEngine::copyNextSlice);
+    else
+        startWorker();
+}
+
+void PIVevalEngine::startWorker() {
+    std::shared_ptr<Job> job(m_job.release());
     QPIV_Eval2D* runner = m_runner;
     QMetaObject::invokeMethod(
         runner,
         [this, runner, job] {
             PIV_Parameters* p = runner->parameters();
-            p->setPivParameters(job.params);
-            p->setImageCfg(job.imageCfg);
-            p->setPostProcessCfg(job.post);
-            runner->setPivData(job.field.data());
-            runner->setAnalysisMode(job.analysisMode);
-            runner->setProgressText(job.progressText);
-            runner->setFlagLiveEvaluation(job.live);
-            bool ok = runner->setPivImages(job.a.get(), job.b.get());
-            runner->setMaskImages(job.maskA.get(), job.maskB.get(), bool(job.maskA));
-            ok = ok && runner->interrogateImage(job.live);
+            p->setPivParameters(job->params);
+            p->setImageCfg(job->imageCfg);
+            p->setPostProcessCfg(job->post);
+            runner->setPivData(job->field.data());
+            runner->setAnalysisMode(job->analysisMode);
+            runner->setProgressText(job->progressText);
+            runner->setFlagLiveEvaluation(job->live);
+            bool ok = runner->setPivImages(job->a.get(), job->b.get());
+            runner->setMaskImages(job->maskA.get(), job->maskB.get(), bool(job->maskA));
+            ok = ok && runner->interrogateImage(job->live);
             const QString error = QString::fromLocal8Bit(runner->getLastError());
             runner->setPivData(nullptr);
-            const PIVFieldCopy result = job.field;
+            // Nothing but the field outlives the run.
+            job->a.reset();
+            job->b.reset();
+            job->maskA.reset();
+            job->maskB.reset();
+            QSharedPointer<PIV_Data2D> result;
+            result.swap(job->field);
             QMetaObject::invokeMethod(
-                this, [this, ok, result, error] { finishRun(ok, result, error); },
+                this,
+                [this, ok, result, error]() mutable { finishRun(ok, std::move(result), error); },
                 Qt::QueuedConnection);
         },
         Qt::QueuedConnection);
-    return true;
 }
 
 bool PIVevalEngine::isRunCurrent() const {
@@ -284,25 +353,30 @@ void PIVevalEngine::runProgress(int done, int total) {
     emit signalShowProgress(percent, 100);
 }
 
-void PIVevalEngine::runField(const PIVFieldCopy& field) {
-    if (!m_running || m_cancelRequested || !field || !isRunCurrent()) return;
+void PIVevalEngine::runField(const PIVFieldLoan& loan) {
+    if (!loan) return;
+    if (!m_running || m_cancelRequested || !isRunCurrent()) {
+        loan->read({});
+        return;
+    }
+    PIV_Data2D* shown = m_dataObject->data(0);
+    loan->read([shown](const PIV_Data2D& field) { _deliver(shown, field); });
     // Between passes the library marks its field raw to validate it; the
     // session must not take a pass for the result.
-    PIV_Data2D* shown = m_dataObject->data(0);
-    *shown = *field;
     shown->setFlagRawData(false);
     shown->setFlagIntermediateData(true);
     m_dataObject->slotSetNewPivData();
 }
 
-void PIVevalEngine::finishRun(bool ok, const PIVFieldCopy& field, const QString& error) {
+void PIVevalEngine::finishRun(bool ok, QSharedPointer<PIV_Data2D> field, const QString& error) {
     if (!m_running) return;
     QString reason = error;
     bool delivered = false;
     if (ok && field) {
         if (isRunCurrent()) {
-            *m_dataObject->data(0) = *field;
+            _deliver(m_dataObject->data(0), *field);
             delivered = true;
+            field.reset();
         } else {
             reason =
                 tr("The image or the evaluation settings changed during the run; its "

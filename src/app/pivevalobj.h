@@ -15,6 +15,8 @@
 #include <QString>
 #include <QThread>
 
+#include <memory>
+
 #include "piv_types.h"
 #include "qpiv_eval2d.h"
 
@@ -88,10 +90,14 @@ private:
     int askGridMismatch(int view);
     // The worker's progress of one sample list, as a share of the whole run.
     void runProgress(int done, int total);
-    void runField(const PIVFieldCopy& field);
-    void finishRun(bool ok, const PIVFieldCopy& field, const QString& error);
+    void runField(const PIVFieldLoan& loan);
+    void finishRun(bool ok, QSharedPointer<PIV_Data2D> field, const QString& error);
     // The image, the field and the evaluation settings are those the run started with.
     bool isRunCurrent() const;
+    // The pair is copied a slice of rows per turn of the event loop, so that
+    // the window never stands still for a whole copy; then the worker starts.
+    void copyNextSlice();
+    void startWorker();
 
     KelvaneDataObject* m_dataObject;
     QPIV_Eval2D* m_eval[2];
@@ -116,4 +122,7 @@ private:
     int m_runAnalysisMode = 0;
     int m_listsExpected = 1, m_listsDone = 0, m_lastPercent = 0;
     QElapsedTimer m_clock;
+    struct Job;
+    std::unique_ptr<Job> m_job;  // until the worker has it
+    int64_t m_copyRow = 0;
 };

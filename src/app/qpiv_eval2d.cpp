@@ -28,13 +28,29 @@ void _registerTypes() {
     static const bool registered = [] {
         qRegisterMetaType<FloatPlane>("FloatPlane");
         qRegisterMetaType<PIV_VECTOR>("PIV_VECTOR");
-        qRegisterMetaType<PIVFieldCopy>("PIVFieldCopy");
+        qRegisterMetaType<PIVFieldLoan>("PIVFieldLoan");
         return true;
     }();
     (void)registered;
 }
 
 }  // namespace
+
+void FieldLoan::read(const std::function<void(const PIV_Data2D&)>& reader) {
+    int lent = LENT;
+    if (!m_state.compare_exchange_strong(lent, READING)) return;
+    if (reader) reader(*m_field);
+    m_state = RETURNED;
+    m_returned.release();
+}
+
+bool FieldLoan::waitReturned(const std::function<bool()>& cancelled) {
+    while (!m_returned.tryAcquire(1, 10)) {
+        int lent = LENT;
+        if (cancelled() && m_state.compare_exchange_strong(lent, ABANDONED)) return false;
+    }
+    return true;
+}
 
 FLOAT_ARRAY FloatPlane::array() const {
     FLOAT_ARRAY a{};
@@ -148,11 +164,11 @@ void QPIV_Eval2D::drawCorrelation(float* plane, const SIZE2D& size, const PIV_VE
 
 void QPIV_Eval2D::showNewPivData() {
     if (!pictureDue(FIELD)) return;
-    PIVFieldCopy copy;
-    if (showLiveEvaluation() && !m_data->isNull()) {
-        auto* field = new PIV_Data2D;
-        *field = *m_data;
-        copy = PIVFieldCopy(field, [](PIV_Data2D* d) { d->release(); });
+    if (!showLiveEvaluation() || m_data->isNull()) {
+        emit signalNewPivData(PIVFieldLoan());
+        return;
     }
-    emit signalNewPivData(copy);
+    const auto loan = PIVFieldLoan::create(m_data);
+    emit signalNewPivData(loan);
+    loan->waitReturned([this] { return m_cancelledByUser.load() || m_cancelled.load(); });
 }

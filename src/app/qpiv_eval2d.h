@@ -7,10 +7,12 @@
 #include <QElapsedTimer>
 #include <QMetaType>
 #include <QObject>
+#include <QSemaphore>
 #include <QSharedPointer>
 #include <QString>
 
 #include <atomic>
+#include <functional>
 #include <vector>
 
 #include "piv_data2d.h"
@@ -27,12 +29,30 @@ struct FloatPlane {
     FLOAT_ARRAY array() const;
 };
 
-// A field copied out of a running evaluation; null where none was copied.
-using PIVFieldCopy = QSharedPointer<PIV_Data2D>;
+// The field of a running evaluation, lent to the windowing thread between
+// two passes instead of copied: a second field of that size would be memory
+// that no synchronous run needs. The lender waits until the field comes
+// back, or gives up once cancelled if nobody has begun to read it.
+class FieldLoan {
+public:
+    explicit FieldLoan(const PIV_Data2D* field) : m_field(field) {}
+    // Reads the field (or nothing, where the lender gave up) and returns it;
+    // a receiver that does not want it passes an empty function.
+    void read(const std::function<void(const PIV_Data2D&)>& reader);
+    // The lender's side: false when it gave up because `cancelled` said so.
+    bool waitReturned(const std::function<bool()>& cancelled);
+
+private:
+    enum State { LENT, READING, RETURNED, ABANDONED };
+    std::atomic<int> m_state{LENT};
+    QSemaphore m_returned;
+    const PIV_Data2D* m_field;
+};
+using PIVFieldLoan = QSharedPointer<FieldLoan>;
 
 Q_DECLARE_METATYPE(FloatPlane)
 Q_DECLARE_METATYPE(PIV_VECTOR)
-Q_DECLARE_METATYPE(PIVFieldCopy)
+Q_DECLARE_METATYPE(PIVFieldLoan)
 
 class QPIV_Eval2D : public QObject, public PIV_Eval2D {
     Q_OBJECT
@@ -77,8 +97,9 @@ signals:
     void signalLogMessage(const QString& text);
     void signalDrawSamples(const FloatPlane& a, const FloatPlane& b, int width, int index);
     void signalDrawCorrelation(const FloatPlane& plane, const PIV_VECTOR& vector, int index);
-    // The field as far as the run came; a copy only while live evaluation is on.
-    void signalNewPivData(const PIVFieldCopy& field);
+    // The field as far as the run came, lent while live evaluation is on
+    // (null otherwise): the evaluator waits until the receiver read it.
+    void signalNewPivData(const PIVFieldLoan& field);
 
 private:
     enum Picture { SAMPLES, CORRELATION, FIELD, PICTURES };

@@ -224,27 +224,32 @@ TEST_F(Engine, ImageLoadedMidRunNeverGetsTheOldResult) {
 }
 
 // "&Stop", then "&Yes", at the first step of a deformation run of a large
-// pair: the run ends at once, failed, and the status says so before "Done".
+// pair, before and after the worker took it up: the run ends at once,
+// failed, and the status says so before "Done".
 TEST_F(Engine, StopAndYesEndTheRunWithinThreeSteps) {
     load(1024, PIV::METHOD_MULTI_PASS, true, 2);
-    int afterYes = -1;
-    std::vector<QString> texts = messagesDuring([&] {
-        EXPECT_FALSE(run([&](int, int) {
-            if (afterYes >= 0) ++afterYes;
-            if (progress.size() != 1) return;
-            QString text;
-            Answer("&Yes", &text);
-            controller.progressBars()->stopAction()->trigger();
-            afterYes = 0;
-            EXPECT_EQ(text, "Are you sure you want to abort processing?");
-        }));
-    });
-    EXPECT_GE(afterYes, 1);
-    EXPECT_LE(afterYes, 3);
-    const auto failed = std::find(texts.begin(), texts.end(), "Evaluation failed/aborted");
-    ASSERT_NE(failed, texts.end());
-    EXPECT_NE(std::find(failed, texts.end(), "Done"), texts.end());
-    EXPECT_EQ(state.runState, KelvaneState::IDLE);
+    for (size_t at : {1u, 2u}) {
+        SCOPED_TRACE(at);
+        progress.clear();
+        int afterYes = -1;
+        std::vector<QString> texts = messagesDuring([&] {
+            EXPECT_FALSE(run([&](int, int) {
+                if (afterYes >= 0) ++afterYes;
+                if (progress.size() != at) return;
+                QString text;
+                Answer("&Yes", &text);
+                controller.progressBars()->stopAction()->trigger();
+                afterYes = 0;
+                EXPECT_EQ(text, "Are you sure you want to abort processing?");
+            }));
+        });
+        EXPECT_GE(afterYes, 1);
+        EXPECT_LE(afterYes, 3);
+        const auto failed = std::find(texts.begin(), texts.end(), "Evaluation failed/aborted");
+        ASSERT_NE(failed, texts.end());
+        EXPECT_NE(std::find(failed, texts.end(), "Done"), texts.end());
+        EXPECT_EQ(state.runState, KelvaneState::IDLE);
+    }
 }
 
 // An engine deleted during its run cancels it and waits; run under ASan.
