@@ -11,6 +11,7 @@
 
 #include "app_messages.h"
 #include "command_line.h"
+#include "kelvanedata.h"
 #include "kelvanedataobject.h"
 #include "piv_enums.h"
 #include "piv_messages.h"
@@ -33,7 +34,8 @@ Kelvane::Kelvane(bool /*isMainInstance*/, bool /*unused*/, MySettings* settings,
                  QSplashScreen* splash, QWidget* parent, Qt::WindowFlags flags)
     : QMainWindow(parent, flags),
       m_settings(settings),
-      m_dataObject(new KelvaneDataObject(&m_state, settings, this)) {
+      m_dataObject(new KelvaneDataObject(&m_state, settings, this)),
+      m_data(new KelvaneData(m_dataObject, this)) {
     connect(m_dataObject, &KelvaneDataObject::signalChangedAnalysisMode, this,
             &Kelvane::signalChangedAnalysisMode);
     if (splash)

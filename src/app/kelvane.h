@@ -6,6 +6,7 @@
 
 #include "kelvanestate.h"
 
+class KelvaneData;
 class KelvaneDataObject;
 class MySettings;
 class QSplashScreen;
@@ -26,6 +27,7 @@ public:
     int analysisMode() const;
     void setAnalysisMode(int mode);
     KelvaneDataObject* dataObject() const { return m_dataObject; }
+    KelvaneData* data() const { return m_data; }
     // The last file argument of the command line, empty if none.
     QString commandLineFile() const { return m_commandLineFile; }
 
@@ -42,5 +44,6 @@ private:
     MySettings* m_settings;
     KelvaneState m_state;
     KelvaneDataObject* m_dataObject;
+    KelvaneData* m_data;
     QString m_commandLineFile;
 };

@@ -2,6 +2,7 @@
 
 #include <cmath>
 #include <cstring>
+#include <vector>
 
 #include "piv_corr2d_simd.h"
 #include "piv_enums.h"
@@ -190,4 +191,18 @@ bool PIV_Corr2D_FFT::crossCorrelate(bool wantAuto) {
     }
     normalize(m_normFactor, withAuto);
     return true;
+}
+
+void PIV::UnFoldFFTData(float* data, int width, int height, int rowStride) {
+    if (!data || width < 1 || height < 1) return;
+    if (rowStride < width) rowStride = width;
+    std::vector<float> plane(size_t(width) * size_t(height));
+    for (int y = 0; y < height; y++)
+        std::memcpy(&plane[size_t(y) * size_t(width)], data + size_t(y) * size_t(rowStride),
+                    sizeof(float) * size_t(width));
+    for (int y = 0; y < height; y++) {
+        float* row = data + size_t((y + height / 2) % height) * size_t(rowStride);
+        const float* from = &plane[size_t(y) * size_t(width)];
+        for (int x = 0; x < width; x++) row[(x + width / 2) % width] = from[x];
+    }
 }

@@ -84,3 +84,11 @@ private:
     float m_normFactor = 1.0f;
     int m_autoCorrCount = 0;
 };
+
+namespace PIV {
+// Moves a plane in FFT order (zero displacement at index 0, negative
+// displacements at the far end of each axis) so that zero displacement lies
+// at (width / 2, height / 2), as a display shows it. Rows are `rowStride`
+// floats apart (width when 0); the padding of a row stays untouched.
+void UnFoldFFTData(float* data, int width, int height, int rowStride = 0);
+}  // namespace PIV
