@@ -207,18 +207,20 @@ bool KelvaneDataObject::setPivParameters(const PIV_PARAMETERS& a, const PIV_PARA
     PIV_PARAMETERS pa = a, pb = b;
     bool changed = false;
     if (!isFileData(0)) {
-        if (haveImage(0)) {
+        // Without an image there is no grid to lay yet: the settings are
+        // kept, and the first image lays the grid.
+        const bool image = haveImage(0);
+        if (image) {
             const SIZE3D size{m_images[0]->width(), m_images[0]->height(), 1};
             pa.eval.grid.imageSize = pb.eval.grid.imageSize = size;
         }
-        const bool newGrid = m_params[0]->requiresNewGrid(pa.eval);
+        const bool newGrid = image && m_params[0]->requiresNewGrid(pa.eval);
         const bool newEval = m_params[0]->setPivEvalCfg(pa.eval, true);
         changed = newGrid || newEval;
         if (changed) clearVectors();
         for (int s = 0; s < 4; ++s) {
             const PIVEVAL_CFG& eval = (s == 1 && m_stereoEnabled) ? pb.eval : pa.eval;
-            if (m_params[s]->setPivEvalCfg(eval, true) || changed)
-                m_data[s]->create(m_params[s]->dataGrid());
+            if (m_params[s]->setPivEvalCfg(eval, true) || changed) regrid(s);
         }
     }
     const bool newOutliers =
@@ -236,7 +238,8 @@ bool KelvaneDataObject::setPivParameters(const PIV_PARAMETERS& a, const PIV_PARA
         if (newConversion) d->setFlagConverted(false);
         if (newDifferentiation) d->setFlagDifferentiated(false);
     }
-    for (int s = 0; s < 4; ++s) m_data[s]->postProcess(m_params[s], nullptr, false);
+    for (int s = 0; s < 4; ++s)
+        if (m_data[s]->haveRawData()) m_data[s]->postProcess(m_params[s], nullptr, false);
     if (m_data[0]->haveRawData()) return doPostProcessing();
     return changed || newOutliers || newConversion || newDifferentiation;
 }
@@ -297,12 +300,19 @@ bool KelvaneDataObject::setGlobalHistograms(const GLOBALHIST_ROI* rois, bool ena
 // ---- data ----------------------------------------------------------------------------
 
 void KelvaneDataObject::regridData() {
-    for (int s = 0; s < 4; ++s) m_data[s]->create(m_params[s]->dataGrid());
+    for (int s = 0; s < 4; ++s) regrid(s);
+}
+
+void KelvaneDataObject::regrid(int slot) {
+    // Before an image sets the size the grid has no nodes: the field stays
+    // as it is rather than fill the log with a failed allocation.
+    const DATA_GRID4D grid = m_params[slot]->dataGrid();
+    if (grid.nodes.width > 0 && grid.nodes.height > 0) m_data[slot]->create(grid);
 }
 
 bool KelvaneDataObject::calcPivStats() {
     bool ok = false;
-    for (PIV_Data2D* d : m_data) ok = d->doStatistics();
+    for (PIV_Data2D* d : m_data) ok = !d->isNull() && d->doStatistics();
     return ok;
 }
 

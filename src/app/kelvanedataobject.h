@@ -159,6 +159,8 @@ private:
     // Replaces the field of slot 0 (and its aliases) after a load.
     void adoptData(PIV_Data2D* field);
     void clearVectors();
+    // The slot's field on the slot's grid, once the grid has nodes.
+    void regrid(int slot);
     // The statistics of a slot under its label, logged when they changed.
     void logStats(int slot, const QString& label);
     bool failLoad(const QString& reason);

@@ -445,6 +445,9 @@ void PIVevalEngine::slotUpdatePivImages() {
 
 void PIVevalEngine::doPostProcessing() {
     if (m_dataObject->kelvaneMode() >= MODE_ARRANGE_PLOT) return;
+    // A switch of mode or settings before any field exists has nothing to
+    // process; the chain would only log that the data set is empty.
+    if (m_dataObject->data(0)->isNull()) return;
     emit signalMessage(tr("Data post-processing..."));
     m_eval[0]->setPivData(m_dataObject->data(0));
     if (!m_running) m_eval[0]->doPostProcessing(false);

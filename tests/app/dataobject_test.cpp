@@ -99,6 +99,11 @@ TEST_F(DataObject, ViewsMapToSlotsZeroAndThreeAndStereoStaysOff) {
 // Equal names are one image, whose partner comes by the naming rules (the
 // next number), never the same frame twice; a load in view 3 returns to 0.
 TEST_F(DataObject, EqualNamesLoadOneImageWithItsPartnerAndShowViewZero) {
+    // New settings before any image: a grid without nodes and fields without
+    // vectors have nothing to allocate or post-process, and log no error.
+    PIV_PARAMETERS p = object.parameters(0)->pivParameters();
+    p.eval.grid.step = SIZE3D{8, 8, 1};
+    object.setPivParameters(p, p);
     object.setCurrentView(3);
     QSignalSpy views(&object, &KelvaneDataObject::signalChangedView);
     const QString a = path("img0007.tif");
@@ -112,6 +117,7 @@ TEST_F(DataObject, EqualNamesLoadOneImageWithItsPartnerAndShowViewZero) {
     EXPECT_EQ(views[0][0].toInt(), 0);
     EXPECT_TRUE(object.haveImage(0));
     EXPECT_EQ(object.parameters(0)->dataGrid().imageSize.width, kSize);
+    EXPECT_EQ(quiet.all().find("ERROR"), std::string::npos) << quiet.all();
 }
 
 // Whatever fails to load names its file and leaves the session as it was.
