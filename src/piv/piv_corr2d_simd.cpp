@@ -135,8 +135,8 @@ void WeightAndSumWindows(float* a, float* b, const float* weights, size_t w, siz
                          size_t stride, double& sumA, double& sumB) {
     HWY_DYNAMIC_DISPATCH(WeightAndSumImpl)(a, b, weights, w, h, stride, sumA, sumB);
 }
-void CenterWindows(float* a, float* b, size_t w, size_t h, size_t stride, float meanA,
-                   float meanB, float& squaresA, float& squaresB) {
+void CenterWindows(float* a, float* b, size_t w, size_t h, size_t stride, float meanA, float meanB,
+                   float& squaresA, float& squaresB) {
     HWY_DYNAMIC_DISPATCH(CenterImpl)(a, b, w, h, stride, meanA, meanB, squaresA, squaresB);
 }
 void CrossPower(const float* a, const float* b, float* cross, size_t count, float scale) {

@@ -16,8 +16,8 @@ void WeightAndSumWindows(float* a, float* b, const float* weights, size_t w, siz
 
 // Takes meanA from the cells of a and meanB from those of b and returns the
 // sums of squares of what is left, in float.
-void CenterWindows(float* a, float* b, size_t w, size_t h, size_t stride, float meanA,
-                   float meanB, float& squaresA, float& squaresB);
+void CenterWindows(float* a, float* b, size_t w, size_t h, size_t stride, float meanA, float meanB,
+                   float& squaresA, float& squaresB);
 
 // cross[k] = conj(A[k]) * B[k] * scale over count interleaved complex values.
 void CrossPower(const float* a, const float* b, float* cross, size_t count, float scale);

@@ -94,8 +94,8 @@ void CandidatesImpl(const float* HWY_RESTRICT line, const float* HWY_RESTRICT up
         const auto v = hn::LoadU(df, line + at);
         auto m = hn::And(hn::Gt(v, hn::LoadU(df, line + at - 1)),
                          hn::Gt(v, hn::LoadU(df, line + at + 1)));
-        m = hn::And(m, hn::And(hn::Gt(v, hn::LoadU(df, up + at)),
-                               hn::Gt(v, hn::LoadU(df, down + at))));
+        m = hn::And(
+            m, hn::And(hn::Gt(v, hn::LoadU(df, up + at)), hn::Gt(v, hn::LoadU(df, down + at))));
         m = hn::And(m, hn::Gt(v, lowest));
         if (hn::AllFalse(df, m)) return;
         uint8_t packed[8] = {0, 0, 0, 0, 0, 0, 0, 0};
@@ -138,8 +138,8 @@ void ScanPlane(const float* p, size_t n, float& least, float& greatest, double& 
 float GreatestOf(const float* p, size_t n, float start) {
     return HWY_DYNAMIC_DISPATCH(GreatestImpl)(p, n, start);
 }
-void PeakCandidates(const float* line, const float* up, const float* down, size_t n,
-                    float floor, uint64_t* bits) {
+void PeakCandidates(const float* line, const float* up, const float* down, size_t n, float floor,
+                    uint64_t* bits) {
     HWY_DYNAMIC_DISPATCH(CandidatesImpl)(line, up, down, n, floor, bits);
 }
 

@@ -19,8 +19,8 @@ float GreatestOf(const float* p, size_t n, float start);
 // Bit i of the (n + 63) / 64 words is set where line[i] is above
 // line[i - 1], line[i + 1], up[i], down[i] and floor, for i from 1 to n - 2;
 // every other bit is cleared.
-void PeakCandidates(const float* line, const float* up, const float* down, size_t n,
-                    float floor, uint64_t* bits);
+void PeakCandidates(const float* line, const float* up, const float* down, size_t n, float floor,
+                    uint64_t* bits);
 
 }  // namespace Simd
 }  // namespace PIV

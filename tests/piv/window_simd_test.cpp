@@ -44,8 +44,8 @@ TEST(WindowLoops, VectorLoopsMatchThePlainLoops) {
             std::vector<float> wa = Noise(3 * stride, 3), wb = Noise(3 * stride, 4);
             const std::vector<float> weight = Noise(3 * stride, 5), ra = wa, rb = wb;
             double sumA = 0.0, sumB = 0.0, plainA = 0.0, plainB = 0.0;
-            PIV::Simd::WeightAndSumWindows(wa.data(), wb.data(), weight.data(), n, 3, stride,
-                                           sumA, sumB);
+            PIV::Simd::WeightAndSumWindows(wa.data(), wb.data(), weight.data(), n, 3, stride, sumA,
+                                           sumB);
             float sqA = 0.0f, sqB = 0.0f;
             PIV::Simd::CenterWindows(wa.data(), wb.data(), n, 3, stride, 0.5f, -0.25f, sqA, sqB);
             double plainSqA = 0.0, plainSqB = 0.0;
