@@ -340,6 +340,22 @@ SIZE2D KelvaneDataObject::imageSize(int view) const {
     return image(view)->size2D();
 }
 
+// The same rule as the vectors' own positions: x = (ix - ImageOrigin.x) /
+// magX + PhysicalOrigin.x, and y upwards from the origin's row.
+double KelvaneDataObject::physicalX(double x) const {
+    const PIVCONVERT_CFG c = m_params[0]->pivConvertCfg();
+    const double mag = c.LengthConversion[0];
+    return mag != 0.0 ? (x - c.ImageOrigin.x) / mag + c.PhysicalOrigin.x : 0.0;
+}
+
+double KelvaneDataObject::physicalY(double y, bool fromTop) const {
+    const PIVCONVERT_CFG c = m_params[0]->pivConvertCfg();
+    const double mag = c.LengthConversion[1];
+    // Rows counted from the bottom are turned into the image's own.
+    const double row = fromTop ? y : double(imageSize(0).height) - 1.0 - y;
+    return mag != 0.0 ? (c.ImageOrigin.y - row) / mag + c.PhysicalOrigin.y : 0.0;
+}
+
 void KelvaneDataObject::logStats(int slot, const QString& label) {
     const QString text =
         QStringLiteral("%1\n%2").arg(label, QString::fromLatin1(m_data[slot]->formattedStats()));

@@ -103,6 +103,10 @@ public:
     PIV_VECTOR getNearestVector(const FPOINT2D& point, bool* ok) const;
     DIFFERENTIALS getNearestDifferentials(const FPOINT2D& point, bool* ok) const;
     SIZE2D imageSize(int view = -1) const;
+    // A pixel position in the units of the conversion settings of view A;
+    // y counted from the image's top row, or with fromTop false its bottom.
+    double physicalX(double x) const;
+    double physicalY(double y, bool fromTop) const;
 
     // ---- names ---------------------------------------------------------------
     QString title(int view = -1) const;

@@ -267,4 +267,9 @@ TEST_F(DataObject, NewConversionSettingsRunThePostProcessingAgain) {
     const PIV_VECTOR first = object.data(3)->getVector2D(0, 0);
     EXPECT_FLOAT_EQ(first.x, 4.0f);
     EXPECT_FLOAT_EQ(first.sx, 0.75f);
+    // Pointer positions by the same rule: row 8 lies 4 mm below the origin
+    // at the top; counted from the bottom of 64 rows it is row 55.
+    EXPECT_DOUBLE_EQ(object.physicalX(8.0), 4.0);
+    EXPECT_DOUBLE_EQ(object.physicalY(8.0, true), -4.0);
+    EXPECT_DOUBLE_EQ(object.physicalY(8.0, false), -27.5);
 }
