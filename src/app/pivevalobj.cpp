@@ -84,6 +84,12 @@ PIVevalEngine::PIVevalEngine(KelvaneDataObject* dataObject, QWidget* parentWidge
     connect(eval, &QPIV_Eval2D::signalLogMessage, this, &PIVevalEngine::signalLogMessage);
     connect(eval, &QPIV_Eval2D::signalDrawSamples, this, &PIVevalEngine::slotDrawSamples);
     connect(eval, &QPIV_Eval2D::signalDrawCorrelation, this, &PIVevalEngine::slotDrawCorrelation);
+    // This evaluator works on the session's own field: a pass only needs
+    // showing, and the loan goes back at once.
+    connect(eval, &QPIV_Eval2D::signalNewPivData, this, [this](const PIVFieldLoan& loan) {
+        if (loan) loan->read({});
+        m_dataObject->slotSetNewPivData();
+    });
     connect(dataObject, &KelvaneDataObject::signalHaveNewImage, this,
             &PIVevalEngine::slotUpdatePivImages);
     connect(dataObject, &KelvaneDataObject::signalHaveNewParameters, this,
@@ -229,7 +235,7 @@ bool PIVevalEngine::interrogateImage() {
         tr("PIV-Evaluation in progress... ") +
         tr("(%1 x %2 Nodes)").arg(cfg.grid.nodes.width).arg(cfg.grid.nodes.height));
     m_dataObject->setCurrentView(0);
-    if (m_dataObject->isStereoMode()) emit signalMessage(tr("PIV-Processing view A"));
+    emit signalMessage(tr("PIV-Processing view A"));
 
     const QPIV_ImagePair* pair = m_dataObject->image(0);
     m_runPair = pair;
@@ -277,6 +283,17 @@ void PIVevalEngine::copyNextSlice() {
         m_job.reset();
         finishRun(false, {}, m_cancelRequested ? tr("Cancelled") : tr("The image changed"));
         return;
+    }
+    // A frame or mask changed in place since the start (a mask reloaded,
+    // the session cleared) no longer fits its copy: the run ends rather
+    // than copy past it or evaluate a frame that is half the old one.
+    for (const auto& [from, to] : m_job->sources) {
+        if (from->isNull() || from->width() != to->width() || from->height() != to->height() ||
+            from->type() != to->type() || from->bytesPerLine() != to->bytesPerLine()) {
+            m_job.reset();
+            finishRun(false, {}, tr("The image changed"));
+            return;
+        }
     }
     int64_t widest = 1;
     for (const auto& source : m_job->sources)
@@ -335,6 +352,7 @@ void PIVevalEngine::startWorker() {
 
 bool PIVevalEngine::isRunCurrent() const {
     return m_imageGeneration == m_runImageGeneration && m_dataObject->image(0) == m_runPair &&
+           !m_runPair->isNull() &&
            m_dataObject->data(0) == m_runTarget &&
            m_dataObject->analysisMode() == m_runAnalysisMode &&
            _sameSettings(m_dataObject->parameters(0)->pivParameters(), m_runParams);
@@ -372,17 +390,17 @@ void PIVevalEngine::finishRun(bool ok, QSharedPointer<PIV_Data2D> field, const Q
     if (!m_running) return;
     QString reason = error;
     bool delivered = false;
-    if (ok && field) {
-        if (isRunCurrent()) {
-            _deliver(m_dataObject->data(0), *field);
-            delivered = true;
-            field.reset();
-        } else {
-            reason =
-                tr("The image or the evaluation settings changed during the run; its "
-                   "result was dropped");
-            emit signalLogMessage(reason);
-        }
+    if (field && isRunCurrent()) {
+        // A stopped run leaves the vectors as far as they came, without the
+        // raw-data flag of a finished one.
+        _deliver(m_dataObject->data(0), *field);
+        delivered = ok;
+        field.reset();
+    } else if (ok && field) {
+        reason =
+            tr("The image or the evaluation settings changed during the run; its "
+               "result was dropped");
+        emit signalLogMessage(reason);
     }
     m_eval[0]->hideProgressDialog();
     if (!delivered) {
@@ -449,6 +467,7 @@ void PIVevalEngine::doPostProcessing() {
     // process; the chain would only log that the data set is empty.
     if (m_dataObject->data(0)->isNull()) return;
     emit signalMessage(tr("Data post-processing..."));
+    m_dataObject->setCurrentView(0);
     m_eval[0]->setPivData(m_dataObject->data(0));
     if (!m_running) m_eval[0]->doPostProcessing(false);
     m_dataObject->doPostProcessing();

@@ -1,5 +1,7 @@
 #include "qpiv_eval2d.h"
 
+#include <QMetaMethod>
+
 #include <cstring>
 
 #include "piv_corr2d_fft.h"
@@ -70,6 +72,7 @@ QPIV_Eval2D::QPIV_Eval2D(PIV_Data2D* data, PIV_Parameters* parameters, QWidget* 
 }
 
 void QPIV_Eval2D::init() {
+    m_lastProgressMessage.clear();
     m_showProgress = true;
     m_cancelledByUser = false;
     m_cancelled = false;
@@ -168,6 +171,8 @@ void QPIV_Eval2D::showNewPivData() {
         emit signalNewPivData(PIVFieldLoan());
         return;
     }
+    // Nobody to give the loan back: waiting would never end.
+    if (!isSignalConnected(QMetaMethod::fromSignal(&QPIV_Eval2D::signalNewPivData))) return;
     const auto loan = PIVFieldLoan::create(m_data);
     emit signalNewPivData(loan);
     loan->waitReturned([this] { return m_cancelledByUser.load() || m_cancelled.load(); });

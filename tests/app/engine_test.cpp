@@ -221,6 +221,14 @@ TEST_F(Engine, ImageLoadedMidRunNeverGetsTheOldResult) {
     EXPECT_FALSE(ok);
     EXPECT_FALSE(object.isEvaluated(0));
     EXPECT_NE(std::find(texts.begin(), texts.end(), "Evaluation failed/aborted"), texts.end());
+    // Frames emptied in place while the worker's copy is being made: the
+    // copy stops (ASan watches it) and the run fails.
+    load(256, PIV::METHOD_MULTI_PASS, true);
+    progress.clear();
+    EXPECT_FALSE(run([&](int, int) {
+        if (progress.size() == 1) object.clearAll();
+    }));
+    EXPECT_FALSE(object.isEvaluated(0));
 }
 
 // "&Stop", then "&Yes", at the first step of a deformation run of a large
@@ -228,6 +236,10 @@ TEST_F(Engine, ImageLoadedMidRunNeverGetsTheOldResult) {
 // failed, and the status says so before "Done".
 TEST_F(Engine, StopAndYesEndTheRunWithinThreeSteps) {
     load(1024, PIV::METHOD_MULTI_PASS, true, 2);
+    // No live view: only the end of the run can hand vectors over.
+    PIV_PARAMETERS quiet = object.parameters(0)->pivParameters();
+    quiet.eval.ShowIntermediate = false;
+    object.setPivParameters(quiet, quiet);
     for (size_t at : {1u, 2u}) {
         SCOPED_TRACE(at);
         progress.clear();
@@ -249,6 +261,14 @@ TEST_F(Engine, StopAndYesEndTheRunWithinThreeSteps) {
         ASSERT_NE(failed, texts.end());
         EXPECT_NE(std::find(failed, texts.end(), "Done"), texts.end());
         EXPECT_EQ(state.runState, KelvaneState::IDLE);
+        // A stop once the worker has begun keeps the vectors correlated so
+        // far, though not as a finished result.
+        const PIV_Data2D* kept = object.data(0);
+        int correlated = 0;
+        for (int k = 0; k < kept->nodeCount(); ++k)
+            correlated += (kept->data()[k].flag & VECTOR_ENABLED) != 0;
+        EXPECT_EQ(correlated > 0, at == 2);
+        EXPECT_FALSE(object.isEvaluated(0));
     }
 }
 
