@@ -229,6 +229,20 @@ TEST_F(Engine, ImageLoadedMidRunNeverGetsTheOldResult) {
         if (progress.size() == 1) object.clearAll();
     }));
     EXPECT_FALSE(object.isEvaluated(0));
+    // Another number of passes taken mid-run: the result is for the old
+    // settings, and the log says it was dropped.
+    load(256, PIV::METHOD_MULTI_PASS, true);
+    progress.clear();
+    QSignalSpy log(engine, &PIVevalEngine::signalLogMessage);
+    EXPECT_FALSE(run([&](int, int) {
+        if (progress.size() != 2) return;
+        PIV_PARAMETERS more = object.parameters(0)->pivParameters();
+        more.eval.Passes += 1;
+        object.setPivParameters(more, more);
+    }));
+    EXPECT_TRUE(std::any_of(log.begin(), log.end(), [](const QList<QVariant>& args) {
+        return args.at(0).toString().contains("result was dropped");
+    }));
 }
 
 // "&Stop", then "&Yes", at the first step of a deformation run of a large
