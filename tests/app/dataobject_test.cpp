@@ -209,6 +209,11 @@ TEST_F(DataObject, PostProcessingIsTheLibraryChainAndReportsTheFailingStep) {
         EXPECT_EQ(ok, c.error == nullptr) << c.mask;
         EXPECT_TRUE(Bytes(*object.data(3)) == Bytes(expected)) << c.mask << " " << c.smooth;
         EXPECT_EQ(int(object.data(3)->vectorsMasked()), c.masked) << c.mask;
+        // Median and smoothing leave a uniform (1.5, -0.5) px field as it is.
+        for (int k = 0; !c.error && c.masked == 0 && k < object.data(3)->nodeCount(); k++) {
+            EXPECT_NEAR(object.data(3)->data()[k].dx, 1.5, 1e-5) << k;
+            EXPECT_NEAR(object.data(3)->data()[k].dy, -0.5, 1e-5) << k;
+        }
         const QString last = messages.isEmpty() ? QString() : messages.last()[0].toString();
         EXPECT_EQ(last,
                   c.error ? QStringLiteral("ERROR while post processing: ") + c.error : QString());
