@@ -80,11 +80,10 @@ bool KelvaneDataObject::loadPivImage(const QString& fileA, const QString& fileB,
     pair->setPivConvertCfg(m_params[view]->pivConvertCfg());
     connect(pair, &QPIV_ImagePair::signalMessage, this, &KelvaneDataObject::signalMessage);
     const int separation = m_stereoEnabled ? 1 : current->frameSeparation();
-    const QByteArray a = fileA.toLocal8Bit(), b = fileB.toLocal8Bit();
     pair->setWaitCursor(true);
     const bool ok = !fileB.isEmpty() && fileB != fileA && !split
-                        ? pair->loadPair(a.constData(), b.constData())
-                        : pair->load(a.constData(), separation, split, true);
+                        ? pair->loadPair(fileA, fileB)
+                        : pair->load(fileA, separation, split, true);
     pair->setWaitCursor(false);
 
     if (ok) {
@@ -94,13 +93,11 @@ bool KelvaneDataObject::loadPivImage(const QString& fileA, const QString& fileB,
         for (int s : {0, 1}) m_params[s]->setImageSize(pair->width(), pair->height(), 1, true);
         regridData();
         emit signalNewImageSize(pair->size2D());
-        const QString pathA =
-            QFileInfo(QString::fromLocal8Bit(pair->filePath(false))).absoluteFilePath();
+        const QString pathA = QFileInfo(pair->filePath(false)).absoluteFilePath();
         if (pair->isImagePair() && m_analysisMode != PIV::ANALYSIS_AUTO_CORRELATION)
             emit signalLogMessage(
                 tr("Loaded image pair:\n\t %1\n\t %2")
-                    .arg(pathA, QFileInfo(QString::fromLocal8Bit(pair->filePath(true)))
-                                    .absoluteFilePath()));
+                    .arg(pathA, QFileInfo(pair->filePath(true)).absoluteFilePath()));
         else
             emit signalLogMessage(tr("Loaded image:\n\t%1").arg(pathA));
         m_lastError.clear();
@@ -121,14 +118,13 @@ bool KelvaneDataObject::loadPivImage(const QString& fileA, const QString& fileB,
 
 bool KelvaneDataObject::reloadImage() {
     const QPIV_ImagePair* pair = m_images[0];
-    return loadPivImage(QString::fromLocal8Bit(pair->lastImageFileA()),
-                        QString::fromLocal8Bit(pair->lastImageFileB()), pair->imageCfg().SplitPCO,
+    return loadPivImage(pair->lastImageFileA(), pair->lastImageFileB(), pair->imageCfg().SplitPCO,
                         0);
 }
 
 bool KelvaneDataObject::loadMaskImage(const QString& fileName, int view) {
     QPIV_ImagePair* pair = image(view);
-    if (!pair->loadMask(fileName.toLocal8Bit().constData()))
+    if (!pair->loadMask(fileName))
         return failLoad(
             _withDetail(tr("Failure loading mask: %1").arg(fileName),
                         QString::fromLocal8Bit(pair->imgA()->imageMask()->error().getLastError())));
@@ -194,8 +190,7 @@ bool KelvaneDataObject::loadParameters(const QString& fileName) {
         ++changes;
         pair->setImageCfg(images[view]);
         if (!isFileData(0) && !pair->isNull())
-            loadPivImage(QString::fromLocal8Bit(pair->lastImageFileA()),
-                         QString::fromLocal8Bit(pair->lastImageFileB()), images[view].SplitPCO,
+            loadPivImage(pair->lastImageFileA(), pair->lastImageFileB(), images[view].SplitPCO,
                          view);
     }
     POSTPROCESS_CFG before = m_params[3]->postProcessCfg();
