@@ -5,6 +5,8 @@
 #include <QDir>
 #include <QSignalSpy>
 
+#include <netcdf.h>
+
 #include <string>
 
 #include "image2d.h"
@@ -132,6 +134,15 @@ TEST_F(DataObject, BadFilesLeaveTheSessionAlone) {
     test_support::WriteBytes(file("text.tif"), "not an image\n");
     test_support::WriteBytes(file("corrupt.nc"), nc.substr(0, nc.size() / 2));
     test_support::WriteBytes(file("text.par"), "SampleSize = 8\n");
+    // Another field under conventions of another program, which hide its
+    // parameters: loaded with them, it must not be taken alone.
+    PIV_Data2D other(file("field.nc").c_str());
+    ASSERT_TRUE(other.initShift(-3.0f, 2.0f, 0.0f) && other.saveNetCDF(file("foreign.nc").c_str()));
+    int nc_id = 0;
+    ASSERT_EQ(nc_open(file("foreign.nc").c_str(), NC_WRITE, &nc_id), NC_NOERR);
+    nc_redef(nc_id);
+    nc_put_att_text(nc_id, NC_GLOBAL, "Conventions", 6, "CF-1.6");
+    ASSERT_EQ(nc_close(nc_id), NC_NOERR);
 
     const QString caption = object.caption();
     const std::string raw = Bytes(*object.data(0)), result = Bytes(*object.data(3));
@@ -139,20 +150,21 @@ TEST_F(DataObject, BadFilesLeaveTheSessionAlone) {
     const POSTPROCESS_CFG post = object.postProcessCfg();
     const QPIV_ImagePair* pair = object.image();
 
-    enum Loader { IMAGE, MASK, DATA, PARAMS };
+    enum Loader { IMAGE, MASK, DATA, DATA_PARAMS, PARAMS };
     struct Case {
         Loader loader;
         const char* file;
     } const cases[] = {{IMAGE, "missing.tif"},  {IMAGE, "cut.tif"},   {IMAGE, "text.tif"},
                        {DATA, "missing.nc"},    {DATA, "corrupt.nc"}, {DATA, "text.par"},
                        {PARAMS, "missing.par"}, {PARAMS, "text.par"}, {PARAMS, "cut.tif"},
-                       {MASK, "missing.tif"},   {MASK, "text.tif"}};
+                       {MASK, "missing.tif"},   {MASK, "text.tif"},   {DATA_PARAMS, "foreign.nc"}};
     for (const Case& c : cases) {
         const QString name = path(c.file);
         const bool ok = c.loader == IMAGE  ? object.loadPivImage(name, QString(), false, 0)
                         : c.loader == MASK ? object.loadMaskImage(name, 0)
-                        : c.loader == DATA ? object.loadPivData(name, 0, false)
-                                           : object.loadParameters(name);
+                        : c.loader == DATA || c.loader == DATA_PARAMS
+                            ? object.loadPivData(name, 0, c.loader == DATA_PARAMS)
+                            : object.loadParameters(name);
         EXPECT_FALSE(ok) << c.file;
         EXPECT_TRUE(object.lastError().contains(name)) << object.lastError().toStdString();
         EXPECT_EQ(object.caption().toStdString(), caption.toStdString()) << c.file;
