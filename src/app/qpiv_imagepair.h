@@ -20,7 +20,8 @@ public:
     // TIFF compression, which the owner sets.
     void takeSettings(const QPIV_ImagePair& other);
 
-    // The library's forms stay callable beside these.
+    // The library's char* loaders and setters stay callable beside these; its
+    // getters, which these hide, through PIV_ImagePair::.
     using PIV_ImagePair::load;
     using PIV_ImagePair::loadMask;
     using PIV_ImagePair::loadPair;
