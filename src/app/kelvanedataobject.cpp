@@ -404,10 +404,10 @@ QString KelvaneDataObject::title(int view) const {
     if (isFileData(view)) return m_dataFileName;
     const QPIV_ImagePair* pair = image(view);
     if (pair->isNull()) return tr("No data");
-    QString text = QString::fromLocal8Bit(pair->fileName(false));
+    QString text = pair->fileName(false);
     if (pair->isImagePair() && !pair->isSplitPCO() &&
         m_analysisMode != PIV::ANALYSIS_AUTO_CORRELATION)
-        text += QStringLiteral(" | ") + QString::fromLocal8Bit(pair->fileName(true));
+        text += QStringLiteral(" | ") + pair->fileName(true);
     return text;
 }
 
@@ -417,11 +417,11 @@ QString KelvaneDataObject::caption(int view) const {
     if (pair->isNull() && !haveData(view)) return text + tr("No data");
     if (isFileData(view)) return text + m_dataFileName;
     if (m_stereoEnabled) text += tr("Stereo View A: ");
-    text += QString::fromLocal8Bit(pair->fileName(false));
+    text += pair->fileName(false);
     if (pair->isSplitPCO())
         text += tr(" (PCO-Type)");
     else if (pair->isImagePair() && m_analysisMode != PIV::ANALYSIS_AUTO_CORRELATION)
-        text += QStringLiteral("|") + QString::fromLocal8Bit(pair->fileName(true));
+        text += QStringLiteral("|") + pair->fileName(true);
     switch (m_analysisMode) {
         case PIV::ANALYSIS_AUTO_CORRELATION:
             return text + tr(" (Autocorrelation Mode)");
@@ -434,8 +434,8 @@ QString KelvaneDataObject::caption(int view) const {
 
 QString KelvaneDataObject::filePath(int view) const {
     if (isFileData(view)) return QFileInfo(m_dataFileName).absoluteFilePath();
-    const char* path = image(view)->filePath(false);
-    return path[0] ? QFileInfo(QString::fromLocal8Bit(path)).absoluteFilePath() : QString();
+    const QString path = image(view)->filePath(false);
+    return path.isEmpty() ? QString() : QFileInfo(path).absoluteFilePath();
 }
 
 QString KelvaneDataObject::fileName(int view) const {
@@ -465,7 +465,7 @@ void KelvaneDataObject::registryIO(MySettings::AccessMode mode) {
     if (read) m_params[3]->setPostProcessCfg(m_params[0]->postProcessCfg());
 
     QPIV_ImagePair* pair = m_images[0];
-    QString reference = QString::fromLocal8Bit(pair->referenceImage());
+    QString reference = pair->referenceImage();
     s.serializeString(mode, "/PIV/ReferenceImage", &reference);
     s.serializeBool(mode, "/Image/EnableTIFFCompression", &m_tiffCompression);
     s.serializeBool(mode, "/Prefs/OriginTopLeft", &m_originTopLeft);
@@ -474,7 +474,7 @@ void KelvaneDataObject::registryIO(MySettings::AccessMode mode) {
     IMAGE_CFG cfg = pair->imageCfg();
     registryIOImageCfg(s, 0, mode, cfg);
     if (!read) return;
-    pair->setReferenceImage(reference.toLocal8Bit().constData());
+    pair->setReferenceImage(reference);
     pair->setTIFFCompressionEnabled(m_tiffCompression);
     pair->setFrameSeparation(separation);
     pair->setImageCfg(cfg);

@@ -168,6 +168,10 @@ private:
     // The statistics of a slot under its label, logged when they changed.
     void logStats(int slot, const QString& label);
     bool failLoad(const QString& reason);
+    // A parameter file's records, read and checked but not yet taken over.
+    struct ParameterFile;
+    bool readParameters(const QString& fileName, ParameterFile& file);
+    void takeParameters(const QString& fileName, ParameterFile& file);
 
     PIVerror m_error;
     PIV_Data2D* m_data[4];

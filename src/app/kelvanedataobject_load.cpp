@@ -39,6 +39,12 @@ bool _differs(const PIV_PARAMETERS& a, const PIV_PARAMETERS& b) {
 
 }  // namespace
 
+struct KelvaneDataObject::ParameterFile {
+    PIV_PARAMETERS records[2];
+    IMAGE_CFG images[2];
+    POSTPROCESS_CFG post;
+};
+
 bool KelvaneDataObject::failLoad(const QString& reason) {
     m_lastError = reason;
     emit signalLogMessage(reason);
@@ -80,11 +86,10 @@ bool KelvaneDataObject::loadPivImage(const QString& fileA, const QString& fileB,
     pair->setPivConvertCfg(m_params[view]->pivConvertCfg());
     connect(pair, &QPIV_ImagePair::signalMessage, this, &KelvaneDataObject::signalMessage);
     const int separation = m_stereoEnabled ? 1 : current->frameSeparation();
-    const QByteArray a = fileA.toLocal8Bit(), b = fileB.toLocal8Bit();
     pair->setWaitCursor(true);
     const bool ok = !fileB.isEmpty() && fileB != fileA && !split
-                        ? pair->loadPair(a.constData(), b.constData())
-                        : pair->load(a.constData(), separation, split, true);
+                        ? pair->loadPair(fileA, fileB)
+                        : pair->load(fileA, separation, split, true);
     pair->setWaitCursor(false);
 
     if (ok) {
@@ -94,13 +99,11 @@ bool KelvaneDataObject::loadPivImage(const QString& fileA, const QString& fileB,
         for (int s : {0, 1}) m_params[s]->setImageSize(pair->width(), pair->height(), 1, true);
         regridData();
         emit signalNewImageSize(pair->size2D());
-        const QString pathA =
-            QFileInfo(QString::fromLocal8Bit(pair->filePath(false))).absoluteFilePath();
+        const QString pathA = QFileInfo(pair->filePath(false)).absoluteFilePath();
         if (pair->isImagePair() && m_analysisMode != PIV::ANALYSIS_AUTO_CORRELATION)
             emit signalLogMessage(
                 tr("Loaded image pair:\n\t %1\n\t %2")
-                    .arg(pathA, QFileInfo(QString::fromLocal8Bit(pair->filePath(true)))
-                                    .absoluteFilePath()));
+                    .arg(pathA, QFileInfo(pair->filePath(true)).absoluteFilePath()));
         else
             emit signalLogMessage(tr("Loaded image:\n\t%1").arg(pathA));
         m_lastError.clear();
@@ -121,14 +124,13 @@ bool KelvaneDataObject::loadPivImage(const QString& fileA, const QString& fileB,
 
 bool KelvaneDataObject::reloadImage() {
     const QPIV_ImagePair* pair = m_images[0];
-    return loadPivImage(QString::fromLocal8Bit(pair->lastImageFileA()),
-                        QString::fromLocal8Bit(pair->lastImageFileB()), pair->imageCfg().SplitPCO,
+    return loadPivImage(pair->lastImageFileA(), pair->lastImageFileB(), pair->imageCfg().SplitPCO,
                         0);
 }
 
 bool KelvaneDataObject::loadMaskImage(const QString& fileName, int view) {
     QPIV_ImagePair* pair = image(view);
-    if (!pair->loadMask(fileName.toLocal8Bit().constData()))
+    if (!pair->loadMask(fileName))
         return failLoad(
             _withDetail(tr("Failure loading mask: %1").arg(fileName),
                         QString::fromLocal8Bit(pair->imgA()->imageMask()->error().getLastError())));
@@ -143,6 +145,13 @@ bool KelvaneDataObject::loadPivData(const QString& fileName, int view, bool load
         field->release();
         return failLoad(_withDetail(tr("Failure loading data file: %1").arg(fileName), detail));
     }
+    // The file's parameters are read before the field is taken: a load that
+    // fails leaves the session as it was.
+    ParameterFile params;
+    if (loadParams && !readParameters(fileName, params)) {
+        field->release();
+        return false;
+    }
     // Two fields exist only with stereo on, which this edition never sets.
     (void)view;
     adoptData(field);
@@ -151,10 +160,19 @@ bool KelvaneDataObject::loadPivData(const QString& fileName, int view, bool load
     m_data[0]->setFlagFileData(true);
     m_data[3]->setFlagFileData(true);
     m_data[3]->setFlagConverted(false);
-    return loadParams ? loadParameters(fileName) : doPostProcessing();
+    if (!loadParams) return doPostProcessing();
+    takeParameters(fileName, params);
+    return true;
 }
 
 bool KelvaneDataObject::loadParameters(const QString& fileName) {
+    ParameterFile file;
+    if (!readParameters(fileName, file)) return false;
+    takeParameters(fileName, file);
+    return true;
+}
+
+bool KelvaneDataObject::readParameters(const QString& fileName, ParameterFile& file) {
     const QByteArray path = fileName.toLocal8Bit();
     if (!PIV::IsParameterFile(path.constData())) {
         m_lastError = tr("Not a parameter file: %1").arg(fileName);
@@ -162,49 +180,50 @@ bool KelvaneDataObject::loadParameters(const QString& fileName) {
     }
     const QDir dir = QFileInfo(fileName).absoluteDir();
     const int views = m_stereoEnabled ? 2 : 1;
-    // Everything is read before anything is taken over.
-    PIV_PARAMETERS records[2];
-    IMAGE_CFG images[2];
-    POSTPROCESS_CFG post = m_params[3]->postProcessCfg();
+    file.post = m_params[3]->postProcessCfg();
     for (int view = 0; view < views; ++view) {
         PIV_Parameters scratch;
         scratch.setPivParameters(m_params[view]->pivParameters());
         scratch.setImageCfg(m_params[view]->imageCfg());
-        scratch.setPostProcessCfg(post);
-        images[view] = image(view)->imageCfg();
+        scratch.setPostProcessCfg(file.post);
+        file.images[view] = image(view)->imageCfg();
         if (!scratch.read(path.constData(), view) ||
-            !PIV::ReadImageCfg(path.constData(), &images[view], view))
+            !PIV::ReadImageCfg(path.constData(), &file.images[view], view))
             return failLoad(_withDetail(tr("Failure reading parameters from: %1").arg(fileName),
                                         QString::fromLocal8Bit(scratch.error().getLastError())));
-        records[view] = scratch.pivParameters();
-        if (view == 0) post = scratch.postProcessCfg();
-        IMAGE_CFG& cfg = images[view];
-        for (auto* file : {&cfg.DewarpFile, &cfg.Mask, &cfg.Mask2, &cfg.Bkgd, &cfg.Bkgd2})
-            _makeAbsolute(*file, dir);
+        file.records[view] = scratch.pivParameters();
+        if (view == 0) file.post = scratch.postProcessCfg();
+        IMAGE_CFG& cfg = file.images[view];
+        for (auto* name : {&cfg.DewarpFile, &cfg.Mask, &cfg.Mask2, &cfg.Bkgd, &cfg.Bkgd2})
+            _makeAbsolute(*name, dir);
     }
+    return true;
+}
+
+void KelvaneDataObject::takeParameters(const QString& fileName, ParameterFile& file) {
+    const QDir dir = QFileInfo(fileName).absoluteDir();
+    const int views = m_stereoEnabled ? 2 : 1;
     m_lastError.clear();
     QDir::setCurrent(dir.absolutePath());
 
     int changes = 0;
     for (int view = 0; view < views; ++view) {
-        if (_differs(m_params[view]->pivParameters(), records[view]))
-            changes += setPivParameters(records[0], records[views - 1]) ? 1 : 0;
+        if (_differs(m_params[view]->pivParameters(), file.records[view]))
+            changes += setPivParameters(file.records[0], file.records[views - 1]) ? 1 : 0;
         QPIV_ImagePair* pair = image(view);
-        if (PIV::SameRecord(images[view], pair->imageCfg())) continue;
+        if (PIV::SameRecord(file.images[view], pair->imageCfg())) continue;
         ++changes;
-        pair->setImageCfg(images[view]);
+        pair->setImageCfg(file.images[view]);
         if (!isFileData(0) && !pair->isNull())
-            loadPivImage(QString::fromLocal8Bit(pair->lastImageFileA()),
-                         QString::fromLocal8Bit(pair->lastImageFileB()), images[view].SplitPCO,
+            loadPivImage(pair->lastImageFileA(), pair->lastImageFileB(), file.images[view].SplitPCO,
                          view);
     }
     POSTPROCESS_CFG before = m_params[3]->postProcessCfg();
     _makeAbsolute(before.MaskFile, dir);
     _makeAbsolute(before.combine.File, dir);
-    _makeAbsolute(post.MaskFile, dir);
-    _makeAbsolute(post.combine.File, dir);
-    if (!PIV::SameRecord(before, post)) changes += setPostProcessCfg(post) ? 1 : 0;
+    _makeAbsolute(file.post.MaskFile, dir);
+    _makeAbsolute(file.post.combine.File, dir);
+    if (!PIV::SameRecord(before, file.post)) changes += setPostProcessCfg(file.post) ? 1 : 0;
     emit signalLogMessage(tr("Loaded parameters from: ") + fileName);
     if (changes > 0) emit signalHaveNewParameters();
-    return true;
 }

@@ -6,12 +6,15 @@
 #include <QTemporaryDir>
 
 #include <algorithm>
+#include <tuple>
 
 #include "imagecfg_settings.h"
+#include "kelvanedataobject.h"
 #include "mysettings.h"
 #include "piv_parametersqt.h"
 #include "piv_params.h"
 #include "piv_record.h"
+#include "qpiv_imagepair.h"
 
 namespace {
 
@@ -137,6 +140,8 @@ TEST_F(Store, ReadMendsOrIgnoresWhatCannotBeUsed) {
          }},
         {"[Conversion]\nMagX=2",
          [](Records& r) { std::fill_n(r.params.convert.LengthConversion, 3, 2.0); }},
+        // A grid unit no table knows, cut or not, is the table's own "mm" again.
+        {"[Conversion]\nGridUnit=abcdefghi", [](Records&) {}},
         {"[Image]\nViewB/Filters/Negative=yes\nViewB/Filters/ROIRect=1, 2, 3, 4, 5, 6",
          [](Records& r) { r.image.CropRect = {1, 2, 3, 4, 5, 6}; }},
     };
@@ -149,10 +154,31 @@ TEST_F(Store, ReadMendsOrIgnoresWhatCannotBeUsed) {
         c.change(expected);
         EXPECT_TRUE(storeIO(path("edited.ini"), MySettings::READ, Records()) == expected) << c.ini;
     }
-    // Units that no table knows become the table's first; the cut shows in the buffer.
+    // The records give such a unit up, so the cut to seven shows only in the buffer.
     MySettings store(path("edited.ini"), QSettings::IniFormat);
     store.setValue("Conversion/GridUnit", "abcdefghi");
     char unit[8] = "mm";
     store.serializeCharString(MySettings::READ, "Conversion/GridUnit", unit, 8);
     EXPECT_STREQ(unit, "abcdefg");
+}
+
+// The session's keys beside the records, each off its default under the name
+// earlier stores use, reach the session, are written back and read again.
+TEST_F(Store, TheSessionKeysReadBackIntoAFreshSession) {
+    MySettings store(path("session.ini"), QSettings::IniFormat);
+    store.setValue("PIV/ReferenceImage", "/data/ref0001.tif");
+    store.setValue("Image/EnableTIFFCompression", true);
+    store.setValue("Prefs/OriginTopLeft", false);
+    store.setValue("PIV/FrameSeparation", 3);
+    const auto session = [](const KelvaneDataObject& o) {
+        return std::make_tuple(o.image()->referenceImage().toStdString(), o.isTIFFCompression(),
+                               o.isOriginTopLeft(), o.image()->frameSeparation());
+    };
+    const auto expected = std::make_tuple(std::string("/data/ref0001.tif"), true, false, 3);
+    KelvaneState state;
+    KelvaneDataObject first(&state, &store);
+    EXPECT_EQ(session(first), expected);
+    store.clear();
+    first.registryIO(MySettings::WRITE);
+    EXPECT_EQ(session(KelvaneDataObject(&state, &store)), expected);
 }
