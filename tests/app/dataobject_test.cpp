@@ -9,6 +9,7 @@
 
 #include <string>
 
+#include "offscreen_app.h"
 #include "image2d.h"
 #include "kelvanedataobject.h"
 #include "message_capture.h"
@@ -27,13 +28,7 @@ constexpr int kSize = 64;
 
 class DataObject : public ::testing::Test {
 protected:
-    static void SetUpTestSuite() {
-        static int argc = 1;
-        static char name[] = "test_app";
-        static char* argv[] = {name, nullptr};
-        qputenv("QT_QPA_PLATFORM", "offscreen");
-        if (!QCoreApplication::instance()) new QApplication(argc, argv);
-    }
+    static void SetUpTestSuite() { EnsureOffscreenApplication(); }
     void SetUp() override {
         synth::SynthParams p;
         p.width = p.height = kSize;

@@ -17,6 +17,7 @@
 #include <string>
 #include <vector>
 
+#include "offscreen_app.h"
 #include "image2d.h"
 #include "kelvanedata.h"
 #include "kelvanedataobject.h"
@@ -43,13 +44,7 @@ void Answer(const QString& button, QString* text) {
 
 class Engine : public ::testing::Test {
 protected:
-    static void SetUpTestSuite() {
-        static int argc = 1;
-        static char name[] = "test_app";
-        static char* argv[] = {name, nullptr};
-        qputenv("QT_QPA_PLATFORM", "offscreen");
-        if (!QCoreApplication::instance()) new QApplication(argc, argv);
-    }
+    static void SetUpTestSuite() { EnsureOffscreenApplication(); }
     // A pair of `size` squared with particles moving (3, 2) px, and the method.
     void load(int size, int method, bool outliers, int deformation = 0) {
         synth::SynthParams p;

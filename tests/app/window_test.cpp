@@ -9,6 +9,7 @@
 #include <memory>
 #include <thread>
 
+#include "offscreen_app.h"
 #include "app_messages.h"
 #include "command_line.h"
 #include "kelvane.h"
@@ -21,17 +22,8 @@ namespace {
 
 class Gui : public ::testing::Test {
 protected:
-    static void SetUpTestSuite() {
-        qputenv("QT_QPA_PLATFORM", "offscreen");
-        QStandardPaths::setTestModeEnabled(true);  // keeps the user's settings untouched
-        static int argc = 1;
-        static char name[] = "test_app";
-        static char* argv[] = {name, nullptr};
-        if (!QApplication::instance()) app = new QApplication(argc, argv);
-    }
-    static QApplication* app;
+    static void SetUpTestSuite() { EnsureOffscreenApplication(); }
 };
-QApplication* Gui::app = nullptr;
 
 }  // namespace
 
