@@ -359,7 +359,9 @@ bool PIVevalEngine::isRunCurrent() const {
 }
 
 void PIVevalEngine::runProgress(int done, int total) {
-    if (!m_running || m_cancelRequested) return;
+    // Progress after a stop still shows: it tells how far the worker went
+    // before it saw the stop.
+    if (!m_running) return;
     if (done < 0) {
         ++m_listsDone;
         return;
