@@ -103,6 +103,8 @@ public:
     PIV_VECTOR getNearestVector(const FPOINT2D& point, bool* ok) const;
     DIFFERENTIALS getNearestDifferentials(const FPOINT2D& point, bool* ok) const;
     SIZE2D imageSize(int view = -1) const;
+    // Counts the loads of a mask into the pair, which change it in place.
+    quint64 maskRevision() const { return m_maskRevision; }
     // A pixel position in the units of the conversion settings of view A;
     // y counted from the image's top row, or with fromTop false its bottom.
     double physicalX(double x) const;
@@ -183,6 +185,7 @@ private:
     Image2D* m_masks[4];
     PIV3C_Parameters* m_stereoParams;
     int m_analysisMode = 1;
+    quint64 m_maskRevision = 0;
     KelvaneMode m_mode = MODE_NONE;
     int m_currentView = 0;
     bool m_stereoEnabled = false;

@@ -130,6 +130,8 @@ bool KelvaneDataObject::reloadImage() {
 
 bool KelvaneDataObject::loadMaskImage(const QString& fileName, int view) {
     QPIV_ImagePair* pair = image(view);
+    // The mask changes in place, even when the load fails half-way.
+    ++m_maskRevision;
     if (!pair->loadMask(fileName))
         return failLoad(
             _withDetail(tr("Failure loading mask: %1").arg(fileName),

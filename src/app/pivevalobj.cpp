@@ -240,6 +240,7 @@ bool PIVevalEngine::interrogateImage() {
     const QPIV_ImagePair* pair = m_dataObject->image(0);
     m_runPair = pair;
     m_runImageGeneration = m_imageGeneration;
+    m_runMaskRevision = m_dataObject->maskRevision();
     m_runTarget = m_dataObject->data(0);
     m_runTarget->addRef();
     m_runParams = params->pivParameters();
@@ -352,7 +353,7 @@ void PIVevalEngine::startWorker() {
 
 bool PIVevalEngine::isRunCurrent() const {
     return m_imageGeneration == m_runImageGeneration && m_dataObject->image(0) == m_runPair &&
-           !m_runPair->isNull() &&
+           !m_runPair->isNull() && m_dataObject->maskRevision() == m_runMaskRevision &&
            m_dataObject->data(0) == m_runTarget &&
            m_dataObject->analysisMode() == m_runAnalysisMode &&
            _sameSettings(m_dataObject->parameters(0)->pivParameters(), m_runParams);

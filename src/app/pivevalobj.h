@@ -115,7 +115,7 @@ private:
     QPIV_Eval2D* m_runner;
     bool m_running = false;
     bool m_cancelRequested = false;
-    quint64 m_imageGeneration = 0, m_runImageGeneration = 0;
+    quint64 m_imageGeneration = 0, m_runImageGeneration = 0, m_runMaskRevision = 0;
     const QPIV_ImagePair* m_runPair = nullptr;
     PIV_Data2D* m_runTarget = nullptr;  // referenced while the run goes on
     PIV_PARAMETERS m_runParams;

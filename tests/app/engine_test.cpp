@@ -224,6 +224,14 @@ TEST_F(Engine, ImageLoadedMidRunNeverGetsTheOldResult) {
         if (progress.size() == 1) object.clearAll();
     }));
     EXPECT_FALSE(object.isEvaluated(0));
+    // A mask loaded mid-run, of the frames' size: the run's mask is the old.
+    load(256, PIV::METHOD_MULTI_PASS, true);
+    Image2D mask(256, 256, IMAGE_UINT8);
+    ASSERT_TRUE(mask.save(dir.file("mask.tif").c_str()));
+    progress.clear();
+    EXPECT_FALSE(run([&](int, int) {
+        if (progress.size() == 2) object.loadMaskImage(QString::fromStdString(dir.file("mask.tif")), 0);
+    }));
     // Another number of passes taken mid-run: the result is for the old
     // settings, and the log says it was dropped.
     load(256, PIV::METHOD_MULTI_PASS, true);
