@@ -144,6 +144,25 @@ TEST_F(Engine, RunOnWorkerGivesTheLibrarysFieldWithOrderedProgress) {
     EXPECT_EQ(Vectors(*object.data(0)), Vectors(field));
     const PIV_VECTOR* middle = object.data(0)->pivVector(7, 7);
     EXPECT_NEAR(middle->dx, 3.0, 0.1);
+
+    // With a mask over the left quarter, the worker's copy of it masks the
+    // same windows as the library given the session's own.
+    Image2D mask(256, 256, IMAGE_UINT8);
+    for (int y = 0; y < 256; ++y)
+        for (int x = 0; x < 64; ++x) mask.setPixel(x, y, 255.0f);
+    ASSERT_TRUE(mask.save(dir.file("mask.tif").c_str()));
+    IMAGE_CFG masked = object.image(0)->imageCfg();
+    masked.MaskEnable = true;
+    PIV::CopyText(masked.Mask, dir.file("mask.tif").c_str());
+    object.image(0)->setImageCfg(masked);
+    ASSERT_TRUE(object.reloadImage());
+    ASSERT_TRUE(run());
+    const QPIV_ImagePair* pair = object.image(0);  // the reload made a new pair
+    ASSERT_TRUE(direct.setPivImages(pair->imgA(), pair->imgB()));
+    ASSERT_EQ(direct.setMaskImages(pair->imgA()->imageMask(), pair->imgB()->imageMask(), true), 1);
+    ASSERT_TRUE(direct.interrogateImage(false));
+    EXPECT_EQ(Vectors(*object.data(0)), Vectors(field));
+    EXPECT_GT(object.data(0)->vectorsMasked(), 0u);
 }
 
 // A probe at rest: the plane handed to the display has its middle at zero
