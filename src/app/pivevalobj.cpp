@@ -110,6 +110,10 @@ PIVevalEngine::PIVevalEngine(KelvaneDataObject* dataObject, QWidget* parentWidge
             Qt::QueuedConnection);
     connect(m_runner, &QPIV_Eval2D::signalNewPivData, this, &PIVevalEngine::runField,
             Qt::QueuedConnection);
+    connect(m_runner, &QPIV_Eval2D::signalDrawSamples, this, &PIVevalEngine::slotDrawSamples,
+            Qt::QueuedConnection);
+    connect(m_runner, &QPIV_Eval2D::signalDrawCorrelation, this,
+            &PIVevalEngine::slotDrawCorrelation, Qt::QueuedConnection);
     m_thread.setObjectName(QStringLiteral("PIV evaluation"));
     m_thread.start();
     updatePivImages(false);
