@@ -3,7 +3,9 @@
 #include <cstdio>
 #include <cstdlib>
 #include <cstring>
+#include <fstream>
 #include <memory>
+#include <string>
 
 #include "bitmap_lut.h"
 
@@ -33,23 +35,24 @@ bool parseRow(char* line, double* values, int* count) {
 }  // namespace
 
 bool BitmapLUT::load(const char* file) {
-    FilePtr fp = openFile(file, "r");
-    if (!fp) {
+    std::ifstream in;
+    if (file) in.open(file);
+    if (!in) {
         m_error.setMessage("BitmapLUT::load() - failed opening file: '%s'", file ? file : "");
         m_error.handleError(PIVerror::FILE_OPEN_FAILED, "load()");
         return false;
     }
     double rgba[4][kSize];
     int rows = 0;
-    char line[1024];
-    int lineNo = 0;
-    while (std::fgets(line, sizeof(line), fp.get())) {
-        ++lineNo;
-        const char* p = line + std::strspn(line, " \t\r\n");
-        if (*p == '\0' || *p == '#' || *p == '[' || *p == '%') continue;
+    std::string line;
+    for (int lineNo = 1; std::getline(in, line); ++lineNo) {
+        const size_t first = line.find_first_not_of(" \t\r");
+        if (first == std::string::npos) continue;
+        const char c0 = line[first];
+        if (c0 == '#' || c0 == '[' || c0 == '%') continue;
         double v[4];
         int n = 0;
-        if (rows == kSize || !parseRow(line, v, &n)) {
+        if (rows == kSize || !parseRow(line.data(), v, &n)) {
             m_error.setMessage(rows == kSize ? "BitmapLUT::load() - more than %d rows in file: '%s'"
                                              : "BitmapLUT::load() - bad row %d in file: '%s'",
                                rows == kSize ? kSize : lineNo, file);

@@ -154,6 +154,7 @@ TEST(BitmapLutTest, UserFileRoundTripAndBadFiles) {
 
     std::ofstream(bad) << "10 20 30\nred green blue\n";
     EXPECT_FALSE(lut.load(bad.c_str()));
+    EXPECT_EQ(lut.error().getLastErrorCode(), PIVerror::INVALID_FILE_CONTENT);
     std::ofstream out(bad);
     for (int i = 0; i < 300; ++i) out << "1,2;3\n";
     out.close();
