@@ -5,6 +5,7 @@
 #include <string>
 
 #include "field_grids.h"
+#include "image2d.h"
 #include "message_capture.h"
 #include "piv_plot.h"
 #include "scratch_files.h"
@@ -85,6 +86,16 @@ TEST(ScalarBitmap, BlendsCornersIntoTableIndices) {
         // 24 lies above the maximum 21: the top index, or 24 / 3 = 8 = P -> 0.
         EXPECT_EQ(wrap ? 0 : 7, f.at(8, 8));
     }
+}
+
+TEST(ScalarBitmap, DataAreaImageSpansTheNodes) {
+    ScalarField f;
+    f.cfg.DataAreaOnly = true;
+    Image2D image;
+    ASSERT_TRUE(f.field.createScalarImage(&image, f.cfg));
+    ASSERT_EQ(5u, image.width());                              // pixels 4 to 8
+    EXPECT_EQ(3, image.bits()[2 * image.bytesPerLine() + 1]);  // pixel (5, 6) above
+    EXPECT_EQ(7, image.bits()[4 * image.bytesPerLine() + 4]);
 }
 
 TEST(ScalarBitmap, RefusesWithAText) {
