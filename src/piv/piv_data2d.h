@@ -8,6 +8,10 @@
 
 #include "piv_database.h"
 
+namespace PIVPLOT {
+struct CONTOUR_CFG;
+}
+
 namespace PIV {
 // The complementary error function of the Chauvenet test: a series below
 // 2.2, a continued fraction above, both to 1e-12.
@@ -110,6 +114,9 @@ public:
     // The nine gradients of u, v (sx, sy for speckle data) by line integrals
     // around each interior node, in physical units; edges and outliers hold zeros.
     bool differentiate();
+    // An 8-bit image of colour-table indices of the record's coding, over the
+    // whole image or, with DataAreaOnly, the span of the nodes (piv_plot.h).
+    bool createScalarImage(Image2D* image, const PIVPLOT::CONTOUR_CFG& cfg);
     // Median of the 3x3 (kernel below 4) or 5x5 neighbourhood of every
     // enabled vector; disabled vectors feed the medians but keep their
     // values. Once per field; the last argument has no effect.
