@@ -17,7 +17,27 @@ unsigned char toByte(double v) {
 
 constexpr int kLastBuiltIn = LUT_COLOR_CODING;
 
+const char* const kNames[LUT_USER_DEFINED + 1] = {
+    "Linear Grayscale",
+    "Grayscale + Red",
+    "Short Rainbow",
+    "Long Rainbow",
+    "Rainbow + White",
+    "Linear Green",
+    "Blue White Red",
+    "Blue Black Red",
+    "Multicolor A",
+    "Multicolor B",
+    "Black-Cyan-Blue-Magenta-Red",
+    "Color Coding",
+    "User defined",
+};
+
 }  // namespace
+
+const char* BitmapLUTName(int choice) {
+    return choice >= 0 && choice <= LUT_USER_DEFINED ? kNames[choice] : "";
+}
 
 BitmapLUT::BitmapLUT()
     : m_levels(kSize),

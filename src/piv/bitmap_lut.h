@@ -25,6 +25,9 @@ enum BitmapLUTChoice : int32_t {
     LUT_USER_DEFINED = 12,
 };
 
+// The name of a choice as the list "Lookup Table" shows it; "" outside 0-12.
+const char* BitmapLUTName(int choice);
+
 // Keys "Mode", "Opacity", "ColorTrans", "ColorTransEnable" in the plot file.
 enum BitmapOpacityMode : int32_t {
     OPACITY_NONE = 0,

@@ -2,6 +2,7 @@
 #include "piv_plot.h"
 
 #include <cmath>
+#include <cstring>
 
 namespace {
 const char* const kCodingNames[PIVPLOT::CC_COUNT] = {
@@ -114,4 +115,116 @@ float _GetCornerDifferential(const DIFFERENTIALS& d, int coding) {
         default:
             return 0.0f;
     }
+}
+
+namespace {
+
+void setText(char* buffer, const char* text) {
+    std::strncpy(buffer, text, PIVPLOT::TextLength - 1);
+}
+
+PIVPLOT::LUT_CFG colourBar(int choice, double maxValue, double increment) {
+    PIVPLOT::LUT_CFG l;
+    l.PalLength = 256;
+    l.Index = choice;
+    l.ValueMax = maxValue;
+    l.ValueIncr = increment;
+    l.Levels = 256;
+    l.PosX = 20;
+    l.PosY = 20;
+    l.Orientation = 1;  // vertical
+    l.Frame = true;
+    l.FillBkgd = true;
+    l.Color = 0xff000000;
+    l.ColorBkgd = 0xffffffff;
+    l.Length = 256;
+    l.Width = 20;
+    l.LineWidth = 1.0f;
+    l.ShowTitle = true;
+    l.ShowLabels = true;
+    l.MinorTicks = 4;
+    l.MinorTicksShow = true;
+    return l;
+}
+
+PIVPLOT::AXIS_CFG axis(const char* title, const char* physTitle) {
+    PIVPLOT::AXIS_CFG a;
+    a.ShowTitle = true;
+    setText(a.Title, title);
+    setText(a.PhysTitle, physTitle);
+    a.TitleSize = 12;
+    a.LabelSize = 10;
+    a.MinorTicks = 4;
+    a.MinorTickSize = 3;
+    a.MajorTickSize = 6;
+    a.ShowLabels = true;
+    a.PixIncr = 100;
+    a.PhysIncr = 10;
+    a.LineWidth = 1.0f;
+    return a;
+}
+
+}  // namespace
+
+PIVPLOT::PLOT_CFG PIVPLOT::DefaultPlotCfg() {
+    PLOT_CFG c;
+    setText(c.Font, "Sans");
+    for (ANNOTATION_CFG* a : {&c.logo, &c.background, &c.overlay, &c.title, &c.subTitle}) {
+        a->Size = 12;
+        a->PosX = 20;
+        a->PosY = 20;
+    }
+    c.title.Size = 16;
+    c.subTitle.PosY = 44;
+
+    c.image.Show = true;
+    c.image.PalLen = 256;
+    c.image.MaskOpacity = 0.5;
+    c.image.lut = colourBar(0, 255, 50);
+    c.image.opacity.Opacity = 1.0;
+
+    VECTOR_CFG& v = c.vector;
+    v.Show = true;
+    v.ColorCode = 6;  // plain green
+    v.MaxVector = 1000;
+    v.MaxColor = 10;
+    v.Stretch = 4;
+    v.SkipX = v.SkipY = 1;
+    v.HeadWidth = 0.15;
+    v.HeadLength = 0.3;
+    v.FillArrowHead = true;
+    v.LineWidth = 1.0f;
+    v.UniformHeadSize = 4;
+    v.UniformVectorLength = 10;
+    v.UniformVectorColor = 0xff00ff00;
+    v.lut = colourBar(2, 10, 2);
+
+    REFVECTOR_CFG& r = c.refVector;
+    r.PosX = r.PosY = 20;
+    r.PixelShift = r.Velocity = r.PhysShift = 10;
+    setText(r.ShiftUnit, "mm");
+    setText(r.VelUnit, "m/s");
+    r.FontSize = 10;
+    r.Color = 0xff000000;
+    r.ColorBkgd = 0xffffffff;
+    r.Frame = r.FillBkgd = true;
+
+    c.contour.lut = colourBar(6, 1, 0.2);
+    c.contour.lut.ValueMin = -1;
+    c.contour.opacity.Opacity = 1.0;
+
+    c.xAxis = axis("x [pixel]", "x [mm]");
+    c.yAxis = axis("y [pixel]", "y [mm]");
+
+    COLOR_CFG& k = c.colors;
+    k.Bkgd = 0xff808080;
+    k.Valid = 0xff00ff00;
+    k.Outlier = 0xffff0000;
+    k.Replaced = 0xffffff00;
+    k.Interpolated = 0xff00ffff;
+    k.Edited = 0xff0000ff;
+    k.Mask = 0xff404040;
+    k.Text = 0xff000000;
+    k.DataArea = 0xffffffff;
+    return c;
 }

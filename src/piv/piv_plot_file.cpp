@@ -4,6 +4,7 @@
 #include "piv_messages.h"
 #include "piv_params_io.h"
 #include "piv_plot.h"
+#include "piv_plot_fields.h"
 
 using namespace PIVPLOT;
 
@@ -14,157 +15,31 @@ void _group(ASCIIParFile* f, const char* prefix, const char* comment) {
     f->beginGroup(prefix);
 }
 
-void _text(ASCIIParFile* f, const char* key, char* text) {
-    f->serializeString(key, text, TextLength);
+// Walks the shared field lists into the file.
+struct FileFields {
+    ASCIIParFile* f;
+    template <class T>
+    void field(const char* key, T* value) {
+        f->serialize(key, value);
+    }
+    void text(const char* key, char* value, int size) { f->serializeString(key, value, size); }
+};
+
+template <class Record>
+void _serializeGroup(ASCIIParFile* f, const char* prefix, const char* comment, Record* c,
+                     void (*visit)(FileFields&, Record*)) {
+    _group(f, prefix, comment);
+    FileFields v{f};
+    visit(v, c);
+    f->endGroup();
 }
 
 void _serializeLUT(ASCIIParFile* f, LUT_CFG* c, const char* comment) {
-    _group(f, "LUT_", comment);
-    f->serialize("Show", &c->Show);
-    f->serialize("PalLength", &c->PalLength);
-    f->serialize("Index", &c->Index);
-    f->serialize("ValueMin", &c->ValueMin);
-    f->serialize("ValueMax", &c->ValueMax);
-    f->serialize("ValueIncr", &c->ValueIncr);
-    f->serialize("UseDiscreteLevels", &c->UseDiscreteLevels);
-    f->serialize("Levels", &c->Levels);
-    f->serialize("Reversed", &c->Reversed);
-    f->serialize("Wrap", &c->Wrap);
-    f->serialize("PosX", &c->PosX);
-    f->serialize("PosY", &c->PosY);
-    f->serialize("Orientation", &c->Orientation);
-    f->serialize("Frame", &c->Frame);
-    f->serialize("FillBkgd", &c->FillBkgd);
-    f->serialize("Color", &c->Color);
-    f->serialize("ColorBkgd", &c->ColorBkgd);
-    f->serialize("Length", &c->Length);
-    f->serialize("Width", &c->Width);
-    f->serialize("LineWidth", &c->LineWidth);
-    f->serialize("ShowTitle", &c->ShowTitle);
-    f->serialize("ShowLabels", &c->ShowLabels);
-    f->serialize("MinorTicks", &c->MinorTicks);
-    f->serialize("MinorTicksShow", &c->MinorTicksShow);
-    f->serialize("MinorTicksLabelShow", &c->MinorTicksLabelShow);
-    f->serialize("MinorTicksLabelSkip", &c->MinorTicksLabelSkip);
-    f->endGroup();
+    _serializeGroup(f, "LUT_", comment, c, &VisitLutFields<FileFields>);
 }
 
 void _serializeOpacity(ASCIIParFile* f, OPACITY_CFG* c, const char* comment) {
-    _group(f, "Opacity_", comment);
-    f->serialize("Mode", &c->Mode);
-    f->serialize("Opacity", &c->Opacity);
-    f->serialize("ColorTrans", &c->ColorTrans);
-    f->serialize("ColorTransEnable", &c->ColorTransEnable);
-    f->endGroup();
-}
-
-void _serializeAnnotation(ASCIIParFile* f, ANNOTATION_CFG* c, const char* prefix,
-                          const char* comment) {
-    _group(f, prefix, comment);
-    f->serialize("Show", &c->Show);
-    _text(f, "Text", c->Text);
-    f->serialize("Size", &c->Size);
-    f->serialize("PosX", &c->PosX);
-    f->serialize("PosY", &c->PosY);
-    f->endGroup();
-}
-
-void _serializeAxis(ASCIIParFile* f, AXIS_CFG* c, const char* prefix) {
-    _group(f, prefix, nullptr);
-    f->serialize("Show", &c->Show);
-    f->serialize("UsePhysUnit", &c->UsePhysUnit);
-    f->serialize("ShowTitle", &c->ShowTitle);
-    _text(f, "Title", c->Title);
-    _text(f, "PhysTitle", c->PhysTitle);
-    f->serialize("TitleSize", &c->TitleSize);
-    f->serialize("LabelSize", &c->LabelSize);
-    f->serialize("Skip", &c->Skip);
-    f->serialize("MinorTicks", &c->MinorTicks);
-    f->serialize("MinorTickSize", &c->MinorTickSize);
-    f->serialize("MajorTickSize", &c->MajorTickSize);
-    f->serialize("ShowLabels", &c->ShowLabels);
-    f->serialize("PixAnchor", &c->PixAnchor);
-    f->serialize("PixIncr", &c->PixIncr);
-    f->serialize("PhysAnchor", &c->PhysAnchor);
-    f->serialize("PhysIncr", &c->PhysIncr);
-    f->serialize("LineWidth", &c->LineWidth);
-    f->serialize("Transparency", &c->Transparency);
-    f->endGroup();
-}
-
-void _serializeVector(ASCIIParFile* f, VECTOR_CFG* c) {
-    _group(f, "Vector_", "[---- Vector plotting parameters ----]");
-    f->serialize("Show", &c->Show);
-    f->serialize("ColorCode", &c->ColorCode);
-    f->serialize("MaxVector", &c->MaxVector);
-    f->serialize("MinColor", &c->MinColor);
-    f->serialize("MaxColor", &c->MaxColor);
-    f->serialize("Stretch", &c->Stretch);
-    f->serialize("SkipX", &c->SkipX);
-    f->serialize("SkipY", &c->SkipY);
-    f->serialize("OffsetType", &c->OffsetType);
-    f->serialize("OffsetX", &c->OffsetX);
-    f->serialize("OffsetY", &c->OffsetY);
-    f->serialize("OutlierDisplay", &c->OutlierDisplay);
-    f->serialize("HeadWidth", &c->HeadWidth);
-    f->serialize("HeadLength", &c->HeadLength);
-    f->serialize("FillArrowHead", &c->FillArrowHead);
-    f->serialize("LineWidth", &c->LineWidth);
-    f->serialize("MidPointAnchor", &c->MidPointAnchor);
-    f->serialize("UniformHead", &c->UniformHead);
-    f->serialize("UniformHeadSize", &c->UniformHeadSize);
-    f->serialize("UniformVectors", &c->UniformVectors);
-    f->serialize("UniformVectorLength", &c->UniformVectorLength);
-    f->serialize("UniformVectorColor", &c->UniformVectorColor);
-    _serializeLUT(f, &c->lut, nullptr);
-    f->endGroup();
-}
-
-void _serializeRefVector(ASCIIParFile* f, REFVECTOR_CFG* c) {
-    _group(f, "RefVector_", nullptr);
-    f->serialize("Show", &c->Show);
-    f->serialize("PosX", &c->PosX);
-    f->serialize("PosY", &c->PosY);
-    f->serialize("PixelShift", &c->PixelShift);
-    f->serialize("Velocity", &c->Velocity);
-    f->serialize("VelocityInPixels", &c->VelocityInPixels);
-    f->serialize("PhysShift", &c->PhysShift);
-    f->serialize("PhysShiftInPixels", &c->PhysShiftInPixels);
-    _text(f, "ShiftUnit", c->ShiftUnit);
-    _text(f, "VelUnit", c->VelUnit);
-    f->serialize("DisplayMode", &c->DisplayMode);
-    f->serialize("FontSize", &c->FontSize);
-    f->serialize("Color", &c->Color);
-    f->serialize("ColorBkgd", &c->ColorBkgd);
-    f->serialize("Frame", &c->Frame);
-    f->serialize("FillBkgd", &c->FillBkgd);
-    f->endGroup();
-}
-
-void _serializeContour(ASCIIParFile* f, CONTOUR_CFG* c) {
-    _group(f, "Contour_", nullptr);
-    f->serialize("Show", &c->Show);
-    f->serialize("Coding", &c->Coding);
-    f->serialize("ConvertMode", &c->ConvertMode);
-    f->serialize("FillBkgd", &c->FillBkgd);
-    f->serialize("FillValue", &c->FillValue);
-    _serializeLUT(f, &c->lut, nullptr);
-    _serializeOpacity(f, &c->opacity, nullptr);
-    f->endGroup();
-}
-
-void _serializeColors(ASCIIParFile* f, COLOR_CFG* c) {
-    _group(f, "Colors_", nullptr);
-    f->serialize("Bkgd", &c->Bkgd);
-    f->serialize("Valid", &c->Valid);
-    f->serialize("Outlier", &c->Outlier);
-    f->serialize("Replaced", &c->Replaced);
-    f->serialize("Interpolated", &c->Interpolated);
-    f->serialize("Edited", &c->Edited);
-    f->serialize("Mask", &c->Mask);
-    f->serialize("Text", &c->Text);
-    f->serialize("DataArea", &c->DataArea);
-    f->endGroup();
+    _serializeGroup(f, "Opacity_", comment, c, &VisitOpacityFields<FileFields>);
 }
 
 }  // namespace
@@ -174,32 +49,41 @@ void _serializePlotCfg(PLOT_CFG* cfg, ASCIIParFile* f) {
         f->addComment(PIV::ParameterFileMagic);
         f->addComment("[ PIV Plotting Parameters for Kelvane ]");
     }
-    f->beginGroup("Plot_");
-    f->serialize("StackingOrder", &cfg->StackingOrder);
-    f->serialize("PlotPosX", &cfg->PlotPosX);
-    f->serialize("PlotPosY", &cfg->PlotPosY);
-    f->serialize("ShowOrigin", &cfg->ShowOrigin);
-    _text(f, "Font", cfg->Font);
-    f->endGroup();
-    _serializeAnnotation(f, &cfg->logo, "Logo_", "[---- Annontation: Logo ----]");
-    _serializeAnnotation(f, &cfg->background, "Background_",
-                         "[---- Annontation: Background image ----]");
-    _serializeAnnotation(f, &cfg->overlay, "Overlay_", "[---- Annontation: Overlay image ----]");
-    _serializeAnnotation(f, &cfg->title, "Title_", "[---- Annontation: Title ----]");
-    _serializeAnnotation(f, &cfg->subTitle, "SubTitle_", "[---- Annontation: SubTitle ----]");
-    _group(f, "Image_", "[---- Image display parameters ----]");
-    f->serialize("Show", &cfg->image.Show);
-    f->serialize("PalLen", &cfg->image.PalLen);
-    f->serialize("MaskOpacity", &cfg->image.MaskOpacity);
-    f->endGroup();
+    _serializeGroup(f, "Plot_", nullptr, cfg, &VisitPlotFields<FileFields>);
+    const struct {
+        ANNOTATION_CFG* cfg;
+        const char* prefix;
+        const char* comment;
+    } annotations[] = {
+        {&cfg->logo, "Logo_", "[---- Annontation: Logo ----]"},
+        {&cfg->background, "Background_", "[---- Annontation: Background image ----]"},
+        {&cfg->overlay, "Overlay_", "[---- Annontation: Overlay image ----]"},
+        {&cfg->title, "Title_", "[---- Annontation: Title ----]"},
+        {&cfg->subTitle, "SubTitle_", "[---- Annontation: SubTitle ----]"},
+    };
+    for (const auto& a : annotations)
+        _serializeGroup(f, a.prefix, a.comment, a.cfg, &VisitAnnotationFields<FileFields>);
+    _serializeGroup(f, "Image_", "[---- Image display parameters ----]", &cfg->image,
+                    &VisitImageFields<FileFields>);
     _serializeLUT(f, &cfg->image.lut, "[---- Image LUT plotting parameters ----]");
     _serializeOpacity(f, &cfg->image.opacity, "[---- Image opacity parameters ----]");
-    _serializeVector(f, &cfg->vector);
-    _serializeRefVector(f, &cfg->refVector);
-    _serializeContour(f, &cfg->contour);
-    _serializeAxis(f, &cfg->xAxis, "XAxis_");
-    _serializeAxis(f, &cfg->yAxis, "YAxis_");
-    _serializeColors(f, &cfg->colors);
+
+    // The vector's and the contour's tables sit inside their own groups.
+    _group(f, "Vector_", "[---- Vector plotting parameters ----]");
+    FileFields v{f};
+    VisitVectorFields(v, &cfg->vector);
+    _serializeLUT(f, &cfg->vector.lut, nullptr);
+    f->endGroup();
+    _serializeGroup(f, "RefVector_", nullptr, &cfg->refVector, &VisitRefVectorFields<FileFields>);
+    _group(f, "Contour_", nullptr);
+    VisitContourFields(v, &cfg->contour);
+    _serializeLUT(f, &cfg->contour.lut, nullptr);
+    _serializeOpacity(f, &cfg->contour.opacity, nullptr);
+    f->endGroup();
+
+    _serializeGroup(f, "XAxis_", nullptr, &cfg->xAxis, &VisitAxisFields<FileFields>);
+    _serializeGroup(f, "YAxis_", nullptr, &cfg->yAxis, &VisitAxisFields<FileFields>);
+    _serializeGroup(f, "Colors_", nullptr, &cfg->colors, &VisitColorFields<FileFields>);
 }
 
 bool PIVPLOT::LoadPivPlotConfigurationASCII(const char* fileName, PLOT_CFG* cfg) {
