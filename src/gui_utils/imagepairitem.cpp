@@ -166,9 +166,11 @@ int ImagePairItem::convertDiffToBmpEx(QImage& image) {
     const double range = maximum() - minimum();
     if (range <= 0.0) return EQUAL_LIMITS;
     const int top = tableSize() - 1;
-    const double scale = top / (2.0 * range);
-    return forEachPixel(image, true,
-                        [&](float a, float b) { return Clamped((a - b + range) * scale, top); });
+    // Multiplied before the division, so that a difference of the full
+    // range lands on the top entry exactly.
+    return forEachPixel(image, true, [&](float a, float b) {
+        return Clamped((a - b + range) * top / (2.0 * range), top);
+    });
 }
 
 int ImagePairItem::convertQuotToBmp(QImage& image) {
@@ -192,9 +194,8 @@ int ImagePairItem::convertPairToBmpOp(QImage& image) {
     const double lo = minimum(), range = maximum() - minimum();
     if (range <= 0.0) return EQUAL_LIMITS;
     const int top = kPairLevels - 1;
-    const double scale = top / range;
     return forEachPixel(image, true, [&](float a, float b) {
-        return static_cast<uint8_t>(Clamped((a - lo) * scale, top) * kPairLevels +
-                                    Clamped((b - lo) * scale, top));
+        return static_cast<uint8_t>(Clamped((a - lo) * top / range, top) * kPairLevels +
+                                    Clamped((b - lo) * top / range, top));
     });
 }

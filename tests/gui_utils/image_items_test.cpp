@@ -9,6 +9,8 @@
 
 #include "image2d.h"
 #include "image2ditem.h"
+#include "imagepairitem.h"
+#include "maskitem.h"
 #include "message_capture.h"
 #include "offscreen_app.h"
 #include "piv_data2d.h"
@@ -63,6 +65,9 @@ TEST(ImageItem, PixelsBecomeIndicesWrappingOrClipped) {
     EXPECT_EQ(ImageItem::EQUAL_LIMITS, item.lastError());
     EXPECT_TRUE(item.indexImage().isNull());
     EXPECT_TRUE(item.boundingRect().isEmpty());
+    // Absurd limits are held to +-2^40: 7 then lies in the middle, index 127.
+    item.setIntensityRange(-1e30, 1e30);
+    EXPECT_EQ(127, item.indexImage().pixelIndex(0, 0));
 }
 
 TEST(ImageItem, AutoScaleBrighterDarkerMoveTheTop) {
@@ -122,6 +127,56 @@ TEST(ImageItem, ColourChangeRewritesTheTableOnly) {
     EXPECT_EQ(before, after);
     // Entry 83 of the short rainbow: k = 332, (0, 255, 512 - 332 = 180).
     EXPECT_EQ(qRgb(0, 255, 180), Painted(item, 16, 16).pixel(3, 5));
+}
+
+// Frames a = {100, 50, 0}, b = {50, 100, 0} over the range 0..100 (R = 100).
+// Difference: (a - b + R) 255 / 2R; quotient: a / b 255 / 2, 0 / 0 in the
+// middle; blend: 16 a' + b' with a' = a 15 / 100. Shifting b one pixel right
+// makes it {0, 50, 100}; a background of 30 makes a {70, 20, 0}.
+TEST(ImagePairItem, FramesCombineByMode) {
+    EnsureOffscreenApplication();
+    struct Case {
+        int mode, shift;
+        bool background;
+        int index[3];
+    } cases[] = {
+        {ImagePairItem::SHOW_DIFFERENCE, 0, false, {191, 63, 127}},
+        {ImagePairItem::SHOW_DIFFERENCE, 1, false, {255, 127, 0}},
+        {ImagePairItem::SHOW_DIFFERENCE, 0, true, {153, 25, 127}},
+        {ImagePairItem::SHOW_QUOTIENT, 0, false, {255, 63, 127}},
+        {ImagePairItem::SHOW_QUOTIENT, 0, true, {178, 25, 127}},  // 1.4, 0.2
+        {ImagePairItem::SHOW_PAIR_COLOR, 0, false, {247, 127, 0}},
+        {ImagePairItem::SHOW_SECOND, 0, true, {127, 255, 0}},  // b alone, 0..100
+    };
+    for (const Case& c : cases) {
+        Image2D *a = Row(IMAGE_UINT8, {100, 50, 0}), *b = Row(IMAGE_UINT8, {50, 100, 0});
+        Image2D* bg = Row(IMAGE_UINT8, {30, 30, 30});
+        ImagePairItem item;
+        item.setIntensityRange(0, 100);
+        item.setImageOffset(c.shift, 0);
+        item.setBackgrounds(c.background ? bg : nullptr, nullptr);
+        item.updateImages(a, b);
+        item.setCombineMode(c.mode);
+        for (Image2D* image : {a, b, bg}) image->release();
+        for (int x = 0; x < 3; x++)
+            EXPECT_EQ(c.index[x], item.indexImage().pixelIndex(x, 0)) << c.mode << " " << x;
+    }
+}
+
+// A mask keeps its two colours whatever table the image uses: masked pixels
+// are half-transparent red over the paper, the others leave it white.
+TEST(MaskItem, MaskedPixelsTakeTheMaskColourAtItsOpacity) {
+    EnsureOffscreenApplication();
+    Image2D* mask = Row(IMAGE_UINT8, {0, 3});
+    MaskItem item;
+    item.setMaskOpacity(0.5);
+    item.updateImage2D(mask);
+    mask->release();
+    item.setLUTChoice(LUT_SHORT_RAINBOW);
+    const QImage paper = Painted(item, 2, 1);
+    EXPECT_EQ(qRgb(255, 255, 255), paper.pixel(0, 0));
+    EXPECT_EQ(255, qRed(paper.pixel(1, 0)));
+    EXPECT_NEAR(128, qGreen(paper.pixel(1, 0)), 1);
 }
 
 namespace {
