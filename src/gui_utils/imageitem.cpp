@@ -1,9 +1,9 @@
 #include "imageitem.h"
 
 #include <QPainter>
+#include <algorithm>
 #include <cmath>
 #include <cstdint>
-#include <cstring>
 #include <vector>
 
 namespace {
@@ -101,6 +101,7 @@ void ImageItem::applyLUT() {
 }
 
 void ImageItem::setIntensityRange(double a, double b) {
+    if (!std::isfinite(a) || !std::isfinite(b)) return;
     const double lo = a < b ? a : b, hi = a < b ? b : a;
     if (lo == m_min && hi == m_max) return;
     m_min = lo;
@@ -222,8 +223,12 @@ int ImageItem::convertToIndices(QImage&) {
 int ImageItem::convertRows(const uint8_t* bits, long bytesPerLine, ImageType type,
                            QImage& image) const {
     if (!bits) return NO_SOURCE;
-    const IndexRule r{type == IMAGE_FLOAT ? m_min : std::trunc(m_min),
-                      type == IMAGE_FLOAT ? m_max : std::trunc(m_max), tableSize(), m_clip};
+    // Integer limits stay within +-2^40, far beyond any pixel, so that the
+    // integer rule cannot overflow.
+    const double limit = 1099511627776.0;
+    auto integral = [&](double v) { return std::trunc(std::max(-limit, std::min(limit, v))); };
+    const IndexRule r{type == IMAGE_FLOAT ? m_min : integral(m_min),
+                      type == IMAGE_FLOAT ? m_max : integral(m_max), tableSize(), m_clip};
     if (r.min == r.max) return EQUAL_LIMITS;
     const int w = image.width();
     switch (type) {
