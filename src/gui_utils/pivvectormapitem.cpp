@@ -4,6 +4,7 @@
 #include <algorithm>
 
 #include "piv_data2d.h"
+#include "recordcolor.h"
 
 PIVVectorMapItem::PIVVectorMapItem(QGraphicsItem* parent) : VectorMapItem(parent) {}
 
@@ -45,7 +46,7 @@ const PIV_VECTOR* PIVVectorMapItem::stepVectors(long* count) const {
 void PIVVectorMapItem::drawGrid(QPainter* painter) {
     if (!m_data || m_data->isNull()) return;
     const float width = vectorCfg().LineWidth;
-    painter->setPen(QPen(QColor::fromRgba(colorCfg().Valid), width));
+    painter->setPen(QPen(RecordColor(colorCfg().Valid), width));
     painter->drawLines(m_gridLines);
     const DATA_GRID4D& g = m_data->grid();
     if (g.roiEnabled) {

@@ -6,6 +6,8 @@
 #include <cmath>
 #include <cstring>
 
+#include "recordcolor.h"
+
 namespace {
 
 // The plain colours of codes 3 to 8.
@@ -219,7 +221,7 @@ void VectorMapItem::drawGrid(QPainter*) {}
 void VectorMapItem::drawVectorField(QPainter* painter) {
     ensureGroups();
     for (const ColourGroup& g : qAsConst(m_groups)) {
-        const QColor colour = QColor::fromRgba(g.rgb);
+        const QColor colour = RecordColor(g.rgb);
         painter->setPen(QPen(colour, m_cfg.LineWidth, Qt::SolidLine, Qt::FlatCap, Qt::MiterJoin));
         painter->drawLines(g.lines);
         if (!g.heads.isEmpty()) painter->fillPath(g.heads, colour);
