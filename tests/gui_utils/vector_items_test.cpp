@@ -6,12 +6,16 @@
 #include <QPainter>
 #include <QStyleOptionGraphicsItem>
 #include <cmath>
-#include <functional>
+#include <cstring>
+#include <vector>
 
+#include "axisscaleitem.h"
+#include "lutitem.h"
 #include "offscreen_app.h"
 #include "piv_data2d.h"
 #include "pivvectormapitem.h"
 #include "randompivvectormapitem.h"
+#include "refvectoritem.h"
 
 namespace {
 
@@ -22,10 +26,12 @@ protected:
     static void SetUpTestSuite() { EnsureOffscreenApplication(); }
 };
 
-QImage paintItem(QGraphicsItem& item, int w, int h) {
+// The item's origin at (at, at) of a white image.
+QImage paintItem(QGraphicsItem& item, int w, int h, int at = 0) {
     QImage image(w, h, QImage::Format_ARGB32);
     image.fill(kWhite);
     QPainter p(&image);
+    p.translate(at, at);
     QStyleOptionGraphicsItem option;
     item.paint(&p, &option, nullptr);
     return image;
@@ -182,4 +188,95 @@ TEST_F(Items, ValidationColourFollowsTheStatusBits) {
     item.setColorCfg(colors);
     for (const Case& c : cases)
         EXPECT_EQ(c.colour, item.GetValidationColor(uint8_t(c.flags))) << c.flags;
+}
+
+// "Short Rainbow" entry 0 is (0, 0, 512) clamped, blue; entry 255 is
+// (4 · 255 - 512, 1024 - 4 · 255, 0) = (508, 4, 0) clamped.
+TEST_F(Items, ColourBarEndsShowTheFirstAndLastEntry) {
+    for (int orientation : {LutItem::Horizontal, LutItem::Vertical}) {
+        LutItem item;
+        PIVPLOT::LUT_CFG cfg;
+        cfg.Show = cfg.Frame = cfg.ShowLabels = true;
+        cfg.Orientation = orientation;
+        cfg.Length = 100, cfg.Width = 10;
+        cfg.ValueMax = 2, cfg.ValueIncr = 0.5;
+        item.setConfig(cfg);
+        BitmapLUT lut;
+        lut.setLUT(LUT_SHORT_RAINBOW);
+        item.setLUT(lut);
+        const QImage image = paintItem(item, 200, 200, 40);
+        const QRect bar = item.barRect().toRect().translated(40, 40);
+        const QPoint first = orientation == LutItem::Horizontal ? bar.topLeft() : bar.bottomLeft();
+        const QPoint last = orientation == LutItem::Horizontal ? bar.topRight() : bar.topLeft();
+        EXPECT_EQ(image.pixel(first + QPoint(0, 0)), 0xff0000ffu) << orientation;
+        EXPECT_EQ(image.pixel(last), 0xffff0400u) << orientation;
+    }
+}
+
+// A 200 px scale. In pixels, ticks every 50 from 5; a vertical scale counts
+// from the bottom unless the origin is on top. In units, (p - 100) · 0.5 + 10
+// puts the ticks of 0 + 20k at p = 80 + 2 · 20k: 0, 40, ... 200.
+TEST_F(Items, AxisTicksLieAtTheAnchorPlusIncrements) {
+    struct Case {
+        Qt::Orientation orientation;
+        bool onTop, phys;
+        int minor, depth;  // minor ticks per interval, how deep the scan looks
+        std::vector<int> ticks;
+    };
+    const Case cases[] = {
+        {Qt::Horizontal, false, false, 0, 4, {5, 55, 105, 155}},
+        {Qt::Horizontal, false, false, 1, 2, {5, 30, 55, 80, 105, 130, 155, 180}},
+        {Qt::Vertical, false, false, 0, 4, {45, 95, 145, 195}},
+        {Qt::Vertical, true, false, 0, 4, {5, 55, 105, 155}},
+        {Qt::Horizontal, false, true, 0, 4, {0, 40, 80, 120, 160, 200}},
+        {Qt::Vertical, true, true, 0, 4, {0, 40, 80, 120, 160, 200}},
+    };
+    for (const Case& c : cases) {
+        AxisScaleItem item(c.orientation);
+        PIVPLOT::AXIS_CFG cfg;
+        cfg.Show = true;
+        cfg.UsePhysUnit = c.phys;
+        cfg.PixAnchor = 5, cfg.PixIncr = 50, cfg.PhysAnchor = 0, cfg.PhysIncr = 20;
+        cfg.MajorTickSize = 6, cfg.MinorTickSize = 3, cfg.MinorTicks = c.minor;
+        item.setConfig(cfg);
+        item.setLength(200);
+        item.setPhysicalScaling(0.5, 100, 10);
+        item.setImageOriginOnTop(c.onTop);
+        const QImage image = paintItem(item, 260, 260, 30);
+        std::vector<int> found;
+        for (int k = 0; k < 260; k++) {
+            const bool h = c.orientation == Qt::Horizontal;
+            if (image.pixel(h ? k : 30 - c.depth, h ? 30 + c.depth : k) != kWhite)
+                found.push_back(k - 30);
+        }
+        EXPECT_EQ(found, c.ticks) << c.orientation << c.onTop << c.phys << c.minor;
+    }
+}
+
+// 8 px at the map's stretch 4 is a 32 px arrow; the label names what it
+// stands for.
+TEST_F(Items, ReferenceArrowLabelFollowsTheDisplayMode) {
+    struct Case {
+        int mode;
+        const char* label;
+    };
+    const Case cases[] = {
+        {REFVECTOR_PIXELS, "8 px"}, {REFVECTOR_VELOCITY, "2.5 m/s"}, {REFVECTOR_SHIFT, "0.125 mm"}};
+    for (const Case& c : cases) {
+        PIVPLOT::REFVECTOR_CFG cfg;
+        cfg.PixelShift = 8, cfg.Velocity = 2.5, cfg.PhysShift = 0.125;
+        std::strcpy(cfg.VelUnit, "m/s");
+        std::strcpy(cfg.ShiftUnit, "mm");
+        cfg.DisplayMode = c.mode;
+        cfg.Color = kRed;
+        RefVectorItem item;
+        item.setConfig(cfg, 4);
+        EXPECT_EQ(item.label(), QString(c.label));
+        const QImage image = paintItem(item, 200, 100);
+        const int row = int(item.arrow().y1());
+        int left = 200, right = -1;
+        for (int x = 0; x < 200; x++)
+            if (image.pixel(x, row) == kRed) left = std::min(left, x), right = std::max(right, x);
+        EXPECT_NEAR(right - left, 32, 1) << c.label;
+    }
 }
