@@ -111,7 +111,7 @@ PIV_VECTOR VectorMapItem::meanVector(const PIV_VECTOR* vectors, long count) {
 QRgb VectorMapItem::colourOf(const PIV_VECTOR& v, const PIV_VECTOR& shown) const {
     const int code = m_cfg.ColorCode;
     if (isPlainColour(code)) return kPlainColours[code - VCC_BLACK];
-    if (!isQuantity(code)) return GetValidationColor(v.flag);
+    if (!isQuantity(code)) return RecordRgb(GetValidationColor(v.flag));
     const double value = _GetCornerVector(shown, code, m_conversionMode);
     const double span = m_cfg.MaxColor - m_cfg.MinColor;
     if (span == 0) return vectorColor(value >= m_cfg.MaxColor ? 1.0 : 0.0);
@@ -132,7 +132,7 @@ void VectorMapItem::paintVector(const PIV_VECTOR& vector) const {
     if (vector.flag & VECTOR_OUTLIER) {
         if (m_cfg.OutlierDisplay == OUTLIERS_HIDE) return;
         if (m_cfg.OutlierDisplay == OUTLIERS_MARK_X) {
-            addCross(group(m_colors.Outlier), node);
+            addCross(group(RecordRgb(m_colors.Outlier)), node);
             return;
         }
     }
@@ -153,7 +153,7 @@ void VectorMapItem::addArrow(ColourGroup& g, const QPointF& node, const QPointF&
     const double norm = std::hypot(d.x(), d.y());
     if (!(norm > 0)) return;
     const double length = m_cfg.UniformVectors ? m_cfg.UniformVectorLength : m_cfg.Stretch * norm;
-    if (m_cfg.MaxVector > 0 && length > m_cfg.MaxVector) return;
+    if (!std::isfinite(length) || (m_cfg.MaxVector > 0 && length > m_cfg.MaxVector)) return;
     const QPointF u = d / norm;
     const QPointF start = m_cfg.MidPointAnchor ? node - u * (length / 2) : node;
     const QPointF tip = start + u * length;
@@ -221,7 +221,7 @@ void VectorMapItem::drawGrid(QPainter*) {}
 void VectorMapItem::drawVectorField(QPainter* painter) {
     ensureGroups();
     for (const ColourGroup& g : qAsConst(m_groups)) {
-        const QColor colour = RecordColor(g.rgb);
+        const QColor colour = QColor::fromRgba(g.rgb);
         painter->setPen(QPen(colour, m_cfg.LineWidth, Qt::SolidLine, Qt::FlatCap, Qt::MiterJoin));
         painter->drawLines(g.lines);
         if (!g.heads.isEmpty()) painter->fillPath(g.heads, colour);
