@@ -50,28 +50,22 @@ int countNear(const QImage& image, double x, double y, double radius, QRgb rgb) 
 // nx x ny enabled nodes 16 px apart from (16, 16), every vector (dx, dy).
 struct UniformField {
     PIV_Data2D field;
-    UniformField(int nx, int ny, float dx, float dy) {
+    UniformField(int nx, int ny, float dx, float dy, bool roi = false) {
         DATA_GRID4D g;
-        g.nodes = SIZE3D{nx, ny, 1};
-        g.timeSteps = 1;
-        g.first = POINT3D{16, 16, 0};
-        g.step = SIZE3D{16, 16, 1};
+        g.roiEnabled = roi, g.roi = RECT3D{4, 76, 4, 60, 0, 0};
+        g.nodes = SIZE3D{nx, ny, 1}, g.timeSteps = 1;
+        g.first = POINT3D{16, 16, 0}, g.step = SIZE3D{16, 16, 1};
         g.imageSize = SIZE3D{(nx + 1) * 16, (ny + 1) * 16, 1};
         field.create(g);
-        for (int k = 0; k < field.nodeCount(); k++) {
-            field.data()[k].dx = dx;
-            field.data()[k].dy = dy;
-            field.data()[k].flag = VECTOR_ENABLED;
-        }
+        for (int k = 0; k < field.nodeCount(); k++)
+            field.data()[k].dx = dx, field.data()[k].dy = dy, field.data()[k].flag = VECTOR_ENABLED;
     }
 };
 
 PIVPLOT::VECTOR_CFG arrows(int colorCode) {
     PIVPLOT::VECTOR_CFG cfg;
     cfg.ColorCode = colorCode;
-    cfg.Stretch = 4;
-    cfg.HeadLength = 0.3;
-    cfg.HeadWidth = 0.2;
+    cfg.Stretch = 4, cfg.HeadLength = 0.3, cfg.HeadWidth = 0.2;
     return cfg;
 }
 
@@ -137,13 +131,28 @@ TEST_F(Items, OutliersAreShownCrossedOrHidden) {
     }
 }
 
+// Grid mode, 4 x 3 nodes 16 px apart: arms of half the step reach the next
+// node, so the crosses join into lines at y = 16, 32, 48 from x = 8 to 72 and
+// at x = 16 ... 64 from y = 8 to 56; the region of interest (4, 4)-(76, 60)
+// is framed. All in the valid colour, black.
+TEST_F(Items, GridModeDrawsNodeCrossesAndTheRegionOfInterest) {
+    UniformField f(4, 3, 3, 2, true);
+    PIVVectorMapItem item;
+    item.setData(&f.field);
+    item.setFlagShowGrid(true);
+    const QImage image = paintItem(item, 80, 64);
+    for (QPoint p : {QPoint(8, 32), QPoint(72, 16), QPoint(64, 8), QPoint(48, 56), QPoint(4, 30)})
+        EXPECT_EQ(image.pixel(p), 0xff000000u) << p.x() << "," << p.y();
+    for (QPoint p : {QPoint(24, 24), QPoint(6, 32), QPoint(2, 30), QPoint(48, 58)})
+        EXPECT_EQ(image.pixel(p), kWhite) << p.x() << "," << p.y();
+}
+
 // Magnitude coloured between 0 and 10 through "Grayscale + Red": |(4, 3)| = 5
 // is entry trunc(256 · 0.5) = 128, grey; |(8, 6)| = 10 the last entry, red.
 TEST_F(Items, ProbedVectorsTakeTheirMagnitudeColourUntilCleared) {
     RandomPIVVectorMapItem item;
     PIVPLOT::VECTOR_CFG cfg = arrows(VCC_MAGNITUDE);
-    cfg.Stretch = 2;
-    cfg.MaxColor = 10;
+    cfg.Stretch = 2, cfg.MaxColor = 10;
     item.setVectorCfg(cfg);
     BitmapLUT lut;
     lut.setLUT(LUT_GRAYSCALE_RED);
@@ -151,9 +160,8 @@ TEST_F(Items, ProbedVectorsTakeTheirMagnitudeColourUntilCleared) {
     PIV_VECTOR a, b;
     a.ix = 10, a.iy = 40, a.dx = 4, a.dy = 3, a.flag = VECTOR_ENABLED;
     b.ix = 40, b.iy = 40, b.dx = 8, b.dy = 6, b.flag = VECTOR_ENABLED;
-    item.addVector(a);
-    item.addVector(b);
-    QImage image = paintItem(item, 64, 48);
+    for (const PIV_VECTOR& v : {a, b}) item.addVector(v);
+    const QImage image = paintItem(item, 64, 48);
     // Shaft midpoints: (10, 40) + (8, -6) / 2 and (40, 40) + (16, -12) / 2.
     EXPECT_GT(countNear(image, 14, 37, 1, 0xff808080), 0);
     EXPECT_GT(countNear(image, 48, 34, 1, kRed), 0);
@@ -162,8 +170,7 @@ TEST_F(Items, ProbedVectorsTakeTheirMagnitudeColourUntilCleared) {
     item.setLUT(lut);
     EXPECT_EQ(countNear(paintItem(item, 64, 48), 48, 34, 3, kRed), 0);
     item.clearVectors();
-    image = paintItem(item, 64, 48);
-    EXPECT_EQ(countNear(image, 14, 37, 3, 0xff808080), 0);
+    EXPECT_EQ(countNear(paintItem(item, 64, 48), 14, 37, 3, 0xff808080), 0);
 }
 
 TEST_F(Items, ValidationColourFollowsTheStatusBits) {
@@ -174,17 +181,11 @@ TEST_F(Items, ValidationColourFollowsTheStatusBits) {
         int flags;
         QRgb colour;
     };
-    const Case cases[] = {
-        {VECTOR_ENABLED, 1},
-        {VECTOR_ENABLED | VECTOR_INTERPOLATED, 4},
-        {VECTOR_ENABLED | VECTOR_LOWER_PEAK, 3},
-        {VECTOR_ENABLED | VECTOR_EDITED, 1},  // kept by hand: valid
-        {VECTOR_ENABLED | VECTOR_OUTLIER, 2},
-        {0, 2},
-        {VECTOR_NO_RESULT | VECTOR_OUTLIER, 2},
-        {VECTOR_EDITED, 5},
-        {VECTOR_OUTLIER | VECTOR_EDITED, 5},
-    };
+    // Enabled and edited is a vector kept by hand: valid.
+    const Case cases[] = {{VECTOR_ENABLED, 1}, {VECTOR_ENABLED | VECTOR_INTERPOLATED, 4},
+        {VECTOR_ENABLED | VECTOR_LOWER_PEAK, 3}, {VECTOR_ENABLED | VECTOR_EDITED, 1},
+        {VECTOR_ENABLED | VECTOR_OUTLIER, 2}, {0, 2}, {VECTOR_NO_RESULT | VECTOR_OUTLIER, 2},
+        {VECTOR_EDITED, 5}, {VECTOR_OUTLIER | VECTOR_EDITED, 5}};
     PIVVectorMapItem item;
     item.setColorCfg(colors);
     for (const Case& c : cases)
@@ -197,9 +198,8 @@ TEST_F(Items, ColourBarEndsShowTheFirstAndLastEntry) {
     for (int orientation : {LutItem::Horizontal, LutItem::Vertical}) {
         LutItem item;
         PIVPLOT::LUT_CFG cfg;
-        cfg.Show = cfg.Frame = cfg.ShowLabels = true;
-        cfg.Orientation = orientation;
-        cfg.Length = 100, cfg.Width = 10;
+        cfg.Frame = cfg.ShowLabels = true;
+        cfg.Orientation = orientation, cfg.Length = 100, cfg.Width = 10;
         cfg.ValueMax = 2, cfg.ValueIncr = 0.5;
         item.setConfig(cfg);
         BitmapLUT lut;
@@ -209,7 +209,7 @@ TEST_F(Items, ColourBarEndsShowTheFirstAndLastEntry) {
         const QRect bar = item.barRect().toRect().translated(40, 40);
         const QPoint first = orientation == LutItem::Horizontal ? bar.topLeft() : bar.bottomLeft();
         const QPoint last = orientation == LutItem::Horizontal ? bar.topRight() : bar.topLeft();
-        EXPECT_EQ(image.pixel(first + QPoint(0, 0)), 0xff0000ffu) << orientation;
+        EXPECT_EQ(image.pixel(first), 0xff0000ffu) << orientation;
         EXPECT_EQ(image.pixel(last), 0xffff0400u) << orientation;
     }
 }
@@ -235,7 +235,6 @@ TEST_F(Items, AxisTicksLieAtTheAnchorPlusIncrements) {
     for (const Case& c : cases) {
         AxisScaleItem item(c.orientation);
         PIVPLOT::AXIS_CFG cfg;
-        cfg.Show = true;
         cfg.UsePhysUnit = c.phys;
         cfg.PixAnchor = 5, cfg.PixIncr = 50, cfg.PhysAnchor = 0, cfg.PhysIncr = 20;
         cfg.MajorTickSize = 6, cfg.MinorTickSize = 3, cfg.MinorTicks = c.minor;
@@ -268,8 +267,7 @@ TEST_F(Items, ReferenceArrowLabelFollowsTheDisplayMode) {
         cfg.PixelShift = 8, cfg.Velocity = 2.5, cfg.PhysShift = 0.125;
         std::strcpy(cfg.VelUnit, "m/s");
         std::strcpy(cfg.ShiftUnit, "mm");
-        cfg.DisplayMode = c.mode;
-        cfg.Color = kRed;
+        cfg.DisplayMode = c.mode, cfg.Color = kRed;
         RefVectorItem item;
         item.setConfig(cfg, 4);
         EXPECT_EQ(item.label(), QString(c.label));
