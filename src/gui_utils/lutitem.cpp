@@ -2,6 +2,7 @@
 
 #include <QFontMetricsF>
 #include <QPainter>
+#include <QtGlobal>
 #include <cstring>
 
 #include "recordcolor.h"
@@ -9,6 +10,9 @@
 
 namespace {
 constexpr double kGap = 2, kMajorTick = 6, kMinorTick = 3;
+// Beyond this the bar is no longer a picture element; painters also stop
+// being exact past 16-bit coordinates.
+constexpr int kMaxBar = 32767;
 }
 
 LutItem::LutItem(QGraphicsItem* parent) : QGraphicsItem(parent) {
@@ -70,6 +74,10 @@ void LutItem::rebuildBar() {
     const int length = std::max(0, int(m_cfg.Length)), width = std::max(0, int(m_cfg.Width));
     m_bar = QImage();
     if (length < 1 || width < 1) return;
+    if (length > kMaxBar || width > kMaxBar) {
+        qWarning("LutItem: a colour bar of %d x %d pixels is refused", length, width);
+        return;
+    }
     const auto entry = [length](int i) { return uchar(length > 1 ? i * 255 / (length - 1) : 0); };
     if (horizontal()) {
         m_bar = QImage(length, width, QImage::Format_Indexed8);

@@ -211,6 +211,9 @@ TEST_F(Items, ColourBarEndsShowTheFirstAndLastEntry) {
         const QPoint last = orientation == LutItem::Horizontal ? bar.topRight() : bar.topLeft();
         EXPECT_EQ(image.pixel(first), 0xff0000ffu) << orientation;
         EXPECT_EQ(image.pixel(last), 0xffff0400u) << orientation;
+        cfg.Length = cfg.Width = 1 << 20;  // refused, drawn without a bar
+        item.setConfig(cfg);
+        EXPECT_EQ(paintItem(item, 20, 20, -40).pixel(10, 10), kWhite);
     }
 }
 
