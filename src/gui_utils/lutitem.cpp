@@ -13,7 +13,7 @@ constexpr double kGap = 2, kMajorTick = 6, kMinorTick = 3;
 // Beyond this the bar is no longer a picture element; painters also stop
 // being exact past 16-bit coordinates.
 constexpr int kMaxBar = 32767;
-}
+}  // namespace
 
 LutItem::LutItem(QGraphicsItem* parent) : QGraphicsItem(parent) {
     m_cfg.Length = 256;

@@ -127,7 +127,6 @@ TEST_F(Items, OutliersAreShownCrossedOrHidden) {
             EXPECT_EQ(c.arrow, countNear(image, mid.x(), mid.y(), 1.5, kGreen) > 0) << c.display;
             EXPECT_EQ(c.cross, countNear(image, corner.x(), corner.y(), 1, kRed) > 0) << c.display;
         }
-        EXPECT_GT(countNear(image, 22, 12, 1.5, kGreen), 0) << "a good vector stays";
     }
 }
 
@@ -181,11 +180,15 @@ TEST_F(Items, ValidationColourFollowsTheStatusBits) {
         int flags;
         QRgb colour;
     };
-    // Enabled and edited is a vector kept by hand: valid.
-    const Case cases[] = {{VECTOR_ENABLED, 1}, {VECTOR_ENABLED | VECTOR_INTERPOLATED, 4},
-        {VECTOR_ENABLED | VECTOR_LOWER_PEAK, 3}, {VECTOR_ENABLED | VECTOR_EDITED, 1},
-        {VECTOR_ENABLED | VECTOR_OUTLIER, 2}, {0, 2}, {VECTOR_NO_RESULT | VECTOR_OUTLIER, 2},
-        {VECTOR_EDITED, 5}, {VECTOR_OUTLIER | VECTOR_EDITED, 5}};
+    const Case cases[] = {{VECTOR_ENABLED, 1},
+                          {VECTOR_ENABLED | VECTOR_INTERPOLATED, 4},
+                          {VECTOR_ENABLED | VECTOR_LOWER_PEAK, 3},
+                          {VECTOR_ENABLED | VECTOR_EDITED, 1},  // kept by hand: valid
+                          {VECTOR_ENABLED | VECTOR_OUTLIER, 2},
+                          {0, 2},
+                          {VECTOR_NO_RESULT | VECTOR_OUTLIER, 2},
+                          {VECTOR_EDITED, 5},
+                          {VECTOR_OUTLIER | VECTOR_EDITED, 5}};
     PIVVectorMapItem item;
     item.setColorCfg(colors);
     for (const Case& c : cases)
