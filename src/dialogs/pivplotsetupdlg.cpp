@@ -118,17 +118,25 @@ PIVPlotSetupDlg::PIVPlotSetupDlg(QWidget* parent) : QDialog(parent), m_cfg(Defau
     g = addGroup(page, tr("Vectors"));
     const VECTOR_CFG& v = c.vector;
     m_form.check(g, tr("Show vectors"), &v.Show);
-    m_form.integer(g, tr("Colour code"), &v.ColorCode, 0, 64);
+    m_form.choice(
+        g, tr("Colour code"), &v.ColorCode,
+        {ColorCodingName(CC_MAGNITUDE), ColorCodingName(CC_SNR), ColorCodingName(CC_CORRELATION),
+         tr("Black"), tr("Grey"), tr("White"), tr("Green"), tr("Red"), tr("Blue"),
+         ColorCodingName(CC_X_COMPONENT), ColorCodingName(CC_Y_COMPONENT),
+         ColorCodingName(CC_Z_COMPONENT), ColorCodingName(CC_VECTOR_COUNT),
+         ColorCodingName(CC_RESIDUALS), tr("Validation")});
     m_form.real(g, tr("Longest vector drawn [pixel]"), &v.MaxVector);
     m_form.real(g, tr("Colour range minimum"), &v.MinColor);
     m_form.real(g, tr("Colour range maximum"), &v.MaxColor);
     m_form.real(g, tr("Stretch"), &v.Stretch);
     m_form.integer(g, tr("Skip x"), &v.SkipX, 1, 1000);
     m_form.integer(g, tr("Skip y"), &v.SkipY, 1, 1000);
-    m_form.integer(g, tr("Offset type"), &v.OffsetType, 0, 3);
+    m_form.choice(g, tr("Subtract"), &v.OffsetType,
+                  {tr("Nothing"), tr("Mean vector"), tr("Nothing (2)"), tr("Offset below")});
     m_form.real(g, tr("Offset x"), &v.OffsetX);
     m_form.real(g, tr("Offset y"), &v.OffsetY);
-    m_form.integer(g, tr("Outlier display"), &v.OutlierDisplay, 0, 3);
+    m_form.choice(g, tr("Outliers"), &v.OutlierDisplay,
+                  {tr("Show"), tr("Mark outliers with X"), tr("Hide")});
     m_form.real(g, tr("Head width"), &v.HeadWidth);
     m_form.real(g, tr("Head length"), &v.HeadLength);
     m_form.check(g, tr("Fill arrow head"), &v.FillArrowHead);
@@ -154,7 +162,8 @@ PIVPlotSetupDlg::PIVPlotSetupDlg(QWidget* parent) : QDialog(parent), m_cfg(Defau
     m_form.check(g, tr("Physical shift in pixels"), &r.PhysShiftInPixels);
     m_form.text(g, tr("Shift unit"), r.ShiftUnit, TextLength);
     m_form.text(g, tr("Velocity unit"), r.VelUnit, TextLength);
-    m_form.integer(g, tr("Display mode"), &r.DisplayMode, 0, 3);
+    m_form.choice(g, tr("Label"), &r.DisplayMode,
+                  {tr("Shift in pixels"), tr("Velocity"), tr("Physical shift")});
     m_form.integer(g, tr("Font size"), &r.FontSize, 1, 200);
     m_form.colour(g, tr("Colour"), &r.Color);
     m_form.colour(g, tr("Background colour"), &r.ColorBkgd);

@@ -185,7 +185,7 @@ PIVPLOT::PLOT_CFG PIVPLOT::DefaultPlotCfg() {
 
     VECTOR_CFG& v = c.vector;
     v.Show = true;
-    v.ColorCode = 6;  // plain green
+    v.ColorCode = 14;  // by validation: valid, outlier, replaced
     v.MaxVector = 1000;
     v.MaxColor = 10;
     v.Stretch = 4;

@@ -195,8 +195,9 @@ KELVANE_ASSERT_RECORD(ANNOTATION_CFG);
 KELVANE_ASSERT_RECORD(BITMAP_CFG);
 KELVANE_ASSERT_RECORD(PLOT_CFG);
 
-// What a first start shows: the image in grey, green vectors over it, the
-// rest hidden but set up so that switching it on gives a readable plot.
+// What a first start shows: the image in grey, vectors coloured by their
+// validation over it, the rest hidden but set up so that switching it on
+// gives a readable plot.
 PLOT_CFG DefaultPlotCfg();
 
 // Reads a whole plot file over `cfg`; keys the file lacks keep their values.
