@@ -8,7 +8,9 @@
 #include <QLineEdit>
 #include <QSpinBox>
 #include <QToolButton>
+#include <cmath>
 #include <cstring>
+#include <limits>
 #include <memory>
 
 namespace {
@@ -89,30 +91,28 @@ QWidget* RecordForm::integer(QFormLayout* form, const QString& label, const int3
     return spin;
 }
 
-QWidget* RecordForm::real(QFormLayout* form, const QString& label, const double* field) {
-    QLineEdit* edit = numberEdit(form, label, 17);
+template <class T>
+QWidget* RecordForm::number(QFormLayout* form, const QString& label, const T* field) {
+    QLineEdit* edit = numberEdit(form, label, sizeof(T) == sizeof(float) ? 9 : 17);
     const auto off = offsetOf(field);
-    m_bindings.push_back(
-        {[edit, off](const char* r) { edit->setText(shortest(at<double>(r, off))); },
-         [edit, off](char* r) {
-             bool ok = false;
-             const double v = edit->text().toDouble(&ok);
-             if (ok) at<double>(r, off) = v;
-         }});
+    m_bindings.push_back({[edit, off](const char* r) { edit->setText(shortest(at<T>(r, off))); },
+                          [edit, off](char* r) {
+                              bool ok = false;
+                              const double v = edit->text().toDouble(&ok);
+                              // A finite number beyond the field's type is refused, not cast.
+                              const bool fits =
+                                  !std::isfinite(v) || std::abs(v) <= std::numeric_limits<T>::max();
+                              if (ok && fits) at<T>(r, off) = static_cast<T>(v);
+                          }});
     return edit;
 }
 
+QWidget* RecordForm::real(QFormLayout* form, const QString& label, const double* field) {
+    return number(form, label, field);
+}
+
 QWidget* RecordForm::real(QFormLayout* form, const QString& label, const float* field) {
-    QLineEdit* edit = numberEdit(form, label, 9);
-    const auto off = offsetOf(field);
-    m_bindings.push_back(
-        {[edit, off](const char* r) { edit->setText(shortest(at<float>(r, off))); },
-         [edit, off](char* r) {
-             bool ok = false;
-             const float v = edit->text().toFloat(&ok);
-             if (ok) at<float>(r, off) = v;
-         }});
-    return edit;
+    return number(form, label, field);
 }
 
 QWidget* RecordForm::colour(QFormLayout* form, const QString& label, const uint32_t* field) {

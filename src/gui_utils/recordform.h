@@ -48,6 +48,8 @@ private:
         std::function<void(const char*)> load;
         std::function<void(char*)> store;
     };
+    template <class T>
+    QWidget* number(QFormLayout* form, const QString& label, const T* field);
     std::ptrdiff_t offsetOf(const void* field) const {
         return static_cast<const char*>(field) - m_prototype;
     }
