@@ -121,6 +121,7 @@ struct Plot {
         vectors->setLUT(rainbow);
         vectors->setData(&field);
 
+        cfg.contour.Show = true;
         cfg.contour.Coding = PIVPLOT::CC_VORTICITY;
         cfg.contour.ConvertMode = PIVPLOT::CONVERT_VELOCITY;
         cfg.contour.lut.PosX = kWidth + 40;
@@ -146,7 +147,7 @@ struct Plot {
         blueRed.setLUT(cfg.contour.lut.Index);
         bar->setConfig(cfg.contour.lut);
         bar->setLUT(blueRed);
-        bar->setTitle(PIVPLOT::ColorCodingName(PIVPLOT::CC_VORTICITY));
+        bar->setTitle("Vorticity");
         QFont big("Sans", 36);
         bar->setFont(big);
         bar->setPos(cfg.contour.lut.PosX, cfg.contour.lut.PosY);
@@ -233,7 +234,7 @@ void SaveSnapshots() {
     p.vectors->setVectorCfg(p.cfg.vector);
     p.image->setIntensityRange(0, 4095);
     p.showContours(true);
-    p.view.resize(1200, 900);
+    p.view.resize(1280, 900);
     p.zoom(true);
     p.view.grab().save(QString::fromLocal8Bit(dir) + "/plot_contours.png");
     p.showContours(false);

@@ -10,10 +10,10 @@
 #include <QScrollArea>
 #include <QTabWidget>
 #include <QVBoxLayout>
-#include <cstring>
 
 #include "bitmap_lut.h"
 #include "piv_plot_fields.h"
+#include "piv_record.h"
 
 using namespace PIVPLOT;
 
@@ -93,6 +93,8 @@ void PIVPlotSetupDlg::registryIO(MySettings& s, MySettings::AccessMode mode) {
     _serializeLUT(s, mode, "VectorLUT", &c->vector.lut);
     serializeGroup(s, mode, "RefVector", &c->refVector, &VisitRefVectorFields<SettingsFields>);
     serializeGroup(s, mode, "Contour", &c->contour, &VisitContourFields<SettingsFields>);
+    // Not a key of the plot file, so not in its list.
+    s.serializeBool(mode, QString(kRoot) + "Contour/DataAreaOnly", &c->contour.DataAreaOnly);
     _serializeLUT(s, mode, "ContourLUT", &c->contour.lut);
     _serializeOpacity(s, mode, "ContourOpacity", &c->contour.opacity);
     _serializeAxis(s, mode, "XAxis", &c->xAxis);
@@ -178,6 +180,7 @@ PIVPlotSetupDlg::PIVPlotSetupDlg(QWidget* parent) : QDialog(parent), m_cfg(Defau
     m_form.choice(g, tr("Units"), &k.ConvertMode, {tr("Pixels"), tr("Velocity"), tr("Shift")});
     m_form.check(g, tr("Fill background"), &k.FillBkgd);
     m_form.real(g, tr("Fill value"), &k.FillValue);
+    m_form.check(g, tr("Only the area the nodes span"), &k.DataAreaOnly);
     addLut(page, tr("Contour colour bar"), &k.lut);
     addOpacity(page, tr("Contour opacity"), &k.opacity);
 
@@ -314,7 +317,7 @@ void PIVPlotSetupDlg::addAxis(QFormLayout* page, const QString& title, const AXI
     m_form.real(g, tr("Anchor (physical)"), &a->PhysAnchor);
     m_form.real(g, tr("Increment (physical)"), &a->PhysIncr);
     m_form.real(g, tr("Line width"), &a->LineWidth);
-    m_form.integer(g, tr("Transparency"), &a->Transparency, 0, 255);
+    m_form.integer(g, tr("Transparency [%]"), &a->Transparency, 0, 100);
 }
 
 void PIVPlotSetupDlg::setRecord(const PLOT_CFG& cfg) {
@@ -330,7 +333,7 @@ PLOT_CFG PIVPlotSetupDlg::controlsRecord() const {
 
 void PIVPlotSetupDlg::slotApply() {
     const PLOT_CFG cfg = controlsRecord();
-    if (std::memcmp(&cfg, &m_cfg, sizeof cfg) == 0) return;
+    if (PIV::SameRecord(cfg, m_cfg)) return;
     m_cfg = cfg;
     emit signalApply();
 }

@@ -3,13 +3,9 @@
 #include <QFontMetricsF>
 #include <QPainter>
 #include <algorithm>
-#include <cstring>
 
+#include "piv_record.h"
 #include "tickvalues.h"
-
-namespace {
-constexpr double kGap = 2;
-}
 
 AxisScaleItem::AxisScaleItem(Qt::Orientation orientation, QGraphicsItem* parent)
     : QGraphicsItem(parent), m_orientation(orientation) {
@@ -22,7 +18,7 @@ AxisScaleItem::AxisScaleItem(Qt::Orientation orientation, QGraphicsItem* parent)
 }
 
 void AxisScaleItem::setConfig(const PIVPLOT::AXIS_CFG& cfg) {
-    if (std::memcmp(&cfg, &m_cfg, sizeof cfg) == 0) return;
+    if (PIV::SameRecord(cfg, m_cfg)) return;
     m_cfg = cfg;
     setVisible(cfg.Show);
     setOpacity(1.0 - std::clamp(cfg.Transparency, 0, 100) / 100.0);
@@ -116,9 +112,9 @@ void AxisScaleItem::_calcAxisRange() {
         const double w = fm.horizontalAdvance(text), h = fm.height();
         // A vertical title is turned a quarter left; its rect is in the
         // turned frame, centred on the scale.
-        m_titleRect = vertical ? QRectF(-m_length / 2 - w / 2, -reach - kGap - h, w, h)
-                               : QRectF(m_length / 2 - w / 2, reach + kGap, w, h);
-        bounds |= vertical ? QRectF(-reach - kGap - h, 0, h, m_length) : m_titleRect;
+        m_titleRect = vertical ? QRectF(-m_length / 2 - w / 2, -reach - kLabelGap - h, w, h)
+                               : QRectF(m_length / 2 - w / 2, reach + kLabelGap, w, h);
+        bounds |= vertical ? QRectF(-reach - kLabelGap - h, 0, h, m_length) : m_titleRect;
     }
     const double pad = std::max(1.0f, m_cfg.LineWidth);
     m_bounds = bounds.adjusted(-pad, -pad, pad, pad);
@@ -128,7 +124,7 @@ void AxisScaleItem::_calcAxisRange() {
 QRectF AxisScaleItem::labelRect(const Tick& tick, const QFont& font) const {
     const QFontMetricsF fm(font);
     const double w = fm.horizontalAdvance(tick.label), h = fm.height();
-    const double off = std::max(m_cfg.MajorTickSize, 0) + kGap;
+    const double off = std::max(m_cfg.MajorTickSize, 0) + kLabelGap;
     if (m_orientation == Qt::Vertical) return QRectF(-off - w, tick.pos - h / 2, w, h);
     return QRectF(tick.pos - w / 2, off, w, h);
 }

@@ -3,13 +3,13 @@
 #include <QFontMetricsF>
 #include <QPainter>
 #include <QtGlobal>
-#include <cstring>
 
+#include "piv_record.h"
 #include "recordcolor.h"
 #include "tickvalues.h"
 
 namespace {
-constexpr double kGap = 2, kMajorTick = 6, kMinorTick = 3;
+constexpr double kMajorTick = 6, kMinorTick = 3;
 // Beyond this the bar is no longer a picture element; painters also stop
 // being exact past 16-bit coordinates.
 constexpr int kMaxBar = 32767;
@@ -25,7 +25,7 @@ LutItem::LutItem(QGraphicsItem* parent) : QGraphicsItem(parent) {
 }
 
 void LutItem::setConfig(const PIVPLOT::LUT_CFG& cfg) {
-    if (std::memcmp(&cfg, &m_cfg, sizeof cfg) == 0) return;
+    if (PIV::SameRecord(cfg, m_cfg)) return;
     const bool newBar = cfg.Length != m_cfg.Length || cfg.Width != m_cfg.Width ||
                         cfg.Orientation != m_cfg.Orientation;
     m_cfg = cfg;
@@ -69,7 +69,9 @@ void LutItem::setMaxLabel(double value) {
 }
 
 // Pixel i of the bar's length shows entry i·255 / (length - 1), so the ends
-// show entries 0 and 255 whatever the length.
+// show entries 0 and 255 whatever the length. The bar is kept as a strip
+// one pixel across and stretched to its width when painted: a wide bar from
+// a plot file costs no more memory than a narrow one.
 void LutItem::rebuildBar() {
     const int length = std::max(0, int(m_cfg.Length)), width = std::max(0, int(m_cfg.Width));
     m_bar = QImage();
@@ -79,28 +81,27 @@ void LutItem::rebuildBar() {
         return;
     }
     const auto entry = [length](int i) { return uchar(length > 1 ? i * 255 / (length - 1) : 0); };
-    if (horizontal()) {
-        m_bar = QImage(length, width, QImage::Format_Indexed8);
-        for (int y = 0; y < width; y++) {
-            uchar* row = m_bar.scanLine(y);
-            for (int x = 0; x < length; x++) row[x] = entry(x);
-        }
-    } else {
-        m_bar = QImage(width, length, QImage::Format_Indexed8);
-        for (int y = 0; y < length; y++)
-            std::memset(m_bar.scanLine(y), entry(length - 1 - y), width);
+    QImage strip = horizontal() ? QImage(length, 1, QImage::Format_Indexed8)
+                                : QImage(1, length, QImage::Format_Indexed8);
+    if (strip.isNull()) return;
+    for (int i = 0; i < length; i++) {
+        if (horizontal())
+            strip.scanLine(0)[i] = entry(i);
+        else
+            strip.scanLine(i)[0] = entry(length - 1 - i);
     }
-    m_bar.setColorTable(m_colours);
+    strip.setColorTable(m_colours);
+    m_bar = strip;
 }
 
 QRectF LutItem::labelRect(const Tick& tick) const {
     const QFontMetricsF fm(m_font);
     const double w = fm.horizontalAdvance(tick.label), h = fm.height();
     if (horizontal())
-        return QRectF(m_barRect.left() + tick.pos - w / 2, m_barRect.bottom() + kMajorTick + kGap,
-                      w, h);
-    return QRectF(m_barRect.right() + kMajorTick + kGap, m_barRect.bottom() - tick.pos - h / 2, w,
-                  h);
+        return QRectF(m_barRect.left() + tick.pos - w / 2,
+                      m_barRect.bottom() + kMajorTick + kLabelGap, w, h);
+    return QRectF(m_barRect.right() + kMajorTick + kLabelGap, m_barRect.bottom() - tick.pos - h / 2,
+                  w, h);
 }
 
 void LutItem::layout() {
@@ -108,7 +109,7 @@ void LutItem::layout() {
     const QFontMetricsF fm(m_font);
     const bool title = m_cfg.ShowTitle && !m_title.isEmpty();
     // A vertical bar's end label stands half a line above the bar.
-    const double top = title ? fm.height() * (horizontal() ? 1 : 1.5) + kGap : 0;
+    const double top = title ? fm.height() * (horizontal() ? 1 : 1.5) + kLabelGap : 0;
     const double length = std::max(0, int(m_cfg.Length)), width = std::max(0, int(m_cfg.Width));
     m_barRect = horizontal() ? QRectF(0, top, length, width) : QRectF(0, top, width, length);
     const double tw = fm.horizontalAdvance(m_title);
@@ -129,7 +130,7 @@ void LutItem::layout() {
             Tick{along(t.value), t.major,
                  t.major && m_cfg.ShowLabels ? TickLabel(t.value, m_cfg.ValueIncr) : QString()});
 
-    const double pad = kGap + std::max(1.0f, m_cfg.LineWidth);
+    const double pad = kLabelGap + std::max(1.0f, m_cfg.LineWidth);
     QRectF bounds = m_barRect | m_titleRect;
     bounds |= horizontal() ? m_barRect.adjusted(0, 0, 0, kMajorTick)
                            : m_barRect.adjusted(0, 0, kMajorTick, 0);
@@ -146,7 +147,7 @@ QRectF LutItem::boundingRect() const {
 void LutItem::paint(QPainter* painter, const QStyleOptionGraphicsItem*, QWidget*) {
     painter->save();
     if (m_cfg.FillBkgd) painter->fillRect(m_bounds, RecordColor(m_cfg.ColorBkgd));
-    if (!m_bar.isNull()) painter->drawImage(m_barRect.topLeft(), m_bar);
+    if (!m_bar.isNull()) painter->drawImage(m_barRect, m_bar);
     painter->setPen(QPen(RecordColor(m_cfg.Color), m_cfg.LineWidth));
     painter->setBrush(Qt::NoBrush);
     painter->setFont(m_font);

@@ -17,7 +17,7 @@ PIVScalarMapItem::PIVScalarMapItem(QGraphicsItem* parent)
 }
 
 PIVScalarMapItem::~PIVScalarMapItem() {
-    updateImage2D(nullptr);
+    // The base still holds the index image and lets it go after this.
     m_scalar->release();
     if (m_data) m_data->release();
 }
@@ -30,7 +30,7 @@ void PIVScalarMapItem::updateData(PIV_Data2D* data) {
 }
 
 void PIVScalarMapItem::setContourCfg(const PIVPLOT::CONTOUR_CFG& cfg) {
-    if (std::memcmp(&cfg, &m_cfg, sizeof cfg) == 0) return;
+    if (PIV::SameRecord(cfg, m_cfg)) return;
     const PIVPLOT::LUT_CFG &a = cfg.lut, &b = m_cfg.lut;
     const bool sameIndices = cfg.Coding == m_cfg.Coding && cfg.ConvertMode == m_cfg.ConvertMode &&
                              cfg.FillValue == m_cfg.FillValue &&
@@ -39,10 +39,12 @@ void PIVScalarMapItem::setContourCfg(const PIVPLOT::CONTOUR_CFG& cfg) {
                              a.Wrap == b.Wrap;
     m_cfg = cfg;
     takeLutFromCfg();
-    if (sameIndices)
-        applyLUT();
-    else
+    if (!sameIndices) {
         calculateNewContours();
+        return;
+    }
+    applyLUT();
+    setVisible(m_cfg.Show && !indexImage().isNull());
 }
 
 void PIVScalarMapItem::takeLutFromCfg() {
@@ -66,7 +68,7 @@ bool PIVScalarMapItem::calculateNewContours() {
         setOffset(m_cfg.DataAreaOnly ? QPointF(first.ix, first.iy) : QPointF());
         updateImage2D(m_scalar);
         if (lastError() != 0) throw PIVerror::IMAGE_IS_NULL;
-        show();
+        setVisible(m_cfg.Show);
         return true;
     } catch (PIVerror::ErrorType code) {
         m_error.handleError(code, "calculateNewContours()");

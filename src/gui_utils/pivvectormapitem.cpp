@@ -38,9 +38,10 @@ void PIVVectorMapItem::setData(PIV_Data2D* data, int timeStep) {
 const PIV_VECTOR* PIVVectorMapItem::stepVectors(long* count) const {
     *count = 0;
     if (!m_data || m_data->isNull() || m_timeStep >= m_data->timeSteps()) return nullptr;
-    const long perStep = m_data->nodeCount() / m_data->timeSteps();
-    *count = perStep;
-    return m_data->data() + perStep * m_timeStep;
+    // The array holds the steps one after the other (the row accessors use
+    // a stride of their own, which differs on grids that are not square).
+    *count = m_data->nodeCount() / m_data->timeSteps();
+    return m_data->dataAtTime(m_timeStep);
 }
 
 void PIVVectorMapItem::drawGrid(QPainter* painter) {

@@ -159,6 +159,7 @@ QWidget* RecordForm::choice(QFormLayout* form, const QString& label, const int32
     auto original = std::make_shared<int32_t>(0);
     m_bindings.push_back({[combo, off, first, original](const char* r) {
                               *original = at<int32_t>(r, off);
+                              // A value outside the list shows no entry (index -1).
                               combo->setCurrentIndex(*original - first);
                           },
                           [combo, off, first, original](char* r) {

@@ -3,8 +3,8 @@
 #include <QFontMetricsF>
 #include <QPainter>
 #include <algorithm>
-#include <cstring>
 
+#include "piv_record.h"
 #include "recordcolor.h"
 
 namespace {
@@ -17,7 +17,7 @@ RefVectorItem::RefVectorItem(QGraphicsItem* parent) : QGraphicsItem(parent) {
 }
 
 void RefVectorItem::setConfig(const PIVPLOT::REFVECTOR_CFG& cfg, double stretch) {
-    if (stretch == m_stretch && std::memcmp(&cfg, &m_cfg, sizeof cfg) == 0) return;
+    if (stretch == m_stretch && PIV::SameRecord(cfg, m_cfg)) return;
     m_cfg = cfg;
     m_stretch = stretch;
     setPos(cfg.PosX, cfg.PosY);

@@ -13,7 +13,12 @@ QVector<TickValue> TickValues(double anchor, double incr, double lo, double hi, 
     // A tick a hair outside by rounding still counts.
     const double first = std::ceil((lo - anchor) / step - 1e-9);
     const double last = std::floor((hi - anchor) / step + 1e-9);
-    if (!(last - first < 10000)) return ticks;
+    // Also no ticks so far from the anchor that their numbers leave the
+    // exactly countable range of a double.
+    constexpr double kCountable = 9007199254740992.0;  // 2^53
+    if (!(last - first < 10000) || !(std::fabs(first) < kCountable) ||
+        !(std::fabs(last) < kCountable))
+        return ticks;
     for (long j = long(first); j <= long(last); j++)
         ticks.append(TickValue{anchor + double(j) * step, ((j % per) + per) % per == 0});
     return ticks;

@@ -5,6 +5,9 @@
 #include <QString>
 #include <QVector>
 
+// Pixels between a tick and its label, and between a scale and its title.
+constexpr double kLabelGap = 2;
+
 struct TickValue {
     double value;
     bool major;

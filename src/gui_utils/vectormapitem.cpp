@@ -4,8 +4,8 @@
 #include <QPen>
 #include <algorithm>
 #include <cmath>
-#include <cstring>
 
+#include "piv_record.h"
 #include "recordcolor.h"
 
 namespace {
@@ -36,20 +36,26 @@ VectorMapItem::VectorMapItem(QGraphicsItem* parent) : QGraphicsRectItem(parent) 
 }
 
 void VectorMapItem::setVectorCfg(const PIVPLOT::VECTOR_CFG& cfg) {
-    if (std::memcmp(&cfg, &m_cfg, sizeof cfg) == 0) return;
+    if (PIV::SameRecord(cfg, m_cfg)) return;
     m_cfg = cfg;
     invalidateVectors();
 }
 
 void VectorMapItem::setColorCfg(const PIVPLOT::COLOR_CFG& colors) {
-    if (std::memcmp(&colors, &m_colors, sizeof colors) == 0) return;
+    if (PIV::SameRecord(colors, m_colors)) return;
     m_colors = colors;
-    invalidateVectors();
+    // The arrows are regrouped only when their colours come from this record:
+    // by validation, or the outliers' crosses. The grid reads it when painted.
+    const int code = m_cfg.ColorCode;
+    if ((!isPlainColour(code) && !isQuantity(code)) || m_cfg.OutlierDisplay == OUTLIERS_MARK_X)
+        invalidateVectors();
+    else
+        update();
 }
 
 void VectorMapItem::setLUT(const BitmapLUT& lut) {
     m_lut = lut;
-    invalidateVectors();
+    if (isQuantity(m_cfg.ColorCode)) invalidateVectors();
 }
 
 void VectorMapItem::setConversionMode(int mode) {

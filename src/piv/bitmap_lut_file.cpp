@@ -53,9 +53,11 @@ bool BitmapLUT::load(const char* file) {
         double v[4];
         int n = 0;
         if (rows == kSize || !parseRow(line.data(), v, &n)) {
-            m_error.setMessage(rows == kSize ? "BitmapLUT::load() - more than %d rows in file: '%s'"
-                                             : "BitmapLUT::load() - bad row %d in file: '%s'",
-                               rows == kSize ? kSize : lineNo, file);
+            // Every refusal leads with the one text users know, then says why.
+            m_error.setMessage(
+                rows == kSize ? "BitmapLUT::load() - failed opening file: '%s'\nmore than %d rows"
+                              : "BitmapLUT::load() - failed opening file: '%s'\nbad row %d",
+                file, rows == kSize ? kSize : lineNo);
             m_error.handleError(PIVerror::INVALID_FILE_CONTENT, "load()");
             return false;
         }
@@ -64,8 +66,8 @@ bool BitmapLUT::load(const char* file) {
         ++rows;
     }
     if (rows != kSize) {
-        m_error.setMessage("BitmapLUT::load() - %d rows instead of %d in file: '%s'", rows, kSize,
-                           file);
+        m_error.setMessage("BitmapLUT::load() - failed opening file: '%s'\n%d rows instead of %d",
+                           file, rows, kSize);
         m_error.handleError(PIVerror::INVALID_FILE_CONTENT, "load()");
         return false;
     }

@@ -61,6 +61,17 @@ bool _CreateScalarBitmap(const PIV_Data2D* data, uint8_t* bits, SIZE2D size, int
         DebugPrint("CreateScalarBitmap() - min == maxvalue");
         return false;
     }
+    // Limits that are not numbers would silently map the whole field to
+    // index 0, and a coding outside the list to a uniform 0.
+    if (!std::isfinite(lut.ValueMin) || !std::isfinite(lut.ValueMax)) {
+        DebugPrint("CreateScalarBitmap() - value range %g to %g is not finite", lut.ValueMin,
+                   lut.ValueMax);
+        return false;
+    }
+    if (cfg.Coding < 0 || cfg.Coding >= PIVPLOT::CC_COUNT) {
+        DebugPrint("CreateScalarBitmap() - unknown coding %d", cfg.Coding);
+        return false;
+    }
     if (lut.PalLength < 1) {
         DebugPrint("CreateScalarBitmap() - Palette length<1");
         return false;

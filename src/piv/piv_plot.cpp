@@ -2,7 +2,6 @@
 #include "piv_plot.h"
 
 #include <cmath>
-#include <cstring>
 
 namespace {
 const char* const kCodingNames[PIVPLOT::CC_COUNT] = {
@@ -120,7 +119,7 @@ float _GetCornerDifferential(const DIFFERENTIALS& d, int coding) {
 namespace {
 
 void setText(char* buffer, const char* text) {
-    std::strncpy(buffer, text, PIVPLOT::TextLength - 1);
+    PIV::CopyText(buffer, PIVPLOT::TextLength, text);
 }
 
 PIVPLOT::LUT_CFG colourBar(int choice, double maxValue, double increment) {

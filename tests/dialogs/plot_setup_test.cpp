@@ -17,16 +17,21 @@ using namespace PIVPLOT;
 
 namespace {
 
-// Gives every field a value of its own, unlike the defaults, so that a field
+// Gives every listed field a value unlike the default, so that a field
 // without a control or without a key comes back with the default instead.
+// Whole numbers become 1, which every spin box and list can show, so that
+// they travel through their controls and not around them.
 struct Perturb {
     int k = 0;
     void field(const char*, bool* v) { *v = !*v; }
-    void field(const char*, int32_t* v) { *v = 1000 + ++k; }
+    void field(const char*, int32_t* v) { *v = *v == 1 ? 2 : 1; }
     void field(const char*, uint32_t* v) { *v = 0x80a0c000u + ++k; }
     void field(const char*, float* v) { *v = 0.25f + ++k; }
     void field(const char*, double* v) { *v = 0.1 + ++k; }
-    void text(const char*, char* v, int size) { std::snprintf(v, size, "text %d", ++k); }
+    void text(const char*, char* v, int size) {
+        std::memset(v, 0, size_t(size));  // records holding one text compare equal
+        std::snprintf(v, size, "text %d", ++k);
+    }
 };
 
 PLOT_CFG perturbed() {
@@ -43,6 +48,7 @@ PLOT_CFG perturbed() {
     for (OPACITY_CFG* o : {&c.image.opacity, &c.contour.opacity}) VisitOpacityFields(p, o);
     for (AXIS_CFG* a : {&c.xAxis, &c.yAxis}) VisitAxisFields(p, a);
     VisitColorFields(p, &c.colors);
+    c.contour.DataAreaOnly = !c.contour.DataAreaOnly;  // a switch of the window, not of the file
     return c;
 }
 
@@ -58,7 +64,11 @@ TEST(PlotSetupDialog, EveryFieldHasAControlAndKeyOfItsOwn) {
     ASSERT_FALSE(same(want, DefaultPlotCfg()));
 
     // Controls: loaded from the perturbed record, stored over the defaults.
+    // The fields of the records, counted by hand: plot 5, five annotations
+    // of 5, image 3, three colour tables of 26, two opacities of 4, vectors
+    // 22, reference vector 16, contours 6, two axes of 18, colours 9.
     PIVPlotSetupDlg dlg;
+    EXPECT_EQ(dlg.form().count(), 5 + 25 + 3 + 78 + 8 + 22 + 16 + 6 + 36 + 9);
     dlg.form().load(&want);
     PLOT_CFG fromControls = DefaultPlotCfg();
     dlg.form().store(&fromControls);

@@ -212,6 +212,7 @@ TEST(PIVScalarMapItem, VorticityPeaksAtTheVortexCentreAndALineOfNodesHides) {
     EnsureOffscreenApplication();
     VortexField vortex(21), line(1);
     PIVPLOT::CONTOUR_CFG cfg;
+    cfg.Show = true;
     cfg.Coding = PIVPLOT::CC_VORTICITY;
     cfg.lut.PalLength = 256;
     cfg.lut.ValueMax = 5.0;  // above the peak, so nothing clips

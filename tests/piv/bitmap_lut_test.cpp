@@ -152,14 +152,20 @@ TEST(BitmapLutTest, UserFileRoundTripAndBadFiles) {
                   .find("BitmapLUT::load() - failed opening file: '" + missing + "'"),
               std::string::npos);
 
-    std::ofstream(bad) << "10 20 30\nred green blue\n";
-    EXPECT_FALSE(lut.load(bad.c_str()));
-    EXPECT_EQ(lut.error().getLastErrorCode(), PIVerror::INVALID_FILE_CONTENT);
-    std::ofstream out(bad);
-    for (int i = 0; i < 300; ++i) out << "1,2;3\n";
-    out.close();
-    EXPECT_FALSE(lut.load(bad.c_str()));
-    EXPECT_EQ(lut.rgbValue(3), 0xff03fc15u);  // the table survives each failure
+    std::string many;
+    for (int i = 0; i < 300; ++i) many += "1,2;3\n";
+    for (const auto& [content, reason] :
+         {std::pair<std::string, std::string>{"10 20 30\nred green blue\n", "bad row 2"},
+          {many, "more than 256 rows"}}) {
+        std::ofstream(bad) << content;
+        EXPECT_FALSE(lut.load(bad.c_str()));
+        EXPECT_EQ(lut.error().getLastErrorCode(), PIVerror::INVALID_FILE_CONTENT);
+        EXPECT_NE(std::string(lut.error().getLastError())
+                      .find("BitmapLUT::load() - failed opening file: '" + bad + "'\n" + reason),
+                  std::string::npos)
+            << lut.error().getLastError();
+        EXPECT_EQ(lut.rgbValue(3), 0xff03fc15u);  // the table survives each failure
+    }
 
     EXPECT_FALSE(lut.save((dir + "no_dir/lut.txt").c_str()));
     std::remove(a.c_str());

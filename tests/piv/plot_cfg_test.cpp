@@ -1,5 +1,6 @@
 // The plot configuration file and the scalar bitmap of a field.
 #include <gtest/gtest.h>
+#include <cmath>
 
 #include <cstring>
 #include <string>
@@ -111,6 +112,9 @@ TEST(ScalarBitmap, RefusesWithAText) {
          "image size mismatch\nImage width=12 > 11 bytes per line"},
         {[](ScalarField& f, PIV_Data2D**, int*) { f.cfg.lut.ValueMin = 21; }, "min == maxvalue"},
         {[](ScalarField& f, PIV_Data2D**, int*) { f.cfg.lut.PalLength = 0; }, "Palette length<1"},
+        {[](ScalarField& f, PIV_Data2D**, int*) { f.cfg.lut.ValueMax = NAN; },
+         "value range 0 to nan is not finite"},
+        {[](ScalarField& f, PIV_Data2D**, int*) { f.cfg.Coding = 23; }, "unknown coding 23"},
     };
     for (const Case& c : cases) {
         ScalarField f;
