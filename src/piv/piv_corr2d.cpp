@@ -171,8 +171,7 @@ void PIV_Corr2D::fillArray(const Image2D* a, const Image2D* b, POINT2D posA, POI
         Raise(PIVerror::SAMPLING_FAILED, "fillArray()");
 }
 
-void PIV_Corr2D::fillScanWindows(const Image2D* a, const Image2D* b, POINT2D* pos,
-                                 POINT2D offset) {
+void PIV_Corr2D::fillScanWindows(const Image2D* a, const Image2D* b, POINT2D* pos, POINT2D offset) {
     PIV_Corr2D_Scan* s = scan();
     // Without arrays the settings were refused, and said so, when they came.
     if (!s->coeffs()) {

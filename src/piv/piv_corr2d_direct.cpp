@@ -60,9 +60,8 @@ bool PIV_Corr2D_Scan::create(const SIZE2D& sampleSize, const SIZE2D& scanRange) 
     });
 }
 
-bool PIV_Corr2D_Scan::getSamplePosition(POINT2D& pos, POINT2D& posA, POINT2D& posB,
-                                        FPOINT2D offset, const SIZE2D& imageSize,
-                                        PIVerror::ErrorType* why) const {
+bool PIV_Corr2D_Scan::getSamplePosition(POINT2D& pos, POINT2D& posA, POINT2D& posB, FPOINT2D offset,
+                                        const SIZE2D& imageSize, PIVerror::ErrorType* why) const {
     auto refuse = [why](PIVerror::ErrorType code) {
         if (why) *why = code;
         return false;
@@ -129,7 +128,8 @@ void PIV_Corr2D_Scan::dumpCoeffs(FILE* f) const {
     if (!f || m_coeffs.empty()) return;
     for (int j = 0; j < m_planeSize.height; j++) {
         for (int i = 0; i < m_planeSize.width; i++)
-            std::fprintf(f, "%s%g", i ? " " : "", double(m_coeffs[size_t(j) * m_planeSize.width + i]));
+            std::fprintf(f, "%s%g", i ? " " : "",
+                         double(m_coeffs[size_t(j) * m_planeSize.width + i]));
         std::fputc('\n', f);
     }
 }
@@ -151,7 +151,7 @@ bool PIV_Corr2D_Scan::fitExtremum(bool largest, FPOINT2D* shift, int* flag) cons
     auto at = [&](int dr, int dc) {
         return PIV::SafeLog(double(m_coeffs[size_t(row + dr) * pw + (col + dc)]));
     };
-    const double v[9] = {at(0, 0),  at(-1, 0), at(1, 0),  at(0, 1), at(0, -1),
+    const double v[9] = {at(0, 0),   at(-1, 0), at(1, 0),  at(0, 1), at(0, -1),
                          at(-1, -1), at(1, -1), at(-1, 1), at(1, 1)};
     double sx = 0.0, sy = 0.0;
     // A vertex outside the 3x3 block is no refinement of this cell.
@@ -166,7 +166,7 @@ bool PIV_Corr2D_Scan::fitExtremum(bool largest, FPOINT2D* shift, int* flag) cons
 
 bool PIV_Corr2D_MQD::doScan() {
     if (m_coeffs.empty()) return false;
-    const PIV::Scan::Windows s{m_sample.data(),  m_sampleSize.width, m_sampleSize.height,
+    const PIV::Scan::Windows s{m_sample.data(),   m_sampleSize.width, m_sampleSize.height,
                                m_scanArea.data(), m_scanSize.width,   m_planeSize.width,
                                m_planeSize.height};
     if (PIV_SIMD_Info() > 0)
@@ -192,7 +192,7 @@ bool PIV_Corr2D_MQD::findMinimum(FPOINT2D* shift, float* value, float* mean, int
 
 bool PIV_Corr2D_Direct::setPivEvalCfg(const PIVEVAL_CFG& cfg) {
     m_mode = cfg.CorrelationMode == PIV::CORR_ERROR_FUNCTION ? PIV::CORR_ERROR_FUNCTION
-                                                              : PIV::CORR_DIRECT_CROSS;
+                                                             : PIV::CORR_DIRECT_CROSS;
     return PIV_Corr2D_Scan::setPivEvalCfg(cfg);
 }
 
@@ -206,7 +206,7 @@ bool PIV_Corr2D_Direct::fillSample(const Image2D* image, POINT2D corner) {
 
 bool PIV_Corr2D_Direct::doScan() {
     if (m_coeffs.empty()) return false;
-    const PIV::Scan::Windows s{m_sample.data(),  m_sampleSize.width, m_sampleSize.height,
+    const PIV::Scan::Windows s{m_sample.data(),   m_sampleSize.width, m_sampleSize.height,
                                m_scanArea.data(), m_scanSize.width,   m_planeSize.width,
                                m_planeSize.height};
     const bool simd = PIV_SIMD_Info() > 0;
@@ -218,8 +218,8 @@ bool PIV_Corr2D_Direct::doScan() {
     return true;
 }
 
-bool PIV_Corr2D_Direct::findMaximum(FPOINT2D* shift, float* corr, float* snr,
-                                    float* meanSquare, int* flag) const {
+bool PIV_Corr2D_Direct::findMaximum(FPOINT2D* shift, float* corr, float* snr, float* meanSquare,
+                                    int* flag) const {
     FPOINT2D s{0.0f, 0.0f};
     int f = 0;
     const bool ok = fitExtremum(true, &s, &f);

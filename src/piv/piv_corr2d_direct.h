@@ -101,8 +101,7 @@ public:
     bool doScan() override;
     // The fitted maximum: shift, the largest coefficient, its square over
     // the plane's mean square, the mean square. False as findMinimum.
-    bool findMaximum(FPOINT2D* shift, float* corr, float* snr, float* meanSquare,
-                     int* flag) const;
+    bool findMaximum(FPOINT2D* shift, float* corr, float* snr, float* meanSquare, int* flag) const;
     float sampleMean() const { return m_sampleMean; }
     const float* windowMeans() const { return m_means.empty() ? nullptr : m_means.data(); }
 

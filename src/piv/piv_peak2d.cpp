@@ -458,7 +458,8 @@ bool PIV_PeakDetect2D::stdGaussPeakFit(int row, int col, int index) {
     // where a neighbour has no logarithm. Only a two-sided fit counts as good.
     auto axis = [c](float lower, float higher, float& shift) {
         if (lower > 0.0f && higher > 0.0f)
-            return Parabolic3PtFit(PIV::SafeLog(lower), PIV::SafeLog(c), PIV::SafeLog(higher), shift);
+            return Parabolic3PtFit(PIV::SafeLog(lower), PIV::SafeLog(c), PIV::SafeLog(higher),
+                                   shift);
         if (lower > 0.0f)
             shift = -lower / (lower + c);
         else if (higher > 0.0f)

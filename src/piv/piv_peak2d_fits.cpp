@@ -144,7 +144,8 @@ bool PIV_PeakDetect2D::lsq3x3PeakFit(int row, int col, int index) {
         for (int k = 1; k < 9 && useWeights; k++)
             if (p.value[k] * p.weight[k] > centre) useWeights = false;
     }
-    for (int k = 0; k < 9; k++) v[k] = PIV::SafeLog(useWeights ? p.value[k] * p.weight[k] : p.value[k]);
+    for (int k = 0; k < 9; k++)
+        v[k] = PIV::SafeLog(useWeights ? p.value[k] * p.weight[k] : p.value[k]);
     const float c = v[0], n = v[1], s = v[2], e = v[3], wv = v[4];
 
     if (p.fitPoints == 3) {
