@@ -182,6 +182,9 @@ TEST(KelvaneEval, EachFailureIsToldOnceWithItsReason) {
         {{"--series", p.a}, 2, "needs a value"},
         {{"--correlation", "fourier", p.a, p.b, "-o", out}, 2, "unknown correlation fourier"},
         {{"--scan-range", "-1", p.a, p.b, "-o", out}, 2, "bad value for --scan-range"},
+        {{"--correlation", "mqd", "--scan-range", "20", p.a, p.b, "-o", out},
+         2,
+         "73x73 px scan area (window and scan range) is larger than the 64x64"},
         {{dir.file("black_a.pgm"), "-o", out}, 1, "the first frame is uniform (every pixel 0)"},
     };
     for (const Case& c : cases) {
