@@ -20,7 +20,7 @@ class Image2D;
 
 class PIV_Corr2D_Scan {
 public:
-    explicit PIV_Corr2D_Scan(const char* name) : m_error(name) { PIV::ZeroRecord(m_cfg); }
+    explicit PIV_Corr2D_Scan(const char* name) : m_error(name) {}
     virtual ~PIV_Corr2D_Scan() = default;
 
     // Takes SampleSize and ScanRange; false (reported) when create fails.
