@@ -42,9 +42,6 @@ bool PIV_Corr2D::setPivEvalCfg(const PIVEVAL_CFG& cfg) {
                          cfg.CorrelationMode != m_cfg.CorrelationMode ||
                          cfg.ScanRange.width != m_cfg.ScanRange.width ||
                          cfg.ScanRange.height != m_cfg.ScanRange.height;
-    if (cfg.CorrelationMode >= PIV::CORR_MQD && cfg.CorrelationMode != m_cfg.CorrelationMode)
-        PrintWarning("correlation mode %d has no correlator yet: every window will fail",
-                     cfg.CorrelationMode);
     m_cfg = cfg;
     if (cfg.CorrelationMode == PIV::CORR_MQD)
         m_mqd.setPivEvalCfg(cfg);
@@ -174,11 +171,28 @@ void PIV_Corr2D::fillArray(const Image2D* a, const Image2D* b, POINT2D posA, POI
         Raise(PIVerror::SAMPLING_FAILED, "fillArray()");
 }
 
+void PIV_Corr2D::fillScanWindows(const Image2D* a, const Image2D* b, POINT2D* pos, POINT2D offset) {
+    PIV_Corr2D_Scan* s = scan();
+    // Without arrays the settings were refused, and said so, when they came.
+    if (!s->coeffs()) {
+        const int code = s->error().getLastErrorCode();
+        Raise(code ? PIVerror::ErrorType(code) : PIVerror::CORRELATION_UNAVAILABLE,
+              "fillScanWindows()", true);
+    }
+    POINT2D posA{0, 0}, posB{0, 0};
+    PIVerror::ErrorType why = PIVerror::NO_ERROR;
+    if (!s->getSamplePosition(*pos, posA, posB, FPOINT2D{float(offset.x), float(offset.y)},
+                              a->size2D(), &why))
+        Raise(why, "getSamplePosition()");
+    if (!s->fillSample(a, posA) || !s->fillScanArea(b, posB))
+        Raise(PIVerror::SAMPLING_FAILED, m_cfg.CorrelationMode == PIV::CORR_MQD
+                                             ? "fillArray() - MQD-mode"
+                                             : "fillArray() - DCC-mode");
+}
+
 void PIV_Corr2D::correlateOrThrow(bool wantAutoShape) {
-    if (m_cfg.CorrelationMode >= PIV::CORR_MQD) {
-        const bool scanned =
-            m_cfg.CorrelationMode == PIV::CORR_MQD ? m_mqd.doScan() : m_direct.doScan();
-        if (!scanned) Raise(PIVerror::FUNCTION_NOT_AVAILABLE, "crossCorrelate() - scan", true);
+    if (PIV_Corr2D_Scan* s = scan()) {
+        if (!s->doScan()) Raise(PIVerror::INVALID_POINTER, "crossCorrelate() - scan");
         return;
     }
     // An empty window is common (a blank image region): fail it quietly.
@@ -192,10 +206,17 @@ void PIV_Corr2D::correlateOrThrow(bool wantAutoShape) {
 void PIV_Corr2D::sampleAndCrossCorrelateOnce(const Image2D* a, const Image2D* b,
                                              const Image2D* maskA, const Image2D* maskB,
                                              POINT2D* pos, POINT2D offset) {
+    if (scan()) {
+        // The scan modes test no mask: a masked region simply matches badly.
+        fillScanWindows(a, b, pos, offset);
+        correlateOrThrow(false);
+        m_haveResult = true;
+        return;
+    }
     POINT2D posA{0, 0}, posB{0, 0};
     getSamplePosition(*pos, posA, posB, offset, a->size2D());
-    if (maskA && m_cfg.CorrelationMode < PIV::CORR_MQD) testMasks(a, maskA, maskB, posA, posB);
-    if (m_cfg.CorrelationMode < PIV::CORR_MQD) fillArray(a, b, posA, posB);
+    if (maskA) testMasks(a, maskA, maskB, posA, posB);
+    fillArray(a, b, posA, posB);
     correlateOrThrow(m_peak.needAutoShape());
     m_haveResult = true;
 }
@@ -371,6 +392,10 @@ bool PIV_Corr2D::sampleAndCorrelateDualPairWithMask(const Image2D* a, const Imag
 bool PIV_Corr2D::fillSamples(const Image2D* a, const Image2D* b, POINT2D* pos, POINT2D offset) {
     try {
         if (!a || !b || !pos) Raise(PIVerror::INVALID_POINTER, "fillSamples()");
+        if (scan()) {
+            fillScanWindows(a, b, pos, offset);
+            return true;
+        }
         POINT2D posA{0, 0}, posB{0, 0};
         getSamplePosition(*pos, posA, posB, offset, a->size2D());
         fillArray(a, b, posA, posB);
@@ -393,17 +418,12 @@ bool PIV_Corr2D::crossCorrelate() {
 
 bool PIV_Corr2D::peakDetection(PIV_VECTOR* vector, POINT2D offset, bool autocorrelationMode) {
     if (!vector) return fail(PIVerror::INVALID_POINTER, "peakDetection()");
-    bool ok = false;
+    if (scan()) return scanPeakDetection(vector, offset);
     const CORR_PEAK_DATA* peaks = m_peak.peaks();
-    if (m_cfg.CorrelationMode >= PIV::CORR_MQD) {
-        // The scan correlators give no plane yet.
-        m_lastCode = PIVerror::INVALID_POINTER;
-    } else {
-        const int mode = m_intermediateProcessing ? PIV::PEAK_SINGLE : PIV::PEAK_MULTIPLE;
-        ok = m_peak.findPeaks(m_fft.corr(), m_fft.size(), mode, autocorrelationMode);
-        vector->meanSquaredCorr = m_peak.meanSquaredCorrelation();
-        vector->corr = peaks[0].height;
-    }
+    const int mode = m_intermediateProcessing ? PIV::PEAK_SINGLE : PIV::PEAK_MULTIPLE;
+    const bool ok = m_peak.findPeaks(m_fft.corr(), m_fft.size(), mode, autocorrelationMode);
+    vector->meanSquaredCorr = m_peak.meanSquaredCorrelation();
+    vector->corr = peaks[0].height;
     if (ok) {
         vector->dx = peaks[0].x + float(offset.x);
         vector->dy = float(offset.y) - peaks[0].y;
@@ -427,4 +447,41 @@ bool PIV_Corr2D::peakDetection(PIV_VECTOR* vector, POINT2D offset, bool autocorr
         m_error.handleError(PIVerror::CORRELATION_FAILED, "peakDetection()");
     }
     return false;
+}
+
+bool PIV_Corr2D::scanPeakDetection(PIV_VECTOR* vector, POINT2D offset) {
+    if (!scan()->coeffs()) {
+        vector->setFailed();
+        return fail(PIVerror::INVALID_POINTER, "peakDetection()");
+    }
+    FPOINT2D shift{0.0f, 0.0f};
+    float height = 0.0f, snr = 0.0f, mean = 0.0f;
+    int flag = 0;
+    bool ok = false;
+    if (m_cfg.CorrelationMode == PIV::CORR_MQD) {
+        ok = m_mqd.findMinimum(&shift, &height, &mean, &flag);
+        // The plane's mean over its minimum tells how far the match stands
+        // out; an exact match (a minimum of 0) counts as 1e6.
+        snr = height > 0.0f ? std::min(mean / height, 1e6f) : (mean > 0.0f ? 1e6f : 0.0f);
+    } else {
+        // The error correlation function is smallest at a match, yet it has
+        // always gone to the maximum search, like the cross-correlation.
+        ok = m_direct.findMaximum(&shift, &height, &snr, &mean, &flag);
+    }
+    if (!ok) {
+        vector->setFailed();
+        m_lastCode = PIVerror::CORRELATION_FAILED;
+        if (DebugLevel() >= 3) m_error.handleError(PIVerror::CORRELATION_FAILED, "peakDetection()");
+        return false;
+    }
+    vector->dx = shift.x + float(offset.x);
+    vector->dy = float(offset.y) - shift.y;
+    vector->dz = 0.0f;
+    vector->corr = height;
+    vector->snr = snr;
+    vector->meanSquaredCorr = mean;
+    for (PIV_PEAK& p : vector->peak) p = PIV_PEAK{vector->dx, vector->dy, snr};
+    vector->flag = VECTOR_ENABLED;
+    vector->count = 1;
+    return true;
 }

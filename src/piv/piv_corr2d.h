@@ -9,6 +9,7 @@
 
 #include "piv_corr2d_direct.h"
 #include "piv_corr2d_fft.h"
+#include "piv_enums.h"
 #include "piv_error.h"
 #include "piv_peak2d.h"
 #include "piv_types.h"
@@ -75,9 +76,10 @@ public:
     void getSamplePosition(POINT2D& pos, POINT2D& posA, POINT2D& posB, POINT2D offset,
                            const SIZE2D& imageSize) const;
 
-    float* getSample1() { return m_fft.sample1(); }
-    float* getSample2() { return m_fft.sample2(); }
-    float* getCorrelation() { return m_fft.corr(); }
+    // In the scan modes: the sample, the scan area and the plane of shifts.
+    float* getSample1() { return scan() ? scan()->sample() : m_fft.sample1(); }
+    float* getSample2() { return scan() ? scan()->scanArea() : m_fft.sample2(); }
+    float* getCorrelation() { return scan() ? scan()->coeffs() : m_fft.corr(); }
     float* getAutoCorrelation() { return m_fft.autoCorr(); }
     float* getDoubleCorrelation() { return m_fft.corr(); }
     float* getFirstCorrelation() { return m_fft.corrData(); }
@@ -96,6 +98,14 @@ public:
     bool haveDoubleResult() const { return m_haveDoubleResult; }
     void keepAutoCorrelation(bool keep) { m_fft.keepAutoCorrelation(keep); }
 
+    // The scan correlator of modes 2 to 4; null in the FFT modes.
+    PIV_Corr2D_Scan* scan() {
+        if (m_cfg.CorrelationMode == PIV::CORR_MQD) return &m_mqd;
+        if (m_cfg.CorrelationMode > PIV::CORR_MQD) return &m_direct;
+        return nullptr;
+    }
+    PIV_Corr2D_MQD& mqd() { return m_mqd; }
+    PIV_Corr2D_Direct& direct() { return m_direct; }
     PIV_PeakDetect2D& peakDetector() { return m_peak; }
     PIV_Corr2D_FFT& fft() { return m_fft; }
     int lastErrorCode() const { return m_lastCode; }
@@ -112,6 +122,9 @@ private:
                    POINT2D posB);
     float maskedSampleFraction(int which);
     void fillArray(const Image2D* a, const Image2D* b, POINT2D posA, POINT2D posB);
+    // Places and fills sample and scan area of the scan modes.
+    void fillScanWindows(const Image2D* a, const Image2D* b, POINT2D* pos, POINT2D offset);
+    bool scanPeakDetection(PIV_VECTOR* vector, POINT2D offset);
     void correlateOrThrow(bool wantAutoShape);
     void getDoubleSamplePosition(POINT2D& pos, POINT2D& first, POINT2D& second, POINT2D offset,
                                  const SIZE2D& imageSize) const;

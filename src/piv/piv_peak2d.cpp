@@ -9,6 +9,7 @@
 #include <cstring>
 
 #include "piv_messages.h"
+#include "piv_peak2d_lsq.h"
 #include "piv_peak2d_simd.h"
 
 namespace {
@@ -24,11 +25,6 @@ bool SamePeakSettings(const PIVEVAL_CFG& a, const PIVEVAL_CFG& b) {
     const size_t end = offsetof(PIVEVAL_CFG, ROI) + sizeof(bool);
     return std::memcmp(reinterpret_cast<const char*>(&a) + begin,
                        reinterpret_cast<const char*>(&b) + begin, end - begin) == 0;
-}
-
-// ln(v), with -1000 standing for the logarithm of anything not positive.
-inline float SafeLog(float v) {
-    return v > 0.0f ? std::log(v) : -1000.0f;
 }
 
 // The vertex of the parabola through (-1, a), (0, b), (1, c), as an offset
@@ -462,7 +458,8 @@ bool PIV_PeakDetect2D::stdGaussPeakFit(int row, int col, int index) {
     // where a neighbour has no logarithm. Only a two-sided fit counts as good.
     auto axis = [c](float lower, float higher, float& shift) {
         if (lower > 0.0f && higher > 0.0f)
-            return Parabolic3PtFit(SafeLog(lower), SafeLog(c), SafeLog(higher), shift);
+            return Parabolic3PtFit(PIV::SafeLog(lower), PIV::SafeLog(c), PIV::SafeLog(higher),
+                                   shift);
         if (lower > 0.0f)
             shift = -lower / (lower + c);
         else if (higher > 0.0f)

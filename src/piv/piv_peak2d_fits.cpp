@@ -7,14 +7,11 @@
 
 #include "piv_messages.h"
 #include "piv_peak2d.h"
+#include "piv_peak2d_lsq.h"
 
 namespace {
 
 constexpr double kPi = 3.14159265358979323846;
-
-inline float SafeLog(float v) {
-    return v > 0.0f ? std::log(v) : -1000.0f;
-}
 
 // The negated value at t of the periodic band-limited reconstruction of
 // values[0..n): minimising it finds the maximum between the samples.
@@ -147,30 +144,21 @@ bool PIV_PeakDetect2D::lsq3x3PeakFit(int row, int col, int index) {
         for (int k = 1; k < 9 && useWeights; k++)
             if (p.value[k] * p.weight[k] > centre) useWeights = false;
     }
-    for (int k = 0; k < 9; k++) v[k] = SafeLog(useWeights ? p.value[k] * p.weight[k] : p.value[k]);
+    for (int k = 0; k < 9; k++)
+        v[k] = PIV::SafeLog(useWeights ? p.value[k] * p.weight[k] : p.value[k]);
     const float c = v[0], n = v[1], s = v[2], e = v[3], wv = v[4];
-    const float nw = v[5], sw = v[6], ne = v[7], se = v[8];
 
     if (p.fitPoints == 3) {
-        const float B = (sw - se - nw + ne) / 4.0f;
-        const float M = (c + n + s + e + wv + nw + sw + ne + se) / 3.0f;
-        const float Axx = (se + sw + wv + e + nw + ne) / 2.0f - M;
-        const float Ayy = (sw + s + se + nw + n + ne) / 2.0f - M;
-        const float D = B * B - 4.0f * Axx * Ayy;
-        const float Dx = (se - sw - wv + e - nw + ne) / 6.0f;
-        const float Dy = (-sw - s - se + nw + n + ne) / 6.0f;
+        float sx = 0.0f, sy = 0.0f;
+        const float D = PIV::Lsq3x3Paraboloid(v, sx, sy);
         p.shapeExtra = D;
-        if (D != 0.0f) {
-            const float sx = (2.0f * Ayy * Dx - B * Dy) / D;
-            const float sy = (B * Dx - 2.0f * Axx * Dy) / D;
-            if (std::fabs(sx) <= 0.5f * float(w) && std::fabs(sy) <= 0.5f * float(h)) {
-                p.subX = sx;
-                p.subY = sy;
-                p.x += sx;
-                p.y += sy;
-                p.status = PIV::PEAK_GOOD;
-                return true;
-            }
+        if (D != 0.0f && std::fabs(sx) <= 0.5f * float(w) && std::fabs(sy) <= 0.5f * float(h)) {
+            p.subX = sx;
+            p.subY = sy;
+            p.x += sx;
+            p.y += sy;
+            p.status = PIV::PEAK_GOOD;
+            return true;
         }
     }
     // The cross alone: a three-point Gaussian on each axis.

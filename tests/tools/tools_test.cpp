@@ -180,6 +180,11 @@ TEST(KelvaneEval, EachFailureIsToldOnceWithItsReason) {
         {{"-p", dir.file("nothing.par"), p.a, p.b, "-o", out}, 2, "nothing.par"},
         {{"--mask", dir.file("nomask.tif"), p.a, p.b, "-o", out}, 2, "nomask.tif: No such file"},
         {{"--series", p.a}, 2, "needs a value"},
+        {{"--correlation", "fourier", p.a, p.b, "-o", out}, 2, "unknown correlation fourier"},
+        {{"--scan-range", "-1", p.a, p.b, "-o", out}, 2, "bad value for --scan-range"},
+        {{"--correlation", "mqd", "--scan-range", "20", p.a, p.b, "-o", out},
+         2,
+         "73x73 px scan area (window and scan range) is larger than the 64x64"},
         {{dir.file("black_a.pgm"), "-o", out}, 1, "the first frame is uniform (every pixel 0)"},
     };
     for (const Case& c : cases) {
@@ -204,6 +209,24 @@ TEST(KelvaneEval, EachFailureIsToldOnceWithItsReason) {
     EXPECT_EQ(Synth(dir, {"--flow", "tornado", "a.tif", "b.tif", "t.nc"}).exit, 2);
     EXPECT_EQ(Compare(dir, {p.truth, dir.file("missing.nc")}).exit, 2);
     EXPECT_EQ(Eval(dir, {"--help"}).exit, 0);
+}
+
+// The scan correlators chosen on the command line, a shift inside the range
+// of 4 px: the direct cross-correlation within 0.05 px RMS (0.028), the
+// minimum quadratic difference, pulled towards whole pixels, within 0.25 px
+// (0.154).
+TEST(KelvaneEval, ScanCorrelationsFromTheCommandLine) {
+    ScratchDir dir;
+    const Pair p = MakePair(dir, {"--dx", "2.5", "--dy", "-1.5"}, 128);
+    for (const auto& c : {std::make_pair("direct", "0.05"), std::make_pair("mqd", "0.25")}) {
+        const std::string out = dir.file(std::string(c.first) + ".nc");
+        const Outcome e = Eval(dir, {"--correlation", c.first, "--scan-range", "4",
+                                     "--no-validation", p.a, p.b, "-o", out});
+        ASSERT_EQ(e.exit, 0) << c.first << ": " << e.err;
+        const Outcome r = Compare(dir, {out, p.truth, "--margin", "32", "--max-rms", c.second});
+        std::printf("[ figures  ] %s: %s", c.first, r.out.c_str());
+        EXPECT_EQ(r.exit, 0) << c.first << ": " << r.out << r.err;
+    }
 }
 
 // A 64 px square of frame B replaced by particles of another flow: the

@@ -30,6 +30,11 @@ const char* kUsageText =
     "                        scans at the final window of the multi-grid), or none\n"
     "  --fit N               peak fit (0 3-point Gaussian, 1 3x3 Gaussian, 2 parabolic,\n"
     "                        3 centroid, 4 Whittaker, 5 2-D Gaussian)\n"
+    "  --correlation fft|phase|mqd|direct|error\n"
+    "                        FFT cross-correlation, its phase-only form, or a scan\n"
+    "                        of every shift: minimum quadratic difference, direct\n"
+    "                        cross-correlation, error correlation function\n"
+    "  --scan-range N        the shifts a scan tries, -N..N px on both axes\n"
     "  --mask FILE           mask image (non-zero pixels are masked)\n"
     "  --frames I,J          frames (pages) I and J of multi-frame files, from 1\n"
     "  --threads N           worker threads (all by default)\n"
@@ -190,6 +195,17 @@ int ParseOptions(int argc, char** argv, Options& o, std::string& error) {
             o.deform = 0;
         } else if (a == "--fit") {
             ok = Number(args, a, 0, 5, &o.fit, error);
+        } else if (a == "--correlation") {
+            static const char* const kModes[] = {"fft", "phase", "mqd", "direct", "error"};
+            std::string m;
+            ok = Text(args, a, &m, error);
+            for (int k = 0; ok && k < 5 && o.correlation < 0; k++)
+                if (m == kModes[k]) o.correlation = k;
+            if (ok && o.correlation < 0)
+                ok = false,
+                error = "unknown correlation " + m + ": fft, phase, mqd, direct or error";
+        } else if (a == "--scan-range") {
+            ok = Number(args, a, 0, 256, &o.scanRange, error);
         } else if (a == "--mask") {
             ok = Text(args, a, &o.mask, error);
         } else if (a == "--frames") {
@@ -385,6 +401,8 @@ bool ApplyParameters(const Options& o, PIV_Parameters& params, Calibration& cali
     }
     if (o.deform == 0) cfg.ImageMapping2D.Mode = PIV::DEFORM_DISABLED;
     if (o.fit >= 0) cfg.Type = o.fit;
+    if (o.correlation >= 0) cfg.CorrelationMode = o.correlation;
+    if (o.scanRange >= 0) cfg.ScanRange = SIZE3D{o.scanRange, o.scanRange, 1};
     params.setPivEvalCfg(cfg, false);
     params.setOutlierCfg(Validation(params.outlierCfg(), o.validation));
 

@@ -34,6 +34,7 @@ struct Options {
     std::string parFile;
     // Overrides of the parameter file; -1 leaves its value.
     int window = -1, step = -1, method = -1, passes = -1, deform = -1, fit = -1;
+    int correlation = -1, scanRange = -1;  // CorrelationMode 0..4, ScanRange
     int threads = 0;  // 0: all the machine has
     std::string mask;
     std::string output;  // one pair: the result file

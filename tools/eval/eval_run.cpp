@@ -157,6 +157,16 @@ PairResult Evaluator::evaluate(const FrameRef& a, const FrameRef& b) {
                     " window is larger than the " + Size(pair.width(), pair.height()) + " image";
         return r;
     }
+    // A scan reads the window widened by the scan range on each side.
+    const int scanW = cfg.SampleSize.width + 2 * cfg.ScanRange.width + 1,
+              scanH = cfg.SampleSize.height + 2 * cfg.ScanRange.height + 1;
+    if (cfg.CorrelationMode >= PIV::CORR_MQD && (scanW > pair.width() || scanH > pair.height())) {
+        r.exit = tool::kUsage;
+        r.message = "cannot evaluate " + label + ": the " + Size(scanW, scanH) +
+                    " scan area (window and scan range) is larger than the " +
+                    Size(pair.width(), pair.height()) + " image";
+        return r;
+    }
     if (!m_calibration.originGiven) {
         // Physical y points up from the lower left corner, as the pixel y of
         // the result files does.
