@@ -1,0 +1,167 @@
+// Partial statistics of a series in a NetCDF file, so that shards of one
+// series evaluated apart merge into the statistics of the whole. The file is
+// a data file of the shard's mean field, readable as any other, with the
+// sums beside it in double: floats would lose the merge its exactness.
+#include <cmath>
+#include <cstring>
+#include <iterator>
+#include <vector>
+
+#include "piv_data2d_stats.h"
+#include "piv_file.h"
+#include "piv_ncfile.h"
+#include "piv_util.h"
+
+namespace {
+
+// The seven members of an accumulator, each a variable (node, quantity).
+struct Member {
+    const char* name;
+    double PIV_STATS_ACCUMULATOR::*value;  // null for the count
+};
+constexpr Member kMembers[] = {
+    {"stats_count", nullptr},
+    {"stats_mean", &PIV_STATS_ACCUMULATOR::mean},
+    {"stats_M2", &PIV_STATS_ACCUMULATOR::M2},
+    {"stats_M3", &PIV_STATS_ACCUMULATOR::M3},
+    {"stats_M4", &PIV_STATS_ACCUMULATOR::M4},
+    {"stats_minimum", &PIV_STATS_ACCUMULATOR::minimum},
+    {"stats_maximum", &PIV_STATS_ACCUMULATOR::maximum},
+};
+constexpr const char* kQuantities =
+    "dx dy dz u v w sx sy sz corr meanSquaredCorr dudx dudy dudz vort_x vort_y vort_z";
+
+bool WriteShardAttributes(MyNcFile& file, STATS_SHARD shard, int dataSets) {
+    return file.serializeInt("shard_index", &shard.index) &&
+           file.serializeInt("shard_count", &shard.count) &&
+           file.serializeInt("shard_data_sets", &dataSets) &&
+           (!*shard.firstPair || file.serializeString("shard_first_pair", shard.firstPair,
+                                                      int(sizeof(shard.firstPair)))) &&
+           (!*shard.lastPair ||
+            file.serializeString("shard_last_pair", shard.lastPair, int(sizeof(shard.lastPair))));
+}
+
+// A count must be a whole number within the data sets, the moments finite
+// and the even ones not negative; anything else is a damaged file.
+bool Plausible(const PIV_STATS_ACCUMULATOR& a, double count, int dataSets) {
+    if (!(count >= 0.0 && count <= dataSets && count == std::floor(count))) return false;
+    if (count == 0.0) return true;
+    return std::isfinite(a.mean) && std::isfinite(a.M3) && a.M2 >= 0.0 && a.M4 >= 0.0 &&
+           std::isfinite(a.M2) && std::isfinite(a.M4) && a.minimum <= a.maximum;
+}
+
+}  // namespace
+
+bool PIV_Data2D_Stats::savePartial(const char* fileName, const STATS_SHARD& shard) {
+    if (!fileName || !*fileName)
+        return m_error.handleError(PIVerror::BAD_FILE_NAME, "savePartial()"), false;
+    const bool empty = m_nodes.empty() || m_dataSets == 0;
+    if (!empty && !update()) return false;
+    PIV::TempFile tmp(fileName);
+    bool ok = tmp.file() && tmp.closeStream();
+    if (ok && !empty) {
+        OUTPUT_CFG out;
+        out.OutputFormat = 3;
+        // The mean field always holds displacements, whatever else it holds.
+        m_avg->setDataType(m_avg->dataType() | PIV::DATA_DISPLACEMENT);
+        ok = m_avg->save(tmp.path().c_str(), 0, out);
+    }
+    if (ok) {
+        MyNcFile file(tmp.path().c_str(), MyNcFile::WRITE, empty ? NcFile::Replace : NcFile::Write);
+        ok = file.is_valid() && WriteShardAttributes(file, shard, empty ? 0 : m_dataSets);
+        if (ok && !empty) {
+            const long nodes = long(m_nodes.size());
+            NcDim* node = file.add_dim("stats_node", nodes);
+            NcDim* quantity = file.add_dim("stats_quantity", Q_COUNT);
+            ok = node && quantity && file.add_att("stats_quantities", kQuantities);
+            std::vector<double> values(size_t(nodes) * Q_COUNT);
+            for (const Member& m : kMembers) {
+                NcVar* var = ok ? file.add_var(m.name, ncDouble, node, quantity) : nullptr;
+                if (!var) {
+                    ok = false;
+                    break;
+                }
+                for (long k = 0; k < nodes; k++)
+                    for (int q = 0; q < Q_COUNT; q++) {
+                        const PIV_STATS_ACCUMULATOR& a = m_nodes[size_t(k)].q[q];
+                        values[size_t(k) * Q_COUNT + size_t(q)] =
+                            m.value ? a.*m.value : double(a.count);
+                    }
+                ok = var->put(values.data(), nodes, Q_COUNT);
+            }
+        }
+        ok = file.close() && ok;
+    }
+    if (!ok || !tmp.commit(fileName)) {
+        m_error.setMessage("savePartial() - writing %s failed", fileName);
+        return m_error.handleError(PIVerror::FILE_WRITE_FAILED, "savePartial()"), false;
+    }
+    return true;
+}
+
+bool PIV_Data2D_Stats::loadPartial(const char* fileName, STATS_SHARD& shard) {
+    if (!fileName || !*fileName)
+        return m_error.handleError(PIVerror::BAD_FILE_NAME, "loadPartial()"), false;
+    clear();
+    shard = STATS_SHARD();
+    int dataSets = -1;
+    long nodes = 0;
+    std::vector<double> values[std::size(kMembers)];
+    {
+        MyNcFile file(fileName, MyNcFile::READ, NcFile::ReadOnly);
+        if (!file.is_valid()) {
+            m_error.setMessage("loadPartial() - not a NetCDF file: %s", fileName);
+            return m_error.handleError(PIVerror::FILE_OPEN_FAILED, "loadPartial()"), false;
+        }
+        if (!file.serializeInt("shard_index", &shard.index) ||
+            !file.serializeInt("shard_count", &shard.count) ||
+            !file.serializeInt("shard_data_sets", &dataSets) || dataSets < 0 || shard.count < 1 ||
+            shard.index < 0 || shard.index >= shard.count) {
+            m_error.setMessage("loadPartial() - no partial statistics in %s", fileName);
+            return m_error.handleError(PIVerror::INVALID_FILE_CONTENT, "loadPartial()"), false;
+        }
+        file.serializeString("shard_first_pair", shard.firstPair, int(sizeof(shard.firstPair)));
+        file.serializeString("shard_last_pair", shard.lastPair, int(sizeof(shard.lastPair)));
+        if (dataSets == 0) return true;
+        NcDim* node = file.get_dim("stats_node");
+        NcDim* quantity = file.get_dim("stats_quantity");
+        bool ok = node && quantity && quantity->size() == Q_COUNT;
+        nodes = ok ? node->size() : 0;
+        for (size_t m = 0; ok && m < std::size(kMembers); m++) {
+            NcVar* var = file.get_var(kMembers[m].name);
+            ok = var && var->num_dims() == 2 && var->get_dim(0) == node &&
+                 var->get_dim(1) == quantity;
+            if (ok) {
+                values[m].resize(size_t(nodes) * Q_COUNT);
+                ok = var->get(values[m].data(), nodes, Q_COUNT);
+            }
+        }
+        if (!ok) {
+            m_error.setMessage("loadPartial() - the sums in %s are missing or unreadable",
+                               fileName);
+            return m_error.handleError(PIVerror::FILE_READ_FAILED, "loadPartial()"), false;
+        }
+    }
+    PIV_Data2D field;
+    if (!field.load(fileName) || field.nodeCount() != nodes || !allocPIVdata(&field)) {
+        clear();
+        m_error.setMessage("loadPartial() - the field of %s does not match its %ld sums", fileName,
+                           nodes);
+        return m_error.handleError(PIVerror::INVALID_FILE_CONTENT, "loadPartial()"), false;
+    }
+    for (size_t k = 0; k < size_t(nodes); k++)
+        for (int q = 0; q < Q_COUNT; q++) {
+            const size_t at = k * Q_COUNT + size_t(q);
+            PIV_STATS_ACCUMULATOR& a = m_nodes[k].q[q];
+            for (size_t m = 1; m < std::size(kMembers); m++) a.*kMembers[m].value = values[m][at];
+            const double count = values[0][at];
+            if (!Plausible(a, count, dataSets)) {
+                clear();
+                m_error.setMessage("loadPartial() - damaged sums in %s at node %zu", fileName, k);
+                return m_error.handleError(PIVerror::CORRUPT_DATA, "loadPartial()"), false;
+            }
+            a.count = uint64_t(count);
+        }
+    m_dataSets = dataSets;
+    return true;
+}
