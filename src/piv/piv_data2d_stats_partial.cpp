@@ -69,6 +69,8 @@ bool PIV_Data2D_Stats::savePartial(const char* fileName, const STATS_SHARD& shar
     if (ok) {
         MyNcFile file(tmp.path().c_str(), MyNcFile::WRITE, empty ? NcFile::Replace : NcFile::Write);
         ok = file.is_valid() && WriteShardAttributes(file, shard, empty ? 0 : m_dataSets);
+        // The field was written under the temporary name.
+        if (ok && !empty) ok = file.add_att("long_name", fileName);
         if (ok && !empty) {
             const long nodes = long(m_nodes.size());
             NcDim* node = file.add_dim("stats_node", nodes);
