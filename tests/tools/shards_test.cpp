@@ -174,6 +174,15 @@ TEST(KelvaneEvalShards, BadPartialsAndShardsAreRefused) {
         EXPECT_TRUE(HasText(o.err, dir.file(c.folder) + "/series_shard")) << o.err;
         EXPECT_FALSE(std::filesystem::exists(dir.file(std::string(c.folder) + "/series_avg.nc")));
     }
+    // A frame missing here fails its own pair only: shard 1 of 2 still
+    // holds the third pair, as it does on a node that has all frames.
+    std::filesystem::remove(Frame(dir, 2, 'a'));
+    const Outcome gap = shard("gap", "0/2", "16");
+    EXPECT_EQ(gap.exit, 1);
+    EXPECT_TRUE(HasText(gap.err, "run0002a.tif")) << gap.err;
+    ASSERT_EQ(shard("gap", "1/2", "16").exit, 0);
+    EXPECT_TRUE(HasText(Shell(dir, "ncdump -h '" + partial("gap", 1, 2) + "'").out,
+                        "shard_first_pair = \"" + Frame(dir, 3, 'a')));
     for (const auto& [args, said] : std::vector<std::pair<std::vector<std::string>, std::string>>{
              {{"--shard", "4/4"}, "bad value for --shard: 4/4"},
              {{"--shard", "0/0"}, "bad value for --shard: 0/0"},
