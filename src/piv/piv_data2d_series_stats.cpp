@@ -36,17 +36,17 @@ void PIV_STATS_ACCUMULATOR::merge(const PIV_STATS_ACCUMULATOR& b) {
         *this = b;
         return;
     }
-    const double na = double(count), nb = double(b.count), n = na + nb;
+    // In the shares of either side, so that one division serves all four.
+    const double na = double(count), nb = double(b.count);
+    const double fb = nb / (na + nb), fa = 1.0 - fb;
     const double delta = b.mean - mean;
     const double d2 = delta * delta;
     // The higher moments first, from the lower ones of both sides as they were.
-    M4 += b.M4 + d2 * d2 * na * nb * (na * na - na * nb + nb * nb) / (n * n * n) +
-          6.0 * d2 * (na * na * b.M2 + nb * nb * M2) / (n * n) +
-          4.0 * delta * (na * b.M3 - nb * M3) / n;
-    M3 +=
-        b.M3 + d2 * delta * na * nb * (na - nb) / (n * n) + 3.0 * delta * (na * b.M2 - nb * M2) / n;
-    M2 += b.M2 + d2 * na * nb / n;
-    mean += delta * nb / n;
+    M4 += b.M4 + d2 * d2 * na * fb * (fa * fa - fa * fb + fb * fb) +
+          6.0 * d2 * (fa * fa * b.M2 + fb * fb * M2) + 4.0 * delta * (fa * b.M3 - fb * M3);
+    M3 += b.M3 + d2 * delta * na * fb * (fa - fb) + 3.0 * delta * (fa * b.M2 - fb * M2);
+    M2 += b.M2 + d2 * na * fb;
+    mean += delta * fb;
     count += b.count;
     minimum = std::min(minimum, b.minimum);
     maximum = std::max(maximum, b.maximum);
