@@ -41,11 +41,12 @@ bool WriteShardAttributes(MyNcFile& file, STATS_SHARD shard, int dataSets) {
             file.serializeString("shard_last_pair", shard.lastPair, int(sizeof(shard.lastPair))));
 }
 
-// A count must be a whole number within the data sets, the moments finite
-// and the even ones not negative; anything else is a damaged file.
-bool Plausible(const PIV_STATS_ACCUMULATOR& a, double count, int dataSets) {
-    if (!(count >= 0.0 && count <= dataSets && count == std::floor(count))) return false;
-    if (count == 0.0) return true;
+// A whole count within the data sets (any other was read as ~0), the
+// moments finite and the even ones not negative; anything else is a
+// damaged file.
+bool Plausible(const PIV_STATS_ACCUMULATOR& a, int dataSets) {
+    if (a.count > uint64_t(dataSets)) return false;
+    if (a.count == 0) return true;
     return std::isfinite(a.mean) && std::isfinite(a.M3) && a.M2 >= 0.0 && a.M4 >= 0.0 &&
            std::isfinite(a.M2) && std::isfinite(a.M4) && a.minimum <= a.maximum;
 }
@@ -107,8 +108,6 @@ bool PIV_Data2D_Stats::loadPartial(const char* fileName, STATS_SHARD& shard) {
     clear();
     shard = STATS_SHARD();
     int dataSets = -1;
-    long nodes = 0;
-    std::vector<double> values[std::size(kMembers)];
     {
         MyNcFile file(fileName, MyNcFile::READ, NcFile::ReadOnly);
         if (!file.is_valid()) {
@@ -124,46 +123,54 @@ bool PIV_Data2D_Stats::loadPartial(const char* fileName, STATS_SHARD& shard) {
         }
         file.serializeString("shard_first_pair", shard.firstPair, int(sizeof(shard.firstPair)));
         file.serializeString("shard_last_pair", shard.lastPair, int(sizeof(shard.lastPair)));
-        if (dataSets == 0) return true;
-        NcDim* node = file.get_dim("stats_node");
-        NcDim* quantity = file.get_dim("stats_quantity");
-        bool ok = node && quantity && quantity->size() == Q_COUNT;
-        nodes = ok ? node->size() : 0;
-        for (size_t m = 0; ok && m < std::size(kMembers); m++) {
-            NcVar* var = file.get_var(kMembers[m].name);
-            ok = var && var->num_dims() == 2 && var->get_dim(0) == node &&
-                 var->get_dim(1) == quantity;
-            if (ok) {
-                values[m].resize(size_t(nodes) * Q_COUNT);
-                ok = var->get(values[m].data(), nodes, Q_COUNT);
-            }
-        }
-        if (!ok) {
-            m_error.setMessage("loadPartial() - the sums in %s are missing or unreadable",
-                               fileName);
-            return m_error.handleError(PIVerror::FILE_READ_FAILED, "loadPartial()"), false;
-        }
     }
+    if (dataSets == 0) return true;
+    // The field first: its reader knows damaged files, and its node count
+    // bounds what the sums may claim before anything is allocated for them.
     PIV_Data2D field;
-    if (!field.load(fileName) || field.nodeCount() != nodes || !allocPIVdata(&field)) {
+    field.error().setErrorHandling(PIVerror::ERROR_QUIET);
+    if (!field.load(fileName) || !allocPIVdata(&field)) {
         clear();
-        m_error.setMessage("loadPartial() - the field of %s does not match its %ld sums", fileName,
-                           nodes);
+        m_error.setMessage("loadPartial() - no readable field in %s", fileName);
         return m_error.handleError(PIVerror::INVALID_FILE_CONTENT, "loadPartial()"), false;
     }
-    for (size_t k = 0; k < size_t(nodes); k++)
-        for (int q = 0; q < Q_COUNT; q++) {
-            const size_t at = k * Q_COUNT + size_t(q);
-            PIV_STATS_ACCUMULATOR& a = m_nodes[k].q[q];
-            for (size_t m = 1; m < std::size(kMembers); m++) a.*kMembers[m].value = values[m][at];
-            const double count = values[0][at];
-            if (!Plausible(a, count, dataSets)) {
+    const long nodes = long(m_nodes.size());
+    MyNcFile file(fileName, MyNcFile::READ, NcFile::ReadOnly);
+    NcDim* node = file.get_dim("stats_node");
+    NcDim* quantity = file.get_dim("stats_quantity");
+    bool ok = node && quantity && node->size() == nodes && quantity->size() == Q_COUNT;
+    std::vector<double> values;
+    for (size_t m = 0; ok && m < std::size(kMembers); m++) {
+        NcVar* var = file.get_var(kMembers[m].name);
+        ok = var && var->num_dims() == 2 && var->get_dim(0) == node && var->get_dim(1) == quantity;
+        if (ok) {
+            values.resize(size_t(nodes) * Q_COUNT);
+            ok = var->get(values.data(), nodes, Q_COUNT);
+        }
+        for (size_t at = 0; ok && at < values.size(); at++) {
+            PIV_STATS_ACCUMULATOR& a = m_nodes[at / Q_COUNT].q[at % Q_COUNT];
+            if (kMembers[m].value)
+                a.*kMembers[m].value = values[at];
+            else
+                a.count = values[at] >= 0.0 && values[at] <= dataSets &&
+                                  values[at] == std::floor(values[at])
+                              ? uint64_t(values[at])
+                              : ~0ull;
+        }
+    }
+    if (!ok) {
+        clear();
+        m_error.setMessage("loadPartial() - the sums in %s are missing or do not fit its field",
+                           fileName);
+        return m_error.handleError(PIVerror::FILE_READ_FAILED, "loadPartial()"), false;
+    }
+    for (size_t k = 0; k < m_nodes.size(); k++)
+        for (const PIV_STATS_ACCUMULATOR& a : m_nodes[k].q)
+            if (!Plausible(a, dataSets)) {
                 clear();
                 m_error.setMessage("loadPartial() - damaged sums in %s at node %zu", fileName, k);
                 return m_error.handleError(PIVerror::CORRUPT_DATA, "loadPartial()"), false;
             }
-            a.count = uint64_t(count);
-        }
     m_dataSets = dataSets;
     return true;
 }
