@@ -30,6 +30,28 @@ void PIV_STATS_ACCUMULATOR::add(double x) {
     M2 += term;
 }
 
+void PIV_STATS_ACCUMULATOR::merge(const PIV_STATS_ACCUMULATOR& b) {
+    if (b.count == 0) return;
+    if (count == 0) {
+        *this = b;
+        return;
+    }
+    // In the shares of either side, so that one division serves all four.
+    const double na = double(count), nb = double(b.count);
+    const double fb = nb / (na + nb), fa = 1.0 - fb;
+    const double delta = b.mean - mean;
+    const double d2 = delta * delta;
+    // The higher moments first, from the lower ones of both sides as they were.
+    M4 += b.M4 + d2 * d2 * na * fb * (fa * fa - fa * fb + fb * fb) +
+          6.0 * d2 * (fa * fa * b.M2 + fb * fb * M2) + 4.0 * delta * (fa * b.M3 - fb * M3);
+    M3 += b.M3 + d2 * delta * na * fb * (fa - fb) + 3.0 * delta * (fa * b.M2 - fb * M2);
+    M2 += b.M2 + d2 * na * fb;
+    mean += delta * fb;
+    count += b.count;
+    minimum = std::min(minimum, b.minimum);
+    maximum = std::max(maximum, b.maximum);
+}
+
 double PIV_STATS_ACCUMULATOR::stdDev() const {
     return count > 0 ? std::sqrt(M2 / double(count)) : 0.0;
 }
@@ -165,6 +187,35 @@ bool PIV_Data2D_Stats::increment(PIV_Data2D* field, int timeStep, unsigned int f
         }
     }
     m_dataSets++;
+    m_available = false;
+    return true;
+}
+
+bool PIV_Data2D_Stats::merge(const PIV_Data2D_Stats& other) {
+    if (&other == this) {
+        m_error.setMessage("merge() - a series cannot be merged with itself");
+        return m_error.handleError(PIVerror::BAD_PARAMETERS, "merge()"), false;
+    }
+    if (other.m_nodes.empty() || !other.m_avg) return true;
+    if (m_nodes.empty()) {
+        if (!allocPIVdata(other.m_avg)) {
+            clear();
+            return m_error.handleError(PIVerror::ALLOCATION_FAILED, "merge()"), false;
+        }
+        m_nodes = other.m_nodes;
+        m_dataSets = other.m_dataSets;
+        return true;
+    }
+    const SIZE3D& held = m_avg->grid().nodes;
+    const SIZE3D& given = other.m_avg->grid().nodes;
+    if (given.width != held.width || given.height != held.height) {
+        m_error.setMessage("merge() - grid mismatch: %d vs %d", given.width * given.height,
+                           held.width * held.height);
+        return m_error.handleError(PIVerror::GRID_MISMATCH, "merge()"), false;
+    }
+    for (size_t k = 0; k < m_nodes.size(); k++)
+        for (int q = 0; q < Q_COUNT; q++) m_nodes[k].q[q].merge(other.m_nodes[k].q[q]);
+    m_dataSets += other.m_dataSets;
     m_available = false;
     return true;
 }

@@ -23,6 +23,10 @@ struct PIV_STATS_ACCUMULATOR {
 
     PIV_STATS_ACCUMULATOR() { PIV::ZeroRecord(*this); }
     void add(double x);
+    // Adds the values another accumulator has seen, as if they had come one
+    // by one: the pairwise formulas for the central moments. An empty side
+    // leaves the other as it is.
+    void merge(const PIV_STATS_ACCUMULATOR& other);
     // Population values: sqrt(M2 / n), and skew and excess kurtosis, both 0
     // for a series without spread.
     double stdDev() const;
@@ -30,6 +34,18 @@ struct PIV_STATS_ACCUMULATOR {
     double kurt() const;
 };
 KELVANE_ASSERT_RECORD(PIV_STATS_ACCUMULATOR);
+
+// Where the sums of a partial file come from: shard `index` of `count`,
+// holding the pairs from `firstPair` to `lastPair` (names of their first
+// frames; empty for a shard without pairs).
+struct STATS_SHARD {
+    int index, count;
+    char firstPair[2048];
+    char lastPair[2048];
+
+    STATS_SHARD() { PIV::ZeroRecord(*this); }
+};
+KELVANE_ASSERT_RECORD(STATS_SHARD);
 
 class PIV_Data2D_Stats {
 public:
@@ -76,6 +92,18 @@ public:
     bool increment(PIV_Data2D* field, int timeStep = -1, unsigned int flagMask = 0);
     // Mean and rms fields from the sums; error 9 without data.
     bool update();
+    // Adds the sums of another series over the same grid, node by node; the
+    // data set counts add. An empty side leaves the other: this one takes
+    // the grid and parameters of `other` when it holds none, as a run takes
+    // its first field's. Another grid is refused (error 16) and the sums stay.
+    bool merge(const PIV_Data2D_Stats& other);
+    // The sums of one shard of a series in a NetCDF file: its field grid and
+    // parameters as a data file, the accumulators in double beside them and
+    // the shard's place as global attributes. Written beside the target and
+    // renamed. A shard without data writes the attributes only.
+    bool savePartial(const char* fileName, const STATS_SHARD& shard);
+    // Reads such a file over this object, the series before it lost.
+    bool loadPartial(const char* fileName, STATS_SHARD& shard);
     // Writes mean, stddev, skew, kurt and valid of one variable per node as
     // a Tecplot text table.
     bool dumpVariableToFile(const char* fileName, PIV::DataVariableType variable);

@@ -195,6 +195,73 @@ TEST(SeriesStatistics, AConstantSeriesHasNoSpreadSkewOrKurtosis) {
     EXPECT_EQ(a.kurt(), 0.0);
 }
 
+// A series cut into uneven blocks, a one-field and an empty one among them,
+// merges to what one pass over the whole gives; the 7 blocks go through
+// partial files on the way. Tolerances: the mean and M2 to 1e-12 relative,
+// M3 and M4 to 1e-9 of n sigma^3 and n sigma^4.
+TEST(SeriesStatistics, MergedBlocksEqualOnePass) {
+    MessageCapture quiet;
+    const Series series = makeSeries();
+    PIV_Data2D_Stats whole;
+    for (const auto& f : series) ASSERT_TRUE(whole.increment(f.get(), 0, 0));
+    ASSERT_TRUE(whole.update());
+    test_support::ScratchDir dir;
+    for (const std::vector<int>& blocks : {std::vector<int>{20}, {13, 7}, {5, 1, 0, 3, 4, 2, 5}}) {
+        const bool viaFiles = blocks.size() == 7;
+        PIV_Data2D_Stats total;
+        size_t next = 0;
+        for (size_t b = 0; b < blocks.size(); b++) {
+            PIV_Data2D_Stats part;
+            for (int i = 0; i < blocks[b]; i++)
+                ASSERT_TRUE(part.increment(series[next++].get(), 0, 0));
+            STATS_SHARD shard;
+            shard.index = int(b);
+            shard.count = int(blocks.size());
+            const std::string file = dir.file("part" + std::to_string(b) + ".nc");
+            if (viaFiles) {
+                ASSERT_TRUE(part.savePartial(file.c_str(), shard) &&
+                            part.loadPartial(file.c_str(), shard));
+            }
+            ASSERT_TRUE(total.merge(part));
+        }
+        ASSERT_EQ(total.dataSetCount(), kFields);
+        ASSERT_TRUE(total.update());
+        for (int k = 0; k < kNodes; k++)
+            for (int q = 0; q < PIV_Data2D_Stats::Q_COUNT; q++) {
+                const PIV_STATS_ACCUMULATOR& a = total.nodeStats()[k].q[q];
+                const PIV_STATS_ACCUMULATOR& e = whole.nodeStats()[k].q[q];
+                const std::string at = std::to_string(blocks.size()) + " blocks, node " +
+                                       std::to_string(k) + ", " + std::to_string(q);
+                ASSERT_EQ(a.count, e.count) << at;
+                EXPECT_EQ(a.minimum, e.minimum) << at;
+                EXPECT_EQ(a.maximum, e.maximum) << at;
+                const double n = double(e.count), sigma = e.stdDev();
+                EXPECT_NEAR(a.mean, e.mean, 1e-12 * std::fabs(e.mean)) << at;
+                EXPECT_NEAR(a.M2, e.M2, 1e-12 * e.M2) << at;
+                EXPECT_NEAR(a.M3, e.M3, 1e-9 * n * std::pow(sigma, 3)) << at;
+                EXPECT_NEAR(a.M4, e.M4, 1e-9 * n * std::pow(sigma, 4)) << at;
+            }
+        for (auto field : {&PIV_Data2D_Stats::avgData, &PIV_Data2D_Stats::rmsData})
+            for (int k = 0; k < kNodes; k++) {
+                const PIV_VECTOR& a = (total.*field)()->data()[k];
+                const PIV_VECTOR& e = (whole.*field)()->data()[k];
+                for (float PIV_VECTOR::*m : PIV::kTripleMembers)
+                    EXPECT_LE(std::fabs(a.*m - e.*m),
+                              std::nextafter(std::fabs(e.*m), INFINITY) - std::fabs(e.*m));
+                EXPECT_EQ(a.count, e.count);
+            }
+    }
+    // Another grid is refused and the sums stay.
+    PIV_Data2D_Stats other, total;
+    PIV_Data2D small(gridOf(4, 4));
+    small.setFlagRawData(true);
+    ASSERT_TRUE(other.increment(&small, 0, 0));
+    ASSERT_TRUE(total.increment(series[0].get(), 0, 0));
+    EXPECT_FALSE(total.merge(other));
+    EXPECT_EQ(total.error().getLastErrorCode(), PIVerror::GRID_MISMATCH);
+    EXPECT_EQ(total.dataSetCount(), 1);
+}
+
 // The fluctuations are taken against a given mean that is not the series'
 // own, and interpolated vectors are left out by the mask.
 TEST(ReynoldsStressesTest, MatchTheReferenceAgainstAGivenMean) {

@@ -1,5 +1,6 @@
 #include "eval_options.h"
 
+#include <algorithm>
 #include <cstdio>
 #include <type_traits>
 
@@ -15,6 +16,7 @@ namespace eval_tool {
 const char* kUsageText =
     "usage: kelvane-eval [options] FIRST [SECOND] -o RESULT\n"
     "       kelvane-eval [options] --series FIRST LAST --output-dir DIR\n"
+    "       kelvane-eval --merge-stats --output-dir DIR [--stub NAME]\n"
     "Evaluates an image pair or a numbered series, validates each field, replaces\n"
     "its outliers and writes the results. SECOND, when left out, is the second\n"
     "frame of FIRST (a two-frame LaVision file, a two-page TIFF, a PCO double\n"
@@ -67,6 +69,12 @@ const char* kUsageText =
     "                        <base>_piv.plt, <base>_cf.nc\n"
     "  --stub NAME           name of the statistics files (series)\n"
     "  --stats               also <stub>_avg.nc and <stub>_rms.nc\n"
+    "Shards (one series on many machines, one block each):\n"
+    "  --shard K/N           block K (from 0) of N contiguous blocks of the series;\n"
+    "                        pairs whose results are all there are skipped, and\n"
+    "                        --stats writes <stub>_shard<K>of<N>.nc instead\n"
+    "  --merge-stats         merges the partials <stub>_shard*of*.nc of --output-dir\n"
+    "                        into <stub>_avg.nc and <stub>_rms.nc\n"
     "  --quiet, --verbose, --help, --version\n"
     "Images: TIFF (8 or 16 bit, multi-page), BMP, PGM (P5), PCO (.b16), LaVision\n"
     "(.im7, .imx, .img).\n"
@@ -139,6 +147,43 @@ bool Formats(const std::string& list, std::vector<std::string>& formats, std::st
         start = comma + 1;
     }
     return true;
+}
+
+// "K/N" with N from 1 and K from 0 to N-1.
+bool Shard(tool::Args& args, const std::string& option, Options& o, std::string& error) {
+    std::string v;
+    if (!Text(args, option, &v, error)) return false;
+    const size_t slash = v.find('/');
+    int k = -1, n = 0;
+    if (slash == std::string::npos ||
+        !tool::ParseInt(v.substr(slash + 1).c_str(), 1, 1000000, &n) ||
+        !tool::ParseInt(v.substr(0, slash).c_str(), 0, n - 1, &k)) {
+        error = "bad value for " + option + ": " + v + " (K/N: block K, from 0 to N-1, of N)";
+        return false;
+    }
+    o.shardIndex = k;
+    o.shardCount = n;
+    return true;
+}
+
+int CheckShardOptions(const Options& o, const std::vector<std::string>& files, std::string& error) {
+    if (o.shardCount > 0 && !o.series)
+        return error = "--shard K/N divides a series: it needs --series FIRST LAST", tool::kUsage;
+    if (o.shardCount > 0 && o.stats &&
+        std::find(o.formats.begin(), o.formats.end(), "nc") == o.formats.end())
+        return error =
+                   "--shard with --stats needs nc among --format: a resumed shard reads the "
+                   "fields it finished back from their .nc files",
+               tool::kUsage;
+    if (!o.mergeStats) return tool::kOk;
+    if (o.series || !files.empty())
+        return error = "--merge-stats takes no images: it reads the partials in --output-dir",
+               tool::kUsage;
+    if (o.outputDir.empty())
+        return error = "--merge-stats needs --output-dir DIR, where the partials are", tool::kUsage;
+    if (o.stub.empty() || o.stub.find('/') != std::string::npos)
+        return error = "--stub takes a plain file name", tool::kUsage;
+    return tool::kOk;
 }
 
 std::string Quoted(int argc, char** argv) {
@@ -259,6 +304,10 @@ int ParseOptions(int argc, char** argv, Options& o, std::string& error) {
             ok = Text(args, a, &list, error) && Formats(list, o.formats, error);
         } else if (a == "--stats") {
             o.stats = true;
+        } else if (a == "--shard") {
+            ok = Shard(args, a, o, error);
+        } else if (a == "--merge-stats") {
+            o.mergeStats = true;
         } else if (a == "--quiet" || a == "-q") {
             o.quiet = true;
         } else if (a == "--verbose" || a == "-v") {
@@ -273,6 +322,8 @@ int ParseOptions(int argc, char** argv, Options& o, std::string& error) {
     if (v.off && v.any())
         return error = "--no-validation cannot be combined with other validation switches",
                tool::kUsage;
+    if (const int bad = CheckShardOptions(o, files, error)) return bad;
+    if (o.mergeStats) return tool::kOk;
     if (o.series) {
         if (!files.empty()) return error = "a series takes no further file names", tool::kUsage;
         if (o.outputDir.empty()) return error = "a series needs --output-dir DIR", tool::kUsage;

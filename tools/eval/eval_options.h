@@ -50,6 +50,10 @@ struct Options {
     std::string outputDir, stub = "series";
     std::vector<std::string> formats{"nc"};
     bool stats = false;
+    // A shard: block shardIndex of shardCount of the series (0 when not one).
+    int shardIndex = 0, shardCount = 0;
+    // Merging the partial statistics of the shards in outputDir.
+    bool mergeStats = false;
     bool velocity = false;
     bool quiet = false, verbose = false;
     ValidationSwitches validation;

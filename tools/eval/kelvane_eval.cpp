@@ -11,6 +11,7 @@
 #include "eval_input.h"
 #include "eval_options.h"
 #include "eval_run.h"
+#include "eval_shards.h"
 #include "piv_data2d_stats.h"
 #include "piv_fft_plans.h"
 #include "piv_filelist.h"
@@ -90,17 +91,51 @@ std::string ResultName(const eval_tool::Options& o, const std::string& base,
     return base + (o.velocity ? "_vel." : "_piv.") + format;
 }
 
+// A shard's pair is done when all its result files are there; with the
+// statistics its field is read back from the .nc file. False when the pair
+// must be evaluated (again).
+bool AlreadyDone(const eval_tool::Options& o, const std::string& base, PIV_Data2D_Stats& stats,
+                 const std::string& first) {
+    for (const std::string& format : o.formats)
+        if (!PIV::CheckFileExistence(ResultName(o, base, format).c_str())) return false;
+    if (!o.stats) return true;
+    PIV_Data2D field;
+    field.error().setErrorHandling(PIVerror::ERROR_QUIET);
+    if (!field.load(ResultName(o, base, "nc").c_str())) {
+        Fail(0, ResultName(o, base, "nc") +
+                    " is evaluated again: " + eval_tool::Reason(field.error()));
+        return false;
+    }
+    if (!stats.increment(&field, 0, 0)) {
+        Fail(0,
+             first + " left out of the statistics: " +
+                 OrElse(eval_tool::Reason(stats.error()), "it does not fit the fields before it"));
+    }
+    return true;
+}
+
 int Series(const eval_tool::Options& o, eval_tool::Evaluator& evaluator) {
     FileList list;
-    if (!list.buildList(o.first.c_str(), o.last.c_str(), o.increment, true) || list.count() == 0)
+    // A shard lists by number: a frame missing on one node must not move
+    // the blocks of the others; its pair fails as any other.
+    const bool shard = o.shardCount > 0;
+    if (!list.buildList(o.first.c_str(), o.last.c_str(), o.increment, !shard) || list.count() == 0)
         return Fail(tool::kUsage, "no series from " + o.first + " to " + o.last +
                                       ": no numbered files between them");
-    const int count = list.count();
+    const eval_tool::ShardBlock block =
+        shard ? eval_tool::BlockOf(list.count(), o.shardIndex, o.shardCount)
+              : eval_tool::ShardBlock{0, list.count()};
+    const int count = block.end - block.begin;
     PIV_Data2D_Stats stats;
-    int failed = 0, written = 0, k = 0;
+    int failed = 0, written = 0, done = 0, k = 0;
     const auto start = std::chrono::steady_clock::now();
     for (; k < count && !eval_tool::StopRequested(); k++) {
-        const std::string first = list.file(k);
+        const std::string first = list.file(block.begin + k);
+        const std::string base = InDir(o.outputDir, PIV::GetBaseNameFromPath(first.c_str()));
+        if (shard && AlreadyDone(o, base, stats, first)) {
+            done++;
+            continue;
+        }
         std::string error;
         eval_tool::FrameRef a, b;
         if (!eval_tool::ResolvePair(o, first, "", a, b, error)) {
@@ -114,7 +149,6 @@ int Series(const eval_tool::Options& o, eval_tool::Evaluator& evaluator) {
             Fail(0, r.message);
             continue;
         }
-        const std::string base = InDir(o.outputDir, PIV::GetBaseNameFromPath(first.c_str()));
         bool saved = true;
         for (const std::string& format : o.formats)
             if (!evaluator.save(ResultName(o, base, format), format, error)) {
@@ -137,7 +171,23 @@ int Series(const eval_tool::Options& o, eval_tool::Evaluator& evaluator) {
                  eval_tool::PairLabel(a, b), r, eta);
     }
     bool statsFailed = false;
-    if (o.stats && written > 0) {
+    if (o.stats && shard) {
+        // A stopped shard leaves no partial: its rerun finishes the block.
+        STATS_SHARD s;
+        s.index = o.shardIndex;
+        s.count = o.shardCount;
+        if (count > 0) {
+            PIV::CopyText(s.firstPair, list.file(block.begin));
+            PIV::CopyText(s.lastPair, list.file(block.end - 1));
+        }
+        const std::string partial =
+            InDir(o.outputDir, eval_tool::PartialName(o.stub, o.shardIndex, o.shardCount));
+        if (!eval_tool::StopRequested() && !stats.savePartial(partial.c_str(), s)) {
+            Fail(0, "partial statistics not written: " +
+                        OrElse(eval_tool::Reason(stats.error()), partial.c_str()));
+            statsFailed = true;
+        }
+    } else if (o.stats && written > 0) {
         OUTPUT_CFG out;
         out.OutputFormat = 3;
         const std::string avg = InDir(o.outputDir, o.stub + "_avg.nc"),
@@ -152,14 +202,17 @@ int Series(const eval_tool::Options& o, eval_tool::Evaluator& evaluator) {
     if (eval_tool::StopRequested())
         return Fail(tool::kFailed, "stopped after " + std::to_string(k) + " of " +
                                        std::to_string(count) + " pairs: interrupted");
-    if (!o.quiet)
+    if (!o.quiet) {
+        if (done > 0) std::fprintf(stderr, "%d pairs were done before and kept\n", done);
         std::fprintf(stderr, "%d of %d pairs evaluated and written, %d failed\n", written, count,
                      failed);
+    }
     return failed || statsFailed ? tool::kFailed : tool::kOk;
 }
 
 // Results must have a place before the first pair is evaluated.
 int CheckOutputs(const eval_tool::Options& o) {
+    if (o.mergeStats) return tool::kOk;
     if (o.series) {
         if (!PIV::CheckDirectoryExistence(o.outputDir.c_str()) &&
             !PIV::MakeDirectory(o.outputDir.c_str()))
@@ -191,6 +244,10 @@ int main(int argc, char** argv) {
     if (o.threads > 0) PIV::SetMaxThreads(o.threads);
     // Estimated plans only, so that any run gives the same field.
     PIV::SetMeasuredFFTPlans(false);
+    if (o.mergeStats) {
+        const int merged = eval_tool::MergeStats(o, error);
+        return merged == tool::kOk ? merged : Fail(merged, error);
+    }
     PIV_Parameters params;
     eval_tool::Calibration calibration;
     if (!eval_tool::ApplyParameters(o, params, calibration, error))
