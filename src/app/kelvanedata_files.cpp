@@ -11,6 +11,7 @@
 #include <QPushButton>
 #include <QSpinBox>
 
+#include "app_messages.h"
 #include "kelvanedata.h"
 #include "kelvanedataobject.h"
 #include "loadpairdlg.h"
@@ -38,18 +39,25 @@ bool KelvaneData::isReadableFile(const QString& path) {
 
 bool KelvaneData::loadFile(const QString& path, bool loadParams, bool loadAll, bool splitFlag) {
     if (path.isEmpty() || !isReadableFile(path)) return false;
+    const LibraryReport report;
     emit signalMessage(tr("Loading: ") + path);
     PIV::FILE_INFO info;
     PIV::GetFileInformation(path.toLocal8Bit().constData(), info);
-    if (info.content & kRawData) {
+    // A file named as data or parameters that does not read as such is
+    // refused in those words, not as an image of an unknown kind.
+    const QString suffix = QFileInfo(path).suffix().toLower();
+    const bool dataName = suffix == QLatin1String("nc") || suffix == QLatin1String("cdf");
+    if ((info.content & kRawData) || (dataName && !(info.content & kParameters))) {
         if (!loadDataFile(path, loadAll)) return false;
         emit signalAddToRecentFiles(path);
         return true;
     }
-    if (loadParams || (info.content & kParameters)) {
+    const bool parName = suffix == QLatin1String("par");
+    if (loadParams || parName || (info.content & kParameters)) {
         if (m_dataObject->loadParameters(path)) return true;
         warn(QApplication::applicationName(),
-             tr("Failure loading parameter file!\n%1").arg(m_dataObject->lastError()));
+             report.explain(
+                 tr("Failure loading parameter file!\n%1").arg(m_dataObject->lastError())));
         return false;
     }
     return loadImage(path, splitFlag);
@@ -57,11 +65,12 @@ bool KelvaneData::loadFile(const QString& path, bool loadParams, bool loadAll, b
 
 bool KelvaneData::loadImage(const QString& path, bool splitFlag) {
     if (!isReadableFile(path)) return false;
+    const LibraryReport report;
     emit signalMessage(tr("Loading: ") + path);
     closeDialogs();
     const QString absolute = QFileInfo(path).absoluteFilePath();
     if (!m_dataObject->loadPivImage(absolute, QString(), splitFlag, 0)) {
-        warn(QApplication::applicationName(), m_dataObject->lastError());
+        warn(QApplication::applicationName(), report.explain(m_dataObject->lastError()));
         return false;
     }
     imageLoaded(absolute);
@@ -87,11 +96,12 @@ bool KelvaneData::loadDataFile(const QString& path, bool loadParams) {
         return false;
     }
     // The session goes only once the new field has read: a bad file keeps it.
+    const LibraryReport report;
     m_dataObject->setFlagStereoMode(false);
     m_dataObject->setCurrentView(0);
     if (!m_dataObject->loadPivData(path, 0, loadParams)) {
         warn(QApplication::applicationName(),
-             tr("Trouble loading file\n%1").arg(m_dataObject->lastError()));
+             report.explain(tr("Trouble loading file\n%1").arg(m_dataObject->lastError())));
         emit signalMessage(tr("Failure loading file: ") + path);
         return false;
     }
@@ -158,8 +168,9 @@ void KelvaneData::loadPairFromDialog() {
     const QString b = QString::fromLocal8Bit(files.FileB);
     if (!isReadableFile(a) || !isReadableFile(b)) return;
     closeDialogs();
+    const LibraryReport report;
     if (!m_dataObject->loadPivImage(a, b, false, 0)) {
-        warn(QApplication::applicationName(), m_dataObject->lastError());
+        warn(QApplication::applicationName(), report.explain(m_dataObject->lastError()));
         return;
     }
     imageLoaded(a);

@@ -25,6 +25,7 @@
 #include "piv_enums.h"
 #include "piv_eval2d.h"
 #include "piv_params.h"
+#include "piv_record.h"
 #include "pivevalobj.h"
 #include "qlogbuffer.h"
 #include "qpiv_imagepair.h"
@@ -118,4 +119,134 @@ TEST_F(MainWindow, DroppedPairLoadsOnceAndAMissingFileOnlyLogs) {
     }));
     EXPECT_TRUE(boxes.texts.isEmpty()) << boxes.texts.join("|").toStdString();
     EXPECT_TRUE(w->logBuffer()->text().contains("cannot be read:\n   " + path("gone.tif")));
+}
+
+// "PIV process" gives the field of the library run on the same pair; a
+// second press asks first, and "No" leaves the vectors byte for byte.
+TEST_F(MainWindow, ProcessGivesTheLibrarysFieldAndAsksBeforeReplacingIt) {
+    auto w = window();
+    drop(*w, {path("run0001a.tif")});
+    ASSERT_TRUE(evaluate(*w));
+    KelvaneDataObject* o = w->dataObject();
+    PIV_Parameters params;
+    params.setPivParameters(o->parameters(0)->pivParameters());
+    PIV_Data2D field;
+    PIV_Eval2D direct(&field, &params);
+    ASSERT_TRUE(direct.setPivImages(o->image(0)->imgA(), o->image(0)->imgB()));
+    ASSERT_TRUE(direct.interrogateImage(false));
+    const std::string before = vectors(*o->data(0));
+    EXPECT_EQ(before, vectors(field));
+
+    BoxWatcher no("&No");
+    w->action("actionPIVProcess")->trigger();
+    EXPECT_EQ(no.texts,
+              QStringList{"Image is already evaluated!\nDo you want to re-evaluate it anyway?"});
+    EXPECT_EQ(vectors(*o->data(0)), before);
+    EXPECT_EQ(w->statusBar()->currentMessage(), "PIV evaluation not possible");
+}
+
+// Ctrl+S saves the field under the pair's name as NetCDF; dropped back it
+// is the same field. Names without a suffix take the one of their format,
+// which an independent look at the file's first bytes confirms.
+TEST_F(MainWindow, CtrlSWritesNetCDFThatReadsBackAndEachFormatItsSuffix) {
+    auto w = window();
+    drop(*w, {path("run0001a.tif")});
+    ASSERT_TRUE(evaluate(*w));
+    w->show();
+    QApplication::setActiveWindow(w.get());
+    ASSERT_TRUE(QTest::qWaitForWindowActive(w.get()));
+    const std::string saved = vectors(*w->dataObject()->data(0));
+    {
+        BoxWatcher save("Save");
+        QTest::keyClick(w.get(), Qt::Key_S, Qt::ControlModifier);
+        EXPECT_EQ(save.texts, QStringList{"Save PIV data"});
+    }
+    ASSERT_TRUE(QFileInfo::exists(path("run0001a.nc")));
+    auto fresh = window();
+    drop(*fresh, {path("run0001a.nc")});
+    const PIV_Data2D* back = fresh->dataObject()->data(0);
+    ASSERT_TRUE(fresh->dataObject()->isFileData(0));
+    const PIV_Data2D* mine = w->dataObject()->data(0);
+    ASSERT_EQ(back->nodeCount(), mine->nodeCount());
+    for (int k = 0; k < back->nodeCount(); ++k) {
+        EXPECT_EQ(back->data()[k].dx, mine->data()[k].dx) << k;
+        EXPECT_EQ(back->data()[k].dy, mine->data()[k].dy) << k;
+    }
+    EXPECT_EQ(fresh->recentFiles()->files(), QStringList{path("run0001a.nc")});
+
+    // The magic numbers of NetCDF classic and Tecplot binary files; Tecplot
+    // text names its variables.
+    struct Case {
+        int index;
+        const char* name;
+        std::string mark;
+        bool atStart;
+    } const cases[] = {{0, "out0.nc", "CDF", true},
+                       {1, "out1.plt", "#!TDV", true},
+                       {2, "out2.dat", "VARIABLES", false},
+                       {3, "out3.dat", "VARIABLES", false}};
+    for (const Case& c : cases) {
+        const QString stem = path("out") + QString::number(c.index);
+        ASSERT_TRUE(w->data()->slotFileSaveDataAs(stem, c.index, false, true)) << c.index;
+        const std::string bytes = test_support::ReadBytes(file(c.name));
+        const size_t at = bytes.find(c.mark);
+        EXPECT_TRUE(c.atStart ? at == 0 : at != std::string::npos) << c.name;
+    }
+    EXPECT_EQ(vectors(*w->dataObject()->data(0)), saved);
+}
+
+// Files that do not read, dropped on an evaluated pair: one box names the
+// file and says why, and the session is as it was.
+TEST_F(MainWindow, BadFilesDroppedOnAnEvaluatedPairChangeNothing) {
+    auto w = window();
+    drop(*w, {path("run0001a.tif")});
+    ASSERT_TRUE(evaluate(*w));
+    test_support::WriteBytes(file("corrupt.nc"), std::string("CDF\x01\0\0\0\x07garbage", 15));
+    const std::string tiff = test_support::ReadBytes(file("run0001a.tif"));
+    test_support::WriteBytes(file("cut0001a.tif"), tiff.substr(0, tiff.size() / 3));
+    test_support::WriteBytes(file("garbage.par"), "View0_SampleSize = (banana\n\x01\x02\x03\n");
+    KelvaneDataObject* o = w->dataObject();
+    const QPIV_ImagePair* pair = o->image(0);
+    const std::string field = vectors(*o->data(0));
+    const PIV_PARAMETERS params = o->parameters(0)->pivParameters();
+    const QStringList images = w->recentImages()->files(), files = w->recentFiles()->files();
+    const QString title = w->windowTitle();
+    for (const char* name : {"corrupt.nc", "cut0001a.tif", "garbage.par"}) {
+        SCOPED_TRACE(name);
+        BoxWatcher boxes;
+        drop(*w, {path(name)});
+        ASSERT_EQ(boxes.texts.size(), 1) << boxes.texts.join("|").toStdString();
+        EXPECT_TRUE(boxes.texts[0].contains(path(name))) << boxes.texts[0].toStdString();
+        EXPECT_GE(boxes.texts[0].count('\n'), 1) << boxes.texts[0].toStdString();
+        EXPECT_EQ(o->image(0), pair);
+        EXPECT_EQ(vectors(*o->data(0)), field);
+        EXPECT_TRUE(PIV::SameRecord(o->parameters(0)->pivParameters(), params));
+        EXPECT_EQ(w->recentImages()->files(), images);
+        EXPECT_EQ(w->recentFiles()->files(), files);
+        EXPECT_EQ(w->windowTitle(), title);
+    }
+}
+
+// The last argument of the command line: an image loads its pair, a
+// parameter file only the parameters.
+TEST_F(MainWindow, CommandLineFileLoadsAPairOrOnlyParameters) {
+    PIV_Parameters params;
+    PIV_PARAMETERS rec = params.pivParameters();
+    rec.eval.grid.step = SIZE3D{12, 12, 1};
+    params.setPivParameters(rec);
+    ASSERT_TRUE(params.saveASCII(file("steps.par").c_str()));
+    for (const char* name : {"run0001a.tif", "steps.par"}) {
+        SCOPED_TRACE(name);
+        CommandLine cl;
+        const std::string arg = file(name);
+        const char* args[] = {"kelvane2c", arg.c_str()};
+        cl.scan(2, args);
+        SetApplicationCommandLine(&cl);
+        auto w = window();
+        const bool image = std::string(name).find(".tif") != std::string::npos;
+        EXPECT_EQ(w->dataObject()->isImagePair(), image);
+        EXPECT_EQ(w->dataObject()->image(0)->fileName(true), image ? "run0001b.tif" : "");
+        EXPECT_EQ(w->dataObject()->parameters(0)->pivEvalCfg().grid.step.width == 12, !image);
+        SetApplicationCommandLine(nullptr);
+    }
 }
