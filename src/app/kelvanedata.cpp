@@ -27,6 +27,11 @@ KelvaneData::KelvaneData(KelvaneDataObject* dataObject, QMainWindow* window, MyS
     connect(m_engine, &PIVevalEngine::signalMessage, this, &KelvaneData::signalMessage);
     connect(m_engine, &PIVevalEngine::signalLogMessage, this, &KelvaneData::signalLogMessage);
     connect(m_engine, &PIVevalEngine::signalUpdateUI, this, &KelvaneData::signalUpdateUI);
+    // The bar shows as the run starts, before the start returns: the
+    // actions that a run locks must follow at once.
+    connect(m_engine, &PIVevalEngine::signalShowProgress, this, [this](int done, int) {
+        if (done == 1 || done < 0) emit signalUpdateUI();
+    });
     connect(m_engine, &PIVevalEngine::signalEvaluationFinished, this,
             &KelvaneData::evaluationFinished);
     connect(m_bars, &QTwinProgressToolBar::signalAbort, this, &KelvaneData::slotCancelProcessing);

@@ -10,6 +10,7 @@
 #include <QSignalSpy>
 #include <QStatusBar>
 #include <QTest>
+#include <QToolBar>
 #include <QUrl>
 
 #include <memory>
@@ -249,4 +250,169 @@ TEST_F(MainWindow, CommandLineFileLoadsAPairOrOnlyParameters) {
         EXPECT_EQ(w->dataObject()->parameters(0)->pivEvalCfg().grid.step.width == 12, !image);
         SetApplicationCommandLine(nullptr);
     }
+}
+
+// What may be pressed, by what the session holds and the mode it is in.
+TEST_F(MainWindow, ActionsFollowTheSessionAndSpeckleWantsAReference) {
+    PIV_Data2D field;
+    ASSERT_TRUE(field.createZeroData(SIZE3D{kSize, kSize, 1}, SIZE3D{16, 16, 1}, POINT3D{8, 8, 0},
+                                     POINT3D{120, 120, 0}, 1));
+    ASSERT_TRUE(field.initShift(1.5f, -0.5f, 0.0f));
+    ASSERT_TRUE(field.saveNetCDF(file("field.nc").c_str()));
+    struct Case {
+        const char* name;
+        const char* load;
+        KelvaneMode mode;
+        bool process, save, savePair, viewSelector, calibrationChecked;
+    } const cases[] = {
+        {"nothing", nullptr, MODE_DATA, false, false, false, false, false},
+        {"pair", "run0001a.tif", MODE_DATA, true, false, true, true, false},
+        {"data", "field.nc", MODE_DATA, false, true, false, true, false},
+        {"calibration", "run0001a.tif", MODE_CALIBRATION, false, false, true, true, true},
+        {"arrange", "run0001a.tif", MODE_ARRANGE_PLOT, false, false, true, true, false},
+    };
+    for (const Case& c : cases) {
+        SCOPED_TRACE(c.name);
+        auto w = window();
+        BoxWatcher none;
+        if (c.load) {
+            ASSERT_TRUE(w->loadFile(path(c.load)));
+        }
+        w->setKelvaneMode(c.mode, true);
+        w->slotUpdateUI();
+        EXPECT_EQ(w->action("actionPIVProcess")->isEnabled(), c.process);
+        EXPECT_EQ(w->action("actionFileSave")->isEnabled(), c.save);
+        EXPECT_EQ(w->action("actionImageSavePair")->isEnabled(), c.savePair);
+        EXPECT_EQ(w->viewSelector()->isEnabled(), c.viewSelector);
+        EXPECT_EQ(w->action("actionPIVCalibrationMode")->isChecked(), c.calibrationChecked);
+        // The plot scene's actions wait for it.
+        EXPECT_FALSE(w->action("actionPlotVectors")->isEnabled());
+        EXPECT_TRUE(none.texts.isEmpty());
+    }
+    auto w = window();
+    w->setAnalysisMode(PIV::ANALYSIS_SPECKLE);
+    EXPECT_EQ(w->action("actionFileOpen")->text(), "Load displaced image");
+    BoxWatcher boxes;
+    w->action("actionFileOpen")->trigger();
+    EXPECT_EQ(boxes.texts, QStringList{"You must first specify a valid reference image\nwhich "
+                                       "shows the speckle pattern at rest"});
+    EXPECT_EQ(w->statusBar()->currentMessage(), "First load valid reference image");
+}
+
+// Ctrl+C is "Stop" while a run goes on and "Clip LUT" otherwise; never both.
+TEST_F(MainWindow, CtrlCStopsARunAndClipsTheTableWhenIdle) {
+    synth::SynthParams p;
+    p.width = p.height = 1024;
+    const synth::SyntheticPair big = synth::RenderPair(p, synth::UniformFlow(3.0, 2.0));
+    for (int frame : {0, 1}) {
+        Image2D image(1024, 1024, IMAGE_UINT8);
+        for (int y = 0; y < 1024; ++y)
+            for (int x = 0; x < 1024; ++x)
+                image.setPixel(x, y, frame ? big.pixelB(x, y) : big.pixelA(x, y));
+        ASSERT_TRUE(image.save(file(frame ? "big0001b.tif" : "big0001a.tif").c_str()));
+    }
+    auto w = window();
+    ASSERT_TRUE(w->loadFile(path("big0001a.tif")));
+    PIV_PARAMETERS rec = w->dataObject()->parameters(0)->pivParameters();
+    rec.eval.Method = PIV::METHOD_MULTI_PASS;
+    rec.eval.Passes = 3;
+    rec.eval.ImageMapping2D.Mode = 2;
+    rec.outlier.Enable = true;
+    w->dataObject()->setPivParameters(rec, rec);
+    int clipped = 0;
+    w->bindAction("actionImageClipLUT", w.get(), [&clipped] { ++clipped; });
+    static QStringList warnings;
+    const QtMessageHandler previous = qInstallMessageHandler(
+        [](QtMsgType, const QMessageLogContext&, const QString& text) { warnings << text; });
+    w->show();
+    QApplication::setActiveWindow(w.get());
+    ASSERT_TRUE(QTest::qWaitForWindowActive(w.get()));
+
+    PIVevalEngine* engine = w->data()->engine();
+    QSignalSpy done(engine, &PIVevalEngine::signalEvaluationFinished);
+    BoxWatcher yes("&Yes");
+    bool pressed = false;
+    QObject::connect(engine, &PIVevalEngine::signalShowProgress, w.get(), [&](int d, int) {
+        if (pressed || d < 0) return;
+        pressed = true;
+        QTest::keyClick(w.get(), Qt::Key_C, Qt::ControlModifier);
+    });
+    w->slotUpdateUI();
+    w->action("actionPIVProcess")->trigger();
+    ASSERT_TRUE(done.wait(60000));
+    EXPECT_EQ(yes.texts, QStringList{"Are you sure you want to abort processing?"});
+    EXPECT_FALSE(w->dataObject()->isEvaluated(0));
+    EXPECT_EQ(clipped, 0);
+
+    QApplication::setActiveWindow(w.get());  // the box had it
+    QTest::keyClick(w.get(), Qt::Key_C, Qt::ControlModifier);
+    EXPECT_EQ(clipped, 1);
+    EXPECT_EQ(yes.texts.size(), 1);
+    qInstallMessageHandler(previous);
+    EXPECT_FALSE(warnings.join("\n").contains("Ambiguous")) << warnings.join("\n").toStdString();
+}
+
+// Exit writes the store only when asked to; geometry, tool bar state and
+// recent lists survive a restart, a window of 200 x 300 does not.
+TEST_F(MainWindow, SettingsAreWrittenOnlyWhenAskedAndSurviveARestart) {
+    settings.setValue("/Prefs/ShowExitPrompt", false);
+    settings.sync();
+    const std::string before = test_support::ReadBytes(file("store.ini"));
+    {
+        auto w = window();
+        w->show();
+        BoxWatcher cancel("Cancel");
+        EXPECT_FALSE(w->close());
+        EXPECT_EQ(cancel.texts, QStringList{"About to quit Kelvane!\nDo you want to save the "
+                                            "changes before exiting?"});
+        EXPECT_TRUE(w->isVisible());
+        settings.sync();
+        EXPECT_EQ(test_support::ReadBytes(file("store.ini")), before);
+        settings.setValue("/Prefs/ShowExitPrompt", true);       // no prompt, and
+        settings.setValue("/Prefs/AlwaysSaveSettings", false);  // don't save
+        settings.setValue("/MainWin/Size", QSize(200, 300));
+        settings.sync();
+    }
+    const std::string quiet = test_support::ReadBytes(file("store.ini"));
+    EXPECT_NE(quiet, before);
+    {
+        auto w = window();
+        EXPECT_NE(w->size(), QSize(200, 300));
+        drop(*w, {path("run0001a.tif")});
+        BoxWatcher none;
+        EXPECT_TRUE(w->close());
+        EXPECT_TRUE(none.texts.isEmpty());
+        settings.sync();
+        EXPECT_EQ(test_support::ReadBytes(file("store.ini")), quiet);
+        settings.setValue("/Prefs/AlwaysSaveSettings", true);
+        w = window();
+        drop(*w, {path("run0001a.tif")});
+        w->resize(700, 500);
+        w->move(120, 90);
+        w->findChild<QToolBar*>("toolBarMeasure")->hide();
+        EXPECT_TRUE(w->close());
+    }
+    auto w = window();
+    EXPECT_EQ(w->size(), QSize(700, 500));
+    EXPECT_EQ(w->pos(), QPoint(120, 90));
+    EXPECT_TRUE(w->findChild<QToolBar*>("toolBarMeasure")->isHidden());
+    EXPECT_FALSE(w->findChild<QToolBar*>("toolBarPIV")->isHidden());
+    EXPECT_EQ(w->recentImages()->files(), QStringList{path("run0001a.tif")});
+}
+
+// A new window opens 32 px further down and right, or up and left where
+// that would leave the screen, and closes with the first.
+TEST_F(MainWindow, NewWindowsStepBy32AndCloseWithTheFirst) {
+    auto w = window();
+    QList<QPointer<Kelvane>> opened;
+    for (const QPoint& from : {QPoint(100, 100), QPoint(10, 10)}) {
+        w->move(from);
+        opened << w->openNewWindow(QString());
+    }
+    ASSERT_TRUE(opened[0] && opened[1]);
+    EXPECT_EQ(opened[0]->pos(), QPoint(68, 68));
+    EXPECT_EQ(opened[1]->pos(), QPoint(42, 42));
+    w.reset();
+    QCoreApplication::sendPostedEvents(nullptr, QEvent::DeferredDelete);
+    EXPECT_FALSE(opened[0] || opened[1]);
 }
