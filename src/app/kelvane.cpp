@@ -6,6 +6,7 @@
 #include <QDragEnterEvent>
 #include <QDropEvent>
 #include <QFileInfo>
+#include <QImage>
 #include <QLabel>
 #include <QMessageBox>
 #include <QMimeData>
@@ -23,12 +24,14 @@
 
 #include "app_messages.h"
 #include "command_line.h"
+#include "image2d.h"
 #include "kelvanedata.h"
 #include "kelvanedataobject.h"
 #include "piv_enums.h"
 #include "piv_messages.h"
 #include "piv_ncfile.h"
 #include "piv_util.h"
+#include "pivevalobj.h"
 #include "qlogbuffer.h"
 #include "qpiv_imagepair.h"
 #include "recentfiles.h"
@@ -47,6 +50,29 @@ constexpr int kParameters = 0x2000;
 // The library's vector instructions are chosen where the library offers
 // them; until then the setting is only kept.
 void _applySimdSetting(bool) {}
+
+// The first frame at most 1024 px wide, grey from its lowest to its highest
+// value: what the view shows until the plot scene draws the session.
+QPixmap _preview(const Image2D* frame) {
+    if (!frame || frame->isNull()) return QPixmap(Kelvane::logoPath());
+    const int step = std::max(1, int((frame->width() + 1023) / 1024));
+    const int w = int(frame->width()) / step, h = int(frame->height()) / step;
+    float low = frame->pixel(0, 0), high = low;
+    for (int y = 0; y < h; ++y)
+        for (int x = 0; x < w; ++x) {
+            const float v = frame->pixel(x * step, y * step);
+            low = std::min(low, v);
+            high = std::max(high, v);
+        }
+    const float scale = high > low ? 255.0f / (high - low) : 0.0f;
+    QImage image(w, h, QImage::Format_Grayscale8);
+    for (int y = 0; y < h; ++y) {
+        uchar* row = image.scanLine(y);
+        for (int x = 0; x < w; ++x)
+            row[x] = uchar((frame->pixel(x * step, y * step) - low) * scale + 0.5f);
+    }
+    return QPixmap::fromImage(image);
+}
 
 }  // namespace
 
@@ -225,7 +251,7 @@ void Kelvane::registryIO(MySettings::AccessMode mode) {
     }
     _applySimdSetting(m_simdEnabled);
     m_threadCount = std::clamp(threads, 1, PIV::MaxThreadsPossible());
-    PIV::SetMaxThreads(m_threadCount);
+    if (m_threadCount != PIV::MaxThreads()) m_data->engine()->setThreadCount(m_threadCount);
     setAnalysisMode(analysis);
     restoreState(s.value(QStringLiteral("/MainWin/State")).toByteArray());
     const QSize stored = s.value(QStringLiteral("/MainWin/Size"), QSize(1024, 768)).toSize();
@@ -235,6 +261,8 @@ void Kelvane::registryIO(MySettings::AccessMode mode) {
 }
 
 void Kelvane::slotUpdateImage(int view) {
+    const QPIV_ImagePair* pair = m_dataObject->image(0);
+    static_cast<QLabel*>(m_sceneStack->widget(0))->setPixmap(_preview(pair->imgA()));
     setWindowTitle(m_dataObject->caption(view));
     slotUpdateUI();
 }
@@ -334,11 +362,18 @@ void Kelvane::slotPreferences() {
     m_relativePaths = p.RelativePaths;
     m_simdEnabled = p.SIMDEnable;
     _applySimdSetting(m_simdEnabled);
-    m_threadCount = std::clamp(p.MaxThreads, 1, PIV::MaxThreadsPossible());
-    PIV::SetMaxThreads(m_threadCount);
+    const int threads = std::clamp(p.MaxThreads, 1, PIV::MaxThreadsPossible());
+    if (threads != m_threadCount) m_data->engine()->setThreadCount(threads);
+    m_threadCount = threads;
     m_recentImages->setMaxFiles(p.RecentImageCount);
     m_recentFiles->setMaxFiles(p.RecentFileCount);
     m_data->setParameterFileFormat(p.ParFileFormat);
+    m_dataObject->setTIFFCompression(p.CompressedTIFFOutput);
+    m_dataObject->setOriginTopLeft(p.OriginTopLeft);
+    IMAGE_CFG cfg = m_dataObject->image(0)->imageCfg();
+    cfg.InterpolationMethod = p.InterpolationMethod;
+    cfg.InterpolationDegree = p.InterpolationDegreeIndex * 2 + 1;
+    m_dataObject->image(0)->setImageCfg(cfg);
     applyToolBarStyle();
     updateFileFilters();
 }

@@ -14,6 +14,7 @@
 #include "kelvane.h"
 #include "kelvanedata.h"
 #include "kelvanedataobject.h"
+#include "outputdlg.h"
 #include "piv_data2d.h"
 #include "piv_enums.h"
 #include "piv_params.h"
@@ -210,6 +211,10 @@ void Kelvane::createMenusAndToolBars() {
             menuBar()->addMenu(menu);
     }
     for (const BarDef& d : kToolBars) {
+        // The PIV bar starts a row of its own, with room for the selectors.
+        const QLatin1String name(d.name);
+        if (name == QLatin1String("toolBarPIV") || name == QLatin1String("toolBarMeasure"))
+            addToolBarBreak();
         QToolBar* bar = addToolBar(tr(d.title));
         bar->setObjectName(QLatin1String(d.name));
         m_toolBars.insert(bar->objectName(), bar);
@@ -461,4 +466,8 @@ void Kelvane::applyToolBarStyle() {
                                                        : Qt::ToolButtonIconOnly);
         bar->setFont(font);
     }
+    QFont dialogFont = this->font();
+    dialogFont.setPointSize(m_prefs.DialogFontSize);
+    m_prefsDlg->setFont(dialogFont);
+    m_data->outputDlg()->setFont(dialogFont);
 }

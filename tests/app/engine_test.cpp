@@ -21,6 +21,7 @@
 #include "offscreen_app.h"
 #include "piv_data2d.h"
 #include "piv_params.h"
+#include "piv_util.h"
 #include "pivevalobj.h"
 #include "qpiv_imagepair.h"
 #include "qtwinprogresstoolbar.h"
@@ -150,6 +151,17 @@ TEST_F(Engine, RunOnWorkerGivesTheLibrarysFieldWithOrderedProgress) {
     ASSERT_TRUE(direct.interrogateImage(false));
     EXPECT_EQ(Vectors(*object.data(0)), Vectors(field));
     EXPECT_GT(object.data(0)->vectorsMasked(), 0u);
+
+    // One thread, asked for mid-run, takes over after it: the same field.
+    bool asked = false;
+    ASSERT_TRUE(run([&](int, int) {
+        if (!asked) engine->setThreadCount(1);
+        asked = true;
+    }));
+    ASSERT_TRUE(run());
+    EXPECT_EQ(PIV::MaxThreads(), 1);
+    EXPECT_EQ(Vectors(*object.data(0)), Vectors(field));
+    engine->setThreadCount(0);
 }
 
 // A probe at rest: the plane handed to the display has its middle at zero

@@ -2,6 +2,7 @@
 // the settings store, on synthetic particle pairs of a known displacement.
 #include <gtest/gtest.h>
 
+#include <QCheckBox>
 #include <QComboBox>
 #include <QDir>
 #include <QDropEvent>
@@ -415,4 +416,43 @@ TEST_F(MainWindow, NewWindowsStepBy32AndCloseWithTheFirst) {
     w.reset();
     QCoreApplication::sendPostedEvents(nullptr, QEvent::DeferredDelete);
     EXPECT_FALSE(opened[0] || opened[1]);
+}
+
+// The extension boxes edit the mask of the image type the list shows, and
+// the open dialogs' filters follow the masks: 5 is "*.b16" and "*.ima",
+// "*.tif" adds bit 5 (37); 49 less "*.bmp" (bit 4) is 33.
+TEST_F(MainWindow, PreferencesEditEachTypesMaskAndTheFiltersFollow) {
+    PrefsDlg dialog;
+    dialog.setRecord(PREFS_CFG());
+    QCheckBox *tif = nullptr, *bmp = nullptr;
+    for (QCheckBox* box : dialog.findChildren<QCheckBox*>()) {
+        if (box->text() == "*.tif") tif = box;
+        if (box->text() == "*.bmp") bmp = box;
+    }
+    ASSERT_TRUE(tif && bmp);
+    tif->setChecked(true);
+    dialog.findChild<QComboBox*>("comboImageTypes")->setCurrentIndex(IMAGES_MASK);
+    EXPECT_TRUE(tif->isChecked() && bmp->isChecked());
+    bmp->setChecked(false);
+    const PREFS_CFG edited = dialog.record();
+    EXPECT_EQ(edited.ImageTypeMask[IMAGES_PIV_PAIRS], 37);
+    EXPECT_EQ(edited.ImageTypeMask[IMAGES_MASK], 33);
+
+    settings.setValue("/FileTypes/PIV-ImagePairs", 37);
+    settings.setValue("/Prefs/ToolButtonSize", 3);  // "Large (32 pt)"
+    auto w = window();
+    EXPECT_EQ(w->data()->imageFileFilters().section(";;", 0, 0),
+              "Single-exposed PIV Images (*.b16 *.ima *.tif)");
+    EXPECT_EQ(w->findChild<QToolBar*>("toolBarMain")->iconSize(), QSize(32, 32));
+
+    // Pictures for the README, where asked for.
+    const QString shots = qEnvironmentVariable("KELVANE_SCREENSHOTS");
+    if (shots.isEmpty()) return;
+    drop(*w, {path("run0001a.tif")});
+    w->resize(1024, 700);
+    w->show();
+    EXPECT_TRUE(w->grab().save(shots + "/window.png"));
+    w->prefsDlg()->setRecord(PREFS_CFG());
+    w->prefsDlg()->show();
+    EXPECT_TRUE(w->prefsDlg()->grab().save(shots + "/preferences.png"));
 }
