@@ -35,6 +35,8 @@ struct Fixture {
     Fixture() {
         settings.setValue("/Prefs/ShowExitPrompt", true);
         settings.setValue("/Prefs/AlwaysSaveSettings", false);
+        // Two camera frames, not the halves of a double image.
+        settings.setValue("/Image/ViewA/SplitPCO", false);
         const Image2D frame = bench::CameraFrame();
         frame.save(a.toLocal8Bit().constData());
         frame.save(b.toLocal8Bit().constData());
