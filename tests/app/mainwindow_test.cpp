@@ -9,6 +9,7 @@
 #include <QMimeData>
 #include <QPointer>
 #include <QSignalSpy>
+#include <QSplashScreen>
 #include <QStatusBar>
 #include <QTest>
 #include <QToolBar>
@@ -22,6 +23,7 @@
 #include "kelvane.h"
 #include "kelvanedata.h"
 #include "kelvanedataobject.h"
+#include "kelvanefile.h"
 #include "offscreen_app.h"
 #include "piv_data2d.h"
 #include "piv_enums.h"
@@ -455,4 +457,45 @@ TEST_F(MainWindow, PreferencesEditEachTypesMaskAndTheFiltersFollow) {
     w->prefsDlg()->setRecord(PREFS_CFG());
     w->prefsDlg()->show();
     EXPECT_TRUE(w->prefsDlg()->grab().save(shots + "/preferences.png"));
+}
+
+// Proposed names for the results of "/data/run0001a.tif": NetCDF takes no
+// suffix, a parameter file only ".par"; speckle fields are displacements.
+TEST(KelvaneFileNames, FollowTypeFormatAndMode) {
+    struct Case {
+        int type, format;
+        bool speckle;
+        const char* name;
+    } const cases[] = {
+        {KelvaneFile::VELOCITY_DATA, 3, false, "/data/run0001a.nc"},
+        {KelvaneFile::VELOCITY_DATA, 2, false, "/data/run0001a_vel.plt"},
+        {KelvaneFile::VELOCITY_DATA, 0, true, "/data/run0001a_disp.dat"},
+        {KelvaneFile::PIXEL_DATA, 1, false, "/data/run0001a_piv.dat"},
+        {KelvaneFile::PARAMETERS, 2, false, "/data/run0001a.par"},
+    };
+    for (const Case& c : cases) {
+        KelvaneFile names;
+        names.setFileName("/data/run0001a.tif");
+        names.setFormat(c.format);
+        names.setSpeckleMode(c.speckle);
+        EXPECT_EQ(names.defaultFileName(c.type), c.name);
+    }
+    KelvaneFile unnamed;
+    unnamed.setDestinationDir("/out");
+    EXPECT_EQ(unnamed.parameterFileName(), "/out/kelvane.par");
+}
+
+// The splash tells each step of the start, in order.
+TEST_F(MainWindow, SplashTellsTheStartInOrder) {
+    QSplashScreen splash;
+    QSignalSpy said(&splash, &QSplashScreen::messageChanged);
+    Kelvane w(true, false, &settings, &splash);
+    QStringList texts;
+    for (const QList<QVariant>& args : said) texts << args.at(0).toString();
+    EXPECT_EQ(texts,
+              QStringList({"Configuring UI...", "Creating image canvas...",
+                           "Creating mask editor...", "Creating dialogs...",
+                           "Restoring previous session...", "Reading preferences...",
+                           "Making connections...", "Now we're finally ready for some PIV!"}));
+    EXPECT_EQ(w.dataObject()->state()->runState, KelvaneState::IDLE);
 }
