@@ -499,3 +499,16 @@ TEST_F(MainWindow, SplashTellsTheStartInOrder) {
                            "Making connections...", "Now we're finally ready for some PIV!"}));
     EXPECT_EQ(w.dataObject()->state()->runState, KelvaneState::IDLE);
 }
+
+// "Log internal messages" copies the log's lines to log.txt while it is on.
+TEST_F(MainWindow, LogWindowCopiesItsLinesToLogTxtWhileAsked) {
+    QDir::setCurrent(QString::fromStdString(dir.path()));
+    QLogBuffer log(0, "Kelvane2C");
+    log.appendLine("before");
+    log.slotStartLogging(true);
+    log.appendLine("evaluated 225 vectors");
+    log.slotStartLogging(false);
+    log.appendLine("after");
+    EXPECT_EQ(test_support::ReadBytes(file("log.txt")), "evaluated 225 vectors\n");
+    EXPECT_EQ(log.windowTitle(), "Log Window");
+}
