@@ -1,20 +1,44 @@
 #include "kelvanedata.h"
 
+#include <QApplication>
 #include <QMainWindow>
+#include <QMessageBox>
+#include <QPushButton>
 
 #include "kelvanedataobject.h"
+#include "loadpairdlg.h"
+#include "outputdlg.h"
+#include "piv_data2d.h"
+#include "piv_enums.h"
 #include "pivevalobj.h"
 #include "qtwinprogresstoolbar.h"
 
-KelvaneData::KelvaneData(KelvaneDataObject* dataObject, QMainWindow* window)
+KelvaneData::KelvaneData(KelvaneDataObject* dataObject, QMainWindow* window, MySettings* settings)
     : QObject(window),
       m_dataObject(dataObject),
+      m_settings(settings),
+      m_window(window),
       m_engine(new PIVevalEngine(dataObject, window)),
-      m_bars(new QTwinProgressToolBar(window)) {
+      m_bars(new QTwinProgressToolBar(window)),
+      m_outputDlg(new OutputDlg(window)) {
     connect(m_engine, &PIVevalEngine::signalShowProgress, m_bars,
             &QTwinProgressToolBar::slotShowProgress);
     connect(m_engine, &PIVevalEngine::signalMessage, m_bars, &QTwinProgressToolBar::setText);
+    connect(m_engine, &PIVevalEngine::signalMessage, this, &KelvaneData::signalMessage);
+    connect(m_engine, &PIVevalEngine::signalLogMessage, this, &KelvaneData::signalLogMessage);
+    connect(m_engine, &PIVevalEngine::signalUpdateUI, this, &KelvaneData::signalUpdateUI);
+    // The bar shows as the run starts, before the start returns: the
+    // actions that a run locks must follow at once.
+    connect(m_engine, &PIVevalEngine::signalShowProgress, this, [this](int done, int) {
+        if (done == 1 || done < 0) emit signalUpdateUI();
+    });
+    connect(m_engine, &PIVevalEngine::signalEvaluationFinished, this,
+            &KelvaneData::evaluationFinished);
     connect(m_bars, &QTwinProgressToolBar::signalAbort, this, &KelvaneData::slotCancelProcessing);
+    connect(dataObject, &KelvaneDataObject::signalChangedAnalysisMode, this, [this] {
+        m_file.setSpeckleMode(m_dataObject->analysisMode() == PIV::ANALYSIS_SPECKLE);
+    });
+    if (m_settings) registryIO(MySettings::READ);
 }
 
 // The engine goes first: it waits for a run still going, whose signals
@@ -23,9 +47,72 @@ KelvaneData::~KelvaneData() {
     delete m_engine;
 }
 
+LoadPairDlg* KelvaneData::loadPairDlg() {
+    if (!m_loadPairDlg) {
+        m_loadPairDlg = new LoadPairDlg(m_window);
+        m_loadPairDlg->setFileFilters(m_imageFilters);
+        connect(m_loadPairDlg, &LoadPairDlg::signalLoadPair, this,
+                &KelvaneData::loadPairFromDialog);
+    }
+    return m_loadPairDlg;
+}
+
+void KelvaneData::warn(const QString& title, const QString& text) {
+    if (m_batchMode) return;
+    QMessageBox::warning(m_window, title, text);
+}
+
 void KelvaneData::slotEvaluateImage() {
-    m_cancelled = false;
-    m_engine->interrogateImage();
+    const QString notPossible = tr("PIV evaluation not possible");
+    if (m_dataObject->isEvaluated(-1) && !m_batchMode) {
+        if (m_dataObject->isFileData(-1)) {
+            warn(QApplication::applicationName(), tr("File data cannot be re-evaluated!"));
+            emit signalMessage(notPossible);
+            return;
+        }
+        QMessageBox box(QMessageBox::Question,
+                        tr("%1- Re-evaluate?").arg(QApplication::applicationName()),
+                        tr("Image is already evaluated!\nDo you want to re-evaluate it anyway?"),
+                        QMessageBox::NoButton, m_window);
+        QPushButton* yes = box.addButton(tr("&Yes"), QMessageBox::YesRole);
+        box.addButton(tr("&No"), QMessageBox::NoRole);
+        box.exec();
+        if (box.clickedButton() != yes) {
+            emit signalMessage(notPossible);
+            return;
+        }
+        m_dataObject->setEvaluated(false);
+    }
+    if (m_dataObject->isImagePair() && m_dataObject->kelvaneMode() == MODE_DATA &&
+        !m_dataObject->isEvaluated(-1)) {
+        m_cancelled = false;
+        m_bars->slotShowProgress2(-1, 100);
+        m_engine->setBatchMode(false);
+        m_evaluating = m_engine->interrogateImage();
+        if (!m_evaluating) {
+            m_bars->setVisible(false);
+            warn(tr("%1 - Interrogation failed!").arg(QApplication::applicationName()),
+                 m_engine->lastMessage());
+        }
+    }
+    emit signalUpdateUI();
+}
+
+// The second half of "PIV process", when the worker is done.
+void KelvaneData::evaluationFinished(bool haveData) {
+    if (!m_evaluating) return;
+    m_evaluating = false;
+    m_bars->setVisible(false);
+    // A stop asked for by the user needs no box to say it stopped.
+    if (!haveData && !m_cancelled)
+        warn(tr("%1 - Interrogation failed!").arg(QApplication::applicationName()),
+             m_engine->lastMessage());
+    emit signalUpdateUI();
+}
+
+void KelvaneData::slotPostProcess() {
+    m_engine->doPostProcessing();
+    emit signalUpdateUI();
 }
 
 void KelvaneData::slotCancelProcessing() {
@@ -34,4 +121,28 @@ void KelvaneData::slotCancelProcessing() {
     m_engine->setBatchMode(false);
     m_cancelled = true;
     m_engine->slotAbortProcessing();
+}
+
+// The calibration panel comes with the dialogs; nothing else follows the mode.
+void KelvaneData::updateKelvaneMode(KelvaneMode) {}
+
+void KelvaneData::closeDialogs() {
+    if (m_loadPairDlg) m_loadPairDlg->hide();
+    m_outputDlg->hide();
+    m_engine->closeDialogs();
+}
+
+void KelvaneData::registryIO(MySettings::AccessMode mode) {
+    if (!m_settings) return;
+    MySettings& s = *m_settings;
+    s.serializeDouble(mode, QStringLiteral("/Conversion/RulerLength"), &m_rulerLength);
+    s.serializeInt(mode, QStringLiteral("/PIV/DataFileLoadType"), &m_dataFileLoadType);
+    s.serializeBool(mode, QStringLiteral("/Prefs/VectorSamplingEnabled"), &m_vectorSampling);
+    s.serializeInt(mode, QStringLiteral("/Prefs/VectorSamplingROI"), &m_samplingROI);
+    s.serializeBool(mode, QStringLiteral("/Output/StoreMagnitude"), &m_storeMagnitude);
+    s.serializeInt(mode, QStringLiteral("/Output/Format"), &m_outputFormat);
+    if (mode == MySettings::READ) {
+        m_file.output().StoreMagnitude = m_storeMagnitude;
+        m_file.setFormat(OutputDlg::formatOfIndex(m_outputFormat));
+    }
 }

@@ -1,11 +1,19 @@
-// KelvaneData: the window's controller of evaluation. It owns the engine and
-// the progress bars and joins them: the bars follow the engine's progress,
-// and their stop button cancels the run.
+// KelvaneData: the window's controller of everything that touches data:
+// loading, saving, evaluating and the dialogs that edit them. It owns the
+// engine and the progress bars and joins them: the bars follow the engine's
+// progress, and their stop button cancels the run.
 #pragma once
 
 #include <QObject>
+#include <QString>
+
+#include "kelvanefile.h"
+#include "kelvanestate.h"
+#include "mysettings.h"
 
 class KelvaneDataObject;
+class LoadPairDlg;
+class OutputDlg;
 class PIVevalEngine;
 class QMainWindow;
 class QTwinProgressToolBar;
@@ -13,23 +21,100 @@ class QTwinProgressToolBar;
 class KelvaneData : public QObject {
     Q_OBJECT
 public:
-    KelvaneData(KelvaneDataObject* dataObject, QMainWindow* window);
+    KelvaneData(KelvaneDataObject* dataObject, QMainWindow* window, MySettings* settings = nullptr);
     ~KelvaneData() override;
 
     PIVevalEngine* engine() const { return m_engine; }
     QTwinProgressToolBar* progressBars() const { return m_bars; }
+    OutputDlg* outputDlg() const { return m_outputDlg; }
+    LoadPairDlg* loadPairDlg();
+    KelvaneFile& kelvaneFile() { return m_file; }
     bool isBatchMode() const { return m_batchMode; }
+    void setBatchMode(bool on) { m_batchMode = on; }
     bool wasCancelled() const { return m_cancelled; }
 
+    // ---- loading: a failed load keeps the session and says why -------------
+    // A data set, a parameter file or an image, by what the file holds.
+    bool loadFile(const QString& path, bool loadParams, bool loadAll, bool splitFlag);
+    bool loadImage(const QString& path, bool splitFlag);
+    bool loadDataFile(const QString& path, bool loadParams);
+    void setImageFileFilters(const QString& filters);
+    void setFileFilters(const QString& filters) { m_fileFilters = filters; }
+    const QString& imageFileFilters() const { return m_imageFilters; }
+    const QString& fileFilters() const { return m_fileFilters; }
+
+    // ---- saving ------------------------------------------------------------
+    // `format` is the entry of the output dialog's list; with `overwrite`
+    // an existing file is replaced without asking.
+    bool slotFileSaveDataAs(const QString& file, int format, bool postProcessed, bool overwrite);
+    // Asks before an existing file is replaced; true to go on.
+    bool overWriteFile(const QString& file, const QString& kind = QString());
+    // 0 reads a parameter file, 1 saves to the known name, 2 asks for one.
+    bool doParameterFileIO(int kind);
+    // 0 text (".par" in ASCII), 1 NetCDF.
+    void setParameterFileFormat(int format) { m_parFileFormat = format; }
+
+    void updateKelvaneMode(KelvaneMode mode);
+    void closeDialogs();
+    void registryIO(MySettings::AccessMode mode);
+
 public slots:
-    // "PIV process": starts the evaluation of the current pair.
+    void slotFileChooseImage();
+    void slotFileChooseImagePair();
+    void slotFileChooseReferenceImage();
+    void slotFileChooseData();
+    void slotFileSaveData();
+    void slotFileSaveTecplot();
+    void slotFileParametersRead() { doParameterFileIO(0); }
+    void slotFileParametersSave() { doParameterFileIO(1); }
+    void slotFileParametersSaveAs() { doParameterFileIO(2); }
+    void slotFileSaveImage();
+    // "PIV process": asks before a field is replaced, starts the run and
+    // goes on when the engine says it finished.
     void slotEvaluateImage();
+    void slotPostProcess();
     void slotCancelProcessing();
 
+signals:
+    void signalMessage(const QString& text);
+    void signalLogMessage(const QString& text);
+    void signalSetCaption(const QString& text);
+    void signalSetKelvaneMode(KelvaneMode mode);
+    void signalUpdateUI();
+    void signalRedrawAll();
+    void signalNewPivParameters();
+    void signalOpenNewWindow(const QString& file);
+    void signalAddToRecentFiles(const QString& file);
+    void signalAddToRecentImages(const QString& file);
+
 private:
+    void evaluationFinished(bool haveData);
+    // A warning box, never during a batch.
+    void warn(const QString& title, const QString& text);
+    bool isReadableFile(const QString& path);
+    void loadPairFromDialog();
+    // Moves the working directory, the output names and the recent list
+    // after an image loaded.
+    void imageLoaded(const QString& path);
+
     KelvaneDataObject* m_dataObject;
+    MySettings* m_settings;
+    QMainWindow* m_window;
     PIVevalEngine* m_engine;
     QTwinProgressToolBar* m_bars;
+    OutputDlg* m_outputDlg;
+    LoadPairDlg* m_loadPairDlg = nullptr;
+    KelvaneFile m_file;
+    QString m_imageFilters, m_fileFilters;
     bool m_batchMode = false;
     bool m_cancelled = false;
+    bool m_evaluating = false;
+    int m_parFileFormat = 0;
+    // Settings of the panels and probes that come with the dialogs.
+    double m_rulerLength = 10.0;
+    int m_dataFileLoadType = 0;
+    bool m_vectorSampling = false;
+    int m_samplingROI = 3;
+    bool m_storeMagnitude = false;
+    int m_outputFormat = 0;
 };

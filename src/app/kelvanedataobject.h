@@ -125,6 +125,9 @@ public:
     void doCleanUp(bool save);
     bool isTIFFCompression() const { return m_tiffCompression; }
     bool isOriginTopLeft() const { return m_originTopLeft; }
+    // Taken by the next image load, and stored with the session's settings.
+    void setTIFFCompression(bool on) { m_tiffCompression = on; }
+    void setOriginTopLeft(bool on) { m_originTopLeft = on; }
 
     PIVerror& error() { return m_error; }
 

@@ -14,6 +14,7 @@
 #include "piv_multigrid_levels.h"
 #include "piv_params.h"
 #include "piv_record.h"
+#include "piv_util.h"
 #include "qpiv_imagepair.h"
 
 // What the worker needs; nothing in it is shared with the session. The
@@ -75,8 +76,26 @@ bool _sameSettings(const PIV_PARAMETERS& a, const PIV_PARAMETERS& b) {
 
 PIVevalEngine::PIVevalEngine(KelvaneDataObject* dataObject, QWidget* parentWidget, QObject* parent)
     : QObject(parent), m_dataObject(dataObject), m_parentWidget(parentWidget) {
+    createEvaluators();
+    connect(dataObject, &KelvaneDataObject::signalHaveNewImage, this,
+            &PIVevalEngine::slotUpdatePivImages);
+    connect(dataObject, &KelvaneDataObject::signalHaveNewParameters, this,
+            &PIVevalEngine::slotUpdatePivParameters);
+    connect(dataObject, &KelvaneDataObject::signalChangedAnalysisMode, this,
+            &PIVevalEngine::slotUpdateAnalysisMode);
+    connect(dataObject, &KelvaneDataObject::signalChangedView, this,
+            &PIVevalEngine::slotUpdateCurrentView);
+    m_thread.setObjectName(QStringLiteral("PIV evaluation"));
+    m_thread.start();
+    updatePivImages(false);
+}
+
+// An evaluator keeps one correlator per thread the library allowed when it
+// was built.
+void PIVevalEngine::createEvaluators() {
+    KelvaneDataObject* dataObject = m_dataObject;
     m_eval[0] = m_eval[1] =
-        new QPIV_Eval2D(dataObject->data(0), dataObject->parameters(0), parentWidget);
+        new QPIV_Eval2D(dataObject->data(0), dataObject->parameters(0), m_parentWidget);
     QPIV_Eval2D* eval = m_eval[0];
     eval->setAnalysisMode(dataObject->analysisMode());
     connect(eval, &QPIV_Eval2D::signalShowProgress, this, &PIVevalEngine::signalShowProgress);
@@ -90,14 +109,6 @@ PIVevalEngine::PIVevalEngine(KelvaneDataObject* dataObject, QWidget* parentWidge
         if (loan) loan->read({});
         m_dataObject->slotSetNewPivData();
     });
-    connect(dataObject, &KelvaneDataObject::signalHaveNewImage, this,
-            &PIVevalEngine::slotUpdatePivImages);
-    connect(dataObject, &KelvaneDataObject::signalHaveNewParameters, this,
-            &PIVevalEngine::slotUpdatePivParameters);
-    connect(dataObject, &KelvaneDataObject::signalChangedAnalysisMode, this,
-            &PIVevalEngine::slotUpdateAnalysisMode);
-    connect(dataObject, &KelvaneDataObject::signalChangedView, this,
-            &PIVevalEngine::slotUpdateCurrentView);
 
     // The worker's evaluator has a field and parameters of its own.
     m_runner = new QPIV_Eval2D(nullptr, nullptr);
@@ -114,8 +125,20 @@ PIVevalEngine::PIVevalEngine(KelvaneDataObject* dataObject, QWidget* parentWidge
             Qt::QueuedConnection);
     connect(m_runner, &QPIV_Eval2D::signalDrawCorrelation, this,
             &PIVevalEngine::slotDrawCorrelation, Qt::QueuedConnection);
-    m_thread.setObjectName(QStringLiteral("PIV evaluation"));
-    m_thread.start();
+}
+
+void PIVevalEngine::setThreadCount(int count) {
+    PIV::SetMaxThreads(count);
+    m_rebuildPending = true;
+    if (!m_running) rebuildEvaluators();
+}
+
+void PIVevalEngine::rebuildEvaluators() {
+    m_rebuildPending = false;
+    delete m_eval[0];
+    // The worker's evaluator goes on its own thread, after what it queued.
+    m_runner->deleteLater();
+    createEvaluators();
     updatePivImages(false);
 }
 
@@ -434,6 +457,7 @@ void PIVevalEngine::finishRun(bool ok, QSharedPointer<PIV_Data2D> field, const Q
     m_running = false;
     m_eval[0]->setFlagEvaluationRunning(false);
     if (KelvaneState* state = m_dataObject->state()) state->setProcessingFlag(false);
+    if (m_rebuildPending) rebuildEvaluators();
     emit signalUpdateUI();
     emit signalEvaluationFinished(haveData);
 }

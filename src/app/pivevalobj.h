@@ -50,6 +50,9 @@ public:
     void setPivEvalParameters(const PIVEVAL_CFG& cfg);
     void updatePivParameters();
     void closeDialogs() {}
+    // The library's thread count; the evaluators are built anew for it once
+    // no run goes on.
+    void setThreadCount(int count);
 
     bool isEvaluationRunning() const { return m_running; }
     bool canProcess() const { return m_canProcess; }
@@ -85,6 +88,8 @@ signals:
     void signalEvaluationFinished(bool haveData);
 
 private:
+    void createEvaluators();
+    void rebuildEvaluators();
     bool refuse(const QString& text);
     // A box on the windowing thread; the button pressed.
     int askGridMismatch(int view);
@@ -115,6 +120,7 @@ private:
     QPIV_Eval2D* m_runner;
     bool m_running = false;
     bool m_cancelRequested = false;
+    bool m_rebuildPending = false;
     quint64 m_imageGeneration = 0, m_runImageGeneration = 0, m_runMaskRevision = 0;
     const QPIV_ImagePair* m_runPair = nullptr;
     PIV_Data2D* m_runTarget = nullptr;  // referenced while the run goes on

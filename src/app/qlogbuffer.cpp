@@ -7,7 +7,8 @@
 
 QLogBuffer::QLogBuffer(int debugLevel, const QString& applicationName, QWidget* parent)
     : QWidget(parent, Qt::Window), m_view(new QPlainTextEdit(this)), m_debugLevel(debugLevel) {
-    setWindowTitle(applicationName + QStringLiteral(" - Log"));
+    (void)applicationName;
+    setWindowTitle(tr("Log Window"));
     m_view->setReadOnly(true);
     m_view->setMaximumBlockCount(20000);
     auto* layout = new QVBoxLayout(this);
@@ -44,6 +45,18 @@ void QLogBuffer::outputMessageLIBTORVO(const char* text) {
 
 void QLogBuffer::appendLine(const QString& line) {
     m_view->appendPlainText(line);
+    if (m_file.isOpen()) {
+        m_file.write(line.toLocal8Bit() + '\n');
+        m_file.flush();
+    }
+}
+
+void QLogBuffer::slotStartLogging(bool on) {
+    m_file.close();
+    if (!on) return;
+    m_file.setFileName(QStringLiteral("log.txt"));
+    if (!m_file.open(QIODevice::WriteOnly | QIODevice::Append | QIODevice::Text))
+        appendLine(tr("Cannot write the log file %1").arg(m_file.fileName()));
 }
 
 QString QLogBuffer::text() const {

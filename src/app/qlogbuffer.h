@@ -1,6 +1,7 @@
 // The log window: every message of the toolkit and of the library ends here.
 #pragma once
 
+#include <QFile>
 #include <QString>
 #include <QWidget>
 #include <QtGlobal>
@@ -22,8 +23,11 @@ public:
 
 public slots:
     void appendLine(const QString& line);
+    // Every line from now on also goes to "log.txt" in the working directory.
+    void slotStartLogging(bool on);
 
 private:
     QPlainTextEdit* m_view;
     int m_debugLevel;
+    QFile m_file;
 };

@@ -2,14 +2,11 @@
 // synthetic pairs of a known uniform displacement.
 #include <gtest/gtest.h>
 
-#include <QAbstractButton>
 #include <QAction>
 #include <QApplication>
 #include <QMainWindow>
-#include <QMessageBox>
 #include <QSignalSpy>
 #include <QThread>
-#include <QTimer>
 
 #include <algorithm>
 #include <cmath>
@@ -17,12 +14,14 @@
 #include <string>
 #include <vector>
 
-#include "offscreen_app.h"
+#include "box_watcher.h"
 #include "image2d.h"
 #include "kelvanedata.h"
 #include "kelvanedataobject.h"
+#include "offscreen_app.h"
 #include "piv_data2d.h"
 #include "piv_params.h"
+#include "piv_util.h"
 #include "pivevalobj.h"
 #include "qpiv_imagepair.h"
 #include "qtwinprogresstoolbar.h"
@@ -30,17 +29,6 @@
 #include "synthetic_images.h"
 
 namespace {
-
-// Answers the next modal box with `button` and keeps its text.
-void Answer(const QString& button, QString* text) {
-    QTimer::singleShot(0, [button, text] {
-        auto* box = qobject_cast<QMessageBox*>(QApplication::activeModalWidget());
-        if (!box) return;
-        *text = box->text();
-        for (QAbstractButton* b : box->buttons())
-            if (b->text().remove('&') == QString(button).remove('&')) b->click();
-    });
-}
 
 class Engine : public ::testing::Test {
 protected:
@@ -163,6 +151,17 @@ TEST_F(Engine, RunOnWorkerGivesTheLibrarysFieldWithOrderedProgress) {
     ASSERT_TRUE(direct.interrogateImage(false));
     EXPECT_EQ(Vectors(*object.data(0)), Vectors(field));
     EXPECT_GT(object.data(0)->vectorsMasked(), 0u);
+
+    // One thread, asked for mid-run, takes over after it: the same field.
+    bool asked = false;
+    ASSERT_TRUE(run([&](int, int) {
+        if (!asked) engine->setThreadCount(1);
+        asked = true;
+    }));
+    ASSERT_TRUE(run());
+    EXPECT_EQ(PIV::MaxThreads(), 1);
+    EXPECT_EQ(Vectors(*object.data(0)), Vectors(field));
+    engine->setThreadCount(0);
 }
 
 // A probe at rest: the plane handed to the display has its middle at zero
@@ -213,10 +212,9 @@ TEST_F(Engine, RefusalsTellWhyAndTheOutlierBoxDecides) {
         load(128, c.method, false);
         object.setKelvaneMode(MODE_DATA);
         if (c.setup) c.setup(object);
-        QString shown;
-        if (!c.button.isEmpty()) Answer(c.button, &shown);
+        BoxWatcher boxes(c.button);
         EXPECT_EQ(run(), c.started);
-        EXPECT_EQ(c.button.isEmpty() ? engine->lastMessage() : shown, c.text);
+        EXPECT_EQ(c.button.isEmpty() ? engine->lastMessage() : boxes.texts.value(0), c.text);
         EXPECT_EQ(object.parameters(0)->outlierCfg().Enable, c.outliersAfter);
     }
 }
@@ -284,11 +282,10 @@ TEST_F(Engine, StopAndYesEndTheRunWithinThreeSteps) {
             EXPECT_FALSE(run([&](int, int) {
                 if (afterYes >= 0) ++afterYes;
                 if (progress.size() != at) return;
-                QString text;
-                Answer("&Yes", &text);
+                BoxWatcher yes("&Yes");
                 controller.progressBars()->stopAction()->trigger();
                 afterYes = 0;
-                EXPECT_EQ(text, "Are you sure you want to abort processing?");
+                EXPECT_EQ(yes.texts, QStringList{"Are you sure you want to abort processing?"});
             }));
         });
         EXPECT_GE(afterYes, 1);

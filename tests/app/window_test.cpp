@@ -9,11 +9,12 @@
 #include <memory>
 #include <thread>
 
-#include "offscreen_app.h"
 #include "app_messages.h"
+#include "box_watcher.h"
 #include "command_line.h"
 #include "kelvane.h"
 #include "mysettings.h"
+#include "offscreen_app.h"
 #include "piv_enums.h"
 #include "piv_messages.h"
 #include "qlogbuffer.h"
@@ -80,6 +81,7 @@ TEST_F(Gui, TheMainWindowShowsTheLogoAndAnnouncesItsExit) {
     EXPECT_EQ(logo.height(), 240);
     QSignalSpy spy(&window, &Kelvane::signalKelvaneExiting);
     window.show();
+    BoxWatcher discard("&Discard changes");
     window.close();
     EXPECT_EQ(spy.count(), 1);
 }
