@@ -47,9 +47,11 @@ namespace {
 constexpr int kRawData = 0x100;
 constexpr int kParameters = 0x2000;
 
-// The library's vector instructions are chosen where the library offers
-// them; until then the setting is only kept.
-void _applySimdSetting(bool) {}
+// The scan correlators pick their instruction set at run time; the window
+// only switches them on or off.
+void _applySimdSetting(bool on) {
+    PIV_Set_SIMD_Level(on ? 6 : 0);
+}
 
 // The first frame at most 1024 px wide, grey from its lowest to its highest
 // value: what the view shows until the plot scene draws the session.

@@ -10,6 +10,7 @@
 
 #include "kelvanestate.h"
 #include "mysettings.h"
+#include "piv_simd_level.h"
 #include "prefsdlg.h"
 
 class KelvaneData;
@@ -143,7 +144,7 @@ private:
     QString m_commandLineFile;
     char m_plotOutputFormat[8];
     bool m_relativePaths = false;
-    bool m_simdEnabled = false;
+    bool m_simdEnabled = PIV_SIMD_Info() > 0;
     bool m_stereoMode = false;
 };
 

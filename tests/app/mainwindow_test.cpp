@@ -401,6 +401,14 @@ TEST_F(MainWindow, SettingsAreWrittenOnlyWhenAskedAndSurviveARestart) {
     EXPECT_TRUE(w->findChild<QToolBar*>("toolBarMeasure")->isHidden());
     EXPECT_FALSE(w->findChild<QToolBar*>("toolBarPIV")->isHidden());
     EXPECT_EQ(w->recentImages()->files(), QStringList{path("run0001a.tif")});
+
+    // The vector loops of the scan correlators follow "SIMD_Enable" at start.
+    const int best = PIV_SIMD_Info();
+    settings.setValue("SIMD_Enable", false);
+    settings.sync();
+    window();
+    EXPECT_EQ(PIV_SIMD_Info(), 0);
+    PIV_Set_SIMD_Level(best);
 }
 
 // A new window opens 32 px further down and right, or up and left where
