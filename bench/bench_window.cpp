@@ -35,11 +35,11 @@ struct Fixture {
     Fixture() {
         settings.setValue("/Prefs/ShowExitPrompt", true);
         settings.setValue("/Prefs/AlwaysSaveSettings", false);
-        // Two camera frames, not the halves of a double image.
-        settings.setValue("/Image/ViewA/SplitPCO", false);
         const Image2D frame = bench::CameraFrame();
-        frame.save(a.toLocal8Bit().constData());
-        frame.save(b.toLocal8Bit().constData());
+        // TIFF by name is not enough: a 16-bit frame saved without a format
+        // becomes a PCO file, which the window splits into two frames.
+        frame.save(a.toLocal8Bit().constData(), PIV::FORMAT_TIFF);
+        frame.save(b.toLocal8Bit().constData(), PIV::FORMAT_TIFF);
     }
 };
 
