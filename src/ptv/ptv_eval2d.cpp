@@ -47,7 +47,7 @@ void PTV_Eval2D::appendToLogFile(const char* text) {
     DebugPrint("%s", text);
 }
 void PTV_Eval2D::showStatusMessage(const char* text) {
-    ShowStatus("%s", text);
+    DebugPrint("%s", text);
 }
 void PTV_Eval2D::showNewPTVdata() {}
 
@@ -223,7 +223,9 @@ void PTV_Eval2D::extractOrThrow(Image2D& image, std::vector<PARTICLE>& out) {
         char path[2400];
         std::snprintf(path, sizeof(path), "%s%s.tif", m_params.LabelImagesPrefix,
                       *base ? base : "image");
-        labels.setFlagCompressionEnabled(true);
+        IMAGE_COMPRESSION lzw;
+        lzw.mode = 4;
+        labels.setCompression(lzw);
         if (labels.to16Bit(true) && labels.saveTIFF(path))
             DebugPrint(" PTV label image saved in: '%s'", path);
         else
