@@ -43,6 +43,7 @@ public:
     // A '#' header naming the columns, then one line per first-frame particle:
     // x y dx dy guide_dx guide_dy distance partner valid.
     bool saveASCII(const char* fileName) const;
+    const PIVerror& error() const { return m_error; }
 
 private:
     std::vector<PTV_PAIR> m_pairs;
