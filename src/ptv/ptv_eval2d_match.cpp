@@ -74,18 +74,26 @@ void PTV_Eval2D::matchOrThrow(const std::vector<PARTICLE>& a, const std::vector<
     gridA.put(a);
     gridB.put(b);
     const double radius = m_params.SearchRadius;
+    std::vector<char> guided(a.size(), 0);
+    // Every particle of the first frame has its record, those kept out of
+    // the bins (too large, outside) without a partner.
+    for (const PARTICLE& p : a) {
+        PTV_PAIR* rec = m_data->pairData(size_t(p.id));
+        if (!rec) throw PIVerror::INTERNAL_ERROR;
+        rec->first = p;
+        rec->second.id = -1;
+        rec->distance = float(radius);
+        double dx = 0.0, dy = 0.0;
+        guided[size_t(p.id)] = guide.interpolateVector(p.x, p.y, 0, &dx, &dy);
+        rec->guideDx = float(dx);
+        rec->guideDy = float(dy);
+    }
     for (const PARTICLE_BIN& bin : gridA.bins) {
         for (int i : bin.particles) {
             const PARTICLE& p = a[size_t(i)];
             PTV_PAIR* rec = m_data->pairData(size_t(p.id));
-            if (!rec) throw PIVerror::INTERNAL_ERROR;
-            rec->first = p;
-            rec->second.id = -1;
-            rec->distance = float(radius);
-            double dx = 0.0, dy = 0.0;
-            if (!guide.interpolateVector(p.x, p.y, 0, &dx, &dy)) continue;
-            rec->guideDx = float(dx);
-            rec->guideDy = float(dy);
+            if (!guided[size_t(p.id)]) continue;
+            const double dx = rec->guideDx, dy = rec->guideDy;
             const double ex = p.x + dx, ey = p.y - dy;
             const int own = gridB.binOf(ex, ey);
             if (own < 0) continue;

@@ -39,6 +39,12 @@ TEST(PtvMatching, PartnerByHandPlacedParticles) {
         // nearer centre (44 px against 47 px), so the bin below is not searched.
         {"within the radius in the second bin", 5, 0, {At(55, 58)}, {At(67, 58)}, 0},
         {"within the radius in a third bin", 5, 0, {At(55, 58)}, {At(60, 66)}, -1},
+        {"a region of more than 100 px takes no part",
+         5,
+         0,
+         {At(40, 40, 0.95, 16)},
+         {At(45, 40, 0.95, 16)},
+         -1},
     };
     for (const auto& c : cases) {
         SCOPED_TRACE(c.what);
@@ -68,19 +74,25 @@ TEST(PtvExtraction, HowEachRegionIsLocated) {
             img.setPixel(i, j, 100);
         }
     img.setPixel(63, 21, 25);
+    // D: the block with a dim tail of ten pixels: the centroid (23.95, 80)
+    // lies 3 px from the fitted centre, so the 3-point rule places it.
+    for (int j = 0; j < 3; j++)
+        for (int i = 0; i < 3; i++) img.setPixel(20 + i, 79 + j, block[j][i]);
+    for (int i = 23; i < 33; i++) img.setPixel(i, 80, 40);
     PTV_Eval2D eval;
     PARTICLE* found = nullptr;
     unsigned int n = 0;
     ASSERT_TRUE(eval.extractParticles(img, &found, &n));
     std::unique_ptr<PARTICLE[]> own(found);
-    ASSERT_EQ(n, 4u);
+    ASSERT_EQ(n, 5u);
     EXPECT_EQ(eval.lastCounts().gaussFits, 1);
-    EXPECT_EQ(eval.lastCounts().threePointFits, 2);
+    EXPECT_EQ(eval.lastCounts().threePointFits, 3);
     EXPECT_EQ(eval.lastCounts().tooLarge, 1);
     const struct {
         double x, y;
         int size, status;
-    } expected[] = {{1, 1, 9, 2}, {21, 21, 9, 2}, {61.1, 21, 10, 1}, {40, 60, 0, 3}};
+    } expected[] = {
+        {1, 1, 9, 2}, {21, 21, 9, 2}, {61.1, 21, 10, 1}, {40, 60, 0, 3}, {21, 80, 19, 2}};
     for (const auto& e : expected) {
         SCOPED_TRACE(e.x);
         const PARTICLE* p = nullptr;
