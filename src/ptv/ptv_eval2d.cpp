@@ -63,8 +63,10 @@ double PTV_Eval2D::getTime(bool restart) {
 void PTV_Eval2D::prepareWorkImage(const Image2D& image, Image2D& work) {
     const IMAGE_CFG& cfg = m_params.imageCfg;
     const bool invert = cfg.filters.Invert;
-    work.copy(image);
-    if (!work.toFloat()) throw PIVerror::OPERATION_FAILED;
+    if (!work.copy(image) || !work.toFloat()) {
+        m_error.setMessage("failed copying the image");
+        throw PIVerror::OPERATION_FAILED;
+    }
     const bool invertedBackground = invert && cfg.BkgdSubtract;
     if (cfg.BkgdSubtract) {
         Image2D background;
@@ -180,6 +182,15 @@ void PTV_Eval2D::locateGroups(std::vector<PixelGroup>& groups, const Image2D& va
 void PTV_Eval2D::extractOrThrow(Image2D& image, std::vector<PARTICLE>& out) {
     m_counts = ExtractionCounts();
     if (image.isNull()) throw PIVerror::IMAGE_IS_NULL;
+    const PTV_PARAMS& q = m_params;
+    if ((q.PixelConnectivity != 4 && q.PixelConnectivity != 8) || q.MaxRegionSize < 1 ||
+        !std::isfinite(q.DetectThresh)) {
+        m_error.setMessage(
+            "bad parameters: connectivity %d (4 or 8), maximum region %d px, "
+            "threshold %g",
+            q.PixelConnectivity, q.MaxRegionSize, q.DetectThresh);
+        throw PIVerror::BAD_PARAMETERS;
+    }
     Image2D work;
     prepareWorkImage(image, work);
 

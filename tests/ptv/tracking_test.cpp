@@ -221,16 +221,18 @@ TEST(PtvBadInput, ClearErrorAndTheDataLeftAsItWas) {
         Image2D* second;
         PIV_Data2D* guide;
         Image2D* mask;
-        int code;
+        int connectivity, code;
         const char* text;
     } cases[] = {
-        {"no particle in image 2", &blank, &guide, nullptr, PIVerror::OPERATION_FAILED,
+        {"no particle in image 2", &blank, &guide, nullptr, 4, PIVerror::OPERATION_FAILED,
          "no regions detected in image"},
-        {"an empty guide", &a, &empty, nullptr, PIVerror::DATA_IS_NULL, "guide field is empty"},
-        {"a guide for another size", &a, &other, nullptr, PIVerror::IMAGE_SIZE_MISMATCH,
+        {"an empty guide", &a, &empty, nullptr, 4, PIVerror::DATA_IS_NULL, "guide field is empty"},
+        {"a guide for another size", &a, &other, nullptr, 4, PIVerror::IMAGE_SIZE_MISMATCH,
          "guide made for 256x128 pixels, images of 128x128"},
-        {"a mask of another size", &a, &guide, &smallMask, PIVerror::OPERATION_FAILED,
+        {"a mask of another size", &a, &guide, &smallMask, 4, PIVerror::OPERATION_FAILED,
          "failed applying mask image"},
+        {"a connectivity of 6", &a, &guide, nullptr, 6, PIVerror::OPERATION_FAILED,
+         "connectivity 6 (4 or 8)"},
     };
     for (const auto& c : cases) {
         SCOPED_TRACE(c.what);
@@ -239,6 +241,9 @@ TEST(PtvBadInput, ClearErrorAndTheDataLeftAsItWas) {
         data.resize(3);
         PTV_Eval2D eval(&data);
         eval.setMaskImage(c.mask);
+        PTV_PARAMS params;
+        params.PixelConnectivity = c.connectivity;
+        eval.setParameters(params);
         EXPECT_FALSE(eval.process(a, *c.second, *c.guide));
         EXPECT_EQ(eval.error().getLastErrorCode(), c.code);
         EXPECT_NE(log.all().find(c.text), std::string::npos) << log.all();
