@@ -62,37 +62,47 @@ TEST(PtvMatching, PartnerByHandPlacedParticles) {
 }
 
 TEST(PtvExtraction, HowEachRegionIsLocated) {
-    // A: a 3x3 block and the same with a tenth pixel (fitted); B: a flat
-    // 3x3 block in the corner (3-point rule with zero denominators: the
-    // first moment, centre (1, 1)); C: a particle larger than 100 px.
+    // A float image whose brightest pixel (265, alone at (90, 90)) makes the
+    // working scale exactly 1 once the threshold of 10 is off: the values
+    // below are those the rules see.
     Image2D img = Render({At(40, 60, 0.95, 16.0)}, 100, 100);
-    const float block[3][3] = {{30, 60, 30}, {60, 120, 60}, {30, 60, 30}};
+    img.toFloat();
+    img.setPixel(90, 90, 265);
+    // A: a 3x3 block (9 px, 3-point rule, exact by symmetry), the same with a
+    // tenth pixel (fitted). B: in the corner, columns of 128, 64 and 32: the
+    // patch is clamped to centre (1, 1), its logs are flat in y and linear in
+    // x, both denominators 0: the first moment, x = 1 - 3 * 96 / (3 * 224).
+    const float block[3][3] = {{20, 50, 20}, {50, 110, 50}, {20, 50, 20}};
     for (int j = 0; j < 3; j++)
         for (int i = 0; i < 3; i++) {
-            img.setPixel(20 + i, 20 + j, block[j][i]);
-            img.setPixel(60 + i, 20 + j, block[j][i]);
-            img.setPixel(i, j, 100);
+            img.setPixel(20 + i, 20 + j, 10 + block[j][i]);
+            img.setPixel(60 + i, 20 + j, 10 + block[j][i]);
+            img.setPixel(i, j, 10.0f + float(128 >> i));
+            // D: the block with a dim tail of ten pixels: the centroid
+            // (23.9, 80) lies 3 px from the fitted centre, which is refused.
+            img.setPixel(20 + i, 79 + j, 10 + block[j][i]);
         }
     img.setPixel(63, 21, 25);
-    // D: the block with a dim tail of ten pixels: the centroid (23.95, 80)
-    // lies 3 px from the fitted centre, so the 3-point rule places it.
-    for (int j = 0; j < 3; j++)
-        for (int i = 0; i < 3; i++) img.setPixel(20 + i, 79 + j, block[j][i]);
     for (int i = 23; i < 33; i++) img.setPixel(i, 80, 40);
     PTV_Eval2D eval;
     PARTICLE* found = nullptr;
     unsigned int n = 0;
     ASSERT_TRUE(eval.extractParticles(img, &found, &n));
     std::unique_ptr<PARTICLE[]> own(found);
-    ASSERT_EQ(n, 5u);
+    ASSERT_EQ(n, 6u);
     EXPECT_EQ(eval.lastCounts().gaussFits, 1);
-    EXPECT_EQ(eval.lastCounts().threePointFits, 3);
+    EXPECT_EQ(eval.lastCounts().threePointFits, 4);
     EXPECT_EQ(eval.lastCounts().tooLarge, 1);
+    // C: a particle of more than 100 px, status 3 at its centroid.
     const struct {
         double x, y;
         int size, status;
-    } expected[] = {
-        {1, 1, 9, 2}, {21, 21, 9, 2}, {61.1, 21, 10, 1}, {40, 60, 0, 3}, {21, 80, 19, 2}};
+    } expected[] = {{1.0 - 288.0 / 672.0, 1, 9, 2},
+                    {21, 21, 9, 2},
+                    {61.1, 21, 10, 1},
+                    {40, 60, 0, 3},
+                    {21, 80, 19, 2},
+                    {90, 90, 1, 2}};
     for (const auto& e : expected) {
         SCOPED_TRACE(e.x);
         const PARTICLE* p = nullptr;
@@ -102,8 +112,7 @@ TEST(PtvExtraction, HowEachRegionIsLocated) {
         EXPECT_EQ(p->status, e.status);
         EXPECT_EQ(p->size > 100, e.status == 3);
         EXPECT_TRUE(e.size == 0 || p->size == e.size);
-        // The 3-point positions are exact here: the rule is symmetric.
-        EXPECT_TRUE(e.status != 2 || (p->x == float(e.x) && p->y == float(e.y)));
+        EXPECT_TRUE(e.status != 2 || (std::fabs(p->x - e.x) < 1e-5 && p->y == float(e.y)));
     }
 }
 
