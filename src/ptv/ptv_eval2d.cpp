@@ -306,3 +306,13 @@ bool PTV_Eval2D::extractParticles(Image2D& image, PARTICLE** particles, unsigned
         *count = unsigned(found.size());
     });
 }
+
+bool PTV_Eval2D::detectParticles(Image2D& image, PTV_Particle2D* out) {
+    return PIV::Guarded(m_error, "detectParticles()", [&] {
+        if (!out) throw PIVerror::INVALID_POINTER;
+        std::vector<PARTICLE> found;
+        extractOrThrow(image, found);
+        if (!out->assign(found.data(), found.size())) throw PIVerror::ALLOCATION_FAILED;
+        out->setImageSize(int(image.width()), int(image.height()));
+    });
+}

@@ -10,6 +10,7 @@
 #include "piv_data2d.h"
 #include "piv_error.h"
 #include "ptv_data2d.h"
+#include "ptv_particle2d.h"
 #include "ptv_types.h"
 
 class PTV_Eval2D {
@@ -42,8 +43,17 @@ public:
     // The particles of one image in a new array the caller frees with
     // delete[]; on failure none is left allocated.
     bool extractParticles(Image2D& image, PARTICLE** particles, unsigned int* count);
+    // extractParticles into `out`, with the image size.
+    bool detectParticles(Image2D& image, PTV_Particle2D* out);
     // Both frames and the pairing under `guide` (dy upwards) into the data.
     bool process(Image2D& first, Image2D& second, PIV_Data2D& guide);
+    // A check of the valid pairs of the data: the window at the midpoint of
+    // each, offset by its rounded displacement, is correlated with the
+    // settings of setPivEvalCfg; each difference is printed at level 1 and
+    // their RMS kept (correlationCheckRms; -1 when no pair could be checked).
+    bool doCorrelationMatching(Image2D& first, Image2D& second);
+    void setPivEvalCfg(const PIVEVAL_CFG& cfg) { m_pivCfg = cfg; }
+    double correlationCheckRms() const { return m_checkRms; }
 
     // Counts of the last extraction.
     struct ExtractionCounts {
@@ -68,4 +78,6 @@ private:
     uint32_t m_refCount;
     ExtractionCounts m_counts;
     double m_clock;
+    PIVEVAL_CFG m_pivCfg;
+    double m_checkRms;
 };

@@ -4,6 +4,7 @@
 #include <cstdio>
 #include <vector>
 
+#include "piv_corr2d.h"
 #include "piv_filename.h"
 #include "piv_messages.h"
 #include "ptv_eval2d.h"
@@ -193,5 +194,39 @@ bool PTV_Eval2D::process(Image2D& first, Image2D& second, PIV_Data2D& guide) {
                       valid, m_params.ValidRadius);
         appendToLogFile(m_text);
         showNewPTVdata();
+    });
+}
+
+bool PTV_Eval2D::doCorrelationMatching(Image2D& first, Image2D& second) {
+    m_checkRms = -1.0;
+    return PIV::Guarded(m_error, "doCorrelationMatching()", [&] {
+        if (!m_data) throw PIVerror::INVALID_POINTER;
+        if (first.isNull() || second.isNull()) throw PIVerror::IMAGE_IS_NULL;
+        if (!first.isSameSize(second, false)) throw PIVerror::IMAGE_SIZE_MISMATCH;
+        PIV_Corr2D corr;
+        if (!corr.setPivEvalCfg(m_pivCfg)) throw PIVerror::BAD_PARAMETERS;
+        double sum2 = 0.0;
+        int checked = 0;
+        for (size_t i = 0; i < m_data->size(); i++) {
+            const PTV_PAIR& p = *m_data->pairData(i);
+            if (!p.valid) continue;
+            POINT2D pos{int(std::lround(0.5 * (p.first.x + p.second.x))),
+                        int(std::lround(0.5 * (p.first.y + p.second.y)))};
+            const POINT2D at = pos;
+            const POINT2D offset{int(std::lround(p.dx)), int(std::lround(p.dy))};
+            PIV_VECTOR v = PIV_VECTOR();
+            if (!corr.sampleAndCorrelate(&first, &second, &pos, offset, false) ||
+                !corr.peakDetection(&v, offset, false))
+                continue;
+            const double diff = std::hypot(double(v.dx) - p.dx, double(v.dy) - p.dy);
+            DebugPrintExt(1,
+                          "pos:  %4d,%4d   PTV: %7.2f, %7.2f   pos:  %4d,%4d   corr: %7.2f, %7.2f  "
+                          "diff=%g",
+                          at.x, at.y, double(p.dx), double(p.dy), pos.x, pos.y, double(v.dx),
+                          double(v.dy), diff);
+            sum2 += diff * diff;
+            checked++;
+        }
+        if (checked > 0) m_checkRms = std::sqrt(sum2 / checked);
     });
 }

@@ -3,11 +3,14 @@
 #include <gtest/gtest.h>
 
 #include <cmath>
+#include <cstdio>
+#include <memory>
 #include <string>
 #include <vector>
 
 #include "message_capture.h"
 #include "piv_eval2d.h"
+#include "ptv_eval2d.h"
 #include "ptv_test_support.h"
 #include "scratch_files.h"
 #include "synthetic_flows.h"
@@ -25,12 +28,7 @@ TEST(PtvMatching, PartnerByHandPlacedParticles) {
         std::vector<synth::Particle> a, b;
         int partner;  // index into b, -1 none
     } cases[] = {
-        {"the nearest wins over the brighter",
-         5,
-         0,
-         {At(40, 40)},
-         {At(45, 48, 0.9), At(47, 41, 0.3)},
-         1},
+        {"nearest over brighter", 5, 0, {At(40, 40)}, {At(45, 48, 0.9), At(47, 41, 0.3)}, 1},
         {"dy of the guide counts upwards", 0, 5, {At(40, 40)}, {At(40, 44), At(40.5, 35)}, 1},
         {"two particles share one partner", 5, 0, {At(40, 47), At(40, 40)}, {At(45, 43.5)}, 0},
         {"expected just left of the image: no bin", -4, 0, {At(3, 40)}, {At(1.5, 40)}, -1},
@@ -39,12 +37,7 @@ TEST(PtvMatching, PartnerByHandPlacedParticles) {
         // nearer centre (44 px against 47 px), so the bin below is not searched.
         {"within the radius in the second bin", 5, 0, {At(55, 58)}, {At(67, 58)}, 0},
         {"within the radius in a third bin", 5, 0, {At(55, 58)}, {At(60, 66)}, -1},
-        {"a region of more than 100 px takes no part",
-         5,
-         0,
-         {At(40, 40, 0.95, 16)},
-         {At(45, 40, 0.95, 16)},
-         -1},
+        {"over 100 px: no part", 5, 0, {At(40, 40, 0.95, 16)}, {At(45, 40, 0.95, 16)}, -1},
     };
     for (const auto& c : cases) {
         SCOPED_TRACE(c.what);
@@ -71,7 +64,7 @@ TEST(PtvExtraction, HowEachRegionIsLocated) {
     // A: a 3x3 block (9 px, 3-point rule, exact by symmetry), the same with a
     // tenth pixel (fitted). B: in the corner, columns of 128, 64 and 32: the
     // patch is clamped to centre (1, 1), its logs are flat in y and linear in
-    // x, both denominators 0: the first moment, x = 1 - 3 * 96 / (3 * 224).
+    // x, both denominators 0: the first moment, x = 1 - 96 / 224 = 4 / 7.
     const float block[3][3] = {{20, 50, 20}, {50, 110, 50}, {20, 50, 20}};
     for (int j = 0; j < 3; j++)
         for (int i = 0; i < 3; i++) {
@@ -90,19 +83,14 @@ TEST(PtvExtraction, HowEachRegionIsLocated) {
     ASSERT_TRUE(eval.extractParticles(img, &found, &n));
     std::unique_ptr<PARTICLE[]> own(found);
     ASSERT_EQ(n, 6u);
-    EXPECT_EQ(eval.lastCounts().gaussFits, 1);
-    EXPECT_EQ(eval.lastCounts().threePointFits, 4);
-    EXPECT_EQ(eval.lastCounts().tooLarge, 1);
+    const PTV_Eval2D::ExtractionCounts& counts = eval.lastCounts();
+    EXPECT_TRUE(counts.gaussFits == 1 && counts.threePointFits == 4 && counts.tooLarge == 1);
     // C: a particle of more than 100 px, status 3 at its centroid.
     const struct {
         double x, y;
         int size, status;
-    } expected[] = {{1.0 - 288.0 / 672.0, 1, 9, 2},
-                    {21, 21, 9, 2},
-                    {61.1, 21, 10, 1},
-                    {40, 60, 0, 3},
-                    {21, 80, 19, 2},
-                    {90, 90, 1, 2}};
+    } expected[] = {{4.0 / 7.0, 1, 9, 2}, {21, 21, 9, 2},  {61.1, 21, 10, 1},
+                    {40, 60, 0, 3},       {21, 80, 19, 2}, {90, 90, 1, 2}};
     for (const auto& e : expected) {
         SCOPED_TRACE(e.x);
         const PARTICLE* p = nullptr;
@@ -116,99 +104,100 @@ TEST(PtvExtraction, HowEachRegionIsLocated) {
     }
 }
 
-TEST(PtvExtraction, InvertFindsDarkParticles) {
+TEST(PtvExtraction, InvertFindsDarkParticlesAndLabelsLandAtThePrefix) {
+    test_support::ScratchDir dir;
     std::vector<synth::Particle> list;
     for (int k = 0; k < 20; k++) list.push_back(At(12 + 23.3 * (k % 5), 10 + 25.7 * (k / 5)));
-    Image2D bright = Render(list, 128, 128), dark(bright);
+    ASSERT_TRUE(Render(list, 128, 128).save(dir.file("run_0007a.tif").c_str()));
+    Image2D bright(dir.file("run_0007a.tif")), dark(bright);
     dark.negative(255);
     PTV_Eval2D plain, inverted;
     PTV_PARAMS params;
+    std::snprintf(params.LabelImagesPrefix, 2048, "%s", dir.file("lbl_").c_str());
+    plain.setParameters(params);
+    plain.setLabelImageSaveFlag(true);
     params.imageCfg.filters.Invert = true;
     inverted.setParameters(params);
     PARTICLE *p = nullptr, *q = nullptr;
     unsigned np = 0, nq = 0;
-    ASSERT_TRUE(plain.extractParticles(bright, &p, &np));
-    ASSERT_TRUE(inverted.extractParticles(dark, &q, &nq));
+    ASSERT_TRUE(plain.extractParticles(bright, &p, &np) &&
+                inverted.extractParticles(dark, &q, &nq));
     std::unique_ptr<PARTICLE[]> ownP(p), ownQ(q);
-    ASSERT_EQ(np, 20u);
-    ASSERT_EQ(nq, 20u);
-    for (unsigned i = 0; i < np; i++) {
-        EXPECT_NEAR(p[i].x, q[i].x, 0.1);
-        EXPECT_NEAR(p[i].y, q[i].y, 0.1);
-    }
+    ASSERT_TRUE(np == 20 && nq == 20);
+    for (unsigned i = 0; i < np; i++) EXPECT_LT(std::hypot(p[i].x - q[i].x, p[i].y - q[i].y), 0.1);
+    // Twenty regions labelled in raster order: the one at (35.3, 35.7) is the seventh.
+    Image2D labels(dir.file("lbl_run_0007a.tif"));
+    EXPECT_TRUE(labels.type() == IMAGE_UINT16 && labels.maximum() == 20.0);
+    EXPECT_EQ(labels.pixel(35, 36), 7.0f);
+}
+
+TEST(PtvCorrelationCheck, AgreesWithTheTracksOfAUniformShift) {
+    synth::SynthParams sp;
+    sp.particleDensity = 0.01;
+    const synth::SyntheticPair s = synth::RenderPair(sp, synth::UniformFlow(3, 2));
+    Image2D a = ToImage(s.a, 256, 256), b = ToImage(s.b, 256, 256);
+    PIV_Data2D guide;
+    UniformGuide(guide, 256, 256, 3, -2);
+    PTV_Data2D data;
+    PTV_Eval2D eval(&data);
+    PTV_Particle2D first;
+    ASSERT_TRUE(eval.process(a, b, guide) && eval.detectParticles(a, &first));
+    EXPECT_TRUE(first.count() == size_t(data.particleCount()) && first.imageWidth() == 256);
+    ASSERT_TRUE(eval.doCorrelationMatching(a, b));
+    std::printf("[ figures  ] correlation check RMS %.3f px\n", eval.correlationCheckRms());
+    EXPECT_TRUE(eval.correlationCheckRms() >= 0.0 && eval.correlationCheckRms() < 0.1);
 }
 
 TEST(PtvAccuracy, LambOseenVortexAgainstTheGeneratorsLists) {
     synth::SynthParams sp;
     sp.width = sp.height = 512;
     sp.particleDensity = 0.005;
-    sp.particleDiameter = 3.0;
-    sp.bitDepth = 8;
     sp.seed = 3;
     // Peak tangential displacement 6 px at 1.12 core radii: gamma = 6 * 2 pi rc / 0.638.
     const synth::LambOseenVortex flow(256, 256, 6.0 * 2.0 * M_PI * 64.0 / 0.63817, 64.0);
-    const synth::SyntheticPair pair = synth::RenderPair(sp, flow);
-    Image2D a(512, 512, IMAGE_UINT8), b(512, 512, IMAGE_UINT8);
-    for (int y = 0; y < 512; y++) {
-        a.putRow(pair.a.data() + size_t(y) * 512, y);
-        b.putRow(pair.b.data() + size_t(y) * 512, y);
-    }
-    PIVEVAL_CFG cfg;
+    const synth::SyntheticPair s = synth::RenderPair(sp, flow);
+    Image2D a = ToImage(s.a, 512, 512), b = ToImage(s.b, 512, 512);
+    PIVEVAL_CFG cfg;  // multi-grid, 96 px down to 48 px windows, step 16
     cfg.Method = PIV::METHOD_MULTI_GRID;
     cfg.SampleSize = cfg.FFTSize = SIZE3D{48, 48, 1};
-    cfg.grid.step = SIZE3D{16, 16, 1};
+    cfg.grid.step = cfg.MultiGrid_SampleStep = SIZE3D{16, 16, 1};
     cfg.MultiGrid_SampleSize = SIZE3D{96, 96, 1};
-    cfg.MultiGrid_SampleStep = SIZE3D{16, 16, 1};
     cfg.MultiGrid_Desample = 1;
     cfg.DesampleEnable = false;
     PIV_Eval2D piv;
     piv.setPivEvalCfg(cfg);
-    ASSERT_TRUE(piv.setPivImages(&a, &b));
-    ASSERT_TRUE(piv.interrogateImage(false));
+    ASSERT_TRUE(piv.setPivImages(&a, &b) && piv.interrogateImage(false));
     PTV_Data2D data;
     PTV_Eval2D ptv(&data);
     ASSERT_TRUE(ptv.process(a, b, *piv.data()));
-
-    const auto& A = pair.particlesA;
-    const auto& B = pair.particlesB;
-    auto inside = [](const synth::Particle& p) {
-        return p.x >= 3 && p.y >= 3 && p.x <= 508 && p.y <= 508;
-    };
-    int isolated = 0, validPairs = 0, wrong = 0, all = 0, allValid = 0;
-    double sum2 = 0.0, guide2 = 0.0;
-    for (size_t i = 0; i < A.size(); i++) {
-        if (!inside(A[i]) || !inside(B[i])) continue;
-        bool alone = true;
-        for (size_t k = 0; k < A.size() && alone; k++)
-            alone = k == i || (std::hypot(A[k].x - A[i].x, A[k].y - A[i].y) >= 6 &&
-                               std::hypot(B[k].x - B[i].x, B[k].y - B[i].y) >= 6);
-        const PTV_PAIR* p = PairAt(data, A[i].x, A[i].y);
-        const bool valid = p && p->valid;
-        const bool right = valid && std::hypot(p->second.x - B[i].x, p->second.y - B[i].y) <= 1.0;
-        all++;
-        allValid += valid;
-        if (!alone) continue;
-        isolated++;
-        if (!valid) continue;
-        validPairs++;
-        if (!right) {
+    int all = 0, allValid = 0, isolated = 0, valid = 0, wrong = 0;
+    double e2 = 0.0, g2 = 0.0;
+    for (size_t i = 0; i < s.particlesA.size(); i++) {
+        const synth::Particle &pa = s.particlesA[i], &pb = s.particlesB[i];
+        const PTV_PAIR* p = PairAt(data, pa.x, pa.y);
+        const bool ok = p && p->valid, alone = Isolated(s, i);
+        const bool inside = pa.x >= 3 && pa.y >= 3 && pa.x <= 508 && pa.y <= 508;
+        all += inside;
+        allValid += inside && ok;
+        isolated += alone;
+        if (!alone || !ok) continue;
+        valid++;
+        if (std::hypot(p->second.x - pb.x, p->second.y - pb.y) > 1.0) {
             wrong++;
             continue;
         }
-        const double tx = B[i].x - A[i].x, ty = A[i].y - B[i].y;  // dy upwards
-        sum2 += std::pow(p->dx - tx, 2) + std::pow(p->dy - ty, 2);
-        guide2 += std::pow(p->guideDx - tx, 2) + std::pow(p->guideDy - ty, 2);
+        const double tx = pb.x - pa.x, ty = pa.y - pb.y;  // dy upwards
+        e2 += std::pow(p->dx - tx, 2) + std::pow(p->dy - ty, 2);
+        g2 += std::pow(p->guideDx - tx, 2) + std::pow(p->guideDy - ty, 2);
     }
-    const int right = validPairs - wrong;
-    ASSERT_GT(right, 0);
-    const double rms = std::sqrt(sum2 / right);
+    const double rms = std::sqrt(e2 / (valid - wrong));
     std::printf(
-        "isolated %d of %d; valid %.1f%% (all: %.1f%%), wrong %.2f%%, "
-        "RMS %.3f px, guide RMS %.3f px\n",
-        isolated, all, 100.0 * validPairs / isolated, 100.0 * allValid / all,
-        100.0 * wrong / validPairs, rms, std::sqrt(guide2 / right));
-    EXPECT_GE(validPairs, 0.95 * isolated);
-    EXPECT_LE(wrong, 0.01 * validPairs);
+        "[ figures  ] isolated %d of %d; valid %.1f%% (all %.1f%%), wrong %.2f%%, RMS "
+        "%.3f px, guide RMS %.3f px\n",
+        isolated, all, 100.0 * valid / isolated, 100.0 * allValid / all, 100.0 * wrong / valid, rms,
+        std::sqrt(g2 / (valid - wrong)));
+    EXPECT_GE(valid, 0.95 * isolated);
+    EXPECT_LE(wrong, 0.01 * valid);
     EXPECT_LE(rms, 0.1);
 }
 
@@ -218,10 +207,8 @@ namespace {
 
 TEST(PtvBadInput, ClearErrorAndTheDataLeftAsItWas) {
     MessageCapture log;
-    Image2D a = Render({At(40, 40)}, 128, 128), blank(128, 128, IMAGE_UINT8);
-    blank.erase();
-    Image2D smallMask(64, 64, IMAGE_UINT8);
-    smallMask.erase();
+    Image2D a = Render({At(40, 40)}, 128, 128), blank = Render({}, 128, 128),
+            smallMask = Render({}, 64, 64);
     PIV_Data2D guide, empty, other;
     UniformGuide(guide, 128, 128, 1, 0);
     UniformGuide(other, 256, 128, 1, 0);
@@ -256,30 +243,8 @@ TEST(PtvBadInput, ClearErrorAndTheDataLeftAsItWas) {
         EXPECT_FALSE(eval.process(a, *c.second, *c.guide));
         EXPECT_EQ(eval.error().getLastErrorCode(), c.code);
         EXPECT_NE(log.all().find(c.text), std::string::npos) << log.all();
-        EXPECT_EQ(data.size(), 3u);
-        EXPECT_EQ(data.particleCount(), 0);
+        EXPECT_TRUE(data.size() == 3 && data.particleCount() == 0);
     }
-}
-
-TEST(PtvExtraction, LabelImageLandsAtThePrefixPath) {
-    test_support::ScratchDir dir;
-    Image2D img = Render({At(20, 20), At(40, 30), At(60, 50)}, 80, 80);
-    ASSERT_TRUE(img.save(dir.file("run_0007a.tif").c_str()));
-    Image2D loaded(dir.file("run_0007a.tif"));
-    PTV_PARAMS params;
-    std::snprintf(params.LabelImagesPrefix, sizeof(params.LabelImagesPrefix), "%s",
-                  dir.file("lbl_").c_str());
-    PTV_Eval2D eval;
-    eval.setParameters(params);
-    eval.setLabelImageSaveFlag(true);
-    PARTICLE* found = nullptr;
-    unsigned n = 0;
-    ASSERT_TRUE(eval.extractParticles(loaded, &found, &n));
-    delete[] found;
-    Image2D labels(dir.file("lbl_run_0007a.tif"));
-    EXPECT_EQ(labels.type(), IMAGE_UINT16);
-    EXPECT_EQ(labels.maximum(), 3.0);
-    EXPECT_EQ(labels.pixel(40, 30), 2.0f);
 }
 
 }  // namespace
