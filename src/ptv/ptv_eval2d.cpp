@@ -80,11 +80,12 @@ void PTV_Eval2D::prepareWorkImage(const Image2D& image, Image2D& work) {
                                int(work.height()));
             throw PIVerror::OPERATION_FAILED;
         }
-        if (invertedBackground) {
-            background.subtract(work, true);
-            work.copy(background);
-        } else {
-            work.subtract(background, true);
+        const bool subtracted = invertedBackground
+                                    ? background.subtract(work, true) && work.copy(background)
+                                    : work.subtract(background, true);
+        if (!subtracted) {
+            m_error.setMessage("failed subtracting background image '%s'", cfg.Bkgd);
+            throw PIVerror::OPERATION_FAILED;
         }
     }
     // The negative is formed below, on the scaled image; the filters must not

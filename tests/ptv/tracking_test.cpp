@@ -201,10 +201,6 @@ TEST(PtvAccuracy, LambOseenVortexAgainstTheGeneratorsLists) {
     EXPECT_LE(rms, 0.1);
 }
 
-}  // namespace
-
-namespace {
-
 TEST(PtvBadInput, ClearErrorAndTheDataLeftAsItWas) {
     MessageCapture log;
     Image2D a = Render({At(40, 40)}, 128, 128), blank = Render({}, 128, 128),
