@@ -215,6 +215,7 @@ TEST(PtvBadInput, ClearErrorAndTheDataLeftAsItWas) {
         Image2D* mask;
         int connectivity, code;
         const char* text;
+        const char* background = nullptr;
     } cases[] = {
         {"no particle in image 2", &blank, &guide, nullptr, 4, PIVerror::OPERATION_FAILED,
          "no regions detected in image"},
@@ -225,6 +226,8 @@ TEST(PtvBadInput, ClearErrorAndTheDataLeftAsItWas) {
          "failed applying mask image"},
         {"a connectivity of 6", &a, &guide, nullptr, 6, PIVerror::OPERATION_FAILED,
          "connectivity 6 (4 or 8)"},
+        {"a missing background", &a, &guide, nullptr, 4, PIVerror::OPERATION_FAILED,
+         "failed loading background image '/nonexistent/bg.tif'", "/nonexistent/bg.tif"},
     };
     for (const auto& c : cases) {
         SCOPED_TRACE(c.what);
@@ -235,6 +238,8 @@ TEST(PtvBadInput, ClearErrorAndTheDataLeftAsItWas) {
         eval.setMaskImage(c.mask);
         PTV_PARAMS params;
         params.PixelConnectivity = c.connectivity;
+        params.imageCfg.BkgdSubtract = c.background != nullptr;
+        std::snprintf(params.imageCfg.Bkgd, 2048, "%s", c.background ? c.background : "");
         eval.setParameters(params);
         EXPECT_FALSE(eval.process(a, *c.second, *c.guide));
         EXPECT_EQ(eval.error().getLastErrorCode(), c.code);
