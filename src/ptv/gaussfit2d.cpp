@@ -109,6 +109,60 @@ bool GaussFit2D::doFit(const PixelGroup& group, GAUSSFIT2D_PARAMS* result) {
     });
 }
 
+bool GaussFit2D::doFit(const DATA_REGION& region, GAUSSFIT2D_PARAMS* result) {
+    return PIV::Guarded(m_error, "doFit()", [&] {
+        if (!region.values) throw PIVerror::INVALID_POINTER;
+        if (region.width < 1 || region.height < 1 || region.stride < region.width) {
+            m_error.setMessage("doFit() - region of %dx%d values, %d a row", region.width,
+                               region.height, region.stride);
+            throw PIVerror::BAD_DIMENSIONS;
+        }
+        if (region.width * region.height < 9) {
+            m_error.setMessage("doFit() - area too small: %d pixels ",
+                               region.width * region.height);
+            throw PIVerror::OPERATION_FAILED;
+        }
+        m_points.clear();
+        m_points.reserve(region.width * region.height);
+        int top = 0;
+        for (int j = 0; j < region.height; j++)
+            for (int i = 0; i < region.width; i++) {
+                const float v = region.values[size_t(j) * size_t(region.stride) + size_t(i)];
+                if (m_points.count == 0 || v > m_points.value[size_t(top)]) top = m_points.count;
+                m_points.add(region.x0 + i, region.y0 + j, v, 1.0);
+            }
+        const double wx = std::max(0.5, 0.25 * region.width),
+                     wy = std::max(0.5, 0.25 * region.height);
+        setStartParams(m_points.value[size_t(top)], m_points.x[size_t(top)],
+                       m_points.y[size_t(top)], wx, wy, 0.0);
+        if (!doActualFit(result)) throw PIVerror::OPERATION_FAILED;
+    });
+}
+
+bool GaussFit2D::doFit(const BLOB_INFO* blob, GAUSSFIT2D_PARAMS* result) {
+    return PIV::Guarded(m_error, "doFit()", [&] {
+        if (!blob || (!blob->pixels && blob->count > 0)) throw PIVerror::INVALID_POINTER;
+        if (blob->count < 9) {
+            m_error.setMessage("doFit() - area too small: %d pixels ", blob->count);
+            throw PIVerror::OPERATION_FAILED;
+        }
+        m_points.clear();
+        m_points.reserve(blob->count);
+        int left = blob->pixels[0].x, right = left, top = blob->pixels[0].y, bottom = top;
+        for (int i = 0; i < blob->count; i++) {
+            const PIXEL_VALUE& p = blob->pixels[i];
+            m_points.add(p.x, p.y, p.value, 1.0);
+            left = std::min(left, p.x);
+            right = std::max(right, p.x);
+            top = std::min(top, p.y);
+            bottom = std::max(bottom, p.y);
+        }
+        setStartParams(blob->peak, blob->cx, blob->cy, std::max(0.5, 0.25 * (right - left + 1)),
+                       std::max(0.5, 0.25 * (bottom - top + 1)), 0.0);
+        if (!doActualFit(result)) throw PIVerror::OPERATION_FAILED;
+    });
+}
+
 bool GaussFit2D::doFit(const float* x, const float* y, const float* values, int n,
                        GAUSSFIT2D_PARAMS* result) {
     return PIV::Guarded(m_error, "doFit()", [&] {

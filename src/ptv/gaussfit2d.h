@@ -15,6 +15,21 @@ struct GAUSSFIT2D_PARAMS {
     int32_t evaluations;
 };
 
+// A rectangle of a value plane, row-major, `stride` values a row.
+struct DATA_REGION {
+    int32_t x0, y0, width, height, stride;
+    const float* values;
+};
+
+// A blob found in a value plane: its centre and peak for the start, and its
+// pixels.
+struct BLOB_INFO {
+    double cx, cy;
+    float peak;
+    int32_t count;
+    const PIXEL_VALUE* pixels;
+};
+
 class GaussFit2D {
 public:
     // Bits of the fit mask: which parameters the model frees.
@@ -50,6 +65,10 @@ public:
     // Fits the group's pixels, started from its centroid and peak. At least
     // 9 pixels and a bounding box more than one pixel wide and high.
     bool doFit(const PixelGroup& group, GAUSSFIT2D_PARAMS* result);
+    // Every value of the region, started at its brightest value.
+    bool doFit(const DATA_REGION& region, GAUSSFIT2D_PARAMS* result);
+    // The blob's pixels, started at its centre and peak.
+    bool doFit(const BLOB_INFO* blob, GAUSSFIT2D_PARAMS* result);
     // Fits n points from the start set by setStartParams.
     bool doFit(const float* x, const float* y, const float* values, int n,
                GAUSSFIT2D_PARAMS* result);

@@ -2,6 +2,7 @@
 // enough to label by hand; and the Gaussian models on a rendered particle.
 #include <gtest/gtest.h>
 
+#include <cmath>
 #include <string>
 #include <vector>
 
@@ -123,6 +124,15 @@ TEST(GaussFit2D, EachModelFindsTheCentre) {
         EXPECT_NEAR(r.cy, 9.6, mask == 25 ? 0.0 : 0.02);
         EXPECT_NEAR(r.offset, mask == 95 ? 0.1 : 0.0, 0.01);
     }
+    // The region and blob forms start from their brightest value and centre.
+    std::vector<PIXEL_VALUE> px;
+    for (size_t i = 0; i < x.size(); i++) px.push_back({int(x[i]), int(y[i]), v[i] - 0.1f});
+    const DATA_REGION region{6, 6, 9, 9, 21, img.data() + 6 * 21 + 6};
+    const BLOB_INFO blob{10.0, 10.0, 0.8f, int(px.size()), px.data()};
+    GaussFit2D fit;
+    GAUSSFIT2D_PARAMS r, q;
+    ASSERT_TRUE(fit.doFit(region, &r) && fit.doFit(&blob, &q));
+    EXPECT_LT(std::hypot(r.cx - 10.3, r.cy - 9.6) + std::hypot(q.cx - 10.3, q.cy - 9.6), 0.02);
 }
 
 }  // namespace
