@@ -151,11 +151,11 @@ bool PTV_Eval2D::process(Image2D& first, Image2D& second, PIV_Data2D& guide) {
                                int(gs.width), int(gs.height), w, h);
             throw PIVerror::IMAGE_SIZE_MISMATCH;
         }
-        if (m_params.SortBoxWidth < 1 || m_params.SortBoxHeight < 1 ||
-            !(m_params.SearchRadius > 0.0) || !std::isfinite(m_params.SearchRadius)) {
-            m_error.setMessage("process() - sort box %dx%d, search radius %g",
-                               m_params.SortBoxWidth, m_params.SortBoxHeight,
-                               m_params.SearchRadius);
+        const double r = m_params.SearchRadius, vr = m_params.ValidRadius;
+        if (m_params.SortBoxWidth < 1 || m_params.SortBoxHeight < 1 || !(r > 0.0) ||
+            !std::isfinite(r) || !(vr >= 0.0) || !std::isfinite(vr)) {
+            m_error.setMessage("process() - sort box %dx%d, search radius %g, valid radius %g",
+                               m_params.SortBoxWidth, m_params.SortBoxHeight, r, vr);
             throw PIVerror::BAD_PARAMETERS;
         }
         Image2D* images[2] = {&first, &second};

@@ -225,6 +225,8 @@ TEST(PtvBadInput, ClearErrorAndTheDataLeftAsItWas) {
          "failed applying mask image"},
         {"a connectivity of 6", &a, &guide, nullptr, 6, PIVerror::OPERATION_FAILED,
          "connectivity 6 (4 or 8)"},
+        {"a search radius of 0", &a, &guide, nullptr, 4, PIVerror::BAD_PARAMETERS,
+         "search radius 0, valid radius 1"},
         {"a missing background", &a, &guide, nullptr, 4, PIVerror::OPERATION_FAILED,
          "failed loading background image '/nonexistent/bg.tif'", "/nonexistent/bg.tif"},
     };
@@ -237,6 +239,7 @@ TEST(PtvBadInput, ClearErrorAndTheDataLeftAsItWas) {
         eval.setMaskImage(c.mask);
         PTV_PARAMS params;
         params.PixelConnectivity = c.connectivity;
+        params.SearchRadius = c.code == PIVerror::BAD_PARAMETERS ? 0.0 : 10.0;
         params.imageCfg.BkgdSubtract = c.background != nullptr;
         std::snprintf(params.imageCfg.Bkgd, 2048, "%s", c.background ? c.background : "");
         eval.setParameters(params);
