@@ -31,12 +31,7 @@ TEST(PtvMatching, PartnerByHandPlacedParticles) {
         {"nearest over brighter", 5, 0, {At(40, 40)}, {At(45, 48, 0.9), At(47, 41, 0.3)}, 1},
         {"dy of the guide counts upwards", 0, 5, {At(40, 40)}, {At(40, 44), At(40.5, 35)}, 1},
         // 2 px particles: 3-point positions, exact by symmetry, so a true tie.
-        {"a tie keeps the earlier",
-         5,
-         0,
-         {At(40, 40, .8, 2)},
-         {At(45, 36, .8, 2), At(45, 44, .8, 2)},
-         0},
+        {"tie: the earlier", 5, 0, {At(40, 40, .8, 2)}, {At(45, 36, .8, 2), At(45, 44, .8, 2)}, 0},
         {"two particles share one partner", 5, 0, {At(40, 47), At(40, 40)}, {At(45, 43.5)}, 0},
         {"expected just left of the image: no bin", -4, 0, {At(3, 40)}, {At(1.5, 40)}, -1},
         {"expected just above the image: no bin", 0, 4, {At(40, 3)}, {At(40, 1.5)}, -1},
