@@ -60,6 +60,9 @@ const char* kUsageText =
     "                        (Tecplot binary) or .txt (PIV Challenge table)\n"
     "  --cf FILE.nc          one pair: also a CF-1.8 NetCDF file (Python, xarray)\n"
     "  --velocity            write velocities (m/s) instead of pixel displacements\n"
+    "  --ptv FILE            one pair: track single particles under the result and\n"
+    "                        write a table (x y dx dy guide_dx guide_dy distance\n"
+    "                        partner valid)\n"
     "Series:\n"
     "  --series FIRST LAST   the numbered files from FIRST to LAST\n"
     "  --increment K         every K-th file (1)\n"
@@ -285,6 +288,8 @@ int ParseOptions(int argc, char** argv, Options& o, std::string& error) {
             ok = Text(args, a, &o.output, error);
         } else if (a == "--cf") {
             ok = Text(args, a, &o.cf, error);
+        } else if (a == "--ptv") {
+            ok = Text(args, a, &o.ptv, error);
         } else if (a == "--velocity") {
             o.velocity = true;
         } else if (a == "--series") {
@@ -321,6 +326,9 @@ int ParseOptions(int argc, char** argv, Options& o, std::string& error) {
     }
     if (v.off && v.any())
         return error = "--no-validation cannot be combined with other validation switches",
+               tool::kUsage;
+    if (!o.ptv.empty() && (o.series || o.velocity))
+        return error = "--ptv tracks one pair in pixels: not with --series or --velocity",
                tool::kUsage;
     if (const int bad = CheckShardOptions(o, files, error)) return bad;
     if (o.mergeStats) return tool::kOk;

@@ -39,6 +39,7 @@ struct Options {
     std::string mask;
     std::string output;  // one pair: the result file
     std::string cf;      // one pair: the CF file beside it
+    std::string ptv;     // one pair: the particle tracks
     std::string first, second;
     // Frames of multi-frame files, counted from 1; 0 when not chosen.
     int frameA = 0, frameB = 0;

@@ -45,6 +45,9 @@ public:
     // and renamed. False with "writing PATH failed: why" in `error`.
     bool save(const std::string& path, const std::string& format, std::string& error);
     PIV_Data2D& result() { return m_result; }
+    // The frames of the last evaluation and the mask; null for none.
+    PIV_ImagePair& pair() { return m_pair; }
+    const Image2D* mask() const { return m_haveMask ? &m_mask : nullptr; }
 
 private:
     bool load(const FrameRef& a, const FrameRef& b, PairResult& r);

@@ -10,6 +10,7 @@
 
 #include "eval_input.h"
 #include "eval_options.h"
+#include "eval_ptv.h"
 #include "eval_run.h"
 #include "eval_shards.h"
 #include "piv_data2d_stats.h"
@@ -75,6 +76,11 @@ int OnePair(const eval_tool::Options& o, eval_tool::Evaluator& evaluator) {
     const std::string ext = tool::Extension(o.output);
     if (!evaluator.save(o.output, ext.substr(1), error)) return Fail(tool::kFailed, error);
     if (!o.cf.empty() && !evaluator.save(o.cf, "cf", error)) return Fail(tool::kFailed, error);
+    std::string tracked;
+    if (!o.ptv.empty() && !eval_tool::TrackParticles(evaluator, o.ptv, tracked, error))
+        return Fail(tool::kFailed, error);
+    if (!o.ptv.empty() && !o.quiet)
+        std::fprintf(stderr, "%s: %s\n", o.ptv.c_str(), tracked.c_str());
     return tool::kOk;
 }
 
@@ -221,7 +227,7 @@ int CheckOutputs(const eval_tool::Options& o) {
         const std::string why = eval_tool::UnwritableFolder(o.outputDir);
         return why.empty() ? tool::kOk : Fail(tool::kUsage, "cannot write results: " + why);
     }
-    for (const std::string* path : {&o.output, &o.cf}) {
+    for (const std::string* path : {&o.output, &o.cf, &o.ptv}) {
         if (path->empty()) continue;
         const std::string why = eval_tool::UnwritablePath(*path);
         if (!why.empty()) return Fail(tool::kUsage, "cannot write " + *path + ": " + why);
