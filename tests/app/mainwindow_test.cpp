@@ -197,6 +197,25 @@ TEST_F(MainWindow, CtrlSWritesNetCDFThatReadsBackAndEachFormatItsSuffix) {
         EXPECT_TRUE(c.atStart ? at == 0 : at != std::string::npos) << c.name;
     }
     EXPECT_EQ(vectors(*w->dataObject()->data(0)), saved);
+
+    // An existing file is overwritten only when the user says so.
+    const std::string before = test_support::ReadBytes(file("out1.plt"));
+    for (const char* answer : {"Cancel", "Yes, overwrite!"}) {
+        BoxWatcher box(answer);
+        EXPECT_EQ(w->data()->slotFileSaveDataAs(path("out1.plt"), 0, false, false),
+                  answer[0] == 'Y');
+        EXPECT_EQ(box.texts, QStringList{"Overwrite existing file:\n'" + path("out1.plt") + "'"});
+        EXPECT_EQ(test_support::ReadBytes(file("out1.plt")) == before, answer[0] == 'C');
+    }
+    // The parameters go beside the data under the pair's name, and read back.
+    ASSERT_TRUE(w->data()->doParameterFileIO(1));
+    PIV_Parameters read;
+    ASSERT_TRUE(read.read(file("run0001a.par").c_str()));
+    // The node grid is worked out from the image at the next run, not read.
+    PIVEVAL_CFG stored = read.pivEvalCfg();
+    const PIVEVAL_CFG session = w->dataObject()->parameters(0)->pivParameters().eval;
+    stored.grid = session.grid;
+    EXPECT_TRUE(PIV::SameRecord(stored, session));
 }
 
 // Files that do not read, dropped on an evaluated pair: one box names the
