@@ -6,7 +6,6 @@
 
 #include <cmath>
 #include <cstring>
-#include <random>
 #include <vector>
 
 #include "eval_test_support.h"
@@ -54,13 +53,6 @@ Measured MeasureShift(int mode, double dx, double dy) {
     return m;
 }
 
-std::vector<float> Noise(size_t n, unsigned seed) {
-    std::mt19937 rng(seed);
-    std::uniform_real_distribution<float> u(0.0f, 255.0f);
-    std::vector<float> v(n);
-    for (float& x : v) x = u(rng);
-    return v;
-}
 
 }  // namespace
 
@@ -251,8 +243,8 @@ TEST(ScanCorr, VectorLoopsGiveThePlainBits) {
         for (int w : {1, 7, 33})
             for (int r : {0, 3, 8}) {
                 const int aw = w + 2 * r + 1, ah = 3 + 2 * (1 + r) + 1;
-                const Image2D a = ToImage(Noise(size_t(w) * 3, w), w, 3, IMAGE_FLOAT);
-                const Image2D b = ToImage(Noise(size_t(aw) * ah, r), aw, ah, IMAGE_FLOAT);
+                const Image2D a = ToImage(eval_test::RandomValues(size_t(w) * 3, w, 0.0f, 255.0f), w, 3, IMAGE_FLOAT);
+                const Image2D b = ToImage(eval_test::RandomValues(size_t(aw) * ah, r, 0.0f, 255.0f), aw, ah, IMAGE_FLOAT);
                 for (int mode : {2, 3, 4}) {
                     SCOPED_TRACE(testing::Message() << "w " << w << " r " << r << " mode " << mode);
                     PIV_Corr2D_MQD mqd;

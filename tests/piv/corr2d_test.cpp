@@ -5,7 +5,6 @@
 
 #include <algorithm>
 #include <cmath>
-#include <random>
 #include <vector>
 
 #include "eval_test_support.h"
@@ -24,13 +23,6 @@ synth::SyntheticPair ParticlePair(int size, double dx, double dy) {
                                     synth::UniformFlow(dx, dy));
 }
 
-std::vector<float> RandomValues(size_t n, unsigned seed) {
-    std::mt19937 rng(seed);
-    std::uniform_real_distribution<float> u(0.0f, 1.0f);
-    std::vector<float> v(n);
-    for (float& x : v) x = u(rng);
-    return v;
-}
 
 }  // namespace
 
@@ -88,7 +80,7 @@ TEST(Corr2D, SamplePositions) {
 // coefficient reaches exactly 1 at (dx, dy) in FFT order.
 TEST(Corr2D, FFTCorrelationOfCircularShift) {
     const int n = 32;
-    const std::vector<float> a = RandomValues(size_t(n) * n, 5);
+    const std::vector<float> a = eval_test::RandomValues(size_t(n) * n, 5);
     const struct {
         int dx, dy, mode;
     } cases[] = {{5, 3, PIV::CORR_CROSS}, {-4, 7, PIV::CORR_CROSS}, {0, -9, PIV::CORR_CROSS},
@@ -120,7 +112,7 @@ TEST(Corr2D, FFTCorrelationOfCircularShift) {
 // Both windows empty, or a constant one against particles.
 TEST(Corr2D, EmptyOrConstantWindowDoesNotCorrelate) {
     const int n = 16;
-    const std::vector<float> noise = RandomValues(size_t(n) * n, 9);
+    const std::vector<float> noise = eval_test::RandomValues(size_t(n) * n, 9);
     for (const float level : {0.0f, 7.0f}) {
         PIV_Corr2D corr;
         corr.setPivEvalCfg(eval_test::SinglePass(n));

@@ -7,6 +7,7 @@
 #include <algorithm>
 #include <cmath>
 #include <memory>
+#include <random>
 #include <vector>
 
 #include "image2d.h"
@@ -14,6 +15,16 @@
 #include "synthetic_images.h"
 
 namespace eval_test {
+
+// n values drawn evenly from [lo, hi) by a seeded generator: the same on
+// every run.
+inline std::vector<float> RandomValues(size_t n, unsigned seed, float lo = 0.0f, float hi = 1.0f) {
+    std::mt19937 rng(seed);
+    std::uniform_real_distribution<float> u(lo, hi);
+    std::vector<float> v(n);
+    for (float& x : v) x = u(rng);
+    return v;
+}
 
 inline Image2D ToImage(const std::vector<float>& pixels, int w, int h,
                        ImageType type = IMAGE_UINT8) {

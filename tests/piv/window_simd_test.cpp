@@ -5,23 +5,18 @@
 #include <gtest/gtest.h>
 
 #include <cmath>
-#include <random>
 #include <vector>
 
+#include "eval_test_support.h"
 #include "hwy/targets.h"
 #include "piv_corr2d_simd.h"
 #include "piv_peak2d_simd.h"
 
 namespace {
-
+// Values in [-1, 1), the same on every run.
 std::vector<float> Noise(size_t n, unsigned seed) {
-    std::mt19937 rng(seed);
-    std::uniform_real_distribution<float> u(-1.0f, 1.0f);
-    std::vector<float> v(n);
-    for (float& x : v) x = u(rng);
-    return v;
+    return eval_test::RandomValues(n, seed, -1.0f, 1.0f);
 }
-
 }  // namespace
 
 TEST(WindowLoops, VectorLoopsMatchThePlainLoops) {
