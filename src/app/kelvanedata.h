@@ -74,6 +74,10 @@ public slots:
     void slotEvaluateImage();
     void slotPostProcess();
     void slotCancelProcessing();
+    // "PTV scan": tracks the particles of the pair under the field on view,
+    // the post-processed one when there is one; refuses with a box when
+    // there is no pair or no field.
+    void slotPTV_ProcessImage();
 
 signals:
     void signalMessage(const QString& text);

@@ -15,7 +15,9 @@
 #include <QToolBar>
 #include <QUrl>
 
+#include <cstring>
 #include <memory>
+#include <utility>
 
 #include "box_watcher.h"
 #include "command_line.h"
@@ -31,6 +33,8 @@
 #include "piv_params.h"
 #include "piv_record.h"
 #include "pivevalobj.h"
+#include "ptv_data2d.h"
+#include "ptv_eval2d.h"
 #include "qlogbuffer.h"
 #include "qpiv_imagepair.h"
 #include "recentfiles.h"
@@ -147,6 +151,36 @@ TEST_F(MainWindow, ProcessGivesTheLibrarysFieldAndAsksBeforeReplacingIt) {
               QStringList{"Image is already evaluated!\nDo you want to re-evaluate it anyway?"});
     EXPECT_EQ(vectors(*o->data(0)), before);
     EXPECT_EQ(w->statusBar()->currentMessage(), "PIV evaluation not possible");
+}
+
+// "PTV scan" is refused without a pair and without a field; on the
+// evaluated pair it gives the tracks of the library run on the same images
+// and field, record for record: with the flow (3, 2) most are valid.
+TEST_F(MainWindow, PTVScanGivesTheLibrarysTracksOrSaysWhatIsMissing) {
+    auto w = window();
+    KelvaneDataObject* o = w->dataObject();
+    const std::pair<const char*, QString> refusals[] = {
+        {nullptr, "PTV requires PIV image pair"},
+        {"run0001a.tif", "PTV requires evaluated PIV data set"}};
+    for (const auto& r : refusals) {
+        if (r.first) drop(*w, {path(r.first)});
+        BoxWatcher boxes;
+        w->data()->slotPTV_ProcessImage();
+        EXPECT_EQ(boxes.texts, QStringList{r.second});
+        EXPECT_FALSE(o->havePTVdata());
+    }
+    ASSERT_TRUE(evaluate(*w));
+    w->action("actionPTV_ProcessImage")->trigger();
+    ASSERT_TRUE(o->havePTVdata());
+    const PTV_Data2D& tracks = *o->ptvData();
+    PTV_Data2D direct;
+    PTV_Eval2D ptv(&direct);
+    PIV_Data2D* guide = o->haveData(3) ? o->data(3) : o->data(0);
+    ASSERT_TRUE(ptv.process(*o->image(0)->imgA(), *o->image(0)->imgB(), *guide));
+    ASSERT_EQ(tracks.size(), direct.size());
+    EXPECT_GT(tracks.validCount(), tracks.particleCount() / 2);
+    for (size_t k = 0; k < tracks.size(); ++k)
+        EXPECT_EQ(0, std::memcmp(tracks.pairData(k), direct.pairData(k), sizeof(PTV_PAIR))) << k;
 }
 
 // Ctrl+S saves the field under the pair's name as NetCDF; dropped back it
