@@ -1,6 +1,9 @@
 // Particle tracking in the window: the pair and the field of the data object
 // go to the tracking library, the tracks come back into the data object.
 #include <QApplication>
+#include <QFile>
+#include <QFileDialog>
+#include <QMainWindow>
 #include <memory>
 
 #include "kelvanedata.h"
@@ -42,4 +45,22 @@ void KelvaneData::slotPTV_ProcessImage() {
                            .arg(tracks->validCount()));
     m_dataObject->setPTVdata(std::move(tracks), -1);
     emit signalUpdateUI();
+}
+
+void KelvaneData::slotPTV_SaveData() {
+    const QString file =
+        QFileDialog::getSaveFileName(m_window, tr("Save PTV data"), QString(), tr("Text (*.txt)"));
+    if (!file.isEmpty() && overWriteFile(file)) savePTVData(file);
+}
+
+bool KelvaneData::savePTVData(const QString& file) {
+    const std::shared_ptr<const PTV_Data2D> tracks = m_dataObject->ptvData(-1);
+    if (!tracks) return false;
+    if (!tracks->saveASCII(QFile::encodeName(file).constData())) {
+        const QString why = QString::fromLocal8Bit(tracks->error().message());
+        warn(QApplication::applicationName(), tr("Saving PTV data failed:\n%1\n%2").arg(file, why));
+        return false;
+    }
+    emit signalMessage(tr("PTV data saved to %1").arg(file));
+    return true;
 }

@@ -6,8 +6,10 @@
 #include <QComboBox>
 #include <QDir>
 #include <QDropEvent>
+#include <QFile>
 #include <QMimeData>
 #include <QPointer>
+#include <QRegularExpression>
 #include <QSignalSpy>
 #include <QSplashScreen>
 #include <QStatusBar>
@@ -181,6 +183,22 @@ TEST_F(MainWindow, PTVScanGivesTheLibrarysTracksOrSaysWhatIsMissing) {
     EXPECT_GT(tracks.validCount(), tracks.particleCount() / 2);
     for (size_t k = 0; k < tracks.size(); ++k)
         EXPECT_EQ(0, std::memcmp(tracks.pairData(k), direct.pairData(k), sizeof(PTV_PAIR))) << k;
+
+    // Saved, the table has a line per particle, the first at the first
+    // particle's position; a folder that is not there gives a box.
+    EXPECT_TRUE(w->action("actionPTV_SaveData")->isEnabled());
+    ASSERT_TRUE(w->data()->savePTVData(path("tracks.txt")));
+    QFile table(path("tracks.txt"));
+    ASSERT_TRUE(table.open(QIODevice::ReadOnly | QIODevice::Text));
+    QStringList rows = QString::fromLatin1(table.readAll()).split('\n', Qt::SkipEmptyParts);
+    rows = rows.filter(QRegularExpression("^[^#]"));
+    ASSERT_EQ(rows.size(), tracks.particleCount());
+    const QStringList first = rows[0].split(' ', Qt::SkipEmptyParts);
+    EXPECT_NEAR(first[0].toDouble(), tracks.pairData(0)->first.x, 1e-3);
+    EXPECT_NEAR(first[1].toDouble(), tracks.pairData(0)->first.y, 1e-3);
+    BoxWatcher boxes;
+    EXPECT_FALSE(w->data()->savePTVData(path("gone/tracks.txt")));
+    EXPECT_EQ(boxes.texts.size(), 1);
 }
 
 // Ctrl+S saves the field under the pair's name as NetCDF; dropped back it
