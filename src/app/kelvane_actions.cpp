@@ -282,6 +282,8 @@ void Kelvane::connectActions() {
     bindD("actionImageSavePair", &KelvaneData::slotFileSaveImage);
     bindD("actionPIVProcess", &KelvaneData::slotEvaluateImage);
     bindD("actionPostProcess", &KelvaneData::slotPostProcess);
+    bindD("actionPTV_ProcessImage", &KelvaneData::slotPTV_ProcessImage);
+    bindD("actionPTV_SaveData", &KelvaneData::slotPTV_SaveData);
     bind(action(QStringLiteral("actionPIVClearData")), m_dataObject,
          &KelvaneDataObject::slotClearPivData);
     bind(action(QStringLiteral("actionFileExit")), this, &QWidget::close);
@@ -349,6 +351,8 @@ void Kelvane::slotUpdateUI() {
     m_viewSelector->setEnabled(image || o->haveData(0));
     enable("actionPIVCorrelationPlane", dataMode && pair);
     enable("actionPIVProcess", dataMode && pair);
+    enable("actionPTV_ProcessImage", dataMode);
+    enable("actionPTV_SaveData", o->havePTVdata(-1));
     enable("actionPIVHistogram", data && dataMode);
     for (const char* name : {"actionPIVStatistics", "actionPlotVectors", "actionPlotContours",
                              "actionPlotSubtractMean"})

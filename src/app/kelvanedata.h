@@ -54,6 +54,9 @@ public:
     // 0 text (".par" in ASCII), 1 NetCDF.
     void setParameterFileFormat(int format) { m_parFileFormat = format; }
 
+    // The tracks of the view as the text table; a box says why not.
+    bool savePTVData(const QString& file);
+
     void updateKelvaneMode(KelvaneMode mode);
     void closeDialogs();
     void registryIO(MySettings::AccessMode mode);
@@ -74,6 +77,13 @@ public slots:
     void slotEvaluateImage();
     void slotPostProcess();
     void slotCancelProcessing();
+    // "PTV scan": tracks the particles of the pair under the field on view,
+    // the post-processed one when there is one; refuses with a box when
+    // there is no pair or no field.
+    void slotPTV_ProcessImage();
+    // "Save PTV data": the tracks of the view as a text table, one line a
+    // first-frame particle, under a name the user picks.
+    void slotPTV_SaveData();
 
 signals:
     void signalMessage(const QString& text);

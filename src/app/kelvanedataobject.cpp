@@ -5,6 +5,7 @@
 #include <QFileInfo>
 
 #include <algorithm>
+#include <cstring>
 
 #include "image2d.h"
 #include "imagecfg_settings.h"
@@ -16,6 +17,7 @@
 #include "piv_params.h"
 #include "piv_postprocess.h"
 #include "piv_record.h"
+#include "ptv_data2d.h"
 #include "qpiv_imagepair.h"
 
 KelvaneDataObject::KelvaneDataObject(KelvaneState* state, MySettings* settings, QObject* parent)
@@ -119,6 +121,25 @@ void KelvaneDataObject::clearPivData() {
 
 void KelvaneDataObject::clearVectors() {
     for (PIV_Data2D* d : m_data) d->clear();
+    for (auto& tracks : m_ptv) tracks.reset();
+}
+
+// ---- particle tracks ---------------------------------------------------------
+
+bool KelvaneDataObject::havePTVdata(int view) const {
+    const std::shared_ptr<const PTV_Data2D>& tracks = m_ptv[slotOfView(view)];
+    return tracks && tracks->particleCount() > 0;
+}
+
+void KelvaneDataObject::setPTVdata(std::shared_ptr<const PTV_Data2D> tracks, int view) {
+    m_ptv[slotOfView(view)] = std::move(tracks);
+    emit signalHaveNewPTVData(view);
+}
+
+bool KelvaneDataObject::setPTVParameters(const PTV_PARAMS& cfg) {
+    if (std::memcmp(&cfg, &m_ptvParams, sizeof cfg) != 0) m_ptvParams = cfg;
+    emit signalHaveNewPTVParameters();
+    return true;
 }
 
 void KelvaneDataObject::clearAll() {

@@ -7,16 +7,19 @@
 #include <QObject>
 #include <QRect>
 #include <QString>
+#include <memory>
 
 #include "kelvanestate.h"
 #include "mysettings.h"
 #include "piv_error.h"
 #include "piv_types.h"
+#include "ptv_types.h"
 
 class Image2D;
 class PIV3C_Parameters;
 class PIV_Data2D;
 class PIV_Parameters;
+class PTV_Data2D;
 class QPIV_ImagePair;
 struct DIFFERENTIALS;
 
@@ -52,6 +55,18 @@ public:
     bool haveImage(int view = -1) const;
     bool isImagePair() const;
     bool isImageAvailable() const;
+
+    // ---- particle tracks ---------------------------------------------------
+    // A scan's tracks, shared with what draws them and never changed after;
+    // a new field or pair drops them.
+    std::shared_ptr<const PTV_Data2D> ptvData(int view = -1) const {
+        return m_ptv[slotOfView(view)];
+    }
+    bool havePTVdata(int view = -1) const;
+    void setPTVdata(std::shared_ptr<const PTV_Data2D> tracks, int view = -1);
+    const PTV_PARAMS& ptvParameters() const { return m_ptvParams; }
+    // Takes a record that differs; announces the record either way.
+    bool setPTVParameters(const PTV_PARAMS& cfg);
 
     void setEvaluated(bool on);
     void clearPivData();
@@ -180,6 +195,8 @@ private:
 
     PIVerror m_error;
     PIV_Data2D* m_data[4];
+    std::shared_ptr<const PTV_Data2D> m_ptv[4];
+    PTV_PARAMS m_ptvParams;
     PIV_Parameters* m_params[4];
     QPIV_ImagePair* m_images[4];
     KelvaneState* m_state;

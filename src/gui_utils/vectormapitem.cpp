@@ -134,7 +134,10 @@ VectorMapItem::ColourGroup& VectorMapItem::group(QRgb rgb) const {
 }
 
 void VectorMapItem::paintVector(const PIV_VECTOR& vector) const {
-    const QPointF node(vector.ix, vector.iy);
+    paintVector(vector, QPointF(vector.ix, vector.iy));
+}
+
+void VectorMapItem::paintVector(const PIV_VECTOR& vector, const QPointF& node) const {
     if (vector.flag & VECTOR_OUTLIER) {
         if (m_cfg.OutlierDisplay == OUTLIERS_HIDE) return;
         if (m_cfg.OutlierDisplay == OUTLIERS_MARK_X) {

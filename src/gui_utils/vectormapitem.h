@@ -98,6 +98,8 @@ protected:
     // Adds one vector's arrow or cross to its colour group, in this order:
     // outlier display and zero vectors, offset, colour, arrow geometry.
     void paintVector(const PIV_VECTOR& vector) const;
+    // The same, drawn from a point between the pixels (a particle's centre).
+    void paintVector(const PIV_VECTOR& vector, const QPointF& node) const;
     // The offset paintVector subtracts when the record asks for the mean.
     void setMeanOffset(const PIV_VECTOR& mean) const { m_mean = mean; }
     // The mean of the enabled, not outlier vectors of the three triples.

@@ -6,8 +6,10 @@
 #include <QComboBox>
 #include <QDir>
 #include <QDropEvent>
+#include <QFile>
 #include <QMimeData>
 #include <QPointer>
+#include <QRegularExpression>
 #include <QSignalSpy>
 #include <QSplashScreen>
 #include <QStatusBar>
@@ -15,6 +17,7 @@
 #include <QToolBar>
 #include <QUrl>
 
+#include <cstring>
 #include <memory>
 
 #include "box_watcher.h"
@@ -31,6 +34,8 @@
 #include "piv_params.h"
 #include "piv_record.h"
 #include "pivevalobj.h"
+#include "ptv_data2d.h"
+#include "ptv_eval2d.h"
 #include "qlogbuffer.h"
 #include "qpiv_imagepair.h"
 #include "recentfiles.h"
@@ -147,6 +152,47 @@ TEST_F(MainWindow, ProcessGivesTheLibrarysFieldAndAsksBeforeReplacingIt) {
               QStringList{"Image is already evaluated!\nDo you want to re-evaluate it anyway?"});
     EXPECT_EQ(vectors(*o->data(0)), before);
     EXPECT_EQ(w->statusBar()->currentMessage(), "PIV evaluation not possible");
+}
+
+// "PTV scan" is refused without a pair and without a field; on the
+// evaluated pair it gives the tracks of the library run on the same images
+// and field, most of them valid under the flow (3, 2). Saved, the table has
+// a line per particle, the first at the first particle; a missing folder
+// gives a box.
+TEST_F(MainWindow, PTVScanGivesTheLibrarysTracksOrSaysWhatIsMissing) {
+    auto w = window();
+    KelvaneDataObject* o = w->dataObject();
+    for (const char* r : {"PTV requires PIV image pair", "PTV requires evaluated PIV data set"}) {
+        BoxWatcher boxes;
+        w->data()->slotPTV_ProcessImage();
+        EXPECT_EQ(boxes.texts, QStringList{r});
+        drop(*w, {path("run0001a.tif")});
+    }
+    ASSERT_TRUE(evaluate(*w));
+    w->action("actionPTV_ProcessImage")->trigger();
+    ASSERT_TRUE(o->havePTVdata());
+    const PTV_Data2D& tracks = *o->ptvData();
+    PTV_Data2D direct;
+    PTV_Eval2D ptv(&direct);
+    ASSERT_TRUE(ptv.process(*o->image(0)->imgA(), *o->image(0)->imgB(),
+                            *(o->haveData(3) ? o->data(3) : o->data(0))));
+    ASSERT_EQ(tracks.size(), direct.size());
+    EXPECT_GT(tracks.validCount(), tracks.particleCount() / 2);
+    for (size_t k = 0; k < tracks.size(); ++k)
+        EXPECT_EQ(0, std::memcmp(tracks.pairData(k), direct.pairData(k), sizeof(PTV_PAIR))) << k;
+
+    ASSERT_TRUE(w->data()->savePTVData(path("tracks.txt")));
+    QFile table(path("tracks.txt"));
+    ASSERT_TRUE(table.open(QIODevice::ReadOnly | QIODevice::Text));
+    const QStringList rows = QString::fromLatin1(table.readAll())
+                                 .split('\n', Qt::SkipEmptyParts)
+                                 .filter(QRegularExpression("^[^#]"));
+    ASSERT_EQ(rows.size(), tracks.particleCount());
+    EXPECT_TRUE(rows[0].startsWith(
+        QString::asprintf("%.3f %.3f ", tracks.pairData(0)->first.x, tracks.pairData(0)->first.y)));
+    BoxWatcher boxes;
+    EXPECT_FALSE(w->data()->savePTVData(path("gone/tracks.txt")));
+    EXPECT_EQ(boxes.texts.size(), 1);
 }
 
 // Ctrl+S saves the field under the pair's name as NetCDF; dropped back it

@@ -14,6 +14,8 @@
 #include "offscreen_app.h"
 #include "piv_data2d.h"
 #include "pivvectormapitem.h"
+#include "ptv_data2d.h"
+#include "ptvvectormapitem.h"
 #include "randompivvectormapitem.h"
 #include "refvectoritem.h"
 
@@ -170,6 +172,31 @@ TEST_F(Items, ProbedVectorsTakeTheirMagnitudeColourUntilCleared) {
     EXPECT_EQ(countNear(paintItem(item, 64, 48), 48, 34, 3, kRed), 0);
     item.clearVectors();
     EXPECT_EQ(countNear(paintItem(item, 64, 48), 14, 37, 3, 0xff808080), 0);
+}
+
+// At stretch 4 a valid pair at (10.5, 20.5) moved (4, -2) has its shaft
+// through (18.5, 24.5); one beyond the valid radius at (40, 10) is crossed
+// in red; a particle without partner draws nothing.
+TEST_F(Items, TracksDrawValidPairsAsArrowsAndCrossTheRest) {
+    auto tracks = std::make_shared<PTV_Data2D>();
+    ASSERT_TRUE(tracks->resize(3));
+    const float rows[3][5] = {{10.5f, 20.5f, 4, -2, 1}, {40, 10, 3, 0, 0}, {40, 36, 0, 0, 0}};
+    for (int k = 0; k < 3; k++) {
+        PTV_PAIR& p = *tracks->pairData(k);
+        p.first.id = k, p.second.id = k < 2 ? k : -1;
+        p.first.x = rows[k][0], p.first.y = rows[k][1], p.dx = rows[k][2], p.dy = rows[k][3];
+        p.valid = int32_t(rows[k][4]);
+    }
+    PTVVectorMapItem item;
+    PIVPLOT::VECTOR_CFG cfg = arrows(VCC_GREEN);
+    cfg.OutlierDisplay = OUTLIERS_MARK_X;
+    PIVPLOT::COLOR_CFG colors;
+    colors.Outlier = 0xff0000;
+    item.setColorCfg(colors), item.setVectorCfg(cfg), item.setData(tracks);
+    const QImage image = paintItem(item, 64, 48);
+    EXPECT_GT(countNear(image, 18.5, 24.5, 1, kGreen), 0);
+    EXPECT_GT(countNear(image, 43, 13, 1, kRed), 0);
+    EXPECT_EQ(countNear(image, 46, 10, 1.5, kGreen) + countNear(image, 40, 36, 5, kRed), 0);
 }
 
 TEST_F(Items, ValidationColourFollowsTheStatusBits) {
