@@ -118,10 +118,6 @@ float _GetCornerDifferential(const DIFFERENTIALS& d, int coding) {
 
 namespace {
 
-void setText(char* buffer, const char* text) {
-    PIV::CopyText(buffer, PIVPLOT::TextLength, text);
-}
-
 PIVPLOT::LUT_CFG colourBar(int choice, double maxValue, double increment) {
     PIVPLOT::LUT_CFG l;
     l.PalLength = 256;
@@ -149,8 +145,8 @@ PIVPLOT::LUT_CFG colourBar(int choice, double maxValue, double increment) {
 PIVPLOT::AXIS_CFG axis(const char* title, const char* physTitle) {
     PIVPLOT::AXIS_CFG a;
     a.ShowTitle = true;
-    setText(a.Title, title);
-    setText(a.PhysTitle, physTitle);
+    PIV::CopyText(a.Title, title);
+    PIV::CopyText(a.PhysTitle, physTitle);
     a.TitleSize = 12;
     a.LabelSize = 10;
     a.MinorTicks = 4;
@@ -167,7 +163,7 @@ PIVPLOT::AXIS_CFG axis(const char* title, const char* physTitle) {
 
 PIVPLOT::PLOT_CFG PIVPLOT::DefaultPlotCfg() {
     PLOT_CFG c;
-    setText(c.Font, "Sans");
+    PIV::CopyText(c.Font, "Sans");
     for (ANNOTATION_CFG* a : {&c.logo, &c.background, &c.overlay, &c.title, &c.subTitle}) {
         a->Size = 12;
         a->PosX = 20;
@@ -201,8 +197,8 @@ PIVPLOT::PLOT_CFG PIVPLOT::DefaultPlotCfg() {
     REFVECTOR_CFG& r = c.refVector;
     r.PosX = r.PosY = 20;
     r.PixelShift = r.Velocity = r.PhysShift = 10;
-    setText(r.ShiftUnit, "mm");
-    setText(r.VelUnit, "m/s");
+    PIV::CopyText(r.ShiftUnit, "mm");
+    PIV::CopyText(r.VelUnit, "m/s");
     r.FontSize = 10;
     r.Color = 0xff000000;
     r.ColorBkgd = 0xffffffff;
