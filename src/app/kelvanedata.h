@@ -165,9 +165,9 @@ private:
     void applyImageCfg();
     void applyPostProcessCfg();
     void applyCalibration();
-    // Mends the dialog's evaluation block as the library would and says what
-    // it changed; true when nothing needed mending.
-    bool checkEvalCfg(PIVEVAL_CFG& cfg);
+    // Mends the dialog's evaluation block (unless null) and units as the
+    // library would and says what it changed; true when nothing needed it.
+    bool mendParameters(PIVEVAL_CFG* eval, PIVCONVERT_CFG& convert);
     // The session's records in the dialog's form.
     void fillSetupDlg();
     // A status line for a vector: "Dx=.. Dy=.. (SNR=..) Vel=.., .. unit".

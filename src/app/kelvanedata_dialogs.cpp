@@ -4,6 +4,7 @@
 #include <QApplication>
 #include <QMainWindow>
 #include <QStringList>
+#include <cstring>
 
 #include "image2d.h"
 #include "imagepreprocessdlg.h"
@@ -12,6 +13,7 @@
 #include "kelvanedataobject.h"
 #include "piv_data2d.h"
 #include "piv_params.h"
+#include "piv_units.h"
 #include "pivcalib2cdlg.h"
 #include "pivevalobj.h"
 #include "pivpostprocessdlg.h"
@@ -76,28 +78,49 @@ void KelvaneData::slotUpdatePivParameters() {
     m_postDlg->setRecord(m_dataObject->postProcessCfg());
 }
 
-bool KelvaneData::checkEvalCfg(PIVEVAL_CFG& cfg) {
-    PIVEVAL_CFG mended = cfg;
-    PIV_Parameters::checkPivEvalCfg(mended);
-    // The FFT size follows the window size without a word: it is derived.
+bool KelvaneData::mendParameters(PIVEVAL_CFG* eval, PIVCONVERT_CFG& convert) {
+    QStringList reasons;
+    if (eval) {
+        PIVEVAL_CFG& cfg = *eval;
+        PIVEVAL_CFG mended = cfg;
+        PIV_Parameters::checkPivEvalCfg(mended);
+        // The FFT size follows the window size without a word: it is derived.
+        const struct {
+            const char* name;
+            const int32_t* asked;
+            const int32_t* taken;
+        } groups[] = {
+            {"Window size", &cfg.SampleSize.width, &mended.SampleSize.width},
+            {"Grid step", &cfg.grid.step.width, &mended.grid.step.width},
+            {"Window offset", &cfg.SampleOffset.x, &mended.SampleOffset.x},
+            {"First node", &cfg.grid.first.x, &mended.grid.first.x},
+            {"Nodes", &cfg.grid.nodes.width, &mended.grid.nodes.width},
+            {"Image size", &cfg.grid.imageSize.width, &mended.grid.imageSize.width},
+        };
+        for (const auto& g : groups)
+            if (triple(g.asked) != triple(g.taken))
+                reasons << tr("%1 %2 is not possible, set to %3")
+                               .arg(tr(g.name), triple(g.asked), triple(g.taken));
+        cfg = mended;
+    }
+    // A unit the tables do not know becomes the one they fall back to.
+    PIVCONVERT_CFG known = convert;
+    PIV::UpdateConversionFactors(&known);
     const struct {
         const char* name;
-        const int32_t* asked;
-        const int32_t* taken;
-    } groups[] = {
-        {"Window size", &cfg.SampleSize.width, &mended.SampleSize.width},
-        {"Grid step", &cfg.grid.step.width, &mended.grid.step.width},
-        {"Window offset", &cfg.SampleOffset.x, &mended.SampleOffset.x},
-        {"First node", &cfg.grid.first.x, &mended.grid.first.x},
-        {"Nodes", &cfg.grid.nodes.width, &mended.grid.nodes.width},
-        {"Image size", &cfg.grid.imageSize.width, &mended.grid.imageSize.width},
+        const char* asked;
+        const char* taken;
+    } units[] = {
+        {"Length unit", convert.LengthConversionUnits, known.LengthConversionUnits},
+        {"Velocity unit", convert.VelocityUnits, known.VelocityUnits},
+        {"Displacement unit", convert.DisplacementUnits, known.DisplacementUnits},
     };
-    QStringList reasons;
-    for (const auto& g : groups)
-        if (triple(g.asked) != triple(g.taken))
-            reasons << tr("%1 %2 is not possible, set to %3")
-                           .arg(tr(g.name), triple(g.asked), triple(g.taken));
-    cfg = mended;
+    for (const auto& u : units)
+        if (std::strcmp(u.asked, u.taken) != 0)
+            reasons << tr("%1 '%2' is not known, set to '%3'")
+                           .arg(tr(u.name), QString::fromLatin1(u.asked),
+                                QString::fromLatin1(u.taken));
+    convert = known;
     if (reasons.isEmpty()) return true;
     const QString text = tr("Parameters corrected:\n") + reasons.join('\n');
     emit signalLogMessage(text);
@@ -114,10 +137,9 @@ void KelvaneData::slotGetParamsFromDialog() {
     PIV_PARAMETERS a = m_dataObject->parameters(0)->pivParameters();
     PIV_PARAMETERS b = m_dataObject->parameters(1)->pivParameters();
     // A field read from a file keeps the settings it was made with.
-    if (m_dataObject->isFileData(0) || m_setupDlg->isFileOnly())
-        cfg.eval = a.eval;
-    else
-        checkEvalCfg(cfg.eval);
+    const bool fileData = m_dataObject->isFileData(0) || m_setupDlg->isFileOnly();
+    if (fileData) cfg.eval = a.eval;
+    mendParameters(fileData ? nullptr : &cfg.eval, cfg.convert);
     const bool changed =
         !PIV::SameRecord(cfg.eval, a.eval) || !PIV::SameRecord(cfg.convert, a.convert) ||
         !PIV::SameRecord(cfg.differentiate, a.differentiate) ||

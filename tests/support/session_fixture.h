@@ -22,8 +22,9 @@ protected:
     static void SetUpTestSuite() { EnsureOffscreenApplication(); }
 
     // A pair of 128 px squared moving (dx, dy) image pixels, to be evaluated
-    // in a single pass of 32 px windows offset by the whole pixels of the
-    // shift, so that the peak fit sees only the fraction; no validation.
+    // in a single pass of 64 px windows on a 16 px grid, offset by the whole
+    // pixels of the shift so that the peak fit sees only the fraction; no
+    // validation.
     void loadPair(double dx, double dy) {
         const std::string a = dir.file("run0001a.tif"), b = dir.file("run0001b.tif");
         ASSERT_TRUE(test_support::WriteShiftedTiffPair(a, b, 128, dx, dy));
@@ -32,7 +33,8 @@ protected:
         PIV_PARAMETERS rec = object.parameters(0)->pivParameters();
         rec.eval.Method = PIV::METHOD_SINGLE_PASS;
         rec.eval.SampleOffset = POINT3D{int(dx), int(dy), 0};
-        rec.eval.SampleSize = rec.eval.FFTSize = SIZE3D{64, 64, 1};
+        rec.eval.SampleSize.width = rec.eval.SampleSize.height = 64;
+        rec.eval.FFTSize = rec.eval.SampleSize;
         rec.outlier.Enable = false;
         object.setPivParameters(rec, rec);
         object.setKelvaneMode(MODE_DATA);
