@@ -2,6 +2,7 @@
 
 #include <QFormLayout>
 #include <QGroupBox>
+#include <QHBoxLayout>
 #include <QScrollArea>
 #include <QTabWidget>
 #include <QVBoxLayout>
@@ -27,10 +28,17 @@ QFormLayout* addGroup(QFormLayout* page, const QString& title) {
 
 void addTriple(RecordForm& form, QFormLayout* rows, const QString& label, const int32_t* first,
                int count, int minimum) {
-    static const char* const kAxes[] = {"X", "Y", "Z", "T", "5", "6"};
-    for (int i = 0; i < count; ++i)
-        form.integer(rows, QStringLiteral("%1 %2").arg(label, QLatin1String(kAxes[i])), first + i,
-                     minimum);
+    static const char* const kAxes[] = {"X", "Y", "Z"};
+    auto* line = new QWidget;
+    auto* across = new QHBoxLayout(line);
+    across->setContentsMargins(0, 0, 0, 0);
+    for (int i = 0; i < count; ++i) {
+        auto* axis = new QFormLayout;
+        across->addLayout(axis);
+        QWidget* spin = form.integer(axis, QLatin1String(kAxes[i]), first + i, minimum);
+        spin->setObjectName(QStringLiteral("%1 %2").arg(label, QLatin1String(kAxes[i])));
+    }
+    rows->addRow(label, line);
 }
 
 }  // namespace DialogPages

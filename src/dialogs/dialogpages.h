@@ -17,7 +17,8 @@ namespace DialogPages {
 
 QFormLayout* addPage(QTabWidget* tabs, const QString& title);
 QFormLayout* addGroup(QFormLayout* page, const QString& title);
-// One spin box a component, in the record's order: "label X", "label Y"...
+// One row of spin boxes, a component each in the record's order; each box
+// is named "label X", "label Y"...
 void addTriple(RecordForm& form, QFormLayout* rows, const QString& label, const int32_t* first,
                int count = 3, int minimum = -1000000);
 

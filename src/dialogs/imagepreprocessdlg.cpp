@@ -93,7 +93,7 @@ ImagePreProcessDlg::ImagePreProcessDlg(QWidget* parent) : QDialog(parent) {
             &ImagePreProcessDlg::signalChooseReferenceImage);
     tabs->setCornerWidget(reference);
     finishDialog(this, tabs);
-    resize(520, 600);
+    resize(700, 600);
     setRecord(m_cfg);
 }
 

@@ -103,8 +103,7 @@ PivSetupDlg::PivSetupDlg(QWidget* parent) : QDialog(parent) {
     addTriple(f, g, tr("Scan range"), &e.ScanRange.width);
     addTriple(f, g, tr("Window offset"), &e.SampleOffset.x);
     f.integer(g, tr("Passes"), &e.Passes);
-    f.choice(g, tr("Speed optimization"), &e.SpeedOptimization, {tr("None"), tr("Fast"),
-                                                                  tr("Fastest")});
+    f.integer(g, tr("Speed optimization"), &e.SpeedOptimization);
     f.choice(g, tr("Correlation window"), &e.CorrFilter_WindowType,
              {tr("None"), tr("Tukey"), tr("Blackman"), tr("Hann"), tr("Hamming"), tr("Cosine"),
               tr("Gaussian"), tr("LFC 1"), tr("LFC 2"), tr("LFC 3")});
@@ -200,7 +199,7 @@ PivSetupDlg::PivSetupDlg(QWidget* parent) : QDialog(parent) {
     layout->addWidget(tabs);
     layout->addWidget(m_multiplePeaks);
     layout->addWidget(buttons);
-    resize(520, 640);
+    resize(760, 640);
     setRecord(m_cfg);
 }
 

@@ -8,19 +8,23 @@
 #include <cstring>
 
 #include "box_watcher.h"
+#include "image2ditem.h"
 #include "imagepreprocessdlg.h"
+#include "imageviewer.h"
 #include "piv_data2d.h"
 #include "pivcalib2cdlg.h"
 #include "pivpostprocessdlg.h"
 #include "pivsetupdlg.h"
+#include "pivstatsdlg.h"
 #include "qpiv_imagepair.h"
 #include "session_fixture.h"
 
 namespace {
 
-// The control of the first row labelled `label`.
+// The control named `label`, or that of the first row so labelled.
 template <class Control>
 Control* Field(QWidget* dialog, const QString& label) {
+    if (auto* named = dialog->findChild<Control*>(label)) return named;
     for (QFormLayout* form : dialog->findChildren<QFormLayout*>())
         for (int row = 0; row < form->rowCount(); ++row) {
             QLayoutItem* l = form->itemAt(row, QFormLayout::LabelRole);
@@ -196,4 +200,23 @@ TEST_F(Dialogs, PostProcessingMenuAppliesTheChain) {
     controller.postProcessDlg()->accept();
     EXPECT_TRUE(object.postProcessCfg().MedianApply);
     EXPECT_TRUE(object.haveData(3));
+}
+
+// The statistics name the 5 x 5 grid of the pair; the viewer shows frame A.
+TEST_F(Dialogs, StatisticsAndViewerShowTheSession) {
+    controller.slotPivStats();
+    EXPECT_TRUE(controller.statsDlg()->text().contains("Grid size: 5 x 5"));
+    controller.slotShowImageViewer();
+    EXPECT_EQ(controller.imageViewer()->windowTitle(), "run0001a.tif");
+    EXPECT_EQ(controller.imageViewer()->item()->boundingRect().size(), QSizeF(128, 128));
+}
+
+// Pictures for the README, where asked for: the session's own settings.
+TEST_F(Dialogs, Screenshots) {
+    const QString shots = qEnvironmentVariable("KELVANE_SCREENSHOTS");
+    if (shots.isEmpty()) GTEST_SKIP();
+    controller.slotShowPIVParameters();
+    EXPECT_TRUE(controller.setupDlg()->grab().save(shots + "/piv_parameters.png"));
+    controller.slotOpenImageProcDlg();
+    EXPECT_TRUE(controller.imageDlg()->grab().save(shots + "/image_preprocessing.png"));
 }
