@@ -5,19 +5,19 @@
 #include <QMessageBox>
 #include <QPushButton>
 
+#include "imagepreprocessdlg.h"
+#include "imageviewer.h"
 #include "kelvanedataobject.h"
 #include "loadpairdlg.h"
-#include "imageviewer.h"
 #include "outputdlg.h"
+#include "piv_data2d.h"
+#include "piv_enums.h"
 #include "pivcalib2cdlg.h"
+#include "pivevalobj.h"
 #include "pivpostprocessdlg.h"
 #include "pivprobedlg.h"
 #include "pivsetupdlg.h"
 #include "pivstatsdlg.h"
-#include "imagepreprocessdlg.h"
-#include "piv_data2d.h"
-#include "piv_enums.h"
-#include "pivevalobj.h"
 #include "qtwinprogresstoolbar.h"
 
 KelvaneData::KelvaneData(KelvaneDataObject* dataObject, QMainWindow* window, MySettings* settings)
@@ -132,9 +132,9 @@ void KelvaneData::slotCancelProcessing() {
 
 void KelvaneData::closeDialogs() {
     if (m_loadPairDlg) m_loadPairDlg->hide();
-    for (QWidget* dialog : std::initializer_list<QWidget*>{
-             m_outputDlg, m_setupDlg, m_imageDlg, m_postDlg, m_calibDlg, m_probeDlg, m_statsDlg,
-             m_imageViewer})
+    for (QWidget* dialog :
+         std::initializer_list<QWidget*>{m_outputDlg, m_setupDlg, m_imageDlg, m_postDlg, m_calibDlg,
+                                         m_probeDlg, m_statsDlg, m_imageViewer})
         dialog->hide();
     m_engine->closeDialogs();
 }

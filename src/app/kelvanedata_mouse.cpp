@@ -106,18 +106,18 @@ void KelvaneData::slotProcessMouseMove(QMouseEvent*, QPointF point, bool inImage
         if (pair->isImagePair()) text += tr("  ImgB=%1").arg(double(pair->imgB()->pixel(x, y)));
     }
     bool found = false;
-    const PIV_VECTOR v =
-        field->haveRawData() ? m_dataObject->getNearestVector(FPOINT2D{float(x), float(y)}, &found)
+    const PIV_VECTOR v = field->haveRawData()
+                             ? m_dataObject->getNearestVector(FPOINT2D{float(x), float(y)}, &found)
                              : PIV_VECTOR();
     if (found) {
         const bool speckle = m_dataObject->analysisMode() == PIV::ANALYSIS_SPECKLE;
         const float flip = top ? -1.0f : 1.0f;
-        text += tr(" -> %1(%2,%3 %4)  Status=(%5)")
-                    .arg(speckle ? tr("Shift ") : tr("Vel "))
-                    .arg(significant(speckle ? v.sx : v.u),
-                         significant(flip * (speckle ? v.sy : v.v)),
-                         QString::fromLatin1(speckle ? c.DisplacementUnits : c.VelocityUnits),
-                         QString::fromLatin1(PIV_GetVectorStatus(v.flag)));
+        text +=
+            tr(" -> %1(%2,%3 %4)  Status=(%5)")
+                .arg(speckle ? tr("Shift ") : tr("Vel "))
+                .arg(significant(speckle ? v.sx : v.u), significant(flip * (speckle ? v.sy : v.v)),
+                     QString::fromLatin1(speckle ? c.DisplacementUnits : c.VelocityUnits),
+                     QString::fromLatin1(PIV_GetVectorStatus(v.flag)));
         if (v.residual != 0.0f) text += tr(" Residuals=%1 px").arg(significant(v.residual));
         m_probeDlg->setRecord(v);
     }
@@ -143,10 +143,11 @@ void KelvaneData::sampleAtPoint(const QPointF& point) {
     QString head = tr("# vectors nearest to cursor\n");
     head += tr("# pixel coordinates measured from %1 left (0,0)\n# grid unit: %2\n")
                 .arg(top ? tr("top") : tr("bottom"), QString::fromLatin1(c.LengthConversionUnits));
-    head += speckle ? tr("# displacement unit: %1\n").arg(QString::fromLatin1(c.DisplacementUnits)) +
-                          tr("# imgX imgY  dX dY  physX physY  shiftX shiftY\n")
-                    : tr("# velocity unit: %1\n").arg(QString::fromLatin1(c.VelocityUnits)) +
-                          tr("# imgX imgY  dX dY  physX physY  velX velY\n");
+    head += speckle
+                ? tr("# displacement unit: %1\n").arg(QString::fromLatin1(c.DisplacementUnits)) +
+                      tr("# imgX imgY  dX dY  physX physY  shiftX shiftY\n")
+                : tr("# velocity unit: %1\n").arg(QString::fromLatin1(c.VelocityUnits)) +
+                      tr("# imgX imgY  dX dY  physX physY  velX velY\n");
     emit signalLogMessage(head);
     const int height = m_dataObject->imageSize(-1).height;
     const float flip = top ? -1.0f : 1.0f;
@@ -154,15 +155,14 @@ void KelvaneData::sampleAtPoint(const QPointF& point) {
     for (int r = first; r < first + side; ++r)
         for (int k = left; k < left + side; ++k) {
             const PIV_VECTOR v = field->getVector(k + long(r) * nodes.width);
-            emit signalLogMessage(
-                QStringLiteral("%1 %2  %3 %4  %5 %6  %7 %8")
-                    .arg(v.ix)
-                    .arg(top ? v.iy : height - 1 - v.iy)
-                    .arg(fixed(v.dx, 2), fixed(flip * v.dy, 2),
-                         significant(m_dataObject->physicalX(v.ix)),
-                         significant(m_dataObject->physicalY(v.iy, true)),
-                         significant(speckle ? v.sx : v.u),
-                         significant(flip * (speckle ? v.sy : v.v))));
+            emit signalLogMessage(QStringLiteral("%1 %2  %3 %4  %5 %6  %7 %8")
+                                      .arg(v.ix)
+                                      .arg(top ? v.iy : height - 1 - v.iy)
+                                      .arg(fixed(v.dx, 2), fixed(flip * v.dy, 2),
+                                           significant(m_dataObject->physicalX(v.ix)),
+                                           significant(m_dataObject->physicalY(v.iy, true)),
+                                           significant(speckle ? v.sx : v.u),
+                                           significant(flip * (speckle ? v.sy : v.v))));
             emit signalDrawVector(v, view);
         }
 }

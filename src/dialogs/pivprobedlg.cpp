@@ -15,11 +15,16 @@ PivProbeDlg::PivProbeDlg(QWidget* parent) : QDialog(parent) {
     const struct {
         const float* field;
         const char* label;
-    } reals[] = {{&v.x, "X"},       {&v.y, "Y"},
-                 {&v.dx, "Dx [px]"}, {&v.dy, "Dy [px]"},
-                 {&v.u, "U"},       {&v.v, "V"},
-                 {&v.sx, "Shift X"}, {&v.sy, "Shift Y"},
-                 {&v.corr, "Correlation"}, {&v.snr, "Signal-to-noise ratio"},
+    } reals[] = {{&v.x, "X"},
+                 {&v.y, "Y"},
+                 {&v.dx, "Dx [px]"},
+                 {&v.dy, "Dy [px]"},
+                 {&v.u, "U"},
+                 {&v.v, "V"},
+                 {&v.sx, "Shift X"},
+                 {&v.sy, "Shift Y"},
+                 {&v.corr, "Correlation"},
+                 {&v.snr, "Signal-to-noise ratio"},
                  {&v.residual, "Residuals [px]"}};
     for (const auto& r : reals) f.real(rows, tr(r.label), r.field);
     f.integer(rows, tr("Samples"), &v.count);

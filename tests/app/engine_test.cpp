@@ -35,8 +35,8 @@ protected:
     static void SetUpTestSuite() { EnsureOffscreenApplication(); }
     // A pair of `size` squared with particles moving (3, 2) px, and the method.
     void load(int size, int method, bool outliers, int deformation = 0) {
-        ASSERT_TRUE(
-            test_support::WriteShiftedTiffPair(dir.file("a.tif"), dir.file("b.tif"), size, 3.0, 2.0));
+        ASSERT_TRUE(test_support::WriteShiftedTiffPair(dir.file("a.tif"), dir.file("b.tif"), size,
+                                                       3.0, 2.0));
         ASSERT_TRUE(object.loadPivImage(QString::fromStdString(dir.file("a.tif")),
                                         QString::fromStdString(dir.file("b.tif")), false, 0));
         PIV_PARAMETERS rec = object.parameters(0)->pivParameters();

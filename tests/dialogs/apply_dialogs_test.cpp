@@ -158,9 +158,9 @@ TEST_F(Dialogs, ImageSettingsNameAMissingMaskAndKeepTheImages) {
         controller.imageDlg()->setRecord(cfg);
         controller.imageDlg()->accept();
         const bool found = file != missing;
-        EXPECT_EQ(boxes.texts.join(""),
-                  found ? QString()
-                        : "File does not exist or cannot be read:\n" + QString::fromStdString(file));
+        EXPECT_EQ(boxes.texts.join(""), found ? QString()
+                                              : "File does not exist or cannot be read:\n" +
+                                                    QString::fromStdString(file));
         EXPECT_TRUE(object.haveImage(0));
         EXPECT_EQ(PIV::SameRecord(object.image(0)->imageCfg(), before), !found);
         EXPECT_EQ(object.image(0)->isMaskAvailable(), found);

@@ -28,8 +28,8 @@ protected:
     void loadPair(double dx, double dy) {
         const std::string a = dir.file("run0001a.tif"), b = dir.file("run0001b.tif");
         ASSERT_TRUE(test_support::WriteShiftedTiffPair(a, b, 128, dx, dy));
-        ASSERT_TRUE(object.loadPivImage(QString::fromStdString(a), QString::fromStdString(b),
-                                        false, 0));
+        ASSERT_TRUE(
+            object.loadPivImage(QString::fromStdString(a), QString::fromStdString(b), false, 0));
         PIV_PARAMETERS rec = object.parameters(0)->pivParameters();
         rec.eval.Method = PIV::METHOD_SINGLE_PASS;
         rec.eval.SampleOffset = POINT3D{int(dx), int(dy), 0};
