@@ -4,6 +4,7 @@
 #include <QGraphicsView>
 #include <QVBoxLayout>
 
+#include "image2d.h"
 #include "image2ditem.h"
 
 ImageViewer::ImageViewer(QWidget* parent) : QDialog(parent) {
@@ -18,9 +19,14 @@ ImageViewer::ImageViewer(QWidget* parent) : QDialog(parent) {
     resize(640, 540);
 }
 
-void ImageViewer::setImage(Image2D* image, const QString& title) {
+// The frames of a pair die with the pair, whatever their count says, so the
+// viewer shows a copy of its own: the session may replace its images while
+// the window stays open.
+void ImageViewer::setImage(const Image2D* image, const QString& title) {
     setWindowTitle(title);
-    m_item->updateImage2D(image);
+    Image2D* copy = image ? new Image2D(*image) : nullptr;
+    m_item->updateImage2D(copy);
+    if (copy) copy->release();  // the item holds the only count
     m_item->autoScale();
     m_scene->setSceneRect(m_item->boundingRect());
     m_view->fitInView(m_item, Qt::KeepAspectRatio);

@@ -16,8 +16,8 @@ class ImageViewer : public QDialog {
 public:
     explicit ImageViewer(QWidget* parent = nullptr);
 
-    // Holds a reference to `image` while it is shown; null clears.
-    void setImage(Image2D* image, const QString& title);
+    // Shows a copy of `image`; null clears.
+    void setImage(const Image2D* image, const QString& title);
     const Image2DItem* item() const { return m_item; }
     // The window's size under "/ImageViewer".
     void registryIO(MySettings& settings, MySettings::AccessMode mode);

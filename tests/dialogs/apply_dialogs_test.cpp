@@ -183,11 +183,13 @@ TEST_F(Dialogs, PostProcessingMenuAppliesTheChain) {
     EXPECT_TRUE(object.haveData(3));
 }
 
-// The statistics name the 5 x 5 grid of the pair; the viewer shows frame A.
+// The statistics name the 5 x 5 grid of the pair; the viewer shows frame A
+// and outlives the pair it came from (a reload replaces it).
 TEST_F(Dialogs, StatisticsAndViewerShowTheSession) {
     controller.slotPivStats();
     EXPECT_TRUE(controller.statsDlg()->text().contains("Grid size: 5 x 5"));
     controller.slotShowImageViewer();
+    ASSERT_TRUE(object.reloadImage());
     EXPECT_EQ(controller.imageViewer()->windowTitle(), "run0001a.tif");
     EXPECT_EQ(controller.imageViewer()->item()->boundingRect().size(), QSizeF(128, 128));
 }
