@@ -5,6 +5,7 @@
 #include <QRegularExpression>
 
 #include "piv_data2d.h"
+#include "pivprobedlg.h"
 #include "session_fixture.h"
 
 namespace {
@@ -134,4 +135,5 @@ TEST_F(Probe, MoveReportsPixelsAndTheNearestVector) {
                                   .arg(double(b.pixel(x, y)))))
         << text.toStdString();
     EXPECT_TRUE(text.endsWith("Status=(valid)"));
+    EXPECT_EQ(controller.probeDlg()->record().ix, middle.ix);  // the probe shows the node
 }
