@@ -38,29 +38,34 @@ protected:
 // The status shows the shift in the user's axes: with the origin at the top
 // y counts down the rows as the flow was made; at the bottom it counts up.
 // Two decimals for the shift, one for the signal-to-noise ratio; one window
-// of 64 px offset by the whole pixels finds the shift within 0.03 px.
+// of 64 px offset by the whole pixels finds the shift within 0.03 px. In
+// speckle mode the converted shift is a "Shift", not a velocity.
 TEST_F(Probe, ClickOnANodeCorrelatesItWithYFollowingTheOrigin) {
     const struct {
         bool originTop;
         int row;
         double dy;
-    } cases[] = {{true, middle.iy, -1.40}, {false, 127 - middle.iy, 1.40}};
+        int mode;
+        const char* word;
+    } cases[] = {{true, middle.iy, -1.40, 1, "Vel"},
+                 {false, 127 - middle.iy, 1.40, 1, "Vel"},
+                 {true, middle.iy, -1.40, 3, "Shift"}};
     const QRegularExpression shown(
-        R"(^Pos\((\d+),(\d+)\)  Dx=(-?\d+\.\d\d) Dy=(-?\d+\.\d\d) \(SNR=\d+\.\d\) Vel=)");
+        R"(^Pos\((\d+),(\d+)\)  Dx=(-?\d+\.\d\d) Dy=(-?\d+\.\d\d) \(SNR=\d+\.\d\) (\w+)=)");
     for (const auto& c : cases) {
         object.setOriginTopLeft(c.originTop);
+        object.setAnalysisMode(c.mode);
         status.clear();
         press(Qt::LeftButton, at(middle));
-        ASSERT_EQ(status.count(), 1);
-        const QString text = status.at(0).at(0).toString();
-        const QRegularExpressionMatch m = shown.match(text);
-        ASSERT_TRUE(m.hasMatch()) << text.toStdString();
+        const QRegularExpressionMatch m = shown.match(texts(status).value(0));
+        ASSERT_TRUE(m.hasMatch()) << texts(status).join('|').toStdString();
         EXPECT_EQ(m.captured(1).toInt(), middle.ix);
         EXPECT_EQ(m.captured(2).toInt(), c.row);
         EXPECT_NEAR(m.captured(3).toDouble(), 2.30, 0.03);
         EXPECT_NEAR(m.captured(4).toDouble(), c.dy, 0.03);
+        EXPECT_EQ(m.captured(5), c.word);
     }
-    EXPECT_EQ(drawn.count(), 2);
+    EXPECT_EQ(drawn.count(), 3);
 }
 
 TEST_F(Probe, SamplingGivesTheHeadAndASquareOfNodesInsideTheGrid) {
