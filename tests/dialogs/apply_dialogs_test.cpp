@@ -85,8 +85,9 @@ TEST_F(Dialogs, FileDataKeepTheirEvaluationSettings) {
 }
 
 // Typed values the library cannot run with are mended as its own checks do,
-// and the box says which; "Cancel" changes nothing: windows below 2 px and steps below 1 px take the
+// and the box says which: windows below 2 px and steps below 1 px take the
 // library's defaults, a unit its tables do not know their fall-back.
+// "Cancel" changes nothing.
 TEST_F(Dialogs, BadValuesAreMendedAndNamed) {
     const struct {
         const char* label;
