@@ -40,8 +40,8 @@
 #include "qpiv_imagepair.h"
 #include "recentfiles.h"
 #include "scratch_files.h"
-#include "synthetic_tiff.h"
 #include "synthetic_images.h"
+#include "synthetic_tiff.h"
 
 namespace {
 
@@ -370,8 +370,8 @@ TEST_F(MainWindow, ActionsFollowTheSessionAndSpeckleWantsAReference) {
 
 // Ctrl+C is "Stop" while a run goes on and "Clip LUT" otherwise; never both.
 TEST_F(MainWindow, CtrlCStopsARunAndClipsTheTableWhenIdle) {
-    ASSERT_TRUE(test_support::WriteShiftedTiffPair(file("big0001a.tif"), file("big0001b.tif"),
-                                                   1024, 3.0, 2.0));
+    ASSERT_TRUE(test_support::WriteShiftedTiffPair(file("big0001a.tif"), file("big0001b.tif"), 1024,
+                                                   3.0, 2.0));
     auto w = window();
     ASSERT_TRUE(w->loadFile(path("big0001a.tif")));
     PIV_PARAMETERS rec = w->dataObject()->parameters(0)->pivParameters();

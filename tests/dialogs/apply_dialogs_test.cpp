@@ -74,7 +74,8 @@ TEST_F(Dialogs, FileDataKeepTheirEvaluationSettings) {
     ASSERT_TRUE(controller.loadDataFile(QString::fromStdString(nc), true));
     const PIVEVAL_CFG before = eval();
     controller.slotShowPIVParameters();
-    EXPECT_FALSE(controller.setupDlg()->findChild<QSpinBox*>("Window size X")
+    EXPECT_FALSE(controller.setupDlg()
+                     ->findChild<QSpinBox*>("Window size X")
                      ->isEnabledTo(controller.setupDlg()));
     acceptSetup([](PIVSETUP_CFG& c) {
         c.eval.SampleSize.width = 16;
