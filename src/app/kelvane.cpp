@@ -354,6 +354,8 @@ void Kelvane::slotPreferences() {
     p.MaxThreads = std::min(m_threadCount, PIV::MaxThreadsPossible());
     p.OriginTopLeft = m_dataObject->isOriginTopLeft();
     p.CompressedTIFFOutput = m_dataObject->isTIFFCompression();
+    p.VectorSampling = m_data->isVectorSampling();
+    p.SamplingROI = m_data->samplingROI();
     const IMAGE_CFG image = m_dataObject->image(0)->imageCfg();
     p.InterpolationMethod = image.InterpolationMethod;
     p.InterpolationDegreeIndex = std::max(0, (image.InterpolationDegree - 1) / 2);
@@ -372,6 +374,7 @@ void Kelvane::slotPreferences() {
     m_data->setParameterFileFormat(p.ParFileFormat);
     m_dataObject->setTIFFCompression(p.CompressedTIFFOutput);
     m_dataObject->setOriginTopLeft(p.OriginTopLeft);
+    m_data->setVectorSampling(p.VectorSampling, p.SamplingROI);
     IMAGE_CFG cfg = m_dataObject->image(0)->imageCfg();
     cfg.InterpolationMethod = p.InterpolationMethod;
     cfg.InterpolationDegree = p.InterpolationDegreeIndex * 2 + 1;

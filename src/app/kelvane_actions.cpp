@@ -282,6 +282,12 @@ void Kelvane::connectActions() {
     bindD("actionImageSavePair", &KelvaneData::slotFileSaveImage);
     bindD("actionPIVProcess", &KelvaneData::slotEvaluateImage);
     bindD("actionPostProcess", &KelvaneData::slotPostProcess);
+    bindD("actionPostProcessMenu", &KelvaneData::slotPostProcessMenu);
+    bindD("actionPIVParameters", &KelvaneData::slotShowPIVParameters);
+    bindD("actionImagePreProcess", &KelvaneData::slotOpenImageProcDlg);
+    bindD("actionPIVProbeDlg", &KelvaneData::slotShowProbleDlg);
+    bindD("actionPIVStatistics", &KelvaneData::slotPivStats);
+    bindD("actionImageViewer", &KelvaneData::slotShowImageViewer);
     bindD("actionPTV_ProcessImage", &KelvaneData::slotPTV_ProcessImage);
     bindD("actionPTV_SaveData", &KelvaneData::slotPTV_SaveData);
     bind(action(QStringLiteral("actionPIVClearData")), m_dataObject,

@@ -5,12 +5,19 @@
 #include <QMessageBox>
 #include <QPushButton>
 
+#include "imagepreprocessdlg.h"
+#include "imageviewer.h"
 #include "kelvanedataobject.h"
 #include "loadpairdlg.h"
 #include "outputdlg.h"
 #include "piv_data2d.h"
 #include "piv_enums.h"
+#include "pivcalib2cdlg.h"
 #include "pivevalobj.h"
+#include "pivpostprocessdlg.h"
+#include "pivprobedlg.h"
+#include "pivsetupdlg.h"
+#include "pivstatsdlg.h"
 #include "qtwinprogresstoolbar.h"
 
 KelvaneData::KelvaneData(KelvaneDataObject* dataObject, QMainWindow* window, MySettings* settings)
@@ -38,6 +45,7 @@ KelvaneData::KelvaneData(KelvaneDataObject* dataObject, QMainWindow* window, MyS
     connect(dataObject, &KelvaneDataObject::signalChangedAnalysisMode, this, [this] {
         m_file.setSpeckleMode(m_dataObject->analysisMode() == PIV::ANALYSIS_SPECKLE);
     });
+    createDialogs();
     if (m_settings) registryIO(MySettings::READ);
 }
 
@@ -107,11 +115,10 @@ void KelvaneData::evaluationFinished(bool haveData) {
     if (!haveData && !m_cancelled)
         warn(tr("%1 - Interrogation failed!").arg(QApplication::applicationName()),
              m_engine->lastMessage());
-    emit signalUpdateUI();
-}
-
-void KelvaneData::slotPostProcess() {
-    m_engine->doPostProcessing();
+    if (haveData && m_postDlg->requirePostProcessing()) {
+        m_dataObject->setPostProcessCfg(m_postDlg->record());
+        m_dataObject->doPostProcessing();
+    }
     emit signalUpdateUI();
 }
 
@@ -123,12 +130,12 @@ void KelvaneData::slotCancelProcessing() {
     m_engine->slotAbortProcessing();
 }
 
-// The calibration panel comes with the dialogs; nothing else follows the mode.
-void KelvaneData::updateKelvaneMode(KelvaneMode) {}
-
 void KelvaneData::closeDialogs() {
     if (m_loadPairDlg) m_loadPairDlg->hide();
-    m_outputDlg->hide();
+    for (QWidget* dialog :
+         std::initializer_list<QWidget*>{m_outputDlg, m_setupDlg, m_imageDlg, m_postDlg, m_calibDlg,
+                                         m_probeDlg, m_statsDlg, m_imageViewer})
+        dialog->hide();
     m_engine->closeDialogs();
 }
 
@@ -141,6 +148,7 @@ void KelvaneData::registryIO(MySettings::AccessMode mode) {
     s.serializeInt(mode, QStringLiteral("/Prefs/VectorSamplingROI"), &m_samplingROI);
     s.serializeBool(mode, QStringLiteral("/Output/StoreMagnitude"), &m_storeMagnitude);
     s.serializeInt(mode, QStringLiteral("/Output/Format"), &m_outputFormat);
+    m_imageViewer->registryIO(s, mode);
     if (mode == MySettings::READ) {
         m_file.output().StoreMagnitude = m_storeMagnitude;
         m_file.setFormat(OutputDlg::formatOfIndex(m_outputFormat));

@@ -5,17 +5,28 @@
 #pragma once
 
 #include <QObject>
+#include <QPointF>
+#include <QRect>
 #include <QString>
 
 #include "kelvanefile.h"
 #include "kelvanestate.h"
 #include "mysettings.h"
+#include "piv_types.h"
 
+class ImagePreProcessDlg;
+class ImageViewer;
 class KelvaneDataObject;
 class LoadPairDlg;
 class OutputDlg;
+class PIVCalib2CDlg;
+class PIVPostProcessDlg;
 class PIVevalEngine;
+class PivProbeDlg;
+class PivSetupDlg;
+class PivStatsDlg;
 class QMainWindow;
+class QMouseEvent;
 class QTwinProgressToolBar;
 
 class KelvaneData : public QObject {
@@ -28,6 +39,13 @@ public:
     QTwinProgressToolBar* progressBars() const { return m_bars; }
     OutputDlg* outputDlg() const { return m_outputDlg; }
     LoadPairDlg* loadPairDlg();
+    PivSetupDlg* setupDlg() const { return m_setupDlg; }
+    ImagePreProcessDlg* imageDlg() const { return m_imageDlg; }
+    PIVPostProcessDlg* postProcessDlg() const { return m_postDlg; }
+    PIVCalib2CDlg* calibDlg() const { return m_calibDlg; }
+    PivProbeDlg* probeDlg() const { return m_probeDlg; }
+    PivStatsDlg* statsDlg() const { return m_statsDlg; }
+    ImageViewer* imageViewer() const { return m_imageViewer; }
     KelvaneFile& kelvaneFile() { return m_file; }
     bool isBatchMode() const { return m_batchMode; }
     void setBatchMode(bool on) { m_batchMode = on; }
@@ -57,6 +75,20 @@ public:
     // The tracks of the view as the text table; a box says why not.
     bool savePTVData(const QString& file);
 
+    // ---- probing the field with the mouse ----------------------------------
+    // The vectors of a square of nodes around the one nearest `point`, to the
+    // log and drawn; needs evaluated data and sampling switched on.
+    void sampleAtPoint(const QPointF& point);
+    // Switches the nearest vector of `view` off by hand, or back on.
+    void toggleVectorFlag(const QPointF& point, int view);
+    void setVectorSampling(bool on, int roi) {
+        m_vectorSampling = on;
+        m_samplingROI = roi;
+    }
+    bool isVectorSampling() const { return m_vectorSampling; }
+    int samplingROI() const { return m_samplingROI; }
+    double rulerLength() const { return m_rulerLength; }
+
     void updateKelvaneMode(KelvaneMode mode);
     void closeDialogs();
     void registryIO(MySettings::AccessMode mode);
@@ -76,6 +108,24 @@ public slots:
     // goes on when the engine says it finished.
     void slotEvaluateImage();
     void slotPostProcess();
+    void slotPostProcessMenu();
+    // The parameter dialog, filled from the session; accepting it applies.
+    void slotShowPIVParameters();
+    // Takes the records of the parameter dialog that differ from the session's.
+    void slotGetParamsFromDialog();
+    // New parameters in the session (a file read, a ruler moved) reach the dialogs.
+    void slotUpdatePivParameters();
+    void slotOpenImageProcDlg();
+    void slotShowProbleDlg();
+    void slotPivStats();
+    void slotShowImageViewer();
+    void slotProcessMousePress(QMouseEvent* event, QPointF point, bool inImage);
+    void slotProcessMouseMove(QMouseEvent* event, QPointF point, bool inImage);
+    void slotCorrelateAtPoint(QPointF point);
+    // The scene's origin marker, ruler and region of interest.
+    void slotSetReferencePoint(QPointF point);
+    void slotSetRulerLength(double pixels);
+    void slotSetROI(QRect rect);
     void slotCancelProcessing();
     // "PTV scan": tracks the particles of the pair under the field on view,
     // the post-processed one when there is one; refuses with a box when
@@ -93,6 +143,9 @@ signals:
     void signalUpdateUI();
     void signalRedrawAll();
     void signalNewPivParameters();
+    void signalProcessRightButton(QMouseEvent* event);
+    void signalDrawVector(PIV_VECTOR vector, int view);
+    void signalResetRuler();
     void signalOpenNewWindow(const QString& file);
     void signalAddToRecentFiles(const QString& file);
     void signalAddToRecentImages(const QString& file);
@@ -106,6 +159,19 @@ private:
     // Moves the working directory, the output names and the recent list
     // after an image loaded.
     void imageLoaded(const QString& path);
+    void createDialogs();
+    // Image dialog accepted: a file it names that cannot be read keeps the
+    // images as they are.
+    void applyImageCfg();
+    void applyPostProcessCfg();
+    void applyCalibration();
+    // Mends the dialog's evaluation block (unless null) and units as the
+    // library would and says what it changed; true when nothing needed it.
+    bool mendParameters(PIVEVAL_CFG* eval, PIVCONVERT_CFG& convert);
+    // The session's records in the dialog's form.
+    void fillSetupDlg();
+    // A status line for a vector: "Dx=.. Dy=.. (SNR=..) Vel=.., .. unit".
+    QString vectorText(const PIV_VECTOR& v) const;
 
     KelvaneDataObject* m_dataObject;
     MySettings* m_settings;
@@ -114,6 +180,14 @@ private:
     QTwinProgressToolBar* m_bars;
     OutputDlg* m_outputDlg;
     LoadPairDlg* m_loadPairDlg = nullptr;
+    PivSetupDlg* m_setupDlg = nullptr;
+    ImagePreProcessDlg* m_imageDlg = nullptr;
+    PIVPostProcessDlg* m_postDlg = nullptr;
+    PIVCalib2CDlg* m_calibDlg = nullptr;
+    PivProbeDlg* m_probeDlg = nullptr;
+    PivStatsDlg* m_statsDlg = nullptr;
+    ImageViewer* m_imageViewer = nullptr;
+    double m_rulerPixels = 0.0;  // the ruler's last length in the image
     KelvaneFile m_file;
     QString m_imageFilters, m_fileFilters;
     bool m_batchMode = false;

@@ -55,6 +55,7 @@ QLineEdit* numberEdit(QFormLayout* form, const QString& label, int digits) {
     validator->setLocale(QLocale::c());
     edit->setValidator(validator);
     form->addRow(label, edit);
+    edit->setObjectName(label);
     return edit;
 }
 
@@ -63,6 +64,7 @@ QLineEdit* numberEdit(QFormLayout* form, const QString& label, int digits) {
 QWidget* RecordForm::check(QFormLayout* form, const QString& label, const bool* field) {
     auto* box = new QCheckBox(label);
     form->addRow(box);
+    box->setObjectName(label);
     const auto off = offsetOf(field);
     m_bindings.push_back({[box, off](const char* r) { box->setChecked(at<bool>(r, off)); },
                           [box, off](char* r) { at<bool>(r, off) = box->isChecked(); }});
@@ -74,6 +76,7 @@ QWidget* RecordForm::integer(QFormLayout* form, const QString& label, const int3
     auto* spin = new QSpinBox;
     spin->setRange(minimum, maximum);
     form->addRow(label, spin);
+    spin->setObjectName(label);
     const auto off = offsetOf(field);
     // A stored value outside the control's range is kept unless the user edits it.
     auto original = std::make_shared<int32_t>(0);
@@ -125,6 +128,7 @@ QWidget* RecordForm::colour(QFormLayout* form, const QString& label, const uint3
         if (picked.isValid()) showColour(button, picked.rgba());
     });
     form->addRow(label, button);
+    button->setObjectName(label);
     const auto off = offsetOf(field);
     m_bindings.push_back(
         {[button, off](const char* r) { showColour(button, at<uint32_t>(r, off)); },
@@ -136,6 +140,7 @@ QWidget* RecordForm::text(QFormLayout* form, const QString& label, const char* f
     auto* edit = new QLineEdit;
     edit->setMaxLength(size - 1);
     form->addRow(label, edit);
+    edit->setObjectName(label);
     const auto off = offsetOf(field);
     m_bindings.push_back({[edit, off, size](const char* r) {
                               edit->setText(
@@ -154,6 +159,7 @@ QWidget* RecordForm::choice(QFormLayout* form, const QString& label, const int32
     auto* combo = new QComboBox;
     combo->addItems(names);
     form->addRow(label, combo);
+    combo->setObjectName(label);
     const auto off = offsetOf(field);
     // A value the list does not hold is kept as it is until the user picks one.
     auto original = std::make_shared<int32_t>(0);

@@ -15,6 +15,7 @@
 class QFormLayout;
 class QWidget;
 
+// Each control is named after its label, so that it can be found by it.
 class RecordForm {
 public:
     // `prototype` is the record the field pointers below point into; only the

@@ -26,7 +26,7 @@
 #include "qpiv_imagepair.h"
 #include "qtwinprogresstoolbar.h"
 #include "scratch_files.h"
-#include "synthetic_images.h"
+#include "synthetic_tiff.h"
 
 namespace {
 
@@ -35,16 +35,8 @@ protected:
     static void SetUpTestSuite() { EnsureOffscreenApplication(); }
     // A pair of `size` squared with particles moving (3, 2) px, and the method.
     void load(int size, int method, bool outliers, int deformation = 0) {
-        synth::SynthParams p;
-        p.width = p.height = size;
-        const synth::SyntheticPair pair = synth::RenderPair(p, synth::UniformFlow(3.0, 2.0));
-        for (int frame : {0, 1}) {
-            Image2D image(size, size, IMAGE_UINT8);
-            for (int y = 0; y < size; ++y)
-                for (int x = 0; x < size; ++x)
-                    image.setPixel(x, y, frame ? pair.pixelB(x, y) : pair.pixelA(x, y));
-            ASSERT_TRUE(image.save(dir.file(frame ? "b.tif" : "a.tif").c_str()));
-        }
+        ASSERT_TRUE(test_support::WriteShiftedTiffPair(dir.file("a.tif"), dir.file("b.tif"), size,
+                                                       3.0, 2.0));
         ASSERT_TRUE(object.loadPivImage(QString::fromStdString(dir.file("a.tif")),
                                         QString::fromStdString(dir.file("b.tif")), false, 0));
         PIV_PARAMETERS rec = object.parameters(0)->pivParameters();

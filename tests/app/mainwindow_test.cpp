@@ -41,6 +41,7 @@
 #include "recentfiles.h"
 #include "scratch_files.h"
 #include "synthetic_images.h"
+#include "synthetic_tiff.h"
 
 namespace {
 
@@ -369,16 +370,8 @@ TEST_F(MainWindow, ActionsFollowTheSessionAndSpeckleWantsAReference) {
 
 // Ctrl+C is "Stop" while a run goes on and "Clip LUT" otherwise; never both.
 TEST_F(MainWindow, CtrlCStopsARunAndClipsTheTableWhenIdle) {
-    synth::SynthParams p;
-    p.width = p.height = 1024;
-    const synth::SyntheticPair big = synth::RenderPair(p, synth::UniformFlow(3.0, 2.0));
-    for (int frame : {0, 1}) {
-        Image2D image(1024, 1024, IMAGE_UINT8);
-        for (int y = 0; y < 1024; ++y)
-            for (int x = 0; x < 1024; ++x)
-                image.setPixel(x, y, frame ? big.pixelB(x, y) : big.pixelA(x, y));
-        ASSERT_TRUE(image.save(file(frame ? "big0001b.tif" : "big0001a.tif").c_str()));
-    }
+    ASSERT_TRUE(test_support::WriteShiftedTiffPair(file("big0001a.tif"), file("big0001b.tif"), 1024,
+                                                   3.0, 2.0));
     auto w = window();
     ASSERT_TRUE(w->loadFile(path("big0001a.tif")));
     PIV_PARAMETERS rec = w->dataObject()->parameters(0)->pivParameters();
