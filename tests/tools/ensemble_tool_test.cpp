@@ -1,0 +1,107 @@
+// kelvane-eval --ensemble as a user runs it, on sparse pairs from
+// kelvane-synth: the field and the plane file, and the runs it refuses.
+#include <gtest/gtest.h>
+#include <sys/wait.h>
+
+#include <cstdio>
+#include <cstdlib>
+#include <fstream>
+#include <string>
+#include <vector>
+
+#include "eval_ensemble.h"
+#include "message_capture.h"
+#include "piv_data2d.h"
+#include "piv_params.h"
+#include "scratch_files.h"
+
+using test_support::ScratchDir;
+
+namespace {
+
+// Exit status and standard error of a shell command.
+std::pair<int, std::string> Shell(const std::string& cmd, const ScratchDir& dir) {
+    const int status = std::system((cmd + " 2> '" + dir.file("err.txt") + "'").c_str());
+    return {WIFEXITED(status) ? WEXITSTATUS(status) : -1,
+            test_support::ReadBytes(dir.file("err.txt"))};
+}
+
+// run0001a/b.tif ... of this size, 0.002 particles per pixel, moving (2.3, -1.6).
+void Pairs(const ScratchDir& dir, int from, int to, int size) {
+    for (int i = from; i <= to; i++) {
+        char stem[32];
+        std::snprintf(stem, sizeof(stem), "run%04d", i);
+        const std::string s = dir.file(stem);
+        ASSERT_EQ(
+            Shell(std::string("'") + KELVANE_SYNTH_TOOL + "' --size " + std::to_string(size) +
+                      " --density 0.002 --diameter 3 --dx 2.3 --dy -1.6 --seed " +
+                      std::to_string(i) + " " + s + "a.tif " + s + "b.tif " + dir.file("t.nc"),
+                  dir)
+                .first,
+            0);
+    }
+}
+
+}  // namespace
+
+// Twelve sparse pairs give one field near the flow (dx 2.3, dy +1.6 up), and
+// the plane file that ncdump reads as an ensemble file; the refused runs say
+// why and leave no final file.
+TEST(KelvaneEvalEnsemble, OneFieldFromTheSeriesAndItsRefusals) {
+    ScratchDir dir;
+    Pairs(dir, 1, 12, 256);
+    const std::string eval = std::string("'") + KELVANE_EVAL_TOOL + "' --window 32 --step 16 ";
+    const std::string series = "--series " + dir.file("run0001a.tif") + " ";
+    const auto ok = Shell(eval + series + dir.file("run0012a.tif") +
+                              " --ensemble --ensemble-mode 1 "
+                              "--vary-stride --stride 4 --output-dir " +
+                              dir.file("out"),
+                          dir);
+    ASSERT_EQ(ok.first, 0) << ok.second;
+    PIV_Data2D field;
+    ASSERT_TRUE(field.load(dir.file("out/series_avg.nc").c_str()));
+    double dx = 0.0, dy = 0.0;
+    for (int k = 0; k < field.nodeCount(); k++) {
+        dx += field.data()[k].dx / field.nodeCount();
+        dy += field.data()[k].dy / field.nodeCount();
+    }
+    EXPECT_NEAR(dx, 2.3, 0.05);
+    EXPECT_NEAR(dy, 1.6, 0.05);
+    const auto header =
+        Shell("ncdump -h " + dir.file("out/series_corr.nc") + " > " + dir.file("h.txt"), dir);
+    EXPECT_EQ(header.first, 0);
+    EXPECT_TRUE(HasText(test_support::ReadBytes(dir.file("h.txt")),
+                        "\"Kelvane Ensemble Correlation Data\""));
+
+    Pairs(dir, 13, 13, 128);  // a pair of another size ends the series
+    struct Case {
+        std::string args;
+        int exit;
+        std::string text;
+    } cases[] = {
+        {series + dir.file("run0012a.tif") + " --ensemble --stats", 2,
+         "--stats: both write <stub>_avg.nc"},
+        {"--ensemble " + dir.file("run0001a.tif") + " -o x.nc", 2, "it needs --series FIRST LAST"},
+        {series + dir.file("run0012a.tif") + " --stride 3", 2, "--stride belongs to --ensemble"},
+        {series + dir.file("run0013a.tif") + " --ensemble", 1, dir.file("run0013a.tif")},
+    };
+    for (const Case& c : cases) {
+        const auto r = Shell(eval + c.args + " --output-dir " + dir.file("bad"), dir);
+        EXPECT_EQ(r.first, c.exit) << c.args << "\n" << r.second;
+        EXPECT_TRUE(HasText(r.second, c.text));
+        EXPECT_FALSE(std::ifstream(dir.file("bad/series_avg.nc")).good());
+    }
+    // A stop asked for during the run ends it before anything final.
+    eval_tool::Options o;
+    o.first = dir.file("run0001a.tif");
+    o.last = dir.file("run0012a.tif");
+    o.outputDir = dir.file("stopped");
+    o.quiet = true;
+    PIV_Parameters params;
+    std::string error;
+    int asked = 0;
+    MessageCapture quiet;
+    EXPECT_EQ(eval_tool::RunEnsemble(o, params, error, [&] { return ++asked > 2; }), 1);
+    EXPECT_TRUE(HasText(error, "interrupted"));
+    EXPECT_FALSE(std::ifstream(dir.file("stopped/series_avg.nc")).good());
+}
