@@ -41,6 +41,9 @@ PIVEVAL_CFG _passCfg(PIVEVAL_CFG cfg, const CORR_AVERAGE_PASS& pass) {
 bool PIV_Corr2D_Average::processImageSeries(const FilePairList* list) {
     const auto start = std::chrono::steady_clock::now();
     m_totalTime = 0.0;
+    // The field of an earlier run must not pass for the result of this one.
+    m_data->clear();
+    m_data->setFlagRawData(false);
     if (!buildEnsembleCorrSteps(m_avg.printSteps)) return false;
     const PIVEVAL_CFG base = m_params->pivEvalCfg();
     const std::string stub = m_avg.workFile[0] ? m_avg.workFile : "enscorr";
