@@ -36,8 +36,8 @@ struct CORR_AVERAGE_PARAMS {
     SIZE2D imageTileSize;  // largest tile a plane takes in createImage
     int32_t varyStride;    // early passes take every stride-th pair only
     int32_t stride;        // files skipped in early passes
-    int32_t maxLevels;     // the pyramid stops growing at this many levels
-    float peakRoiFactor;   // the ROI box is this many scan ranges wide
+    int32_t maxLevels;     // a pyramid has no more levels than this
+    float roiScale;        // the dialog's; the library reads peakRoiSize only
     bool peakRoiEnable;
     bool calcAutoCorr;  // sums the autocorrelation planes too
     bool saveData;

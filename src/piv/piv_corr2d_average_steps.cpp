@@ -20,7 +20,7 @@ void CORR_AVERAGE_PARAMS::init() {
     varyStride = 0;
     stride = 10;
     maxLevels = 6;
-    peakRoiFactor = 1.5f;
+    roiScale = 1.5f;
     calcAutoCorr = true;
     saveData = true;
     progressStep = 20;
@@ -80,7 +80,7 @@ std::vector<CORR_AVERAGE_PASS> PIV::BuildEnsembleCorrSteps(const CORR_AVERAGE_PA
     const long p2w = _nextPowerOfTwo(window.width), p2h = _nextPowerOfTwo(window.height);
     const long area = long(start.width) * long(start.height);
     int levels = 2;
-    while ((p2w * levels) * (p2h * levels) < area) levels++;
+    while ((p2w * levels) * (p2h * levels) < area && levels < params.maxLevels) levels++;
     for (int k = levels; k >= 1; k--) {
         const SIZE2D size{int(p2w * k), int(p2h * k)};
         const int stride = params.varyStride ? std::max(2, k * k) : 1;

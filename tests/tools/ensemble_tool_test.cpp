@@ -3,10 +3,10 @@
 #include <gtest/gtest.h>
 #include <sys/wait.h>
 
-#include <cstdio>
 #include <cstdlib>
 #include <fstream>
 #include <string>
+#include <tuple>
 #include <vector>
 
 #include "eval_ensemble.h"
@@ -25,20 +25,16 @@ std::pair<int, std::string> Shell(const std::string& cmd, const ScratchDir& dir)
             test_support::ReadBytes(dir.file("err.txt"))};
 }
 
-// run0001a/b.tif ... of this size, 0.002 particles per pixel, moving (2.3, -1.6).
-void Pairs(const ScratchDir& dir, int from, int to, int size) {
-    for (int i = from; i <= to; i++) {
-        char stem[32];
-        std::snprintf(stem, sizeof(stem), "run%04d", i);
-        const std::string s = dir.file(stem);
-        ASSERT_EQ(
-            Shell(std::string("'") + KELVANE_SYNTH_TOOL + "' --size " + std::to_string(size) +
-                      " --density 0.002 --diameter 3 --dx 2.3 --dy -1.6 --seed " +
-                      std::to_string(i) + " " + s + "a.tif " + s + "b.tif " + dir.file("t.nc"),
-                  dir)
-                .first,
-            0);
-    }
+// run<FROM>a/b.tif .. run<TO>a/b.tif of this size, 0.002 particles per
+// pixel, moving (2.3, -1.6).
+int Pairs(const ScratchDir& dir, int from, int to, int size) {
+    const std::string d = dir.file("");
+    return Shell("for i in $(seq -f %04g " + std::to_string(from) + " " + std::to_string(to) + "); do '" +
+                     KELVANE_SYNTH_TOOL + "' --size " + std::to_string(size) +
+                     " --density 0.002 --diameter 3 --dx 2.3 --dy -1.6 --seed $i " + d + "run${i}a.tif " + d +
+                     "run${i}b.tif " + d + "t.nc > /dev/null || exit 1; done",
+                 dir)
+        .first;
 }
 
 }  // namespace
@@ -48,7 +44,7 @@ void Pairs(const ScratchDir& dir, int from, int to, int size) {
 // why and leave no final file.
 TEST(KelvaneEvalEnsemble, OneFieldFromTheSeriesAndItsRefusals) {
     ScratchDir dir;
-    Pairs(dir, 1, 12, 256);
+    ASSERT_EQ(Pairs(dir, 1, 12, 256), 0);
     const std::string eval = std::string("'") + KELVANE_EVAL_TOOL + "' --window 32 --step 16 ";
     const std::string series = "--series " + dir.file("run0001a.tif") + " ";
     const auto ok = Shell(eval + series + dir.file("run0012a.tif") +
@@ -60,28 +56,21 @@ TEST(KelvaneEvalEnsemble, OneFieldFromTheSeriesAndItsRefusals) {
     const auto truth = Shell(std::string("'") + KELVANE_COMPARE_TOOL + "' " + dir.file("out/series_avg.nc") +
                                  " " + dir.file("t.nc") + " --margin 32 --max-rms 0.08 > /dev/null", dir);
     EXPECT_EQ(truth.first, 0) << truth.second;
-    const auto header =
-        Shell("ncdump -h " + dir.file("out/series_corr.nc") + " > " + dir.file("h.txt"), dir);
-    EXPECT_EQ(header.first, 0);
-    EXPECT_TRUE(HasText(test_support::ReadBytes(dir.file("h.txt")),
-                        "\"Kelvane Ensemble Correlation Data\""));
+    EXPECT_EQ(Shell("ncdump -h " + dir.file("out/series_corr.nc") +
+                        " | grep -q '\"Kelvane Ensemble Correlation Data\"'", dir).first, 0);
 
-    Pairs(dir, 13, 13, 128);  // a pair of another size ends the series
-    struct Case {
-        std::string args;
-        int exit;
-        std::string text;
-    } cases[] = {
+    ASSERT_EQ(Pairs(dir, 13, 13, 128), 0);  // a pair of another size ends the series
+    const std::tuple<std::string, int, std::string> cases[] = {
         {series + dir.file("run0012a.tif") + " --ensemble --stats", 2,
          "--stats: both write <stub>_avg.nc"},
         {"--ensemble " + dir.file("run0001a.tif") + " -o x.nc", 2, "it needs --series FIRST LAST"},
         {series + dir.file("run0012a.tif") + " --stride 3", 2, "--stride belongs to --ensemble"},
         {series + dir.file("run0013a.tif") + " --ensemble", 1, dir.file("run0013a.tif")},
     };
-    for (const Case& c : cases) {
-        const auto r = Shell(eval + c.args + " --output-dir " + dir.file("bad"), dir);
-        EXPECT_EQ(r.first, c.exit) << c.args << "\n" << r.second;
-        EXPECT_TRUE(HasText(r.second, c.text));
+    for (const auto& [args, exit, text] : cases) {
+        const auto r = Shell(eval + args + " --output-dir " + dir.file("bad"), dir);
+        EXPECT_EQ(r.first, exit) << args << "\n" << r.second;
+        EXPECT_TRUE(HasText(r.second, text));
         EXPECT_FALSE(std::ifstream(dir.file("bad/series_avg.nc")).good());
     }
     // A stop asked for during the run ends it before anything final.
