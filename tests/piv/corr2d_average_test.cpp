@@ -11,9 +11,7 @@
 #include "eval_test_support.h"
 #include "message_capture.h"
 #include "piv_corr2d_average.h"
-#include "piv_data2d.h"
 #include "piv_filelist.h"
-#include "piv_params.h"
 #include "scratch_files.h"
 
 using namespace eval_test;
@@ -226,8 +224,7 @@ TEST(EnsembleFiles, PlanesSurviveTheFileAndBadFilesAreRefused) {
     EXPECT_LE(CompareWithFlow(loaded.field(), flow, 16).x.rms, 0.1);
     const std::string vectors = TempPath("vectors.nc"), cut = TempPath("cut.nc");
     ASSERT_TRUE(e.field().saveNetCDF(vectors.c_str()));
-    const std::string bytes = test_support::ReadBytes(path);
-    std::ofstream(cut, std::ios::binary) << bytes.substr(0, bytes.size() / 2);
+    std::ofstream(cut, std::ios::binary) << test_support::ReadBytes(path).substr(0, 100000);
     for (const std::string& bad : {vectors, cut}) {
         PIV_Corr2D_Average fresh;
         EXPECT_FALSE(fresh.loadCorrelationPlanes(bad.c_str())) << bad;

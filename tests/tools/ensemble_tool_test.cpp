@@ -7,7 +7,6 @@
 #include <fstream>
 #include <string>
 #include <tuple>
-#include <vector>
 
 #include "eval_ensemble.h"
 #include "message_capture.h"
@@ -78,7 +77,6 @@ TEST(KelvaneEvalEnsemble, OneFieldFromTheSeriesAndItsRefusals) {
     o.first = dir.file("run0001a.tif");
     o.last = dir.file("run0012a.tif");
     o.outputDir = dir.file("stopped");
-    o.quiet = true;
     PIV_Parameters params;
     std::string error;
     int asked = 0;
