@@ -1,5 +1,4 @@
-// Ensemble correlation: worked pass lists, accuracy against a known flow on
-// sparse synthetic pairs, the plane file, and the run's failures.
+// Ensemble correlation against hand-worked passes, synthetic flows and files.
 #include <gtest/gtest.h>
 
 #include <cstdio>
@@ -140,8 +139,7 @@ TEST(EnsembleAccuracy, SparsePairsGiveTheFlowWhereSinglePairsFail) {
         }
     }
     EXPECT_GT(outliers * 10, nodes);
-    std::printf("ensemble RMS %.4f / %.4f px; single pairs %d of %d outliers\n", ens.x.rms,
-                ens.y.rms, outliers, nodes);
+    std::printf("RMS %.3f px, %d/%d outliers\n", std::max(ens.x.rms, ens.y.rms), outliers, nodes);
 }
 
 
@@ -215,8 +213,8 @@ TEST(EnsembleFiles, PlanesSurviveTheFileAndBadFilesAreRefused) {
     const std::string path = TempPath("planes.nc");
     ASSERT_TRUE(e.avg.saveCorrelationPlanes(path.c_str()));
     ASSERT_TRUE(loaded.avg.loadCorrelationPlanes(path.c_str())) << loaded.avg.getLastError();
-    ASSERT_TRUE(loaded.avg.computePivData(PIV::PEAKFIT_GAUSS_3PT, false));
-    ASSERT_EQ(loaded.field().nodeCount(), e.field().nodeCount());
+    ASSERT_TRUE(loaded.avg.computePivData(PIV::PEAKFIT_GAUSS_3PT, false) &&
+                loaded.field().nodeCount() == e.field().nodeCount());
     for (int k = 0; k < e.field().nodeCount(); k++)
         for (PIV_Data2D* other : {&whole.field(), &loaded.field()})
             ASSERT_EQ(std::memcmp(&e.field().data()[k].dx, &other->data()[k].dx, 8), 0) << k;
@@ -285,8 +283,10 @@ TEST(EnsembleSeries, PyramidOverFilesAndTheRunsThatCannotGoOn) {
     PIV::CopyText(params.workDir, TempPath("").c_str());
     e.avg.setEnsembleCorrParams(params);
     ASSERT_TRUE(e.avg.processImageSeries(&list)) << e.avg.getLastError();
-    EXPECT_EQ(e.avg.passes().size() * 100 + e.avg.imagesProcessed(), 306u);
-    EXPECT_EQ(e.field().grid().step.width, 16);
+    // 3 passes, 6 pairs, the true step; offsets (6, 3) from 5.6 and 3.2 px.
+    const POINT2D off = e.avg.correlationData(112)->offset;
+    EXPECT_TRUE(e.avg.passes().size() == 3 && e.avg.imagesProcessed() == 6 &&
+                e.field().grid().step.width == 16 && off.x == 6 && off.y == 3);
     const FieldErrors f = CompareWithFlow(e.field(), flow, 16);
     EXPECT_EQ(f.failed, 0);
     EXPECT_LE(std::max(f.x.rms, f.y.rms), 0.05);
