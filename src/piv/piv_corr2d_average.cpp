@@ -176,21 +176,15 @@ void PIV_Corr2D_Average::buildPeakRoi(const SIZE2D& planeSize) {
     DebugPrint("PIV_Corr2D_Average() - peak ROI active, disabled complex peak interpolation");
 }
 
-void PIV_Corr2D_Average::packInto(const float* plane, float* sum, bool first) const {
+void PIV_Corr2D_Average::addPlane(const float* plane, float* sum) const {
     const long cells = long(m_planeSize.width) * m_planeSize.height;
     if (m_roiCells > 0) {
         const uint8_t* mask = m_peakRoi.data();
         for (long c = 0, k = 0; c < cells; c++)
-            if (mask[c]) {
-                sum[k] = first ? plane[c] : sum[k] + plane[c];
-                k++;
-            }
+            if (mask[c]) sum[k++] += plane[c];
         return;
     }
-    if (first)
-        std::memcpy(sum, plane, sizeof(float) * size_t(cells));
-    else
-        for (long c = 0; c < cells; c++) sum[c] += plane[c];
+    for (long c = 0; c < cells; c++) sum[c] += plane[c];
 }
 
 bool PIV_Corr2D_Average::initializeGrid(int width, int height) {
@@ -310,9 +304,9 @@ bool PIV_Corr2D_Average::processImagePair(const Image2D* a, const Image2D* b) {
                 std::fill(p.autoSum.begin(), p.autoSum.end(), 0.0f);
             }
             if (ok) {
-                packInto(corr->getCorrelation(), p.corrSum.data(), false);
+                addPlane(corr->getCorrelation(), p.corrSum.data());
                 if (!p.autoSum.empty())
-                    packInto(corr->getAutoCorrelation(), p.autoSum.data(), false);
+                    addPlane(corr->getAutoCorrelation(), p.autoSum.data());
             } else {
                 codes[size_t(k)] =
                     corr->lastErrorCode() ? corr->lastErrorCode() : PIVerror::CORRELATION_FAILED;

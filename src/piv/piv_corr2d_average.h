@@ -189,7 +189,8 @@ protected:
     bool fail(PIVerror::ErrorType code, const char* where);
     void createCorrelators();
     void buildPeakRoi(const SIZE2D& planeSize);
-    void packInto(const float* plane, float* sum, bool first) const;
+    // Adds a plane to a sum, packed to the peak ROI when it is active.
+    void addPlane(const float* plane, float* sum) const;
     bool runPass(const FilePairList* list, int pass);
     bool finishPass(int pass);
     int planeCells() const;
