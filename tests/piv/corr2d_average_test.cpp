@@ -268,7 +268,7 @@ TEST(EnsembleFiles, SinglePlaneDumpPerModeAndItsFailures) {
 
 
 // A pyramid from 64 px over files: 64 px windows on pairs binned by 2, then
-// 32 px on whole pairs with offsets from the first, then the true step 16;
+// 32 px on whole pairs, offset (6, 3) by the first, then the true step 16;
 // the first two passes leave their fields and plane images in the work
 // folder. A run that cannot go on says why and leaves no field.
 TEST(EnsembleSeries, PyramidOverFilesAndTheRunsThatCannotGoOn) {
@@ -283,7 +283,6 @@ TEST(EnsembleSeries, PyramidOverFilesAndTheRunsThatCannotGoOn) {
     PIV::CopyText(params.workDir, TempPath("").c_str());
     e.avg.setEnsembleCorrParams(params);
     ASSERT_TRUE(e.avg.processImageSeries(&list)) << e.avg.getLastError();
-    // 3 passes, 6 pairs, the true step; offsets (6, 3) from 5.6 and 3.2 px.
     const POINT2D off = e.avg.correlationData(112)->offset;
     EXPECT_TRUE(e.avg.passes().size() == 3 && e.avg.imagesProcessed() == 6 &&
                 e.field().grid().step.width == 16 && off.x == 6 && off.y == 3);
