@@ -17,7 +17,7 @@ using namespace eval_test;
 
 namespace {
 
-// The sparse case: 0.002 particles per pixel, 3 px, no noise.
+// Sparse seeding: 0.002 particles per pixel (two a window), 3 px, no noise.
 synth::SynthParams Sparse(unsigned seed) {
     synth::SynthParams p = StandardParams(256, seed);
     p.particleDensity = 0.002;
