@@ -4,6 +4,7 @@
 #if __has_include(<malloc.h>)
 #include <malloc.h>
 #endif
+#include <unistd.h>
 
 #include <algorithm>
 #include <atomic>
@@ -46,6 +47,12 @@ int PIV::MaxThreads() {
 void PIV::SetMaxThreads(int n) {
     const int possible = MaxThreadsPossible();
     g_maxThreads.store((n < 1 || n > possible) ? possible : n);
+}
+
+unsigned long long PIV::PhysicalMemoryBytes() {
+    const long pages = ::sysconf(_SC_PHYS_PAGES), pageSize = ::sysconf(_SC_PAGESIZE);
+    if (pages <= 0 || pageSize <= 0) return ~0ULL;
+    return static_cast<unsigned long long>(pages) * static_cast<unsigned long long>(pageSize);
 }
 
 bool PIV::KeepFreedFramesInHeap() {

@@ -16,6 +16,9 @@ int MaxThreadsPossible();
 // page fault each. Returns false where the C library has no such setting.
 bool KeepFreedFramesInHeap();
 
+// The machine's physical memory in bytes; the largest value when unknown.
+unsigned long long PhysicalMemoryBytes();
+
 // The name of the running software, e.g. "SODREL Kelvane Module - kelvane2c".
 // With a non-null name it is stored (quotes removed, backslashes made
 // slashes, the maker's prefix added); the stored name is returned.

@@ -72,6 +72,13 @@ const char* kUsageText =
     "                        <base>_piv.plt, <base>_cf.nc\n"
     "  --stub NAME           name of the statistics files (series)\n"
     "  --stats               also <stub>_avg.nc and <stub>_rms.nc\n"
+    "Ensemble correlation (a series, one field from the summed planes of all pairs):\n"
+    "  --ensemble            writes <stub>_avg.nc and <stub>_corr.nc (the planes)\n"
+    "  --ensemble-mode N     0 one pass, 1 equal passes, 2 a pyramid of windows (0)\n"
+    "  --ensemble-passes N   passes of mode 1 (2)\n"
+    "  --stride N            early passes take every N-th pair (10), with\n"
+    "  --vary-stride         (halved per pass; the last pass takes all)\n"
+    "  --save-planes         also <stub>_corr.tif and the early passes' files\n"
     "Shards (one series on many machines, one block each):\n"
     "  --shard K/N           block K (from 0) of N contiguous blocks of the series;\n"
     "                        pairs whose results are all there are skipped, and\n"
@@ -205,6 +212,7 @@ int ParseOptions(int argc, char** argv, Options& o, std::string& error) {
     tool::Args args(argc, argv);
     o.commandLine = Quoted(argc, argv);
     std::vector<std::string> files;
+    std::string ensembleOnly;  // the last option that means an ensemble
     ValidationSwitches& v = o.validation;
     CalibrationSwitches& c = o.calibration;
     while (args.more()) {
@@ -309,6 +317,23 @@ int ParseOptions(int argc, char** argv, Options& o, std::string& error) {
             ok = Text(args, a, &list, error) && Formats(list, o.formats, error);
         } else if (a == "--stats") {
             o.stats = true;
+        } else if (a == "--ensemble") {
+            o.ensemble = true;
+        } else if (a == "--ensemble-mode") {
+            ok = Number(args, a, 0, 2, &o.ensembleMode, error);
+            ensembleOnly = a;
+        } else if (a == "--ensemble-passes") {
+            ok = Number(args, a, 1, 20, &o.ensemblePasses, error);
+            ensembleOnly = a;
+        } else if (a == "--stride") {
+            ok = Number(args, a, 1, 1000000, &o.stride, error);
+            ensembleOnly = a;
+        } else if (a == "--vary-stride") {
+            o.varyStride = true;
+            ensembleOnly = a;
+        } else if (a == "--save-planes") {
+            o.savePlanes = true;
+            ensembleOnly = a;
         } else if (a == "--shard") {
             ok = Shard(args, a, o, error);
         } else if (a == "--merge-stats") {
@@ -329,6 +354,14 @@ int ParseOptions(int argc, char** argv, Options& o, std::string& error) {
                tool::kUsage;
     if (!o.ptv.empty() && (o.series || o.velocity))
         return error = "--ptv tracks one pair in pixels: not with --series or --velocity",
+               tool::kUsage;
+    if (!ensembleOnly.empty() && !o.ensemble)
+        return error = ensembleOnly + " belongs to --ensemble", tool::kUsage;
+    if (o.ensemble && !o.series)
+        return error = "--ensemble correlates a series: it needs --series FIRST LAST", tool::kUsage;
+    if (o.ensemble && (o.stats || o.shardCount > 0))
+        return error = std::string("--ensemble cannot be combined with ") +
+                       (o.stats ? "--stats: both write <stub>_avg.nc" : "--shard"),
                tool::kUsage;
     if (const int bad = CheckShardOptions(o, files, error)) return bad;
     if (o.mergeStats) return tool::kOk;

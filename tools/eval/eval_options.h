@@ -51,6 +51,10 @@ struct Options {
     std::string outputDir, stub = "series";
     std::vector<std::string> formats{"nc"};
     bool stats = false;
+    // One ensemble correlation over the series instead of a field per pair.
+    bool ensemble = false;
+    int ensembleMode = 0, ensemblePasses = 2, stride = 10;
+    bool varyStride = false, savePlanes = false;
     // A shard: block shardIndex of shardCount of the series (0 when not one).
     int shardIndex = 0, shardCount = 0;
     // Merging the partial statistics of the shards in outputDir.

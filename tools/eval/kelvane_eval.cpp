@@ -8,6 +8,7 @@
 #include <cstring>
 #include <string>
 
+#include "eval_ensemble.h"
 #include "eval_input.h"
 #include "eval_options.h"
 #include "eval_ptv.h"
@@ -259,6 +260,12 @@ int main(int argc, char** argv) {
     if (!eval_tool::ApplyParameters(o, params, calibration, error))
         return Fail(tool::kUsage, error);
     if (const int bad = CheckOutputs(o)) return bad;
+    if (o.ensemble) {
+        std::signal(SIGINT, OnInterrupt);
+        std::signal(SIGTERM, OnInterrupt);
+        const int ran = eval_tool::RunEnsemble(o, params, error);
+        return ran == tool::kOk ? ran : Fail(ran, error);
+    }
     eval_tool::Evaluator evaluator(o, params, calibration);
     if (!evaluator.prepare(error)) return Fail(tool::kUsage, error);
     std::signal(SIGINT, OnInterrupt);
