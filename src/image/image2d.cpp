@@ -14,6 +14,7 @@
 #include "image2d_convert_simd.h"
 #include "image2d_pixel.h"
 #include "piv_messages.h"
+#include "piv_util.h"
 
 using PIV::ImagePixel::Dispatch;
 using PIV::Guarded;
@@ -23,15 +24,6 @@ namespace {
 
 // Coordinates are int throughout the library, so no side may exceed that.
 constexpr int64_t kMaxSide = 0x7fffffff;
-
-// A block larger than the machine's memory cannot be used even where the
-// system would hand out the address space, so it is refused up front.
-uint64_t _physicalMemoryBytes() {
-    long pages = ::sysconf(_SC_PHYS_PAGES);
-    long pageSize = ::sysconf(_SC_PAGESIZE);
-    if (pages <= 0 || pageSize <= 0) return UINT64_MAX;
-    return static_cast<uint64_t>(pages) * static_cast<uint64_t>(pageSize);
-}
 
 // A frame of a few megabytes, first touched one 4 kB page at a time, costs
 // thousands of page faults, more than reading it. Blocks from this size on
@@ -223,8 +215,10 @@ void Image2D::allocOrThrow(int64_t width, int64_t height, ImageType type, int64_
     }
     const uint64_t rows = static_cast<uint64_t>(height) + 2 * static_cast<uint64_t>(padding);
     uint64_t size = 0;
+    // A block larger than the machine's memory cannot be used even where the
+    // system would hand out the address space, so it is refused up front.
     if (__builtin_mul_overflow(rows, stride, &size) || size > static_cast<uint64_t>(PTRDIFF_MAX) ||
-        size > _physicalMemoryBytes()) {
+        size > PIV::PhysicalMemoryBytes()) {
         m_error.setMessage("alloc() - %" PRId64 "x%" PRId64
                            " image of %d bits is too large for this machine",
                            width, height, bits);

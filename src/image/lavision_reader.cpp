@@ -10,6 +10,7 @@
 #include "image_file_bytes.h"
 #include "piv_file.h"
 #include "piv_messages.h"
+#include "piv_util.h"
 
 using namespace PIV::ImageFile;
 
@@ -26,11 +27,6 @@ void _copyField(char (&dst)[16], const char* src, size_t n) {
     std::memset(dst + len, 0, sizeof dst - len);
 }
 
-uint64_t _physicalMemoryBytes() {
-    const long pages = ::sysconf(_SC_PHYS_PAGES), pageSize = ::sysconf(_SC_PAGESIZE);
-    if (pages <= 0 || pageSize <= 0) return UINT64_MAX;
-    return static_cast<uint64_t>(pages) * static_cast<uint64_t>(pageSize);
-}
 
 // Values of a buffer of these sizes; 0 if any is not positive.
 uint64_t _count(int64_t nx, int64_t ny, int64_t nz, int64_t nf) {
@@ -273,7 +269,7 @@ bool CreateBuffer(IMX_BUFFER_TYPE* b, int nx, int ny, int nz, int nf, bool isFlo
     // any allocation is tried.
     const uint64_t bytes = _bufferBytes(b);
     if (bytes / _valueBytes(b) / lines != static_cast<uint64_t>(nx) ||
-        bytes > _physicalMemoryBytes())
+        bytes > PIV::PhysicalMemoryBytes())
         return false;
     b->pixels = std::calloc(bytes, 1);
     return b->pixels != nullptr;

@@ -50,13 +50,6 @@ int32_t* _intField(CORR_PLANE_DATA& p, int which) {
     }
 }
 
-std::string _now() {
-    const std::time_t now = std::time(nullptr);
-    char text[64] = {0};
-    std::strftime(text, sizeof(text), "%a %b %e %H:%M:%S %Y", std::localtime(&now));
-    return text;
-}
-
 int _intAtt(const PIV_NcFile& file, const char* name, int fallback) {
     const std::vector<double> v = file.attValues(name);
     return v.empty() ? fallback : int(v[0]);
@@ -88,7 +81,7 @@ bool PIV_Corr2D_Average::saveCorrelationPlanes(const char* fileName) {
         PIV_NcFile file(tmp.path().c_str(), MyNcFile::WRITE, NcFile::Replace);
         _check(file.is_valid());
         _check(file.add_att("file_content", kFileContent));
-        _check(file.add_att("creation_date", _now().c_str()));
+        _check(file.add_att("creation_date", PIV::CreationDate().c_str()));
         _check(file.add_att("software", PIV::SoftwareName()));
         _check(file.add_att("image_cols", int(g.imageSize.width)));
         _check(file.add_att("image_rows", int(g.imageSize.height)));

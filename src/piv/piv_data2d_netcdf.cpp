@@ -33,15 +33,6 @@ Span _span(int timeStep, int steps) {
     return {t, t, false};
 }
 
-std::string _creationDate() {
-    const std::time_t now = std::time(nullptr);
-    char text[32] = {0};
-    std::strncpy(text, std::ctime(&now), 31);
-    const std::size_t n = std::strlen(text);
-    if (n > 0) text[n - 1] = '\0';
-    return text;
-}
-
 void _check(bool ok, PIVerror::ErrorType code) {
     if (!ok) throw code;
 }
@@ -235,7 +226,7 @@ void PIV_DataBase::writeNetCDF(PIV_NcFile& file, const char* longName, int timeS
     const int nx = g.nodes.width, ny = g.nodes.height, nz = std::max(1, g.nodes.depth);
     const Span span = _span(timeStep, m_grid.timeSteps);
     const SIZE3D image = g.imageSize;
-    const std::string date = _creationDate();
+    const std::string date = PIV::CreationDate();
 
     file.add_att("file_content", "Kelvane Data");
     file.add_att("creation_date", date.c_str());
@@ -514,7 +505,7 @@ void PIV_DataBase::writePIVNET2(PIV_NcFile& file, const char* longName, int time
     const int nx = g.nodes.width, ny = g.nodes.height, nz = std::max(1, g.nodes.depth);
     const Span all = _span(timeStep, g.timeSteps);
     const Span span = {all.t0, all.t1, true};
-    const std::string date = _creationDate();
+    const std::string date = PIV::CreationDate();
     file.add_att("Conventions", "PIVNET2");
     file.add_att("extensions", "base");
     file.add_att("file_format_version", 1.0f);

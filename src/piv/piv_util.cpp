@@ -13,6 +13,7 @@
 #include <cstdint>
 #include <cstdio>
 #include <cstring>
+#include <ctime>
 #include <numeric>
 #include <string>
 
@@ -47,6 +48,15 @@ int PIV::MaxThreads() {
 void PIV::SetMaxThreads(int n) {
     const int possible = MaxThreadsPossible();
     g_maxThreads.store((n < 1 || n > possible) ? possible : n);
+}
+
+std::string PIV::CreationDate() {
+    const std::time_t now = std::time(nullptr);
+    char text[32] = {0};
+    std::strncpy(text, std::ctime(&now), 31);
+    const std::size_t n = std::strlen(text);
+    if (n > 0) text[n - 1] = '\0';
+    return text;
 }
 
 unsigned long long PIV::PhysicalMemoryBytes() {

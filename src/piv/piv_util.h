@@ -2,6 +2,8 @@
 // sorting and small conversions.
 #pragma once
 
+#include <string>
+
 namespace PIV {
 
 // Threads of an evaluation: between 1 and MaxThreadsPossible(). A request
@@ -15,6 +17,10 @@ int MaxThreadsPossible();
 // instead of going back to the system and coming again as fresh pages, one
 // page fault each. Returns false where the C library has no such setting.
 bool KeepFreedFramesInHeap();
+
+// The local time as ctime() gives it, without its newline: the form of
+// the "creation_date" attribute of our files.
+std::string CreationDate();
 
 // The machine's physical memory in bytes; the largest value when unknown.
 unsigned long long PhysicalMemoryBytes();
