@@ -1,0 +1,286 @@
+// The plot scene in the window: what each state of the session shows, what
+// the keys change, when it is drawn and what leaves it as a file.
+#include <QComboBox>
+#include <QFile>
+#include <QGraphicsRectItem>
+#include <QGraphicsScene>
+#include <QRegularExpression>
+#include <QStatusBar>
+
+#include <cmath>
+#include <functional>
+
+#include "box_watcher.h"
+#include "kelvanedataview.h"
+#include "kelvanedataview_bmpitems.h"
+#include "kelvanesceneview.h"
+#include "piv_record.h"
+#include "pivplotsetupdlg.h"
+#include "qpiv_imagepair.h"
+#include "ruleritem.h"
+#include "window_fixture.h"
+
+namespace {
+
+using I = KelvaneBmpItems;
+
+class PlotScene : public MainWindow {
+protected:
+    std::unique_ptr<Kelvane> shownWindow() {
+        auto w = window();
+        w->resize(900, 700);
+        w->show();
+        return w;
+    }
+    // Pearson correlation of the grey values on screen with a rendered frame.
+    double correlation(KelvaneDataView* v, bool second) const {
+        KelvaneSceneView* view = v->view(v->currentViewIndex());
+        const QImage shot = view->viewport()->grab().toImage();
+        double sx = 0, sy = 0, sxx = 0, syy = 0, sxy = 0;
+        const double n = kSize * kSize;
+        for (int y = 0; y < kSize; ++y)
+            for (int x = 0; x < kSize; ++x) {
+                const QPoint at = view->mapFromScene(QPointF(x, y));
+                const double a = qGray(shot.pixel(at)),
+                             b = second ? truth.pixelB(x, y) : truth.pixelA(x, y);
+                sx += a, sy += b, sxx += a * a, syy += b * b, sxy += a * b;
+            }
+        return (sxy - sx * sy / n) / std::sqrt((sxx - sx * sx / n) * (syy - sy * sy / n));
+    }
+    static bool shownEverywhere(KelvaneDataView* v, I::Item item, bool on) {
+        for (int s = 0; s < KelvaneDataView::kSceneCount; ++s)
+            if (v->items(s)->isShown(item) != on) return false;
+        return true;
+    }
+    // A 100 x 100 16-bit frame: 400 pixels at `high`, the rest at `low`.
+    void writeFrame(const char* name, int low, int high) const {
+        Image2D image(100, 100, IMAGE_UINT16);
+        for (int i = 0; i < 10000; ++i) image.setPixel(i % 100, i / 100, i < 400 ? high : low);
+        ASSERT_TRUE(image.save(file(name).c_str()));
+    }
+};
+
+}  // namespace
+
+// At zoom 1 the grey table shows frame A as it was rendered; Space shows B
+// and then A again; "+" stops at 2000 %; a 20 px pair leaves the scene as it was.
+TEST_F(PlotScene, ZoomOneShowsTheFramesAndPlusStopsAtTwenty) {
+    auto w = shownWindow();
+    ASSERT_TRUE(w->loadFile(path("run0001a.tif")));
+    KelvaneDataView* v = w->dataView();
+    w->slotUpdateUI();
+    EXPECT_GE(correlation(v, false), 0.99);
+    w->action("actionImageTogglePair")->trigger();
+    w->slotUpdateUI();
+    EXPECT_GE(correlation(v, true), 0.99);
+    EXPECT_LT(correlation(v, false), 0.5);
+    w->action("actionImageTogglePair")->trigger();
+    w->slotUpdateUI();
+    EXPECT_GE(correlation(v, false), 0.99);
+
+    for (int press = 0; press < 20; ++press) w->action("actionImageZoomIn")->trigger();
+    EXPECT_EQ(v->zoomIndex(), 17);
+    EXPECT_FALSE(v->canZoomIn());
+    EXPECT_FALSE(w->action("actionImageZoomIn")->isEnabled());
+    EXPECT_EQ(static_cast<QComboBox*>(v->createZoomWidget())->currentText(), "2000%");
+    EXPECT_EQ(KelvaneSceneView::zoomIndexOf(0.33), 4);  // within 0.01 of 1/3
+    EXPECT_EQ(KelvaneSceneView::zoomIndexOf(0.9), 7);   // nothing near: factor 1
+
+    const QRectF before = v->scene(0)->sceneRect();
+    for (const char* name : {"tiny0001a.tif", "tiny0001b.tif"})
+        ASSERT_TRUE(Image2D(20, 20, IMAGE_UINT8).save(file(name).c_str()));
+    ASSERT_TRUE(w->loadFile(path("tiny0001a.tif")));
+    w->slotUpdateUI();
+    EXPECT_EQ(v->scene(0)->sceneRect(), before);
+}
+
+// Toggles only count; the timer draws. V alone keeps the vectors (a field
+// always shows something), V then C leaves contours alone, L recolours the
+// image under unchanged vectors. While a run is on, nothing is drawn.
+TEST_F(PlotScene, KeysOnlyCountAndTheTimerDrawsThem) {
+    auto w = shownWindow();
+    ASSERT_TRUE(w->loadFile(path("run0001a.tif")));
+    ASSERT_TRUE(evaluate(*w));
+    KelvaneDataView* v = w->dataView();
+    w->slotUpdateUI();
+    const int passes = v->sceneItemUpdates(), updates = v->sceneUpdates();
+    w->action("actionPlotVectors")->trigger();
+    EXPECT_EQ(v->sceneItemUpdates(), passes);
+    EXPECT_EQ(v->sceneUpdates(), updates);
+    v->autoRedraw(false);
+    EXPECT_EQ(v->sceneItemUpdates(), passes + 1);
+    EXPECT_EQ(v->sceneUpdates(), updates + 1);
+    EXPECT_TRUE(v->isVectorMapVisible());
+    EXPECT_FALSE(v->isContourMapVisible());
+    w->action("actionPlotContours")->trigger();
+    v->autoRedraw(false);
+    EXPECT_FALSE(v->isVectorMapVisible());
+    EXPECT_TRUE(v->isContourMapVisible());
+    w->action("actionPlotContours")->trigger();
+    w->action("actionPlotVectors")->trigger();
+    v->autoRedraw(false);
+
+    // Valid vectors are pure green; the image is grey.
+    const QImage before = v->view(0)->viewport()->grab().toImage();
+    w->action("actionImageChangeLUT")->trigger();
+    w->action("actionImageChangeLUT")->trigger();
+    w->slotUpdateUI();
+    const QImage after = v->view(0)->viewport()->grab().toImage();
+    int vectorPixels = 0, vectorChanged = 0, bright = 0, brightChanged = 0;
+    for (int y = 0; y < kSize; ++y)
+        for (int x = 0; x < kSize; ++x) {
+            const QPoint at = v->view(0)->mapFromScene(QPointF(x, y));
+            const QRgb b = before.pixel(at), a = after.pixel(at);
+            if (b == qRgb(0, 255, 0)) {
+                ++vectorPixels;
+                vectorChanged += a != b;
+            } else if (qGray(b) >= 64 && qRed(b) == qGreen(b) && qGreen(b) == qBlue(b)) {
+                ++bright;
+                brightChanged += a != b;
+            }
+        }
+    EXPECT_GT(vectorPixels, 100);
+    EXPECT_EQ(vectorChanged, 0);
+    EXPECT_GT(brightChanged, bright * 9 / 10);
+
+    w->dataObject()->state()->setProcessingFlag(true);
+    w->action("actionPlotContours")->trigger();
+    v->autoRedraw(true);
+    EXPECT_EQ(v->sceneItemUpdates(), passes + 5);  // each L drew at once
+    EXPECT_EQ(w->statusBar()->currentMessage(), "online processing - redraw delayed!");
+    w->dataObject()->state()->setProcessingFlag(false);
+}
+
+// What each session state shows, the same in all four scenes. A field of a
+// running evaluation is drawn from a copy, a final one from the session's.
+TEST_F(PlotScene, EachStateShowsItsItemsInAllScenes) {
+    PIV_Data2D field;
+    ASSERT_TRUE(field.createZeroData(SIZE3D{kSize, kSize, 1}, SIZE3D{16, 16, 1}, POINT3D{8, 8, 0},
+                                     POINT3D{120, 120, 0}, 1));
+    ASSERT_TRUE(field.initShift(1.5f, -0.5f, 0.0f));
+    ASSERT_TRUE(field.saveNetCDF(file("field.nc").c_str()));
+    auto w = shownWindow();
+    KelvaneDataView* v = w->dataView();
+    KelvaneDataObject* o = w->dataObject();
+    const auto contours = [v](bool on) {
+        PIVPLOT::PLOT_CFG c = v->plotDlg()->record();
+        c.contour.Show = on;
+        v->plotDlg()->setRecord(c);
+    };
+    struct Case {
+        const char* state;
+        std::function<void()> enter;
+        bool image, vectors, contours, random, refPoint, ruler, roi;
+    } const cases[] = {
+        {"pair", [&] { ASSERT_TRUE(w->loadFile(path("run0001a.tif"))); }, 1, 0, 0, 1, 0, 0, 0},
+        {"evaluated", [&] { ASSERT_TRUE(evaluate(*w)); }, 1, 1, 0, 1, 0, 0, 0},
+        {"running",
+         [&] {
+             contours(true);
+             o->setIntermediateData(true, 0);
+             emit o->signalHaveNewData(0);
+         },
+         1, 1, 0, 1, 0, 0, 0},
+        {"final",
+         [&] {
+             o->setIntermediateData(false, 0);
+             emit o->signalHaveNewData(0);
+         },
+         1, 1, 1, 1, 0, 0, 0},
+        {"calibration", [&] { w->setKelvaneMode(MODE_CALIBRATION, true); }, 1, 0, 0, 1, 1, 1, 0},
+        {"roi", [&] { w->setKelvaneMode(MODE_ROI_EDIT, true); }, 1, 0, 0, 1, 1, 0, 1},
+        {"arrange",
+         [&] {
+             w->setKelvaneMode(MODE_ARRANGE_PLOT, true);
+             w->action("actionPlotVectors")->trigger();
+         },
+         1, 1, 1, 1, 0, 0, 0},
+        {"file data",
+         [&] {
+             w->setKelvaneMode(MODE_DATA, true);
+             contours(false);
+             ASSERT_TRUE(w->loadFile(path("field.nc")));
+         },
+         0, 1, 0, 0, 0, 0, 0},
+    };
+    for (const Case& c : cases) {
+        SCOPED_TRACE(c.state);
+        c.enter();
+        v->slotRedrawAll();
+        EXPECT_TRUE(shownEverywhere(v, I::ITEM_IMAGE, c.image));
+        EXPECT_TRUE(shownEverywhere(v, I::ITEM_VECTORS, c.vectors));
+        EXPECT_TRUE(shownEverywhere(v, I::ITEM_CONTOURS, c.contours));
+        EXPECT_TRUE(shownEverywhere(v, I::ITEM_RANDOM_VECTORS, c.random));
+        EXPECT_TRUE(shownEverywhere(v, I::ITEM_REF_POINT, c.refPoint));
+        EXPECT_EQ(v->ruler()->isVisible(), c.ruler);
+        EXPECT_EQ(v->roiItem()->isVisible(), c.roi);
+        EXPECT_EQ(v->items(0)->pivData() == o->data(0),
+                  o->haveData(0) && !o->isIntermediateData(0));
+    }
+    w->action("actionImageTogglePair")->trigger();  // file data have no frames
+    EXPECT_EQ(v->imageFrame(), 0);
+}
+
+// Auto-scale from the larger mean and sigma of the two frames: mean + 2 sigma
+// rounded up to a power of two, less one. 400 of 10,000 pixels at high:
+// mean = low + 0.04 (high - low), sigma = 0.196 (high - low).
+TEST_F(PlotScene, AutoScaleRoundsMeanPlusTwoSigmaUpToAPowerOfTwo) {
+    struct Case {
+        int lowA, highA, lowB, highB;
+        double bottom, top;
+    } const cases[] = {
+        {1000, 6000, 1000, 6000, 0, 4095},  // 1200 + 2 x 980 = 3160
+        {500, 3000, 500, 3000, 0, 2047},    // 600 + 2 x 490 = 1580
+        {500, 3000, 1000, 6000, 0, 4095},   // frame B's 3160 wins
+        {0, 1, 0, 1, 0, 0.432},             // 0.04 + 2 x 0.196: below 1, kept
+    };
+    for (const Case& c : cases) {
+        writeFrame("auto0001a.tif", c.lowA, c.highA);
+        writeFrame("auto0001b.tif", c.lowB, c.highB);
+        auto w = window();
+        IMAGE_CFG cfg = w->dataObject()->image(0)->imageCfg();
+        cfg.SplitPCO = false;  // two files, not the halves of a camera's double frame
+        w->dataObject()->image(0)->setImageCfg(cfg);
+        ASSERT_TRUE(w->loadFile(path("auto0001a.tif")));
+        w->action("actionImageAutoScale")->trigger();
+        for (int s = 0; s < KelvaneDataView::kSceneCount; ++s) {
+            EXPECT_EQ(w->dataView()->items(s)->intensityBottom(), c.bottom) << c.highB;
+            EXPECT_NEAR(w->dataView()->items(s)->intensityTop(), c.top, 0.001) << c.highB;
+        }
+    }
+}
+
+// A PNG is the scene rectangle times the zoom, a PDF page the rectangle in
+// points, the current view its viewport. What cannot be written or read
+// says so and leaves the plot as it was.
+TEST_F(PlotScene, ExportsHaveTheScenesSizeAndBadFilesChangeNothing) {
+    auto w = shownWindow();
+    ASSERT_TRUE(w->loadFile(path("run0001a.tif")));
+    KelvaneDataView* v = w->dataView();
+    v->slotSetZoom(9);  // factor 2
+    w->slotUpdateUI();
+    const QRectF rect = v->scene(0)->sceneRect();
+    ASSERT_TRUE(v->exportPlot(path("plot.png"), "PNG", false));
+    EXPECT_EQ(QImage(path("plot.png")).size(), (rect.size() * 2).toSize());
+    ASSERT_TRUE(v->exportCurrentView(path("view.png"), "PNG", false));
+    EXPECT_EQ(QImage(path("view.png")).size(), v->view(0)->viewport()->size());
+    ASSERT_TRUE(v->exportPlot(path("plot.pdf"), "PDF", true));
+    const std::string pdf = test_support::ReadBytes(file("plot.pdf"));
+    EXPECT_EQ(pdf.substr(0, 4), "%PDF");
+    const QRegularExpressionMatch box = QRegularExpression(R"(/MediaBox \[0 0 ([\d.]+) ([\d.]+)\])")
+                                            .match(QString::fromStdString(pdf));
+    ASSERT_TRUE(box.hasMatch());
+    EXPECT_EQ(QSizeF(box.captured(1).toDouble(), box.captured(2).toDouble()), rect.size());
+
+    const PIVPLOT::PLOT_CFG record = v->plotDlg()->record();
+    QSignalSpy messages(v, &KelvaneDataView::signalMessage);
+    const QString nowhere = path("no/such/dir/plot.png");
+    EXPECT_FALSE(v->exportPlot(nowhere, "PNG", false));
+    test_support::WriteBytes(file("empty.cfg"), "");
+    EXPECT_FALSE(v->loadPlotConfig(path("empty.cfg")));
+    EXPECT_FALSE(v->loadUserLUT(path("missing.lut")));
+    ASSERT_EQ(messages.count(), 3);
+    EXPECT_TRUE(messages.at(0).at(0).toString().contains(nowhere));
+    EXPECT_TRUE(PIV::SameRecord(record, v->plotDlg()->record()));
+    EXPECT_EQ(v->scene(0)->sceneRect(), rect);
+}
