@@ -98,6 +98,7 @@ public:
     double currentZoomFactor() const;
     int zoomIndex() const { return m_zoomIndex; }
     PIVPlotSetupDlg* plotDlg() const { return m_plotDlg; }
+    QPrinter* printer() const { return m_printer; }
 
     QGraphicsScene* scene(int i) const { return m_scene[i]; }
     KelvaneSceneView* view(int i) const { return m_view[i]; }

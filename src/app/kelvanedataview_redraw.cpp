@@ -118,12 +118,17 @@ void KelvaneDataView::updateSceneItems() {
         m_scene[s]->setBackgroundBrush(QColor::fromRgba(c.colors.Bkgd));
         m_items[s]->hideAll();
     }
+    m_ruler->setVisible(ruler);
     bool resized = false;
     for (int s = 0; s < kSceneCount; ++s) {
         for (int i = 0; i < I::ITEM_COUNT; ++i) m_items[s]->show(I::Item(i), shown[i]);
         resized |= m_items[s]->updateBoundingRect();
     }
-    m_ruler->setVisible(ruler);
+    // The region of interest may reach past the image; it must stay reachable.
+    if (m_roi->isVisible() && !m_scene[0]->sceneRect().contains(m_roi->sceneBoundingRect())) {
+        m_scene[0]->setSceneRect(m_scene[0]->sceneRect() | m_roi->sceneBoundingRect());
+        resized = true;
+    }
     if (resized) ++m_needsRedraw;
 }
 

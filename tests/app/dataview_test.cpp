@@ -4,8 +4,10 @@
 #include <QFile>
 #include <QGraphicsRectItem>
 #include <QGraphicsScene>
+#include <QPrinter>
 #include <QRegularExpression>
 #include <QStatusBar>
+#include <QTest>
 
 #include <cmath>
 #include <functional>
@@ -283,4 +285,75 @@ TEST_F(PlotScene, ExportsHaveTheScenesSizeAndBadFilesChangeNothing) {
     EXPECT_TRUE(messages.at(0).at(0).toString().contains(nowhere));
     EXPECT_TRUE(PIV::SameRecord(record, v->plotDlg()->record()));
     EXPECT_EQ(v->scene(0)->sceneRect(), rect);
+}
+
+// The mouse by mode: in data mode a press is handed on with whether it hit
+// the image; a calibration drag sets the ruler; dragging the region's top
+// left handle gives the new region on release.
+TEST_F(PlotScene, TheMouseActsByMode) {
+    auto w = shownWindow();
+    ASSERT_TRUE(w->loadFile(path("run0001a.tif")));
+    KelvaneDataView* v = w->dataView();
+    w->slotUpdateUI();
+    QWidget* port = v->view(0)->viewport();
+    const auto at = [v](double x, double y) { return v->view(0)->mapFromScene(QPointF(x, y)); };
+    const auto drag = [&](QPointF from, QPointF to) {
+        QTest::mousePress(port, Qt::LeftButton, Qt::NoModifier, at(from.x(), from.y()));
+        // QTest's move carries no button; a held button is what a drag is.
+        QMouseEvent move(QEvent::MouseMove, at(to.x(), to.y()), Qt::NoButton, Qt::LeftButton,
+                         Qt::NoModifier);
+        QApplication::sendEvent(port, &move);
+        QTest::mouseRelease(port, Qt::LeftButton, Qt::NoModifier, at(to.x(), to.y()));
+    };
+    QSignalSpy presses(v, &KelvaneDataView::signalMousePressAt);
+    QSignalSpy rulers(v, &KelvaneDataView::signalNewRulerLength);
+    QSignalSpy rois(v, &KelvaneDataView::signalNewROI);
+    QTest::mouseClick(port, Qt::LeftButton, Qt::NoModifier, at(64, 64));
+    QTest::mouseClick(port, Qt::LeftButton, Qt::NoModifier, at(64, 300));
+    ASSERT_EQ(presses.count(), 2);
+    EXPECT_EQ(presses.at(0).at(1).toPointF(), QPointF(64, 64));
+    EXPECT_TRUE(presses.at(0).at(2).toBool());
+    EXPECT_FALSE(presses.at(1).at(2).toBool());
+
+    w->setKelvaneMode(MODE_CALIBRATION, true);
+    w->slotUpdateUI();
+    drag({10, 64}, {110, 64});
+    ASSERT_EQ(rulers.count(), 1);
+    EXPECT_DOUBLE_EQ(rulers.at(0).at(0).toDouble(), 100.0);
+
+    w->setKelvaneMode(MODE_ROI_EDIT, true);
+    w->slotUpdateUI();
+    drag({100, 150}, {20, 30});  // the region starts at (100, 150), 200 x 300
+    ASSERT_EQ(rois.count(), 1);
+    EXPECT_EQ(rois.at(0).at(0).toRect(), QRect(20, 30, 280, 420));
+    EXPECT_EQ(presses.count(), 3);  // calibration hands its press on, the region editor not
+}
+
+// Printing and a batch export write PDF on a white ground and leave the
+// screen's ground as it was; zoom and ruler survive a restart under their keys.
+TEST_F(PlotScene, PrintBatchExportAndSettings) {
+    {
+        auto w = shownWindow();
+        ASSERT_TRUE(w->loadFile(path("run0001a.tif")));
+        ASSERT_TRUE(evaluate(*w));  // with vectors to show, the image may go
+        KelvaneDataView* v = w->dataView();
+        w->slotUpdateUI();
+        const QBrush ground = v->scene(0)->backgroundBrush();
+        v->printer()->setOutputFormat(QPrinter::PdfFormat);
+        v->printer()->setOutputFileName(path("print.pdf"));
+        v->print();
+        EXPECT_EQ(test_support::ReadBytes(file("print.pdf")).substr(0, 4), "%PDF");
+        v->slotBatchExportPlot(path("batch.pdf"), 0, "PDF", true);
+        EXPECT_EQ(test_support::ReadBytes(file("batch.pdf")).substr(0, 4), "%PDF");
+        EXPECT_FALSE(v->isImageVisible());
+        EXPECT_EQ(v->scene(0)->backgroundBrush(), ground);
+        v->slotSetZoom(12);
+        w->action("actionCalibResetRuler")->trigger();  // a quarter to three quarters
+        w->registryIO(MySettings::WRITE);
+    }
+    EXPECT_EQ(settings.value("/MainWin/ZoomIndex").toInt(), 12);
+    EXPECT_EQ(settings.value("/Conversion/RulerPt1").toPointF(), QPointF(32, 64));
+    auto w = window();
+    EXPECT_EQ(w->dataView()->zoomIndex(), 12);
+    EXPECT_EQ(w->dataView()->ruler()->second(), QPointF(96, 64));
 }
