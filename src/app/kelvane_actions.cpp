@@ -23,6 +23,7 @@
 #include "qlogbuffer.h"
 #include "qtwinprogresstoolbar.h"
 #include "recentfiles.h"
+#include "xyplotwindow.h"
 
 namespace {
 
@@ -347,6 +348,13 @@ void Kelvane::connectActions() {
     bindV("actionPlotConfigSave", &KelvaneDataView::slotPlotConfigSave);
     bindV("actionPlotConfigLoad", &KelvaneDataView::slotPlotConfigLoad);
     bindV("actionPTV_ShowVectors", &KelvaneDataView::slotShowPTVVectors);
+    // Each press shows the window or hides it again.
+    bind(action(QStringLiteral("actionImageProfileX")), v,
+         [v] { v->slotImageProfileX(!v->isProfileVisible(0)); });
+    bind(action(QStringLiteral("actionImageProfileY")), v,
+         [v] { v->slotImageProfileY(!v->isProfileVisible(1)); });
+    bind(action(QStringLiteral("actionImageHistogram")), d,
+         [d] { d->slotImageHistogram(!d->imageHistogram() || !d->imageHistogram()->isVisible()); });
 }
 
 // This edition offers no stereo and no image stream.

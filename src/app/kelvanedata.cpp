@@ -12,6 +12,7 @@
 #include "piv_enums.h"
 #include "pivevalobj.h"
 #include "qtwinprogresstoolbar.h"
+#include "xyplotwindow.h"
 
 KelvaneData::KelvaneData(KelvaneDataObject* dataObject, QMainWindow* window, MySettings* settings)
     : QObject(window),
@@ -128,6 +129,7 @@ void KelvaneData::updateKelvaneMode(KelvaneMode) {}
 
 void KelvaneData::closeDialogs() {
     if (m_loadPairDlg) m_loadPairDlg->hide();
+    if (m_histogram) m_histogram->hide();
     m_outputDlg->hide();
     m_engine->closeDialogs();
 }

@@ -17,6 +17,7 @@ class OutputDlg;
 class PIVevalEngine;
 class QMainWindow;
 class QTwinProgressToolBar;
+class XYPlotWindow;
 
 class KelvaneData : public QObject {
     Q_OBJECT
@@ -28,6 +29,7 @@ public:
     QTwinProgressToolBar* progressBars() const { return m_bars; }
     OutputDlg* outputDlg() const { return m_outputDlg; }
     LoadPairDlg* loadPairDlg();
+    XYPlotWindow* imageHistogram() const { return m_histogram; }
     KelvaneFile& kelvaneFile() { return m_file; }
     bool isBatchMode() const { return m_batchMode; }
     void setBatchMode(bool on) { m_batchMode = on; }
@@ -84,6 +86,8 @@ public slots:
     // "Save PTV data": the tracks of the view as a text table, one line a
     // first-frame particle, under a name the user picks.
     void slotPTV_SaveData();
+    // A 256-bin histogram of both frames, kept up to date with each new image.
+    void slotImageHistogram(bool show);
 
 signals:
     void signalMessage(const QString& text);
@@ -106,6 +110,7 @@ private:
     // Moves the working directory, the output names and the recent list
     // after an image loaded.
     void imageLoaded(const QString& path);
+    void updateImageHistogram();
 
     KelvaneDataObject* m_dataObject;
     MySettings* m_settings;
@@ -114,6 +119,7 @@ private:
     QTwinProgressToolBar* m_bars;
     OutputDlg* m_outputDlg;
     LoadPairDlg* m_loadPairDlg = nullptr;
+    XYPlotWindow* m_histogram = nullptr;
     KelvaneFile m_file;
     QString m_imageFilters, m_fileFilters;
     bool m_batchMode = false;

@@ -31,6 +31,7 @@ class QPrinter;
 class QStackedWidget;
 class QWidget;
 class RulerItem;
+class XYPlotWindow;
 
 // The intensity range and table of the image, as the image dialogs take it.
 struct BMP_DISPLAY_PARAMS {
@@ -107,6 +108,9 @@ public:
     QGraphicsRectItem* roiItem() const { return m_roi; }
     ItemEditor* itemEditor(int i) const { return m_editor[i]; }
     int imageFrame() const { return m_frame; }
+    // Null until first shown.
+    XYPlotWindow* profile(int axis) const { return m_profile[axis]; }
+    bool isProfileVisible(int axis) const;
 
 public slots:
     void slotSetCurrentScene(int scene);
@@ -126,6 +130,9 @@ public slots:
     void slotZoomIn() { slotSetZoom(m_zoomIndex + 1); }
     void slotZoomOut() { slotSetZoom(m_zoomIndex - 1); }
     void slotSetImageStacking(int order);
+    // Horizontal (0) and vertical (1) profiles of the frames under the pointer.
+    void slotImageProfileX(bool show) { showProfile(0, show); }
+    void slotImageProfileY(bool show) { showProfile(1, show); }
     void slotBackgroundAlign();
     void slotOverlayAlign();
 
@@ -183,6 +190,8 @@ private:
     bool isOnline() const;
     bool haveFileData() const;
     void emitDisplayParams();
+    void showProfile(int axis, bool show);
+    void updateProfiles(const QPointF& point);
     // Renders the scene rectangle of the current scene on a white ground.
     bool renderTo(const QString& file, const QString& format, bool vectorFormat, bool wholeScene);
 
@@ -210,6 +219,7 @@ private:
     QGraphicsRectItem* m_roi;
     QString m_userLUTFile;
     QString m_configFile;
+    XYPlotWindow* m_profile[2] = {};
 
     int m_frame = 0;
     bool m_showPTV = true;

@@ -4,12 +4,16 @@
 #include <QGraphicsScene>
 #include <QMouseEvent>
 
+#include <cmath>
+
 #include "itemeditor.h"
 #include "kelvanedataobject.h"
 #include "kelvanedataview.h"
 #include "kelvanedataview_bmpitems.h"
 #include "kelvanesceneview.h"
+#include "qpiv_imagepair.h"
 #include "ruleritem.h"
+#include "xyplotwindow.h"
 
 void KelvaneDataView::slotMousePressEvent(QMouseEvent* event, QPointF point) {
     m_lastPointer = point;
@@ -23,6 +27,7 @@ void KelvaneDataView::slotMousePressEvent(QMouseEvent* event, QPointF point) {
 
 void KelvaneDataView::slotMouseMoveEvent(QMouseEvent* event, QPointF point) {
     m_lastPointer = point;
+    updateProfiles(point);
     const KelvaneMode mode = m_dataObject->kelvaneMode();
     KelvaneSceneView* view = m_view[m_currentScene];
     if (mode == MODE_CALIBRATION && view->isOutlineMode() && m_currentScene == 0) {
@@ -61,4 +66,43 @@ void KelvaneDataView::slotResetRuler() {
 
 void KelvaneDataView::slotCenterOrigin() {
     emit signalNewReferencePoint(m_lastPointer);
+}
+
+// ---- profiles ------------------------------------------------------------------
+
+bool KelvaneDataView::isProfileVisible(int axis) const {
+    return m_profile[axis] && m_profile[axis]->isVisible();
+}
+
+void KelvaneDataView::showProfile(int axis, bool show) {
+    if (!m_profile[axis]) {
+        m_profile[axis] = new XYPlotWindow(
+            axis == 0 ? tr("Horizontal profile") : tr("Vertical profile"), m_parent);
+        m_profile[axis]->setAxisTitles(axis == 0 ? tr("x [pixel]") : tr("y [pixel]"), tr("I"));
+    }
+    m_profile[axis]->setVisible(show);
+    if (show) updateProfiles(m_lastPointer);
+}
+
+void KelvaneDataView::updateProfiles(const QPointF& point) {
+    if (!isProfileVisible(0) && !isProfileVisible(1)) return;
+    QPIV_ImagePair* pair = m_dataObject->image(0);
+    if (pair->isNull()) return;
+    Image2D* frames[2] = {pair->imgA(), pair->isImagePair() ? pair->imgB() : nullptr};
+    const int x = int(std::floor(point.x())), y = int(std::floor(point.y()));
+    const int w = int(frames[0]->width()), h = int(frames[0]->height());
+    if (x < 0 || y < 0 || x >= w || y >= h) return;
+    for (int axis = 0; axis < 2; ++axis) {
+        if (!isProfileVisible(axis)) continue;
+        for (int f = 0; f < 2; ++f) {
+            QVector<double> values;
+            if (frames[f] && frames[f]->width() == frames[0]->width() &&
+                frames[f]->height() == frames[0]->height()) {
+                values.resize(axis == 0 ? w : h);
+                for (int i = 0; i < values.size(); ++i)
+                    values[i] = axis == 0 ? frames[f]->pixel(i, y) : frames[f]->pixel(x, i);
+            }
+            m_profile[axis]->setCurve(f, values);
+        }
+    }
 }

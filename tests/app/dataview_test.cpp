@@ -11,6 +11,7 @@
 
 #include <cmath>
 #include <functional>
+#include <numeric>
 
 #include "box_watcher.h"
 #include "kelvanedataview.h"
@@ -21,6 +22,7 @@
 #include "qpiv_imagepair.h"
 #include "ruleritem.h"
 #include "window_fixture.h"
+#include "xyplotwindow.h"
 
 namespace {
 
@@ -287,9 +289,9 @@ TEST_F(PlotScene, ExportsHaveTheScenesSizeAndBadFilesChangeNothing) {
     EXPECT_EQ(v->scene(0)->sceneRect(), rect);
 }
 
-// The mouse by mode: in data mode a press is handed on with whether it hit
-// the image; a calibration drag sets the ruler; dragging the region's top
-// left handle gives the new region on release.
+// The mouse by mode: in data mode the profiles follow it and a press is
+// handed on with whether it hit the image; a calibration drag sets the ruler; dragging the region's
+// top left handle gives the new region on release.
 TEST_F(PlotScene, TheMouseActsByMode) {
     auto w = shownWindow();
     ASSERT_TRUE(w->loadFile(path("run0001a.tif")));
@@ -308,6 +310,26 @@ TEST_F(PlotScene, TheMouseActsByMode) {
     QSignalSpy presses(v, &KelvaneDataView::signalMousePressAt);
     QSignalSpy rulers(v, &KelvaneDataView::signalNewRulerLength);
     QSignalSpy rois(v, &KelvaneDataView::signalNewROI);
+    // Profiles follow the pointer: row 7 and column 5 of both frames; the
+    // histogram counts every pixel of a frame once.
+    w->action("actionImageProfileX")->trigger();
+    w->action("actionImageProfileY")->trigger();
+    w->action("actionImageHistogram")->trigger();
+    QMouseEvent hover(QEvent::MouseMove, at(5, 7), Qt::NoButton, Qt::NoButton, Qt::NoModifier);
+    QApplication::sendEvent(port, &hover);
+    QVector<double> rowB, columnA, zeroA(1);
+    for (int i = 0; i < kSize; ++i) {
+        rowB << truth.pixelB(i, 7);
+        columnA << truth.pixelA(5, i);
+        for (int x = 0; x < kSize; ++x) zeroA[0] += truth.pixelA(x, i) == 0;
+    }
+    EXPECT_EQ(v->profile(0)->curve(1), rowB);
+    EXPECT_EQ(v->profile(1)->curve(0), columnA);
+    const QVector<double>& bins = w->data()->imageHistogram()->curve(0);
+    ASSERT_EQ(bins.size(), 256);
+    EXPECT_EQ(std::accumulate(bins.begin(), bins.end(), 0.0), kSize * kSize);
+    EXPECT_EQ(bins[0], zeroA[0]);
+
     QTest::mouseClick(port, Qt::LeftButton, Qt::NoModifier, at(64, 64));
     QTest::mouseClick(port, Qt::LeftButton, Qt::NoModifier, at(64, 300));
     ASSERT_EQ(presses.count(), 2);
