@@ -234,7 +234,8 @@ void KelvaneDataView::slotUpdateOrigin() {
 }
 
 void KelvaneDataView::slotApplyPlotSettings() {
-    for (KelvaneBmpItems* items : m_items) items->setPlotCfg(record(), false);
+    // While the user arranges the plot, the items keep where they were put.
+    for (KelvaneBmpItems* items : m_items) items->setPlotCfg(record(), !isArranging());
     emit signalUpdateColors(record().colors);
     updateAnnotations();
     ++m_needsRedraw;

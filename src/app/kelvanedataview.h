@@ -188,6 +188,7 @@ private:
     void changeRecord(const std::function<void(PIVPLOT::PLOT_CFG&)>& change);
     const PIVPLOT::PLOT_CFG& record() const;
     bool isOnline() const;
+    bool isArranging() const;
     bool haveFileData() const;
     void emitDisplayParams();
     void showProfile(int axis, bool show);

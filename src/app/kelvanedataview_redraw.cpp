@@ -21,8 +21,12 @@ void KelvaneDataView::changeRecord(const std::function<void(PIVPLOT::PLOT_CFG&)>
     PIVPLOT::PLOT_CFG cfg = record();
     change(cfg);
     m_plotDlg->setRecord(cfg);
-    for (KelvaneBmpItems* items : m_items) items->setPlotCfg(cfg, false);
+    for (KelvaneBmpItems* items : m_items) items->setPlotCfg(cfg, !isArranging());
     ++m_needsRedraw;
+}
+
+bool KelvaneDataView::isArranging() const {
+    return m_lastMode == MODE_ARRANGE_PLOT;
 }
 
 // ---- redraw policy --------------------------------------------------------------

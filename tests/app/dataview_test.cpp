@@ -60,7 +60,8 @@ protected:
     void writeFrame(const char* name, int low, int high) const {
         Image2D image(100, 100, IMAGE_UINT16);
         for (int i = 0; i < 10000; ++i) image.setPixel(i % 100, i / 100, i < 400 ? high : low);
-        ASSERT_TRUE(image.save(file(name).c_str()));
+        // Saved without a format, a 16-bit frame becomes a camera double frame.
+        ASSERT_TRUE(image.save(file(name).c_str(), PIV::FORMAT_TIFF));
     }
 };
 
@@ -242,9 +243,6 @@ TEST_F(PlotScene, AutoScaleRoundsMeanPlusTwoSigmaUpToAPowerOfTwo) {
         writeFrame("auto0001a.tif", c.lowA, c.highA);
         writeFrame("auto0001b.tif", c.lowB, c.highB);
         auto w = window();
-        IMAGE_CFG cfg = w->dataObject()->image(0)->imageCfg();
-        cfg.SplitPCO = false;  // two files, not the halves of a camera's double frame
-        w->dataObject()->image(0)->setImageCfg(cfg);
         ASSERT_TRUE(w->loadFile(path("auto0001a.tif")));
         w->action("actionImageAutoScale")->trigger();
         for (int s = 0; s < KelvaneDataView::kSceneCount; ++s) {
@@ -352,7 +350,8 @@ TEST_F(PlotScene, TheMouseActsByMode) {
 }
 
 // Printing and a batch export write PDF on a white ground and leave the
-// screen's ground as it was; zoom and ruler survive a restart under their keys.
+// screen's ground as it was; the dialog places the colour bar; zoom and ruler survive a restart
+// under their keys.
 TEST_F(PlotScene, PrintBatchExportAndSettings) {
     {
         auto w = shownWindow();
@@ -369,6 +368,13 @@ TEST_F(PlotScene, PrintBatchExportAndSettings) {
         EXPECT_EQ(test_support::ReadBytes(file("batch.pdf")).substr(0, 4), "%PDF");
         EXPECT_FALSE(v->isImageVisible());
         EXPECT_EQ(v->scene(0)->backgroundBrush(), ground);
+        PIVPLOT::PLOT_CFG placed = v->plotDlg()->record();
+        placed.image.lut.PosX = 300;  // the dialog places the colour bar
+        placed.image.lut.PosY = 40;
+        v->plotDlg()->setRecord(placed);
+        v->slotApplyPlotSettings();
+        for (int s = 0; s < KelvaneDataView::kSceneCount; ++s)
+            EXPECT_EQ(v->items(s)->item(I::ITEM_IMAGE_LUT)->pos(), QPointF(300, 40));
         v->slotSetZoom(12);
         w->action("actionCalibResetRuler")->trigger();  // a quarter to three quarters
         w->registryIO(MySettings::WRITE);
