@@ -109,7 +109,9 @@ void KelvaneBmpItems::setPivData(PIV_Data2D* data, bool intermediate) {
         *shown = *data;
     }
     m_vectors->setData(shown);
-    m_contours->updateData(shown);
+    m_field = shown;
+    // The same field object may hold new vectors: the map is redone.
+    feedContours(true);
     // The items hold their own references to the copy.
     if (shown != data) shown->release();
     m_changed = true;
@@ -125,9 +127,18 @@ void KelvaneBmpItems::setPTVdata(std::shared_ptr<const PTV_Data2D> tracks) {
 }
 
 void KelvaneBmpItems::updateImagePair(Image2D* a, Image2D* b) {
+    // The second bitmap shows a frame of its own only beside a stereo view;
+    // here it stays empty and costs nothing.
     m_pair->updateImages(a, b);
-    m_second->updateImage2D(b);
     m_changed = true;
+}
+
+void KelvaneBmpItems::feedContours(bool force) {
+    // A map of the image's size is computed only while contours are asked for.
+    PIV_Data2D* wanted = m_cfg.contour.Show ? m_field : nullptr;
+    if (wanted == m_contoursOf && !force) return;
+    m_contours->updateData(wanted);
+    m_contoursOf = wanted;
 }
 
 void KelvaneBmpItems::updateImagePairAndMask(Image2D* a, Image2D* b, Image2D* mask) {
@@ -267,6 +278,7 @@ void KelvaneBmpItems::setPlotCfg(const PIVPLOT::PLOT_CFG& cfg, bool positions) {
     m_vectorLut->setConfig(next.vector.lut);
     m_vectorLut->setLUT(_lutOf(next.vector.lut));
     m_contours->setContourCfg(next.contour);
+    feedContours(false);
     m_contourLut->setConfig(next.contour.lut);
     m_contourLut->setLUT(_lutOf(next.contour.lut));
     m_refVector->setConfig(next.refVector, next.vector.Stretch);

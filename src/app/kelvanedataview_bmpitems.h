@@ -126,6 +126,8 @@ public:
     LutItem* imageLutItem() const { return m_imageLut; }
 
 private:
+    void feedContours(bool force);
+
     QGraphicsScene* m_scene;
     int m_number;
     QGraphicsRectItem* m_root;
@@ -150,6 +152,9 @@ private:
     QGraphicsItem* m_items[ITEM_COUNT];
 
     PIVPLOT::PLOT_CFG m_cfg;
+    // The field on show (the vector map holds it) and the one under the contours.
+    PIV_Data2D* m_field = nullptr;
+    PIV_Data2D* m_contoursOf = nullptr;
     QSize m_imageSize;
     bool m_toggle = false;
     bool m_originAtTop = true;

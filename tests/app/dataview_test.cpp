@@ -19,6 +19,7 @@
 #include "kelvanesceneview.h"
 #include "piv_record.h"
 #include "pivplotsetupdlg.h"
+#include "pivscalarmapitem.h"
 #include "qpiv_imagepair.h"
 #include "ruleritem.h"
 #include "window_fixture.h"
@@ -215,6 +216,9 @@ TEST_F(PlotScene, EachStateShowsItsItemsInAllScenes) {
         EXPECT_TRUE(shownEverywhere(v, I::ITEM_IMAGE, c.image));
         EXPECT_TRUE(shownEverywhere(v, I::ITEM_VECTORS, c.vectors));
         EXPECT_TRUE(shownEverywhere(v, I::ITEM_CONTOURS, c.contours));
+        if (c.contours) {
+            EXPECT_FALSE(v->items(0)->contourMap()->indexImage().isNull());
+        }
         EXPECT_TRUE(shownEverywhere(v, I::ITEM_RANDOM_VECTORS, c.random));
         EXPECT_TRUE(shownEverywhere(v, I::ITEM_REF_POINT, c.refPoint));
         EXPECT_EQ(v->ruler()->isVisible(), c.ruler);
