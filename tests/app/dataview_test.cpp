@@ -389,3 +389,38 @@ TEST_F(PlotScene, PrintBatchExportAndSettings) {
     EXPECT_EQ(w->dataView()->zoomIndex(), 12);
     EXPECT_EQ(w->dataView()->ruler()->second(), QPointF(96, 64));
 }
+
+// Dragged while the plot is arranged, a colour bar keeps its new place: the
+// record takes it when arranging ends, and every scene shows it there. In
+// data mode the same drag moves nothing.
+TEST_F(PlotScene, ArrangedItemsKeepTheirPlace) {
+    auto w = shownWindow();
+    ASSERT_TRUE(w->loadFile(path("run0001a.tif")));
+    KelvaneDataView* v = w->dataView();
+    QWidget* port = v->view(0)->viewport();
+    QGraphicsItem* bar = v->items(0)->item(I::ITEM_IMAGE_LUT);
+    const auto dragBar = [&] {
+        const QPoint from = v->view(0)->mapFromScene(bar->sceneBoundingRect().center());
+        QTest::mousePress(port, Qt::LeftButton, Qt::NoModifier, from);
+        QMouseEvent move(QEvent::MouseMove, from + QPoint(40, 30), Qt::NoButton, Qt::LeftButton,
+                         Qt::NoModifier);
+        QApplication::sendEvent(port, &move);
+        QTest::mouseRelease(port, Qt::LeftButton, Qt::NoModifier, from + QPoint(40, 30));
+    };
+    w->setKelvaneMode(MODE_ARRANGE_PLOT, true);
+    w->slotUpdateUI();
+    const QPointF start = bar->pos();
+    dragBar();
+    EXPECT_EQ(bar->pos(), start + QPointF(40, 30));
+    w->setKelvaneMode(MODE_DATA, true);
+    const PIVPLOT::LUT_CFG& placed = v->plotDlg()->record().image.lut;
+    EXPECT_EQ(QPointF(placed.PosX, placed.PosY), start + QPointF(40, 30));
+    EXPECT_EQ(v->items(3)->item(I::ITEM_IMAGE_LUT)->pos(), start + QPointF(40, 30));
+    PIVPLOT::PLOT_CFG shown = v->plotDlg()->record();
+    shown.image.lut.Show = true;
+    v->plotDlg()->setRecord(shown);
+    v->slotApplyPlotSettings();
+    w->slotUpdateUI();
+    dragBar();
+    EXPECT_EQ(bar->pos(), start + QPointF(40, 30));
+}
