@@ -159,6 +159,7 @@ void KelvaneDataView::slotUpdateImage(int view) {
     Image2D* b = pair->isImagePair() ? pair->imgB() : nullptr;
     PIV_Image2D* pa = pair->imgA();
     Image2D* mask = pa->isMaskAvailable() ? pa->imageMask() : nullptr;
+    m_dataTooSmall = false;
     // The result's scene shows the same frames under its field.
     for (int s : {m_currentScene, 3}) m_items[s]->updateImagePairAndMask(a, b, mask);
     m_frame = 0;
@@ -194,12 +195,10 @@ void KelvaneDataView::slotUpdateData(int view) {
 }
 
 void KelvaneDataView::setDataSize(const QSize& size) {
-    if (size.width() < 11 || size.height() < 11) {
-        changeRecord(
-            [](PIVPLOT::PLOT_CFG& c) { c.image.Show = c.vector.Show = c.contour.Show = false; });
-        return;
-    }
-    for (KelvaneBmpItems* items : m_items) items->setImageSize(size);
+    // Too small to draw: hidden, but the record keeps what the user chose.
+    m_dataTooSmall = size.width() < 11 || size.height() < 11;
+    if (!m_dataTooSmall)
+        for (KelvaneBmpItems* items : m_items) items->setImageSize(size);
     ++m_needsRedraw;
 }
 

@@ -225,6 +225,7 @@ private:
     int m_frame = 0;
     bool m_showPTV = true;
     bool m_dropsForwarded = false;
+    bool m_dataTooSmall = false;
     KelvaneMode m_lastMode = MODE_DATA;
     QPointF m_lastPointer;
     int m_sceneItemUpdates = 0;

@@ -83,6 +83,7 @@ void KelvaneDataView::updateSceneItems() {
         else
             vectors = true;
     }
+    if (m_dataTooSmall) vectors = contours = false;
     bool shown[I::ITEM_COUNT] = {};
     shown[I::ITEM_IMAGE] = showImage;
     shown[I::ITEM_VECTORS] = vectors;

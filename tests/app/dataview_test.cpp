@@ -165,9 +165,15 @@ TEST_F(PlotScene, EachStateShowsItsItemsInAllScenes) {
                                      POINT3D{120, 120, 0}, 1));
     ASSERT_TRUE(field.initShift(1.5f, -0.5f, 0.0f));
     ASSERT_TRUE(field.saveNetCDF(file("field.nc").c_str()));
+    PIV_Data2D tiny;  // 2 x 2 nodes on a 10 px image: too small to draw
+    ASSERT_TRUE(tiny.createZeroData(SIZE3D{10, 10, 1}, SIZE3D{4, 4, 1}, POINT3D{2, 2, 0},
+                                    POINT3D{6, 6, 0}, 1));
+    ASSERT_TRUE(tiny.initShift(1.0f, 0.0f, 0.0f));
+    ASSERT_TRUE(tiny.saveNetCDF(file("tiny.nc").c_str()));
     auto w = shownWindow();
     KelvaneDataView* v = w->dataView();
     KelvaneDataObject* o = w->dataObject();
+    PIVPLOT::PLOT_CFG beforeTiny;
     const auto contours = [v](bool on) {
         PIVPLOT::PLOT_CFG c = v->plotDlg()->record();
         c.contour.Show = on;
@@ -208,6 +214,12 @@ TEST_F(PlotScene, EachStateShowsItsItemsInAllScenes) {
              ASSERT_TRUE(w->loadFile(path("field.nc")));
          },
          0, 1, 0, 0, 0, 0, 0},
+        {"10 px file data",
+         [&] {
+             beforeTiny = v->plotDlg()->record();
+             ASSERT_TRUE(w->loadFile(path("tiny.nc")));
+         },
+         0, 0, 0, 0, 0, 0, 0},
     };
     for (const Case& c : cases) {
         SCOPED_TRACE(c.state);
@@ -228,6 +240,7 @@ TEST_F(PlotScene, EachStateShowsItsItemsInAllScenes) {
     }
     w->action("actionImageTogglePair")->trigger();  // file data have no frames
     EXPECT_EQ(v->imageFrame(), 0);
+    EXPECT_TRUE(PIV::SameRecord(beforeTiny, v->plotDlg()->record()));  // hidden, not switched off
 }
 
 // Auto-scale from the larger mean and sigma of the two frames: mean + 2 sigma
