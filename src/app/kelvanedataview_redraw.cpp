@@ -69,14 +69,14 @@ void KelvaneDataView::updateSceneItems() {
     const bool mask = a->isMaskAvailable() && !a->imageMask()->isNull();
     const bool ptv = o->havePTVdata(-1);
 
-    // 1 to 3: image, vectors and contours by the record; a running
+    // Image, vectors and contours by the record; a running
     // evaluation's field shows as vectors alone.
     const bool showImage = image && (c.image.Show || !data);
     bool vectors = c.vector.Show && data;
     bool contours = c.contour.Show && data && !intermediate;
     bool tracks = ptv && m_showPTV && !intermediate;
     if (intermediate) vectors = true;
-    // 4: a field always shows something.
+    // A field always shows something.
     if (data && !vectors && !contours) {
         if (ptv)
             tracks = true;
@@ -89,9 +89,11 @@ void KelvaneDataView::updateSceneItems() {
     shown[I::ITEM_VECTORS] = vectors;
     shown[I::ITEM_CONTOURS] = contours;
     shown[I::ITEM_TRACKS] = tracks;
-    shown[I::ITEM_MASK] = mask && (vectors || contours || tracks);  // 5
-    shown[I::ITEM_RANDOM_VECTORS] = showImage && !fileData;         // 6
-    // 7: colour bars by the record and what they stand for.
+    // The mask matters under what is drawn from the field; probed vectors
+    // belong to a live image.
+    shown[I::ITEM_MASK] = mask && (vectors || contours || tracks);
+    shown[I::ITEM_RANDOM_VECTORS] = showImage && !fileData;
+    // Colour bars by the record and what they stand for.
     shown[I::ITEM_IMAGE_LUT] = c.image.lut.Show && showImage;
     shown[I::ITEM_VECTOR_LUT] = c.vector.lut.Show && (vectors || tracks);
     shown[I::ITEM_CONTOUR_LUT] = c.contour.lut.Show && contours;
@@ -107,7 +109,7 @@ void KelvaneDataView::updateSceneItems() {
         for (I::Item i : {I::ITEM_IMAGE_LUT, I::ITEM_VECTOR_LUT, I::ITEM_CONTOUR_LUT,
                           I::ITEM_VECTORS, I::ITEM_REF_VECTOR})
             shown[i] = true;
-    // 8: calibration and region of interest work on the bare image.
+    // Calibration and region of interest work on the bare image.
     bool ruler = false;
     if (mode <= MODE_ROI_EDIT) {
         shown[I::ITEM_IMAGE] = image;
