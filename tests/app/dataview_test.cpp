@@ -14,6 +14,7 @@
 #include <numeric>
 
 #include "box_watcher.h"
+#include "imagepairitem.h"
 #include "kelvanedataview.h"
 #include "kelvanedataview_bmpitems.h"
 #include "kelvanesceneview.h"
@@ -436,4 +437,39 @@ TEST_F(PlotScene, ArrangedItemsKeepTheirPlace) {
     w->slotUpdateUI();
     dragBar();
     EXPECT_EQ(bar->pos(), start + QPointF(40, 30));
+}
+
+// B halves the top of the grey range and D doubles it back; Ctrl+R turns the
+// table round: in every scene, and a pixel of grey g takes index g 255 / top.
+TEST_F(PlotScene, BrightnessAndTableKeysReachEveryScene) {
+    auto w = window();
+    ASSERT_TRUE(w->loadFile(path("run0001a.tif")));
+    KelvaneDataView* v = w->dataView();
+    w->slotUpdateUI();
+    int px = 0, py = 0;  // a particle pixel of middle grey
+    for (int i = 0; i < kSize * kSize; ++i)
+        if (truth.pixelA(i % kSize, i / kSize) >= 60 && truth.pixelA(i % kSize, i / kSize) < 120) {
+            px = i % kSize, py = i / kSize;
+            break;
+        }
+    const double grey = truth.pixelA(px, py);
+    ASSERT_GE(grey, 60);
+    struct Case {
+        const char* action;
+        double top;
+        bool reversed;
+    } const cases[] = {{"actionImageBrighter", 127, false},
+                       {"actionImageDarker", 255, false},
+                       {"actionImageReverseLUT", 255, true}};
+    for (const Case& c : cases) {
+        w->action(c.action)->trigger();
+        for (int s = 0; s < KelvaneDataView::kSceneCount; ++s) {
+            EXPECT_EQ(v->items(s)->intensityTop(), c.top) << c.action;
+            EXPECT_EQ(v->items(s)->imagePair()->lut()->isReversed(), c.reversed) << c.action;
+        }
+        for (int s : {0, 3})
+            EXPECT_NEAR(v->items(s)->imagePair()->indexImage().pixelIndex(px, py),
+                        std::min(255.0, grey * 255 / c.top), 1.0)
+                << c.action;
+    }
 }
