@@ -192,6 +192,8 @@ private:
     bool haveFileData() const;
     void emitDisplayParams();
     void showProfile(int axis, bool show);
+    // Background or overlay image, from its file, over the data rectangle.
+    void alignImage(int which, const char* file);
     void updateProfiles(const QPointF& point);
     // Renders the scene rectangle of the current scene on a white ground.
     bool renderTo(const QString& file, const QString& format, bool vectorFormat, bool wholeScene);

@@ -125,22 +125,24 @@ void KelvaneDataView::slotBatchExportPlot(const QString& file, int scene, const 
 }
 
 void KelvaneDataView::slotBackgroundAlign() {
-    for (KelvaneBmpItems* items : m_items) {
-        auto* item = static_cast<QImageItem*>(items->item(KelvaneBmpItems::ITEM_BACKGROUND));
-        const QRectF r = items->dataRect();
-        if (item->logo().isNull()) continue;
-        item->setLogo(item->logo().scaled(r.size().toSize()));
-        item->setPos(r.topLeft());
-    }
-    ++m_needsRedraw;
+    alignImage(KelvaneBmpItems::ITEM_BACKGROUND, record().background.Text);
 }
 
 void KelvaneDataView::slotOverlayAlign() {
+    alignImage(KelvaneBmpItems::ITEM_OVERLAY, record().overlay.Text);
+}
+
+void KelvaneDataView::alignImage(int which, const char* file) {
+    // Scaled from the file each time, so that aligning twice loses nothing.
+    const QImage source(QString::fromLocal8Bit(file));
+    if (source.isNull()) {
+        emit signalMessage(tr("Cannot read image: %1").arg(QString::fromLocal8Bit(file)));
+        return;
+    }
     for (KelvaneBmpItems* items : m_items) {
-        auto* item = static_cast<QImageItem*>(items->item(KelvaneBmpItems::ITEM_OVERLAY));
+        auto* item = static_cast<QImageItem*>(items->item(KelvaneBmpItems::Item(which)));
         const QRectF r = items->dataRect();
-        if (item->logo().isNull()) continue;
-        item->setLogo(item->logo().scaled(r.size().toSize()));
+        item->setLogo(source.scaled(r.size().toSize()));
         item->setPos(r.topLeft());
     }
     ++m_needsRedraw;

@@ -10,6 +10,7 @@
 #include <QTest>
 
 #include <cmath>
+#include <cstdio>
 #include <functional>
 #include <numeric>
 
@@ -270,13 +271,23 @@ TEST_F(PlotScene, AutoScaleRoundsMeanPlusTwoSigmaUpToAPowerOfTwo) {
     }
 }
 
-// A PNG is the scene rectangle times the zoom, a PDF page the rectangle in
-// points, the current view its viewport. What cannot be written or read
-// says so and leaves the plot as it was.
+// An aligned overlay covers the image. A PNG is the scene rectangle times
+// the zoom, a PDF page the rectangle in points, the current view its viewport. What cannot be
+// written or read says so and leaves the plot as it was.
 TEST_F(PlotScene, ExportsHaveTheScenesSizeAndBadFilesChangeNothing) {
     auto w = shownWindow();
     ASSERT_TRUE(w->loadFile(path("run0001a.tif")));
     KelvaneDataView* v = w->dataView();
+    QImage logo(10, 20, QImage::Format_RGB32);
+    logo.fill(Qt::blue);
+    ASSERT_TRUE(logo.save(path("logo.png")));
+    PIVPLOT::PLOT_CFG withOverlay = v->plotDlg()->record();
+    std::snprintf(withOverlay.overlay.Text, sizeof(withOverlay.overlay.Text), "%s",
+                  file("logo.png").c_str());
+    v->plotDlg()->setRecord(withOverlay);
+    v->slotApplyPlotSettings();
+    for (int twice = 0; twice < 2; ++twice) v->slotOverlayAlign();  // over the 128 px image
+    EXPECT_EQ(v->items(0)->item(I::ITEM_OVERLAY)->sceneBoundingRect(), QRectF(0, 0, kSize, kSize));
     v->slotSetZoom(9);  // factor 2
     w->slotUpdateUI();
     const QRectF rect = v->scene(0)->sceneRect();
