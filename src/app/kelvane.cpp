@@ -5,12 +5,13 @@
 #include <QComboBox>
 #include <QDragEnterEvent>
 #include <QDropEvent>
+#include <QFileDialog>
 #include <QFileInfo>
-#include <QImage>
 #include <QLabel>
 #include <QMessageBox>
 #include <QMimeData>
 #include <QPixmap>
+#include <QPrintDialog>
 #include <QPrinter>
 #include <QPushButton>
 #include <QSplashScreen>
@@ -27,6 +28,7 @@
 #include "image2d.h"
 #include "kelvanedata.h"
 #include "kelvanedataobject.h"
+#include "kelvanedataview.h"
 #include "piv_enums.h"
 #include "piv_messages.h"
 #include "piv_ncfile.h"
@@ -51,29 +53,6 @@ constexpr int kParameters = 0x2000;
 // only switches them on or off.
 void _applySimdSetting(bool on) {
     PIV_Set_SIMD_Level(on ? 6 : 0);
-}
-
-// The first frame at most 1024 px wide, grey from its lowest to its highest
-// value: what the view shows until the plot scene draws the session.
-QPixmap _preview(const Image2D* frame) {
-    if (!frame || frame->isNull()) return QPixmap(Kelvane::logoPath());
-    const int step = std::max(1, int((frame->width() + 1023) / 1024));
-    const int w = int(frame->width()) / step, h = int(frame->height()) / step;
-    float low = frame->pixel(0, 0), high = low;
-    for (int y = 0; y < h; ++y)
-        for (int x = 0; x < w; ++x) {
-            const float v = frame->pixel(x * step, y * step);
-            low = std::min(low, v);
-            high = std::max(high, v);
-        }
-    const float scale = high > low ? 255.0f / (high - low) : 0.0f;
-    QImage image(w, h, QImage::Format_Grayscale8);
-    for (int y = 0; y < h; ++y) {
-        uchar* row = image.scanLine(y);
-        for (int x = 0; x < w; ++x)
-            row[x] = uchar((frame->pixel(x * step, y * step) - low) * scale + 0.5f);
-    }
-    return QPixmap::fromImage(image);
 }
 
 }  // namespace
@@ -110,19 +89,16 @@ Kelvane::Kelvane(bool isMainInstance, bool /*unused*/, MySettings* settings, QSp
     m_dataObject = new KelvaneDataObject(&m_state, settings, this);
     m_data = new KelvaneData(m_dataObject, this, settings);
     m_sceneStack = new QStackedWidget(this);
-    for (const char* name : {"pageViewA", "pageViewB", "pageView3C"}) {
-        auto* page = new QLabel(m_sceneStack);
-        page->setObjectName(QLatin1String(name));
-        page->setAlignment(Qt::AlignCenter);
-        m_sceneStack->addWidget(page);
-    }
-    static_cast<QLabel*>(m_sceneStack->widget(0))->setPixmap(QPixmap(logoPath()));
+    m_dataView = new KelvaneDataView(this, m_printer, m_dataObject, settings, m_sceneStack);
     setCentralWidget(m_sceneStack);
     showSplash(tr("Creating mask editor..."));
     showSplash(tr("Creating dialogs..."));
     createActions();
     createMenusAndToolBars();
     createSelectors();
+    QAction* zoomIn = action(QStringLiteral("actionImageZoomIn"));
+    m_toolBars.value(QStringLiteral("toolBarView"))
+        ->insertWidget(zoomIn, m_dataView->createZoomWidget());
     m_prefsDlg = new PrefsDlg(this);
     m_prefsDlg->setMaxThreadsPossible(PIV::MaxThreadsPossible());
 
@@ -154,6 +130,25 @@ Kelvane::Kelvane(bool isMainInstance, bool /*unused*/, MySettings* settings, QSp
     connect(m_dataObject, &KelvaneDataObject::signalChangedView, this,
             [this] { updateStatusLabel(); });
     connect(m_data, &KelvaneData::signalUpdateUI, this, &Kelvane::slotUpdateUI);
+    connect(m_data, &KelvaneData::signalRedrawAll, m_dataView, &KelvaneDataView::slotRedrawAll);
+    connect(m_dataView, &KelvaneDataView::signalUpdateUI, this, &Kelvane::slotUpdateUI);
+    connect(m_dataView, &KelvaneDataView::signalMessage, this,
+            [this](const QString& text) { statusBar()->showMessage(text); });
+    connect(m_dataView, &KelvaneDataView::signalLogMessage, m_logBuffer, &QLogBuffer::appendLine);
+    connect(m_dataView, &KelvaneDataView::signalSetCurrentScene, this, &Kelvane::slotSetViewOfData);
+    // Direct connections: the mouse signals carry the view's own event.
+    connect(m_dataView, &KelvaneDataView::signalMousePressAt, m_data,
+            &KelvaneData::slotProcessMousePress);
+    connect(m_dataView, &KelvaneDataView::signalMouseMoveAt, m_data,
+            &KelvaneData::slotProcessMouseMove);
+    connect(m_dataView, &KelvaneDataView::signalNewReferencePoint, m_data,
+            &KelvaneData::slotSetReferencePoint);
+    connect(m_dataView, &KelvaneDataView::signalNewRulerLength, m_data,
+            &KelvaneData::slotSetRulerLength);
+    connect(m_dataView, &KelvaneDataView::signalNewROI, m_data, &KelvaneData::slotSetROI);
+    connect(m_data, &KelvaneData::signalDrawVector, m_dataView,
+            &KelvaneDataView::slotAddRandomVector);
+    connect(m_data, &KelvaneData::signalResetRuler, m_dataView, &KelvaneDataView::slotResetRuler);
     connect(m_data, &KelvaneData::signalSetKelvaneMode, this,
             [this](KelvaneMode mode) { setKelvaneMode(mode, true); });
     connect(m_data, &KelvaneData::signalOpenNewWindow, this, &Kelvane::openNewWindow);
@@ -179,6 +174,9 @@ Kelvane::Kelvane(bool isMainInstance, bool /*unused*/, MySettings* settings, QSp
 }
 
 Kelvane::~Kelvane() {
+    // The scenes hold the data object's images and fields: they go first.
+    delete m_dataView;
+    m_dataView = nullptr;
     // The controller's engine waits for its worker before the data object goes.
     delete m_data;
     m_data = nullptr;
@@ -249,6 +247,7 @@ void Kelvane::registryIO(MySettings::AccessMode mode) {
             s.setValue(QStringLiteral("/MainWin/Pos"), pos());
         }
         m_data->registryIO(mode);
+        m_dataView->registryIO(mode);
         return;
     }
     _applySimdSetting(m_simdEnabled);
@@ -260,18 +259,22 @@ void Kelvane::registryIO(MySettings::AccessMode mode) {
     const QPoint at = s.value(QStringLiteral("/MainWin/Pos"), QPoint(10, 10)).toPoint();
     resize(stored.width() > 200 && stored.height() > 200 ? stored : QSize(1024, 768));
     if (stored.width() > 200 && stored.height() > 200) move(at);
+    m_dataView->registryIO(mode);
 }
 
 void Kelvane::slotUpdateImage(int view) {
-    const QPIV_ImagePair* pair = m_dataObject->image(0);
-    static_cast<QLabel*>(m_sceneStack->widget(0))->setPixmap(_preview(pair->imgA()));
+    m_dataView->slotUpdateImage(view);
     setWindowTitle(m_dataObject->caption(view));
+    m_dataView->slotRedrawAll();
     slotUpdateUI();
 }
 
 void Kelvane::slotUpdateData(int view) {
+    m_dataView->slotClearRandomVectors();
+    m_dataView->slotUpdateData(view);
     setViewOfData(view);
     setWindowTitle(m_dataObject->caption(view));
+    m_dataView->slotRedrawAll();
     slotUpdateUI();
 }
 
@@ -316,6 +319,7 @@ void Kelvane::closeEvent(QCloseEvent* event) {
     }
     if (save) registryIO(MySettings::WRITE);
     m_data->closeDialogs();
+    m_dataView->closeDialogs();
     m_dataObject->doCleanUp(save);
     emit signalKelvaneExiting();
     m_logBuffer->hide();
@@ -402,4 +406,25 @@ void Kelvane::slotAboutQt() {
 void Kelvane::slotShowLogBuffer() {
     m_logBuffer->show();
     m_logBuffer->raise();
+}
+
+void Kelvane::slotPrint() {
+    QPrintDialog dialog(m_printer, this);
+    if (dialog.exec() == QDialog::Accepted) m_dataView->print();
+}
+
+void Kelvane::exportPlotAs(bool pdf) {
+    const QString format = pdf ? QStringLiteral("PDF") : QString::fromLatin1(m_plotOutputFormat);
+    const QString file = QFileDialog::getSaveFileName(
+        this, pdf ? tr("Export as PDF") : tr("Export plot"), m_dataObject->currentOutputDir(),
+        QStringLiteral("%1 (*.%2)").arg(format, format.toLower()));
+    if (!file.isEmpty()) m_dataView->exportPlot(file, format, pdf);
+}
+
+void Kelvane::slotExportCurrentView() {
+    const QString format = QString::fromLatin1(m_plotOutputFormat);
+    const QString file = QFileDialog::getSaveFileName(
+        this, tr("Export current view"), m_dataObject->currentOutputDir(),
+        QStringLiteral("%1 (*.%2)").arg(format, format.toLower()));
+    if (!file.isEmpty()) m_dataView->exportCurrentView(file, format, false);
 }

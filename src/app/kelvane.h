@@ -15,6 +15,7 @@
 
 class KelvaneData;
 class KelvaneDataObject;
+class KelvaneDataView;
 class QAction;
 class QComboBox;
 class QLabel;
@@ -53,6 +54,7 @@ public:
 
     KelvaneDataObject* dataObject() const { return m_dataObject; }
     KelvaneData* data() const { return m_data; }
+    KelvaneDataView* dataView() const { return m_dataView; }
     RecentFiles* recentImages() const { return m_recentImages; }
     RecentFiles* recentFiles() const { return m_recentFiles; }
     PrefsDlg* prefsDlg() const { return m_prefsDlg; }
@@ -89,6 +91,10 @@ public slots:
     void slotModeAutoCorrelation() { setAnalysisMode(2); }
     void slotModeSpeckleCorrelation() { setAnalysisMode(3); }
     void slotSetDefaultMode() { setKelvaneMode(MODE_DATA, true); }
+    void slotPrint();
+    void slotExportPlot() { exportPlotAs(false); }
+    void slotExportPlotAsPDF() { exportPlotAs(true); }
+    void slotExportCurrentView();
 
 signals:
     void signalKelvaneExiting();
@@ -107,6 +113,8 @@ private:
     void removeUnofferedParts();
     void applyToolBarStyle();
     void showSplash(const QString& text);
+    // Asks for a file, then writes the plot as a bitmap of the chosen format or as PDF.
+    void exportPlotAs(bool pdf);
     template <class Receiver, class Slot>
     void bind(QAction* a, const Receiver* receiver, Slot slot);
     // A checkable action that sets `mode` when checked and MODE_DATA when not.
@@ -127,6 +135,7 @@ private:
     QPrinter* m_printer;
     KelvaneDataObject* m_dataObject;
     KelvaneData* m_data;
+    KelvaneDataView* m_dataView;
     PrefsDlg* m_prefsDlg;
     PREFS_CFG m_prefs;
 

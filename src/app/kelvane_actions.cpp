@@ -14,6 +14,7 @@
 #include "kelvane.h"
 #include "kelvanedata.h"
 #include "kelvanedataobject.h"
+#include "kelvanedataview.h"
 #include "outputdlg.h"
 #include "piv_data2d.h"
 #include "piv_enums.h"
@@ -22,6 +23,7 @@
 #include "qlogbuffer.h"
 #include "qtwinprogresstoolbar.h"
 #include "recentfiles.h"
+#include "xyplotwindow.h"
 
 namespace {
 
@@ -315,6 +317,50 @@ void Kelvane::connectActions() {
     bindMode("actionMeasureObjectsDelete", MODE_MEASURE_DELETE);
     bindMode("actionMeasureObjectsResize", MODE_MEASURE_RESIZE);
     bindMode("actionMeasureObjectsMoveVertex", MODE_MEASURE_ADJUST);
+    bindW("actionFilePrint", &Kelvane::slotPrint);
+    bindW("actionPlotExport", &Kelvane::slotExportPlot);
+    bindW("actionPlotExportPDF", &Kelvane::slotExportPlotAsPDF);
+    bindW("actionPlotExportView", &Kelvane::slotExportCurrentView);
+
+    KelvaneDataView* v = m_dataView;
+    const auto bindV = [this, v](const char* name, void (KelvaneDataView::*slot)()) {
+        bind(action(QLatin1String(name)), v, slot);
+    };
+    bindV("actionShowFilteredData", &KelvaneDataView::slotShowFilteredData);
+    bindV("actionCalibCenterOrigin", &KelvaneDataView::slotCenterOrigin);
+    bindV("actionCalibResetRuler", &KelvaneDataView::slotResetRuler);
+    bindV("actionImageZoomIn", &KelvaneDataView::slotZoomIn);
+    bindV("actionImageZoomOut", &KelvaneDataView::slotZoomOut);
+    bindV("actionImageChangeLUT", &KelvaneDataView::slotChangeLUT);
+    bindV("actionImagePreviousLUT", &KelvaneDataView::slotPreviousLUT);
+    bindV("actionImageClipLUT", &KelvaneDataView::slotClipLUT);
+    bindV("actionImageReverseLUT", &KelvaneDataView::slotReverseLUT);
+    bindV("actionImageShowLUT", &KelvaneDataView::slotImageShowLUT);
+    bindV("actionImageLUTLoad", &KelvaneDataView::slotLoadUserLUT);
+    bindV("actionImageBrighter", &KelvaneDataView::slotBrighter);
+    bindV("actionImageDarker", &KelvaneDataView::slotDarker);
+    bindV("actionImageAutoScale", &KelvaneDataView::slotAutoScale);
+    bindV("actionImageShow", &KelvaneDataView::slotShowImage);
+    bindV("actionImageTogglePair", &KelvaneDataView::slotToggleImagePair);
+    bindV("actionImageOverlapPair", &KelvaneDataView::slotOverlapImagePair);
+    bindV("actionPlotMenu", &KelvaneDataView::slotShowPlotDialog);
+    bindV("actionPlotVectors", &KelvaneDataView::slotShowVectors);
+    bindV("actionPlotContours", &KelvaneDataView::slotShowContours);
+    bindV("actionPlotAxis", &KelvaneDataView::slotShowAxis);
+    bindV("actionPlotSubtractMean", &KelvaneDataView::slotSubtractMeanVector);
+    bindV("actionPlotClearRandomVectors", &KelvaneDataView::slotClearRandomVectors);
+    bindV("actionPlotRedrawAll", &KelvaneDataView::slotRedrawAll);
+    bindV("actionPlotResetObjects", &KelvaneDataView::slotResetObjects);
+    bindV("actionPlotConfigSave", &KelvaneDataView::slotPlotConfigSave);
+    bindV("actionPlotConfigLoad", &KelvaneDataView::slotPlotConfigLoad);
+    bindV("actionPTV_ShowVectors", &KelvaneDataView::slotShowPTVVectors);
+    // Each press shows the window or hides it again.
+    bind(action(QStringLiteral("actionImageProfileX")), v,
+         [v] { v->slotImageProfileX(!v->isProfileVisible(0)); });
+    bind(action(QStringLiteral("actionImageProfileY")), v,
+         [v] { v->slotImageProfileY(!v->isProfileVisible(1)); });
+    bind(action(QStringLiteral("actionImageHistogram")), d,
+         [d] { d->slotImageHistogram(!d->imageHistogram() || !d->imageHistogram()->isVisible()); });
 }
 
 // This edition offers no stereo and no image stream.
@@ -343,6 +389,7 @@ void Kelvane::check(const char* name, bool on) {
 
 void Kelvane::slotUpdateUI() {
     if (!m_uiEnabled) return;
+    m_dataView->autoRedraw(false);
     const KelvaneDataObject* o = m_dataObject;
     const bool data = o->haveData(-1);
     const bool image = o->haveImage(0);
@@ -370,6 +417,9 @@ void Kelvane::slotUpdateUI() {
         enable(name, image);
     // Ctrl+C is "Clip LUT" and "Stop": only one of them may be live at a time.
     enable("actionImageClipLUT", !running);
+    enable("actionImageZoomIn", m_dataView->canZoomIn());
+    enable("actionImageZoomOut", m_dataView->canZoomOut());
+    enable("actionImageTogglePair", pair && !o->isFileData(-1));
     m_data->progressBars()->stopAction()->setEnabled(running);
 
     const int analysis = o->analysisMode();
@@ -387,12 +437,21 @@ void Kelvane::slotUpdateUI() {
     check("actionMeasureObjectsResize", mode == MODE_MEASURE_RESIZE);
     check("actionMeasureObjectsMoveVertex", mode == MODE_MEASURE_ADJUST);
     check("actionShowFilteredData", o->currentView() == 3);
+    const KelvaneDataView* v = m_dataView;
+    check("actionImageShow", v->isImageVisible());
+    check("actionImageShowLUT", v->isImageLUTVisible());
+    check("actionImageReverseLUT", v->isImageLUTReversed());
+    check("actionPlotVectors", v->isVectorMapVisible());
+    check("actionPlotContours", v->isContourMapVisible());
+    check("actionPlotAxis", v->isAxisVisible());
+    check("actionPlotSubtractMean", v->isMeanVectorSubtracted());
 }
 
 void Kelvane::setKelvaneMode(KelvaneMode mode, bool syncSelector) {
     if (mode == m_dataObject->kelvaneMode()) return;
     m_dataObject->setKelvaneMode(mode);
     m_data->updateKelvaneMode(mode);
+    m_dataView->updateKelvaneMode();
     const Qt::CursorShape cursor = mode == MODE_CALIBRATION ? Qt::CrossCursor : Qt::ArrowCursor;
     for (int p = 0; p < m_sceneStack->count(); ++p) m_sceneStack->widget(p)->setCursor(cursor);
     slotUpdateUI();
@@ -430,6 +489,7 @@ void Kelvane::setViewOfData(int view) {
         m_viewSelector->setCurrentIndex(0);
     }
     check("actionShowFilteredData", m_dataObject->currentView() == 3);
+    m_dataView->slotSetCurrentScene(m_dataObject->currentView() == 3 ? 3 : 0);
     updateStatusLabel();
     m_viewGuard = false;
 }

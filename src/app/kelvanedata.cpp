@@ -19,6 +19,7 @@
 #include "pivsetupdlg.h"
 #include "pivstatsdlg.h"
 #include "qtwinprogresstoolbar.h"
+#include "xyplotwindow.h"
 
 KelvaneData::KelvaneData(KelvaneDataObject* dataObject, QMainWindow* window, MySettings* settings)
     : QObject(window),
@@ -136,6 +137,7 @@ void KelvaneData::closeDialogs() {
          std::initializer_list<QWidget*>{m_outputDlg, m_setupDlg, m_imageDlg, m_postDlg, m_calibDlg,
                                          m_probeDlg, m_statsDlg, m_imageViewer})
         dialog->hide();
+    if (m_histogram) m_histogram->hide();
     m_engine->closeDialogs();
 }
 

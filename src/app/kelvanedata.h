@@ -28,6 +28,7 @@ class PivStatsDlg;
 class QMainWindow;
 class QMouseEvent;
 class QTwinProgressToolBar;
+class XYPlotWindow;
 
 class KelvaneData : public QObject {
     Q_OBJECT
@@ -46,6 +47,7 @@ public:
     PivProbeDlg* probeDlg() const { return m_probeDlg; }
     PivStatsDlg* statsDlg() const { return m_statsDlg; }
     ImageViewer* imageViewer() const { return m_imageViewer; }
+    XYPlotWindow* imageHistogram() const { return m_histogram; }
     KelvaneFile& kelvaneFile() { return m_file; }
     bool isBatchMode() const { return m_batchMode; }
     void setBatchMode(bool on) { m_batchMode = on; }
@@ -134,6 +136,8 @@ public slots:
     // "Save PTV data": the tracks of the view as a text table, one line a
     // first-frame particle, under a name the user picks.
     void slotPTV_SaveData();
+    // A 256-bin histogram of both frames, kept up to date with each new image.
+    void slotImageHistogram(bool show);
 
 signals:
     void signalMessage(const QString& text);
@@ -172,6 +176,7 @@ private:
     void fillSetupDlg();
     // A status line for a vector: "Dx=.. Dy=.. (SNR=..) Vel=.., .. unit".
     QString vectorText(const PIV_VECTOR& v) const;
+    void updateImageHistogram();
 
     KelvaneDataObject* m_dataObject;
     MySettings* m_settings;
@@ -188,6 +193,7 @@ private:
     PivStatsDlg* m_statsDlg = nullptr;
     ImageViewer* m_imageViewer = nullptr;
     double m_rulerPixels = 0.0;  // the ruler's last length in the image
+    XYPlotWindow* m_histogram = nullptr;
     KelvaneFile m_file;
     QString m_imageFilters, m_fileFilters;
     bool m_batchMode = false;

@@ -176,6 +176,8 @@ signals:
     void signalNewImageSize(SIZE2D size);
     void signalHaveNewPTVData(int view);
     void signalHaveNewPTVParameters();
+    // The pair is about to be deleted: whoever shows its frames lets go.
+    void signalReleaseImages();
 
 private:
     // Makes `pair` the pair of every view, deleting the one it replaces.

@@ -54,6 +54,7 @@ bool KelvaneDataObject::failLoad(const QString& reason) {
 void KelvaneDataObject::adoptImagePair(QPIV_ImagePair* pair) {
     QPIV_ImagePair* old = m_images[0];
     std::fill(std::begin(m_images), std::end(m_images), pair);
+    emit signalReleaseImages();
     delete old;
 }
 
