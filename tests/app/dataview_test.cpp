@@ -20,6 +20,7 @@
 #include "kelvanedataview_bmpitems.h"
 #include "kelvanesceneview.h"
 #include "piv_record.h"
+#include "pivcalib2cdlg.h"
 #include "pivplotsetupdlg.h"
 #include "pivscalarmapitem.h"
 #include "qpiv_imagepair.h"
@@ -369,6 +370,8 @@ TEST_F(PlotScene, TheMouseActsByMode) {
     drag({10, 64}, {110, 64});
     ASSERT_EQ(rulers.count(), 1);
     EXPECT_DOUBLE_EQ(rulers.at(0).at(0).toDouble(), 100.0);
+    // ...and reaches the calibration panel: 100 px over its default 10 mm.
+    EXPECT_EQ(w->data()->calibDlg()->magnificationText(), "10 px/mm");
 
     w->setKelvaneMode(MODE_ROI_EDIT, true);
     w->slotUpdateUI();
