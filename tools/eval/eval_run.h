@@ -2,6 +2,8 @@
 // post-processing chain, write the result in the format its name asks for.
 #pragma once
 
+#include <chrono>
+#include <functional>
 #include <memory>
 #include <string>
 
@@ -31,6 +33,8 @@ struct PairResult {
     // validation rejected, and those of these that got a replacement.
     int nodes = 0, valid = 0, outliers = 0, replaced = 0;
     double seconds = 0.0;
+    int code = 0;          // the library's PIVerror code, where it gave one
+    std::string warnings;  // of the post-processing, one a line
 };
 
 class Evaluator {
@@ -40,6 +44,13 @@ public:
     // Loads the mask of the options; false with the reason.
     bool prepare(std::string& error);
     PairResult evaluate(const FrameRef& a, const FrameRef& b);
+    // The frames already in pair(), put there from memory, say; `a` and `b`
+    // name them in messages and files. evaluate() loads the files and ends
+    // here, so that both ways run one evaluation.
+    PairResult evaluateLoaded(const FrameRef& a, const FrameRef& b);
+    // Asked at every progress check of the evaluation, on the calling
+    // thread, besides RequestStop: true stops the evaluation there.
+    void setStopCheck(std::function<bool()> check) { m_stopCheck = std::move(check); }
     // `format`: "nc" NetCDF, "dat" Tecplot text, "plt" Tecplot binary, "txt"
     // the PIV Challenge table, "cf" CF-1.8 NetCDF. Written beside the target
     // and renamed. False with "writing PATH failed: why" in `error`.
@@ -51,6 +62,7 @@ public:
 
 private:
     bool load(const FrameRef& a, const FrameRef& b, PairResult& r);
+    PairResult run(const FrameRef& a, std::chrono::steady_clock::time_point start);
 
     const Options& m_options;
     PIV_Parameters& m_params;
@@ -61,6 +73,7 @@ private:
     Image2D m_mask;
     bool m_haveMask = false;
     PIV_Data2D m_result;
+    std::function<bool()> m_stopCheck;
 };
 
 }  // namespace eval_tool
