@@ -30,10 +30,8 @@ void RaiseError(int code, const std::string& message) {
 }
 
 void RaiseFileError(int code, const std::string& message, const std::string& path) {
-    if (code == PIVerror::FILE_NOT_FOUND) Raise(PyExc_FileNotFoundError, code, message, path);
-    if (code >= PIVerror::BAD_FILE_NAME && code <= PIVerror::INVALID_FILE_CONTENT)
-        Raise(PyExc_OSError, code, message, path);
-    RaiseError(code, message);
+    Raise(code == PIVerror::FILE_NOT_FOUND ? PyExc_FileNotFoundError : PyExc_OSError, code, message,
+          path);
 }
 
 void RequireFile(const std::string& path, const char* what) {

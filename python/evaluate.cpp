@@ -210,11 +210,18 @@ py::object Evaluate(const py::object& a, const py::object& b, const py::object& 
     }
     std::string error;
     if (!session->prepare(error)) {
-        if (!o.mask.empty()) RequireFile(o.mask, "mask");
-        Raise(PyExc_ValueError, PIVerror::BAD_PARAMETERS, error);
+        // The parameter file, or with the evaluator made, the mask.
+        const bool mask = session->evaluator != nullptr;
+        const std::string& path = mask ? o.mask : o.parFile;
+        RequireFile(path, mask ? "mask" : "parameter file");
+        const int code = mask ? 0 : session->params.error().getLastErrorCode();
+        RaiseFileError(code ? code : PIVerror::FILE_READ_FAILED, error, path);
     }
     par.reset();
-    o.commandLine = "kelvane.evaluate(" + Text(overrides) + ")";
+    o.commandLine = "kelvane.evaluate(a, b";
+    for (const auto& item : overrides)
+        o.commandLine += ", " + Text(item.first) + "=" + py::repr(item.second).cast<std::string>();
+    o.commandLine += ")";
 
     Interrupt interrupt;
     eval_tool::Evaluator& evaluator = *session->evaluator;

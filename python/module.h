@@ -54,8 +54,7 @@ inline std::string PathOf(const py::handle& path) {
                         const std::string& path = std::string());
 // kelvane.Error.
 [[noreturn]] void RaiseError(int code, const std::string& message);
-// A file the library failed on: FileNotFoundError for code 28, OSError for
-// the other file codes, kelvane.Error for the rest.
+// A file the library failed on: FileNotFoundError for code 28, else OSError.
 [[noreturn]] void RaiseFileError(int code, const std::string& message, const std::string& path);
 // FileNotFoundError when `path` is missing, else nothing.
 void RequireFile(const std::string& path, const char* what);

@@ -24,16 +24,13 @@ py::array Member(const SessionPtr& s, size_t offset) {
                    grid.nodes.width, node * grid.nodes.width, node);
 }
 
-// Measured and kept: enabled, and neither rejected nor a replacement.
 py::array Valid(const SessionPtr& s) {
     py::array flags = Member<uint8_t>(s, offsetof(PIV_VECTOR, flag));
     py::array_t<bool> valid({flags.shape(0), flags.shape(1)});
     auto out = valid.mutable_unchecked<2>();
     auto in = py::array_t<uint8_t>(flags).unchecked<2>();
-    constexpr int kRejected = VECTOR_OUTLIER | VECTOR_INTERPOLATED | VECTOR_LOWER_PEAK;
     for (ssize_t j = 0; j < flags.shape(0); j++)
-        for (ssize_t i = 0; i < flags.shape(1); i++)
-            out(j, i) = (in(j, i) & VECTOR_ENABLED) && !(in(j, i) & kRejected);
+        for (ssize_t i = 0; i < flags.shape(1); i++) out(j, i) = eval_tool::KeptNode(in(j, i));
     return std::move(valid);
 }
 

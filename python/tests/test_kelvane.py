@@ -145,11 +145,17 @@ def test_bad_input_is_named_and_leaves_nothing(tmp_path, monkeypatch, a, b, kwar
 
 
 @pytest.mark.parametrize("reader", [kelvane.load_image, kelvane.load_field,
-                                    kelvane.Parameters.load])
-def test_missing_files(reader):
-    with pytest.raises(FileNotFoundError, match="/none/x") as caught:
-        reader("/none/x")
-    assert caught.value.code == 28 and caught.value.filename == "/none/x"
+                                    kelvane.Parameters.load,
+                                    lambda path: kelvane.evaluate(Z, Z, mask=path)])
+@pytest.mark.parametrize("content, error", [(None, FileNotFoundError), (b"\0\xff?" * 99, OSError)])
+def test_unreadable_files(tmp_path, reader, content, error):
+    path = tmp_path / "file"
+    if content:
+        path.write_bytes(content)
+    with pytest.raises(error, match=str(path)) as caught:
+        reader(path)
+    # 28 is the library's "file not found"; the others say why the content is refused.
+    assert (caught.value.code == 28) == (content is None) and caught.value.filename == str(path)
 
 
 @pytest.mark.parametrize("dtype", [np.uint8, np.uint16])

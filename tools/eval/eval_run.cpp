@@ -42,6 +42,11 @@ std::string Reason(const PIVerror& e) {
     return why;
 }
 
+bool KeptNode(int flag) {
+    return (flag & VECTOR_ENABLED) &&
+           !(flag & (VECTOR_INTERPOLATED | VECTOR_LOWER_PEAK | VECTOR_OUTLIER));
+}
+
 void RequestStop() { g_stop = true; }
 bool StopRequested() { return g_stop; }
 
@@ -246,7 +251,7 @@ PairResult Evaluator::run(const FrameRef& a, std::chrono::steady_clock::time_poi
         r.nodes++;
         if (flag & (kReplacement | VECTOR_OUTLIER)) r.outliers++;
         if ((flag & VECTOR_ENABLED) && (flag & kReplacement)) r.replaced++;
-        if ((flag & VECTOR_ENABLED) && !(flag & (kReplacement | VECTOR_OUTLIER))) r.valid++;
+        if (KeptNode(flag)) r.valid++;
     }
     r.seconds = std::chrono::duration<double>(std::chrono::steady_clock::now() - start).count();
     if (r.valid == 0) {

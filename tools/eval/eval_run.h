@@ -26,6 +26,9 @@ bool StopRequested();
 // 8589934592 bytes of pixel data but holds 2") follows a newline there.
 std::string Reason(const PIVerror& e);
 
+// A node measured and kept: enabled, neither rejected nor replaced.
+bool KeptNode(int flag);
+
 struct PairResult {
     int exit = 0;         // tool::Exit
     std::string message;  // what went wrong, naming the file, then why
