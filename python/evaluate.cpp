@@ -130,7 +130,7 @@ Frame CheckFrame(const py::handle& object, const char* name) {
     if (array.shape(0) > INT32_MAX / 2 || array.shape(1) > INT32_MAX / 8)
         Raise(PyExc_ValueError, PIVerror::BAD_IMAGE_SIZE,
               std::string("frame ") + name + " is too large");
-    if (array.strides(1) != array.itemsize() ||
+    if (array.strides(1) != array.itemsize() || array.strides(0) > INT32_MAX ||
         array.strides(0) < array.shape(1) * array.itemsize())
         array = py::module_::import("numpy").attr("ascontiguousarray")(array);
     f.array = array;
@@ -190,7 +190,7 @@ PIV_Parameters& ParametersOf(const py::handle& object);
 
 py::object Evaluate(const py::object& a, const py::object& b, const py::object& params,
                     const py::kwargs& overrides) {
-    const Frame fa = CheckFrame(a, "a"), fb = CheckFrame(b, "b");
+    Frame fa = CheckFrame(a, "a"), fb = CheckFrame(b, "b");
     if (fa.array.shape(0) != fb.array.shape(0) || fa.array.shape(1) != fb.array.shape(1) ||
         fa.depth != fb.depth || fa.isFloat != fb.isFloat)
         Raise(PyExc_ValueError, PIVerror::IMAGE_SIZE_MISMATCH,
@@ -226,7 +226,13 @@ py::object Evaluate(const py::object& a, const py::object& b, const py::object& 
     Interrupt interrupt;
     eval_tool::Evaluator& evaluator = *session->evaluator;
     evaluator.setStopCheck([&interrupt] { return interrupt.check(); });
-    const ssize_t rowsA = fa.array.strides(0), rowsB = fb.array.strides(0);
+    // The pair takes one row stride for both frames.
+    if (fa.array.strides(0) != fb.array.strides(0)) {
+        py::object packed = py::module_::import("numpy").attr("ascontiguousarray");
+        fa.array = packed(fa.array);
+        fb.array = packed(fb.array);
+    }
+    const int rows = int(fa.array.strides(0));
     bool loaded = false;
     std::string why;
     int code = 0;
@@ -234,19 +240,8 @@ py::object Evaluate(const py::object& a, const py::object& b, const py::object& 
         py::gil_scoped_release release;
         Running running(session.get());
         PIV_ImagePair& pair = evaluator.pair();
-        if (rowsA == rowsB) {
-            loaded =
-                pair.loadFromBuffer(fa.array.data(), fb.array.data(), int(fa.array.shape(1)),
-                                    int(fa.array.shape(0)), fa.depth, int(rowsA), 0, fa.isFloat);
-        } else {
-            // One stride for both frames: the second is taken on its own.
-            loaded =
-                pair.loadFromBuffer(fa.array.data(), fa.array.data(), int(fa.array.shape(1)),
-                                    int(fa.array.shape(0)), fa.depth, int(rowsA), 0, fa.isFloat) &&
-                pair.imgB()->loadFromBuffer(fb.array.data(), int(fb.array.shape(1)),
-                                            int(fb.array.shape(0)), fb.depth, int(rowsB),
-                                            fb.isFloat, 0);
-        }
+        loaded = pair.loadFromBuffer(fa.array.data(), fb.array.data(), int(fa.array.shape(1)),
+                                     int(fa.array.shape(0)), fa.depth, rows, 0, fa.isFloat);
         if (!loaded) {
             const PIVerror& e = pair.imgA()->error().getLastErrorCode() ? pair.imgA()->error()
                                                                         : pair.imgB()->error();
