@@ -27,10 +27,13 @@ std::vector<Session*> g_running;
 thread_local Session* t_session = nullptr;
 
 extern "C" void ToLog(const char* text) {
-    if (Session* own = t_session) return own->appendLog(text);
+    // A line each: the library's status lines come without their end.
+    std::string line = text;
+    if (line.empty() || line.back() != '\n') line += '\n';
+    if (Session* own = t_session) return own->appendLog(line);
     std::lock_guard<std::mutex> lock(g_runningMutex);
-    if (g_running.empty()) std::fputs(text, stderr);
-    for (Session* s : g_running) s->appendLog(text);
+    if (g_running.empty()) std::fputs(line.c_str(), stderr);
+    for (Session* s : g_running) s->appendLog(line);
 }
 
 class Running {
@@ -286,6 +289,10 @@ next progress check with KeyboardInterrupt.)");
         py::arg("n"),
         "Threads of the evaluations started from now on (0: all the machine has); returns the "
         "count that applies.");
+    m.def(
+        "set_debug_level", [](int level) { SetDebugLevel(level); }, py::arg("level"),
+        "The library's debug level: above 0 its reports and status lines go to the log of the "
+        "evaluation that says them (0, the default, keeps warnings only).");
 }
 
 }  // namespace kelvane_py

@@ -98,12 +98,20 @@ def test_par_round_trip(tmp_path):
                                                deform=True, fit=2)
 
 
-def test_two_threads_get_the_results_of_runs_alone(make_pair):
-    pairs = [make_pair("--dx", "1.5")[2:], make_pair("--flow", "vortex")[2:]] * 2
-    alone = [kelvane.evaluate(*p, **DEFORM).dx.copy() for p in pairs]
-    with ThreadPoolExecutor(2) as pool:
-        together = list(pool.map(lambda p: kelvane.evaluate(*p, **DEFORM).dx, pairs))
-    assert all(np.array_equal(x, y) for x, y in zip(together, alone))
+def test_two_threads_get_the_results_and_logs_of_runs_alone(make_pair):
+    runs = [(make_pair("--dx", "1.5")[2:], dict(DEFORM, step=16)),
+            (make_pair("--flow", "vortex")[2:], dict(DEFORM, step=8))] * 2
+    kelvane.set_debug_level(1)  # status lines, "... (N Nodes)" among them, go to the log
+    try:
+        alone = [kelvane.evaluate(*frames, **o) for frames, o in runs]
+        with ThreadPoolExecutor(2) as pool:
+            together = list(pool.map(lambda run: kelvane.evaluate(*run[0], **run[1]), runs))
+    finally:
+        kelvane.set_debug_level(0)
+    for x, y in zip(together, alone):
+        assert np.array_equal(x.dx, y.dx)
+        assert "Nodes)" in x.log and [n for n in x.log.split("\n") if "Nodes)" in n] == \
+            [n for n in y.log.split("\n") if "Nodes)" in n]
 
 
 def test_ctrl_c_stops_the_evaluation():
