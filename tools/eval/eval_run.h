@@ -71,12 +71,12 @@ private:
     PIV_Parameters& m_params;
     const Calibration m_calibration;
     FrameRef m_a, m_b;  // of the last evaluation
+    std::function<bool()> m_stopCheck;  // the evaluator holds it: made before
     std::unique_ptr<PIV_Eval2D> m_eval;
     PIV_ImagePair m_pair;  // outlives the evaluation that points at its frames
     Image2D m_mask;
     bool m_haveMask = false;
     PIV_Data2D m_result;
-    std::function<bool()> m_stopCheck;
 };
 
 }  // namespace eval_tool
