@@ -141,14 +141,14 @@ bool PIV_ImagePair::reloadImages() {
 }
 
 bool PIV_ImagePair::loadFromBuffer(const void* bufferA, const void* bufferB, int width, int height,
-                                   int depthBits, int bytesPerLine, int binning) {
+                                   int depthBits, int bytesPerLine, int binning, bool isFloat) {
     clear();
     m_a.setName("Camera buffer A");
     m_b.setName("Camera buffer B");
     const bool okA =
-        m_a.loadFromBuffer(bufferA, width, height, depthBits, bytesPerLine, false, binning);
+        m_a.loadFromBuffer(bufferA, width, height, depthBits, bytesPerLine, isFloat, binning);
     const bool okB =
-        m_b.loadFromBuffer(bufferB, width, height, depthBits, bytesPerLine, false, binning);
+        m_b.loadFromBuffer(bufferB, width, height, depthBits, bytesPerLine, isFloat, binning);
     m_sameSize = m_a.width() == m_b.width() && m_a.height() == m_b.height();
     m_pairLoaded = true;
     return okA && okB;

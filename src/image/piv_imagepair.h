@@ -44,8 +44,9 @@ public:
     // The names of the last load again, with the stored separation.
     bool reloadImages();
     // Camera frames in memory; no mask, background or pre-processing.
+    // `isFloat` takes 32-bit pixels as floats, as from a script.
     bool loadFromBuffer(const void* bufferA, const void* bufferB, int width, int height,
-                        int depthBits, int bytesPerLine, int binning);
+                        int depthBits, int bytesPerLine, int binning, bool isFloat = false);
     // Copies both frames as they are; the pair counts as loaded when both
     // hold pixels.
     bool setImages(const Image2D& a, const Image2D& b);

@@ -463,16 +463,7 @@ bool ReadParameterFile(const std::string& path, PIV_Parameters& params, Calibrat
 
 }  // namespace
 
-bool ApplyParameters(const Options& o, PIV_Parameters& params, Calibration& calibration,
-                     std::string& error) {
-    params.setOutlierCfg(DefaultValidation());
-    calibration = Calibration();
-    if (!o.parFile.empty() && !ReadParameterFile(o.parFile, params, calibration)) {
-        std::string why = params.error().getLastError();
-        error = "cannot read parameter file " + o.parFile + ": " +
-                (why.empty() ? std::string("not a parameter file") : why);
-        return false;
-    }
+void ApplySwitches(const Options& o, PIV_Parameters& params) {
     PIVEVAL_CFG cfg = params.pivEvalCfg();
     if (o.window > 0) cfg.SampleSize = cfg.FFTSize = SIZE3D{o.window, o.window, 1};
     if (o.step > 0) cfg.grid.step = SIZE3D{o.step, o.step, 1};
@@ -497,6 +488,19 @@ bool ApplyParameters(const Options& o, PIV_Parameters& params, Calibration& cali
     if (o.scanRange >= 0) cfg.ScanRange = SIZE3D{o.scanRange, o.scanRange, 1};
     params.setPivEvalCfg(cfg, false);
     params.setOutlierCfg(Validation(params.outlierCfg(), o.validation));
+}
+
+bool ApplyParameters(const Options& o, PIV_Parameters& params, Calibration& calibration,
+                     std::string& error) {
+    params.setOutlierCfg(DefaultValidation());
+    calibration = Calibration();
+    if (!o.parFile.empty() && !ReadParameterFile(o.parFile, params, calibration)) {
+        std::string why = params.error().getLastError();
+        error = "cannot read parameter file " + o.parFile + ": " +
+                (why.empty() ? std::string("not a parameter file") : why);
+        return false;
+    }
+    ApplySwitches(o, params);
 
     PIVCONVERT_CFG convert = params.pivConvertCfg();
     const CalibrationSwitches& c = o.calibration;

@@ -84,6 +84,10 @@ struct Calibration {
 bool ApplyParameters(const Options& options, PIV_Parameters& params, Calibration& calibration,
                      std::string& error);
 
+// The evaluation and validation switches of `options` over `params`: the
+// last step of ApplyParameters.
+void ApplySwitches(const Options& options, PIV_Parameters& params);
+
 // The validation the tool runs when nothing else is said: normalized median
 // 2.0 over a noise floor of 0.1 px, other peaks tried, outliers replaced.
 OUTLIER_CFG DefaultValidation();

@@ -25,8 +25,12 @@ static_assert(std::atomic<bool>::is_always_lock_free, "set from a signal handler
 // The evaluator, stoppable between its windows' lists and passes.
 class StoppableEval : public PIV_Eval2D {
 public:
-    explicit StoppableEval(PIV_Parameters* params) : PIV_Eval2D(nullptr, params) {}
-    bool wasCancelled() override { return g_stop; }
+    StoppableEval(PIV_Parameters* params, const std::function<bool()>& check)
+        : PIV_Eval2D(nullptr, params), m_check(check) {}
+    bool wasCancelled() override { return g_stop || (m_check && m_check()); }
+
+private:
+    const std::function<bool()>& m_check;
 };
 
 }  // namespace
@@ -38,6 +42,11 @@ std::string Reason(const PIVerror& e) {
     return why;
 }
 
+bool KeptNode(int flag) {
+    return (flag & VECTOR_ENABLED) &&
+           !(flag & (VECTOR_INTERPOLATED | VECTOR_LOWER_PEAK | VECTOR_OUTLIER));
+}
+
 void RequestStop() { g_stop = true; }
 bool StopRequested() { return g_stop; }
 
@@ -45,7 +54,7 @@ Evaluator::Evaluator(const Options& options, PIV_Parameters& params, const Calib
     : m_options(options),
       m_params(params),
       m_calibration(calibration),
-      m_eval(new StoppableEval(&params)) {
+      m_eval(new StoppableEval(&params, m_stopCheck)) {
     m_eval->error().setErrorHandling(PIVerror::ERROR_QUIET);
 }
 
@@ -147,6 +156,17 @@ PairResult Evaluator::evaluate(const FrameRef& a, const FrameRef& b) {
     m_a = a;
     m_b = b;
     if (!load(a, b, r)) return r;
+    return run(a, start);
+}
+
+PairResult Evaluator::evaluateLoaded(const FrameRef& a, const FrameRef& b) {
+    m_a = a;
+    m_b = b;
+    return run(a, std::chrono::steady_clock::now());
+}
+
+PairResult Evaluator::run(const FrameRef& a, std::chrono::steady_clock::time_point start) {
+    PairResult r;
     PIV_ImagePair& pair = m_pair;
     const std::string label = a.label();
     const PIVEVAL_CFG cfg = m_params.pivEvalCfg();
@@ -204,17 +224,19 @@ PairResult Evaluator::evaluate(const FrameRef& a, const FrameRef& b) {
     m_params.setOutlierCfg(wanted);
     if (!interrogated) {
         r.exit = tool::kFailed;
+        r.code = m_eval->error().getLastErrorCode();
         const std::string why = Reason(m_eval->error());
         r.message = "evaluation of " + label + " failed: " +
-                    (StopRequested() ? "interrupted"
-                     : why.empty()   ? "the evaluator gave no reason"
-                                     : why);
+                    (StopRequested() || m_eval->isCancelled() ? "interrupted"
+                     : why.empty()                            ? "the evaluator gave no reason"
+                                                              : why);
         return r;
     }
     PIV_Data2D& raw = *m_eval->data();
     if (ownValidation) ValidateField(raw, wanted);
     const PIV::PostProcessResult post =
         PIV::PostProcessData(raw, m_result, m_params.postProcessCfg(), &m_params);
+    r.warnings = post.warnings;
     if (!m_options.quiet && !post.warnings.empty())
         std::fprintf(stderr, "kelvane-eval: %s: %s", label.c_str(), post.warnings.c_str());
     if (!post.ok) {
@@ -229,7 +251,7 @@ PairResult Evaluator::evaluate(const FrameRef& a, const FrameRef& b) {
         r.nodes++;
         if (flag & (kReplacement | VECTOR_OUTLIER)) r.outliers++;
         if ((flag & VECTOR_ENABLED) && (flag & kReplacement)) r.replaced++;
-        if ((flag & VECTOR_ENABLED) && !(flag & (kReplacement | VECTOR_OUTLIER))) r.valid++;
+        if (KeptNode(flag)) r.valid++;
     }
     r.seconds = std::chrono::duration<double>(std::chrono::steady_clock::now() - start).count();
     if (r.valid == 0) {

@@ -2,6 +2,8 @@
 // post-processing chain, write the result in the format its name asks for.
 #pragma once
 
+#include <chrono>
+#include <functional>
 #include <memory>
 #include <string>
 
@@ -24,6 +26,9 @@ bool StopRequested();
 // 8589934592 bytes of pixel data but holds 2") follows a newline there.
 std::string Reason(const PIVerror& e);
 
+// A node measured and kept: enabled, neither rejected nor replaced.
+bool KeptNode(int flag);
+
 struct PairResult {
     int exit = 0;         // tool::Exit
     std::string message;  // what went wrong, naming the file, then why
@@ -31,6 +36,8 @@ struct PairResult {
     // validation rejected, and those of these that got a replacement.
     int nodes = 0, valid = 0, outliers = 0, replaced = 0;
     double seconds = 0.0;
+    int code = 0;          // the library's PIVerror code, where it gave one
+    std::string warnings;  // of the post-processing, one a line
 };
 
 class Evaluator {
@@ -40,6 +47,13 @@ public:
     // Loads the mask of the options; false with the reason.
     bool prepare(std::string& error);
     PairResult evaluate(const FrameRef& a, const FrameRef& b);
+    // The frames already in pair(), put there from memory, say; `a` and `b`
+    // name them in messages and files. evaluate() loads the files and ends
+    // here, so that both ways run one evaluation.
+    PairResult evaluateLoaded(const FrameRef& a, const FrameRef& b);
+    // Asked at every progress check of the evaluation, on the calling
+    // thread, besides RequestStop: true stops the evaluation there.
+    void setStopCheck(std::function<bool()> check) { m_stopCheck = std::move(check); }
     // `format`: "nc" NetCDF, "dat" Tecplot text, "plt" Tecplot binary, "txt"
     // the PIV Challenge table, "cf" CF-1.8 NetCDF. Written beside the target
     // and renamed. False with "writing PATH failed: why" in `error`.
@@ -51,11 +65,13 @@ public:
 
 private:
     bool load(const FrameRef& a, const FrameRef& b, PairResult& r);
+    PairResult run(const FrameRef& a, std::chrono::steady_clock::time_point start);
 
     const Options& m_options;
     PIV_Parameters& m_params;
     const Calibration m_calibration;
     FrameRef m_a, m_b;  // of the last evaluation
+    std::function<bool()> m_stopCheck;  // the evaluator holds it: made before
     std::unique_ptr<PIV_Eval2D> m_eval;
     PIV_ImagePair m_pair;  // outlives the evaluation that points at its frames
     Image2D m_mask;
