@@ -121,10 +121,9 @@ void KelvaneDataView::updateSceneItems() {
     }
 
     m_sceneStack->setCurrentWidget(m_view[m_currentScene]);
-    for (int s = 0; s < kSceneCount; ++s) {
-        m_scene[s]->setBackgroundBrush(QColor::fromRgba(c.colors.Bkgd));
-        m_items[s]->hideAll();
-    }
+    // Only items whose state changes are touched: hiding and showing every
+    // item again would have each scene repaint all of them.
+    for (int s = 0; s < kSceneCount; ++s) m_scene[s]->setBackgroundBrush(QColor::fromRgba(c.colors.Bkgd));
     m_ruler->setVisible(ruler);
     bool resized = false;
     for (int s = 0; s < kSceneCount; ++s) {

@@ -1,8 +1,9 @@
 // The base of the vector maps: turns PIV_VECTOR records into arrows, crosses
 // and grid marks, coloured by a plain colour, by a quantity through a colour
 // table or by validation state. The shapes are kept grouped by colour, so a
-// paint is one drawLines (and one path for filled heads) per colour; the
-// groups are rebuilt only when the vectors, the record or a colour changes.
+// paint is one drawLines (and one path for filled heads) per colour over the
+// shapes in the painted area; the groups are rebuilt only when the vectors,
+// the record or a colour changes.
 #pragma once
 
 #include <QGraphicsRectItem>
@@ -112,8 +113,8 @@ protected:
 private:
     struct ColourGroup {
         QRgb rgb;
-        QVector<QLineF> lines;  // shafts, open heads and crosses
-        QPainterPath heads;     // filled heads
+        QVector<QLineF> lines;   // shafts, open heads and crosses
+        QVector<QPointF> heads;  // filled heads, three corners each
     };
     QRgb colourOf(const PIV_VECTOR& v, const PIV_VECTOR& shown) const;
     ColourGroup& group(QRgb rgb) const;
@@ -135,4 +136,7 @@ private:
     mutable QVector<ColourGroup> m_groups;
     mutable QHash<QRgb, int> m_groupOf;
     mutable QRectF m_shapeBounds;
+    // What one paint hands to the painter; kept to reuse their memory.
+    QVector<QLineF> m_paintLines;
+    QPainterPath m_paintHeads;
 };
