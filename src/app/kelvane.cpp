@@ -32,6 +32,7 @@
 #include "piv_ncfile.h"
 #include "piv_util.h"
 #include "pivevalobj.h"
+#include "ptvmodule.h"
 #include "qlogbuffer.h"
 #include "qpiv_imagepair.h"
 #include "recentfiles.h"
@@ -109,6 +110,7 @@ Kelvane::Kelvane(bool isMainInstance, bool /*unused*/, MySettings* settings, QSp
     showSplash(tr("Creating image canvas..."));
     m_dataObject = new KelvaneDataObject(&m_state, settings, this);
     m_data = new KelvaneData(m_dataObject, this, settings);
+    m_ptvModule = new PTVmodule(m_dataObject, settings, this);
     m_sceneStack = new QStackedWidget(this);
     for (const char* name : {"pageViewA", "pageViewB", "pageView3C"}) {
         auto* page = new QLabel(m_sceneStack);
@@ -249,6 +251,7 @@ void Kelvane::registryIO(MySettings::AccessMode mode) {
             s.setValue(QStringLiteral("/MainWin/Pos"), pos());
         }
         m_data->registryIO(mode);
+        m_ptvModule->registryIO(mode);
         return;
     }
     _applySimdSetting(m_simdEnabled);

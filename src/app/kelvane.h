@@ -15,6 +15,7 @@
 
 class KelvaneData;
 class KelvaneDataObject;
+class PTVmodule;
 class QAction;
 class QComboBox;
 class QLabel;
@@ -53,6 +54,7 @@ public:
 
     KelvaneDataObject* dataObject() const { return m_dataObject; }
     KelvaneData* data() const { return m_data; }
+    PTVmodule* ptvModule() const { return m_ptvModule; }
     RecentFiles* recentImages() const { return m_recentImages; }
     RecentFiles* recentFiles() const { return m_recentFiles; }
     PrefsDlg* prefsDlg() const { return m_prefsDlg; }
@@ -127,6 +129,7 @@ private:
     QPrinter* m_printer;
     KelvaneDataObject* m_dataObject;
     KelvaneData* m_data;
+    PTVmodule* m_ptvModule;
     PrefsDlg* m_prefsDlg;
     PREFS_CFG m_prefs;
 

@@ -19,6 +19,7 @@
 #include "piv_enums.h"
 #include "piv_params.h"
 #include "pivevalobj.h"
+#include "ptvmodule.h"
 #include "qlogbuffer.h"
 #include "qtwinprogresstoolbar.h"
 #include "recentfiles.h"
@@ -289,7 +290,11 @@ void Kelvane::connectActions() {
     bindD("actionPIVStatistics", &KelvaneData::slotPivStats);
     bindD("actionImageViewer", &KelvaneData::slotShowImageViewer);
     bindD("actionPTV_ProcessImage", &KelvaneData::slotPTV_ProcessImage);
-    bindD("actionPTV_SaveData", &KelvaneData::slotPTV_SaveData);
+    PTVmodule* ptv = m_ptvModule;
+    bind(action(QStringLiteral("actionPTV_Parameters")), ptv, &PTVmodule::slotPTV_Parameters);
+    bind(action(QStringLiteral("actionPTV_ShowVectors")), ptv, &PTVmodule::slotShowPTVVectors);
+    bind(action(QStringLiteral("actionPTV_SaveData")), ptv, &PTVmodule::slotSaveData);
+    connect(ptv, &PTVmodule::signalSaveData, d, &KelvaneData::slotPTV_SaveData);
     bind(action(QStringLiteral("actionPIVClearData")), m_dataObject,
          &KelvaneDataObject::slotClearPivData);
     bind(action(QStringLiteral("actionFileExit")), this, &QWidget::close);
@@ -387,6 +392,7 @@ void Kelvane::slotUpdateUI() {
     check("actionMeasureObjectsResize", mode == MODE_MEASURE_RESIZE);
     check("actionMeasureObjectsMoveVertex", mode == MODE_MEASURE_ADJUST);
     check("actionShowFilteredData", o->currentView() == 3);
+    check("actionPTV_ShowVectors", m_ptvModule->isShowingVectors());
 }
 
 void Kelvane::setKelvaneMode(KelvaneMode mode, bool syncSelector) {

@@ -4,16 +4,20 @@
 
 #include <QCheckBox>
 #include <QComboBox>
+#include <QDialogButtonBox>
 #include <QDir>
 #include <QDropEvent>
 #include <QFile>
+#include <QLineEdit>
 #include <QMimeData>
 #include <QPointer>
+#include <QPushButton>
 #include <QRegularExpression>
 #include <QSignalSpy>
 #include <QSplashScreen>
 #include <QStatusBar>
 #include <QTest>
+#include <QTimer>
 #include <QToolBar>
 #include <QUrl>
 
@@ -36,6 +40,9 @@
 #include "pivevalobj.h"
 #include "ptv_data2d.h"
 #include "ptv_eval2d.h"
+#include "ptvevalobj.h"
+#include "ptvmodule.h"
+#include "ptvparamsdlg.h"
 #include "qlogbuffer.h"
 #include "qpiv_imagepair.h"
 #include "recentfiles.h"
@@ -95,6 +102,20 @@ protected:
         w.action("actionPIVProcess")->trigger();
         return done.wait(60000) && o->isEvaluated(0);
     }
+    // "PTV scan", counting the turns of the event loop before the tracks came.
+    bool scan(Kelvane& w) {
+        KelvaneDataObject* o = w.dataObject();
+        int ticks = 0;
+        ticksBeforeTracks = -1;
+        QTimer tick;
+        QObject::connect(&tick, &QTimer::timeout, [&ticks] { ++ticks; });
+        tick.start(0);
+        QSignalSpy tracks(o, &KelvaneDataObject::signalHaveNewPTVData);
+        QObject::connect(o, &KelvaneDataObject::signalHaveNewPTVData, &tick,
+                         [this, &ticks] { ticksBeforeTracks = ticks; });
+        w.action("actionPTV_ProcessImage")->trigger();
+        return (!tracks.isEmpty() || tracks.wait(60000)) && o->havePTVdata();
+    }
     static std::string vectors(const PIV_Data2D& d) {
         return std::string(reinterpret_cast<const char*>(d.data()),
                            d.nodeCount() * sizeof(PIV_VECTOR));
@@ -104,6 +125,7 @@ protected:
     test_support::ScratchDir dir;
     MySettings settings{QString::fromStdString(dir.file("store.ini")), QSettings::IniFormat};
     synth::SyntheticPair truth;
+    int ticksBeforeTracks = -1;
 };
 
 }  // namespace
@@ -156,7 +178,8 @@ TEST_F(MainWindow, ProcessGivesTheLibrarysFieldAndAsksBeforeReplacingIt) {
 }
 
 // "PTV scan" is refused without a pair and without a field; on the
-// evaluated pair it gives the tracks of the library run on the same images
+// evaluated pair it runs on the tracker's worker, the window's timers go on
+// meanwhile, and it gives the tracks of the library run on the same images
 // and field, most of them valid under the flow (3, 2). Saved, the table has
 // a line per particle, the first at the first particle; a missing folder
 // gives a box.
@@ -170,8 +193,9 @@ TEST_F(MainWindow, PTVScanGivesTheLibrarysTracksOrSaysWhatIsMissing) {
         drop(*w, {path("run0001a.tif")});
     }
     ASSERT_TRUE(evaluate(*w));
-    w->action("actionPTV_ProcessImage")->trigger();
-    ASSERT_TRUE(o->havePTVdata());
+    ASSERT_TRUE(scan(*w));
+    EXPECT_GT(ticksBeforeTracks, 0) << "the window stood still during the scan";
+    EXPECT_EQ(w->statusBar()->currentMessage().left(5), "PTV: ");
     const PTV_Data2D& tracks = *o->ptvData();
     PTV_Data2D direct;
     PTV_Eval2D ptv(&direct);
@@ -193,7 +217,83 @@ TEST_F(MainWindow, PTVScanGivesTheLibrarysTracksOrSaysWhatIsMissing) {
         QString::asprintf("%.3f %.3f ", tracks.pairData(0)->first.x, tracks.pairData(0)->first.y)));
     BoxWatcher boxes;
     EXPECT_FALSE(w->data()->savePTVData(path("gone/tracks.txt")));
-    EXPECT_EQ(boxes.texts.size(), 1);
+    ASSERT_EQ(boxes.texts.size(), 1);
+    EXPECT_TRUE(boxes.texts[0].contains("cannot create")) << boxes.texts[0].toStdString();
+}
+
+// A mask over the left half (any pixel not 0 masks, as in the tool) keeps
+// the scan out of it: the truth has particles there, the tracks none.
+TEST_F(MainWindow, PTVScanLeavesTheMaskedHalfOut) {
+    Image2D mask(kSize, kSize, IMAGE_UINT8);
+    for (int y = 0; y < kSize; ++y)
+        for (int x = 0; x < kSize; ++x) mask.setPixel(x, y, x < kSize / 2 ? 1.0f : 0.0f);
+    ASSERT_TRUE(mask.save(file("mask.tif").c_str()));
+    auto w = window();
+    IMAGE_CFG cfg = w->dataObject()->image(0)->imageCfg();
+    cfg.MaskEnable = true;
+    PIV::CopyText(cfg.Mask, file("mask.tif").c_str());
+    w->dataObject()->image(0)->setImageCfg(cfg);
+    drop(*w, {path("run0001a.tif")});
+    ASSERT_TRUE(w->dataObject()->image(0)->isMaskAvailable());
+    ASSERT_TRUE(evaluate(*w));
+    ASSERT_GT(std::count_if(truth.particlesA.begin(), truth.particlesA.end(),
+                            [](const synth::Particle& p) { return p.x > 4 && p.x < kSize / 2; }),
+              10);
+    ASSERT_TRUE(scan(*w));
+    const PTV_Data2D& tracks = *w->dataObject()->ptvData();
+    int left = 0;
+    for (size_t k = 0; k < tracks.size(); ++k)
+        left += tracks.pairData(k)->first.id >= 0 && tracks.pairData(k)->first.x < kSize / 2;
+    EXPECT_GT(tracks.particleCount(), 10);
+    EXPECT_EQ(left, 0);
+}
+
+// Sort boxes 0 px wide are nonsense: the scan fails with a box saying why,
+// and the tracks of the scan before stay.
+TEST_F(MainWindow, PTVScanWithNonsenseSettingsKeepsTheTracksThereWere) {
+    auto w = window();
+    KelvaneDataObject* o = w->dataObject();
+    drop(*w, {path("run0001a.tif")});
+    ASSERT_TRUE(evaluate(*w));
+    ASSERT_TRUE(scan(*w));
+    const std::shared_ptr<const PTV_Data2D> before = o->ptvData();
+    PTV_PARAMS cfg = o->ptvParameters();
+    cfg.SortBoxWidth = 0;
+    o->setPTVParameters(cfg);
+    BoxWatcher boxes;
+    QSignalSpy finished(w->data()->ptvEngine(), &PTVevalObj::signalFinished);
+    w->action("actionPTV_ProcessImage")->trigger();
+    ASSERT_TRUE(finished.wait(60000));
+    ASSERT_EQ(boxes.texts.size(), 1);
+    EXPECT_TRUE(boxes.texts[0].startsWith("PTV analysis failed: ")) << boxes.texts[0].toStdString();
+    EXPECT_TRUE(boxes.texts[0].contains("sort box 0x64"));
+    EXPECT_EQ(w->statusBar()->currentMessage(), "PTV analysis failed");
+    EXPECT_EQ(o->ptvData(), before);
+}
+
+// "PTV parameters": "Cancel" leaves the settings as they were, "OK" takes an
+// edited search radius (10 px by default); the store keeps it for the next window.
+TEST_F(MainWindow, PTVParametersApplyOnlyOnOKAndSurviveTheStore) {
+    const struct {
+        QDialogButtonBox::StandardButton button;
+        double radius;
+    } cases[] = {{QDialogButtonBox::Cancel, 10.0}, {QDialogButtonBox::Ok, 25.0}};
+    for (const auto& c : cases) {
+        auto w = window();
+        QSignalSpy changed(w->dataObject(), &KelvaneDataObject::signalHaveNewPTVParameters);
+        QTimer::singleShot(0, [&] {
+            QDialog* dlg = w->ptvModule()->paramsDlg();
+            dlg->findChild<QLineEdit*>("Search radius")->setText("25");
+            dlg->findChild<QDialogButtonBox*>()->button(c.button)->click();
+        });
+        w->action("actionPTV_Parameters")->trigger();
+        EXPECT_EQ(w->dataObject()->ptvParameters().SearchRadius, c.radius);
+        EXPECT_EQ(changed.count(), c.button == QDialogButtonBox::Ok);
+        w->registryIO(MySettings::WRITE);
+        EXPECT_EQ(settings.value("/PTV/SearchRadius").toDouble(), c.radius);
+        w.reset();
+        EXPECT_EQ(window()->dataObject()->ptvParameters().SearchRadius, c.radius);
+    }
 }
 
 // Ctrl+S saves the field under the pair's name as NetCDF; dropped back it
