@@ -1,7 +1,6 @@
 #include "ptvparamsdlg.h"
 
 #include <QFormLayout>
-#include <QSpinBox>
 #include <QTabWidget>
 
 #include "dialogpages.h"
@@ -16,10 +15,8 @@ PTVParamsDlg::PTVParamsDlg(QWidget* parent) : QDialog(parent) {
     QFormLayout* page = addPage(tabs, tr("Tracking"));
     QFormLayout* g = addGroup(page, tr("Detection"));
     f.real(g, tr("Detection threshold"), &c.DetectThresh);
-    // Only 4 and 8 neighbours mean anything; the step skips what lies between.
-    auto* connectivity =
-        static_cast<QSpinBox*>(f.integer(g, tr("Pixel connectivity"), &c.PixelConnectivity, 4, 8));
-    connectivity->setSingleStep(4);
+    f.choice(g, tr("Pixel connectivity"), &c.PixelConnectivity,
+             {tr("4 (edges)"), tr("8 (edges and corners)")}, {4, 8});
     f.integer(g, tr("Maximum region size"), &c.MaxRegionSize, 1);
     g = addGroup(page, tr("Matching"));
     f.real(g, tr("Search radius"), &c.SearchRadius);
