@@ -42,6 +42,7 @@
 #include "ptv_eval2d.h"
 #include "ptvevalobj.h"
 #include "ptvmodule.h"
+#include "ptvoutputdlg.h"
 #include "ptvparamsdlg.h"
 #include "qlogbuffer.h"
 #include "qpiv_imagepair.h"
@@ -182,7 +183,7 @@ TEST_F(MainWindow, ProcessGivesTheLibrarysFieldAndAsksBeforeReplacingIt) {
 // meanwhile, and it gives the tracks of the library run on the same images
 // and field, most of them valid under the flow (3, 2). Saved, the table has
 // a line per particle, the first at the first particle; a missing folder
-// gives a box.
+// gives a box that says so.
 TEST_F(MainWindow, PTVScanGivesTheLibrarysTracksOrSaysWhatIsMissing) {
     auto w = window();
     KelvaneDataObject* o = w->dataObject();
@@ -206,7 +207,12 @@ TEST_F(MainWindow, PTVScanGivesTheLibrarysTracksOrSaysWhatIsMissing) {
     for (size_t k = 0; k < tracks.size(); ++k)
         EXPECT_EQ(0, std::memcmp(tracks.pairData(k), direct.pairData(k), sizeof(PTV_PAIR))) << k;
 
-    ASSERT_TRUE(w->data()->savePTVData(path("tracks.txt")));
+    // "Save PTV data" asks where through its dialog.
+    QTimer::singleShot(0, [&] {
+        w->ptvModule()->outputDlg()->setFileName(path("tracks.txt"));
+        w->ptvModule()->outputDlg()->accept();
+    });
+    w->action("actionPTV_SaveData")->trigger();
     QFile table(path("tracks.txt"));
     ASSERT_TRUE(table.open(QIODevice::ReadOnly | QIODevice::Text));
     const QStringList rows = QString::fromLatin1(table.readAll())
@@ -222,41 +228,34 @@ TEST_F(MainWindow, PTVScanGivesTheLibrarysTracksOrSaysWhatIsMissing) {
 }
 
 // A mask over the left half (any pixel not 0 masks, as in the tool) keeps
-// the scan out of it: the truth has particles there, the tracks none.
-TEST_F(MainWindow, PTVScanLeavesTheMaskedHalfOut) {
+// the scan out of it: the truth has particles there, the tracks none. Then
+// sort boxes 0 px wide, nonsense, fail the scan with a box saying why, and
+// those tracks stay.
+TEST_F(MainWindow, PTVScanLeavesTheMaskedHalfOutAndAFailedScanKeepsTheTracks) {
     Image2D mask(kSize, kSize, IMAGE_UINT8);
     for (int y = 0; y < kSize; ++y)
         for (int x = 0; x < kSize; ++x) mask.setPixel(x, y, x < kSize / 2 ? 1.0f : 0.0f);
     ASSERT_TRUE(mask.save(file("mask.tif").c_str()));
     auto w = window();
-    IMAGE_CFG cfg = w->dataObject()->image(0)->imageCfg();
-    cfg.MaskEnable = true;
-    PIV::CopyText(cfg.Mask, file("mask.tif").c_str());
-    w->dataObject()->image(0)->setImageCfg(cfg);
+    KelvaneDataObject* o = w->dataObject();
+    IMAGE_CFG image = o->image(0)->imageCfg();
+    image.MaskEnable = true;
+    PIV::CopyText(image.Mask, file("mask.tif").c_str());
+    o->image(0)->setImageCfg(image);
     drop(*w, {path("run0001a.tif")});
-    ASSERT_TRUE(w->dataObject()->image(0)->isMaskAvailable());
+    ASSERT_TRUE(o->image(0)->isMaskAvailable());
     ASSERT_TRUE(evaluate(*w));
     ASSERT_GT(std::count_if(truth.particlesA.begin(), truth.particlesA.end(),
                             [](const synth::Particle& p) { return p.x > 4 && p.x < kSize / 2; }),
               10);
     ASSERT_TRUE(scan(*w));
-    const PTV_Data2D& tracks = *w->dataObject()->ptvData();
+    const std::shared_ptr<const PTV_Data2D> tracks = o->ptvData();
     int left = 0;
-    for (size_t k = 0; k < tracks.size(); ++k)
-        left += tracks.pairData(k)->first.id >= 0 && tracks.pairData(k)->first.x < kSize / 2;
-    EXPECT_GT(tracks.particleCount(), 10);
+    for (size_t k = 0; k < tracks->size(); ++k)
+        left += tracks->pairData(k)->first.id >= 0 && tracks->pairData(k)->first.x < kSize / 2;
+    EXPECT_GT(tracks->particleCount(), 10);
     EXPECT_EQ(left, 0);
-}
 
-// Sort boxes 0 px wide are nonsense: the scan fails with a box saying why,
-// and the tracks of the scan before stay.
-TEST_F(MainWindow, PTVScanWithNonsenseSettingsKeepsTheTracksThereWere) {
-    auto w = window();
-    KelvaneDataObject* o = w->dataObject();
-    drop(*w, {path("run0001a.tif")});
-    ASSERT_TRUE(evaluate(*w));
-    ASSERT_TRUE(scan(*w));
-    const std::shared_ptr<const PTV_Data2D> before = o->ptvData();
     PTV_PARAMS cfg = o->ptvParameters();
     cfg.SortBoxWidth = 0;
     o->setPTVParameters(cfg);
@@ -268,7 +267,7 @@ TEST_F(MainWindow, PTVScanWithNonsenseSettingsKeepsTheTracksThereWere) {
     EXPECT_TRUE(boxes.texts[0].startsWith("PTV analysis failed: ")) << boxes.texts[0].toStdString();
     EXPECT_TRUE(boxes.texts[0].contains("sort box 0x64"));
     EXPECT_EQ(w->statusBar()->currentMessage(), "PTV analysis failed");
-    EXPECT_EQ(o->ptvData(), before);
+    EXPECT_EQ(o->ptvData(), tracks);
 }
 
 // "PTV parameters": "Cancel" leaves the settings as they were, "OK" takes an
