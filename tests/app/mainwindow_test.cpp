@@ -180,10 +180,9 @@ TEST_F(MainWindow, ProcessGivesTheLibrarysFieldAndAsksBeforeReplacingIt) {
 
 // "PTV scan" is refused without a pair and without a field; on the
 // evaluated pair it runs on the tracker's worker, the window's timers go on
-// meanwhile, and it gives the tracks of the library run on the same images
-// and field, most of them valid under the flow (3, 2). Saved, the table has
-// a line per particle, the first at the first particle; a missing folder
-// gives a box that says so.
+// meanwhile ("Show PTV vectors" then tells the scene), and it gives the tracks of the library run
+// on the same images and field, most of them valid under the flow (3, 2). Saved, the table has a
+// line per particle, the first at the first particle; a missing folder gives a box that says so.
 TEST_F(MainWindow, PTVScanGivesTheLibrarysTracksOrSaysWhatIsMissing) {
     auto w = window();
     KelvaneDataObject* o = w->dataObject();
@@ -197,6 +196,10 @@ TEST_F(MainWindow, PTVScanGivesTheLibrarysTracksOrSaysWhatIsMissing) {
     ASSERT_TRUE(scan(*w));
     EXPECT_GT(ticksBeforeTracks, 0) << "the window stood still during the scan";
     EXPECT_EQ(w->statusBar()->currentMessage().left(5), "PTV: ");
+    QSignalSpy show(w->ptvModule(), &PTVmodule::signalShowPTVVectors);
+    w->action("actionPTV_ShowVectors")->trigger();
+    ASSERT_EQ(show.count(), 1);
+    EXPECT_TRUE(show.at(0).at(0).toBool());
     const PTV_Data2D& tracks = *o->ptvData();
     PTV_Data2D direct;
     PTV_Eval2D ptv(&direct);
