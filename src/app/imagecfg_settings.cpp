@@ -2,6 +2,28 @@
 
 #include <QChar>
 
+void registryIOImageFilters(MySettings& s, MySettings::AccessMode mode, IMAGE_FILTER_CFG& f) {
+    s.serializeBool(mode, "UseFloat", &f.UseFloat);
+    s.serializeBool(mode, "Negative", &f.Invert);
+    s.serializeBool(mode, "HighPassEnable", &f.Highpass);
+    s.serializeFloat(mode, "HighPassKernel", &f.HighpassCutOff);
+    s.serializeBool(mode, "HighPassGauss", &f.HighpassUseGauss);
+    s.serializeBool(mode, "HighPassClipZero", &f.HighpassClipNegative);
+    s.serializeBool(mode, "MedianEnable", &f.Median);
+    s.serializeInt(mode, "MedianKernel", &f.MedianSize);
+    s.serializeBool(mode, "MinMaxEnable", &f.MinMax);
+    s.serializeInt(mode, "MinMaxKernel", &f.MinMaxKernel);
+    s.serializeBool(mode, "ThresholdEnable", &f.Threshold);
+    s.serializeFloat(mode, "ThresholdValue", &f.ThresholdLevel);
+    s.serializeBool(mode, "ThresholdBinarize", &f.ThresholdBinarize);
+    s.serializeBool(mode, "LowPassEnable", &f.Lowpass);
+    s.serializeFloat(mode, "LowPassKernel", &f.LowpassCutOff);
+    s.serializeBool(mode, "LowPassGauss", &f.LowpassUseGauss);
+    s.serializeBool(mode, "DynHistEnable", &f.HistEqual);
+    s.serializeFloat(mode, "DynHistMin", &f.HistMin);
+    s.serializeFloat(mode, "DynHistMax", &f.HistMax);
+}
+
 bool registryIOImageCfg(MySettings& s, int view, MySettings::AccessMode mode, IMAGE_CFG& cfg) {
     if (view < 0 || view > 3) return false;
     s.beginGroup(QStringLiteral("/Image/View%1").arg(QChar('A' + view)));
@@ -26,25 +48,7 @@ bool registryIOImageCfg(MySettings& s, int view, MySettings::AccessMode mode, IM
 
     IMAGE_FILTER_CFG& f = cfg.filters;
     s.beginGroup("Filters");
-    s.serializeBool(mode, "UseFloat", &f.UseFloat);
-    s.serializeBool(mode, "Negative", &f.Invert);
-    s.serializeBool(mode, "HighPassEnable", &f.Highpass);
-    s.serializeFloat(mode, "HighPassKernel", &f.HighpassCutOff);
-    s.serializeBool(mode, "HighPassGauss", &f.HighpassUseGauss);
-    s.serializeBool(mode, "HighPassClipZero", &f.HighpassClipNegative);
-    s.serializeBool(mode, "MedianEnable", &f.Median);
-    s.serializeInt(mode, "MedianKernel", &f.MedianSize);
-    s.serializeBool(mode, "MinMaxEnable", &f.MinMax);
-    s.serializeInt(mode, "MinMaxKernel", &f.MinMaxKernel);
-    s.serializeBool(mode, "ThresholdEnable", &f.Threshold);
-    s.serializeFloat(mode, "ThresholdValue", &f.ThresholdLevel);
-    s.serializeBool(mode, "ThresholdBinarize", &f.ThresholdBinarize);
-    s.serializeBool(mode, "LowPassEnable", &f.Lowpass);
-    s.serializeFloat(mode, "LowPassKernel", &f.LowpassCutOff);
-    s.serializeBool(mode, "LowPassGauss", &f.LowpassUseGauss);
-    s.serializeBool(mode, "DynHistEnable", &f.HistEqual);
-    s.serializeFloat(mode, "DynHistMin", &f.HistMin);
-    s.serializeFloat(mode, "DynHistMax", &f.HistMax);
+    registryIOImageFilters(s, mode, f);
     // Masks, backgrounds, crop and dewarping stand with the filters in the store.
     s.serializeBool(mode, "MaskInvert", &cfg.MaskInvert);
     s.serializeBool(mode, "MaskRandomize", &cfg.MaskRandomize);

@@ -34,6 +34,7 @@
 #include "piv_ncfile.h"
 #include "piv_util.h"
 #include "pivevalobj.h"
+#include "ptvmodule.h"
 #include "qlogbuffer.h"
 #include "qpiv_imagepair.h"
 #include "recentfiles.h"
@@ -88,6 +89,7 @@ Kelvane::Kelvane(bool isMainInstance, bool /*unused*/, MySettings* settings, QSp
     showSplash(tr("Creating image canvas..."));
     m_dataObject = new KelvaneDataObject(&m_state, settings, this);
     m_data = new KelvaneData(m_dataObject, this, settings);
+    m_ptvModule = new PTVmodule(m_dataObject, settings, this);
     m_sceneStack = new QStackedWidget(this);
     m_dataView = new KelvaneDataView(this, m_printer, m_dataObject, settings, m_sceneStack);
     setCentralWidget(m_sceneStack);
@@ -149,6 +151,8 @@ Kelvane::Kelvane(bool isMainInstance, bool /*unused*/, MySettings* settings, QSp
     connect(m_data, &KelvaneData::signalDrawVector, m_dataView,
             &KelvaneDataView::slotAddRandomVector);
     connect(m_data, &KelvaneData::signalResetRuler, m_dataView, &KelvaneDataView::slotResetRuler);
+    connect(m_ptvModule, &PTVmodule::signalShowPTVVectors, m_dataView,
+            &KelvaneDataView::setPTVmapVisible);
     connect(m_data, &KelvaneData::signalSetKelvaneMode, this,
             [this](KelvaneMode mode) { setKelvaneMode(mode, true); });
     connect(m_data, &KelvaneData::signalOpenNewWindow, this, &Kelvane::openNewWindow);
@@ -248,6 +252,7 @@ void Kelvane::registryIO(MySettings::AccessMode mode) {
         }
         m_data->registryIO(mode);
         m_dataView->registryIO(mode);
+        m_ptvModule->registryIO(mode);
         return;
     }
     _applySimdSetting(m_simdEnabled);

@@ -16,6 +16,7 @@
 class KelvaneData;
 class KelvaneDataObject;
 class KelvaneDataView;
+class PTVmodule;
 class QAction;
 class QComboBox;
 class QLabel;
@@ -55,6 +56,7 @@ public:
     KelvaneDataObject* dataObject() const { return m_dataObject; }
     KelvaneData* data() const { return m_data; }
     KelvaneDataView* dataView() const { return m_dataView; }
+    PTVmodule* ptvModule() const { return m_ptvModule; }
     RecentFiles* recentImages() const { return m_recentImages; }
     RecentFiles* recentFiles() const { return m_recentFiles; }
     PrefsDlg* prefsDlg() const { return m_prefsDlg; }
@@ -136,6 +138,7 @@ private:
     KelvaneDataObject* m_dataObject;
     KelvaneData* m_data;
     KelvaneDataView* m_dataView;
+    PTVmodule* m_ptvModule;
     PrefsDlg* m_prefsDlg;
     PREFS_CFG m_prefs;
 

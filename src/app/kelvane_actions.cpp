@@ -20,6 +20,7 @@
 #include "piv_enums.h"
 #include "piv_params.h"
 #include "pivevalobj.h"
+#include "ptvmodule.h"
 #include "qlogbuffer.h"
 #include "qtwinprogresstoolbar.h"
 #include "recentfiles.h"
@@ -291,7 +292,11 @@ void Kelvane::connectActions() {
     bindD("actionPIVStatistics", &KelvaneData::slotPivStats);
     bindD("actionImageViewer", &KelvaneData::slotShowImageViewer);
     bindD("actionPTV_ProcessImage", &KelvaneData::slotPTV_ProcessImage);
-    bindD("actionPTV_SaveData", &KelvaneData::slotPTV_SaveData);
+    PTVmodule* ptv = m_ptvModule;
+    bind(action(QStringLiteral("actionPTV_Parameters")), ptv, &PTVmodule::slotPTV_Parameters);
+    bind(action(QStringLiteral("actionPTV_ShowVectors")), ptv, &PTVmodule::slotShowPTVVectors);
+    bind(action(QStringLiteral("actionPTV_SaveData")), ptv, &PTVmodule::slotSaveData);
+    connect(ptv, &PTVmodule::signalSaveData, d, &KelvaneData::slotPTV_SaveData);
     bind(action(QStringLiteral("actionPIVClearData")), m_dataObject,
          &KelvaneDataObject::slotClearPivData);
     bind(action(QStringLiteral("actionFileExit")), this, &QWidget::close);
@@ -353,7 +358,6 @@ void Kelvane::connectActions() {
     bindV("actionPlotResetObjects", &KelvaneDataView::slotResetObjects);
     bindV("actionPlotConfigSave", &KelvaneDataView::slotPlotConfigSave);
     bindV("actionPlotConfigLoad", &KelvaneDataView::slotPlotConfigLoad);
-    bindV("actionPTV_ShowVectors", &KelvaneDataView::slotShowPTVVectors);
     // Each press shows the window or hides it again.
     bind(action(QStringLiteral("actionImageProfileX")), v,
          [v] { v->slotImageProfileX(!v->isProfileVisible(0)); });
@@ -445,6 +449,7 @@ void Kelvane::slotUpdateUI() {
     check("actionPlotContours", v->isContourMapVisible());
     check("actionPlotAxis", v->isAxisVisible());
     check("actionPlotSubtractMean", v->isMeanVectorSubtracted());
+    check("actionPTV_ShowVectors", m_ptvModule->isShowingVectors());
 }
 
 void Kelvane::setKelvaneMode(KelvaneMode mode, bool syncSelector) {

@@ -18,6 +18,7 @@
 #include "pivprobedlg.h"
 #include "pivsetupdlg.h"
 #include "pivstatsdlg.h"
+#include "ptvevalobj.h"
 #include "qtwinprogresstoolbar.h"
 #include "xyplotwindow.h"
 
@@ -27,6 +28,7 @@ KelvaneData::KelvaneData(KelvaneDataObject* dataObject, QMainWindow* window, MyS
       m_settings(settings),
       m_window(window),
       m_engine(new PIVevalEngine(dataObject, window)),
+      m_ptvEval(new PTVevalObj(dataObject, this)),
       m_bars(new QTwinProgressToolBar(window)),
       m_outputDlg(new OutputDlg(window)) {
     connect(m_engine, &PIVevalEngine::signalShowProgress, m_bars,
@@ -42,6 +44,9 @@ KelvaneData::KelvaneData(KelvaneDataObject* dataObject, QMainWindow* window, MyS
     });
     connect(m_engine, &PIVevalEngine::signalEvaluationFinished, this,
             &KelvaneData::evaluationFinished);
+    connect(m_ptvEval, &PTVevalObj::signalMessage, this, &KelvaneData::signalMessage);
+    connect(m_ptvEval, &PTVevalObj::signalLogMessage, this, &KelvaneData::signalLogMessage);
+    connect(m_ptvEval, &PTVevalObj::signalFinished, this, &KelvaneData::ptvFinished);
     connect(m_bars, &QTwinProgressToolBar::signalAbort, this, &KelvaneData::slotCancelProcessing);
     connect(dataObject, &KelvaneDataObject::signalChangedAnalysisMode, this, [this] {
         m_file.setSpeckleMode(m_dataObject->analysisMode() == PIV::ANALYSIS_SPECKLE);
@@ -54,6 +59,7 @@ KelvaneData::KelvaneData(KelvaneDataObject* dataObject, QMainWindow* window, MyS
 // would otherwise reach bars already gone.
 KelvaneData::~KelvaneData() {
     delete m_engine;
+    delete m_ptvEval;
 }
 
 LoadPairDlg* KelvaneData::loadPairDlg() {

@@ -22,6 +22,7 @@ class OutputDlg;
 class PIVCalib2CDlg;
 class PIVPostProcessDlg;
 class PIVevalEngine;
+class PTVevalObj;
 class PivProbeDlg;
 class PivSetupDlg;
 class PivStatsDlg;
@@ -37,6 +38,7 @@ public:
     ~KelvaneData() override;
 
     PIVevalEngine* engine() const { return m_engine; }
+    PTVevalObj* ptvEngine() const { return m_ptvEval; }
     QTwinProgressToolBar* progressBars() const { return m_bars; }
     OutputDlg* outputDlg() const { return m_outputDlg; }
     LoadPairDlg* loadPairDlg();
@@ -130,12 +132,12 @@ public slots:
     void slotSetROI(QRect rect);
     void slotCancelProcessing();
     // "PTV scan": tracks the particles of the pair under the field on view,
-    // the post-processed one when there is one; refuses with a box when
-    // there is no pair or no field.
+    // the post-processed one when there is one, on the tracker's worker;
+    // refuses with a box when there is no pair or no field.
     void slotPTV_ProcessImage();
     // "Save PTV data": the tracks of the view as a text table, one line a
-    // first-frame particle, under a name the user picks.
-    void slotPTV_SaveData();
+    // first-frame particle, into `file` once an existing one may go.
+    void slotPTV_SaveData(const QString& file);
     // A 256-bin histogram of both frames, kept up to date with each new image.
     void slotImageHistogram(bool show);
 
@@ -156,6 +158,7 @@ signals:
 
 private:
     void evaluationFinished(bool haveData);
+    void ptvFinished(bool ok, const QString& why);
     // A warning box, never during a batch.
     void warn(const QString& title, const QString& text);
     bool isReadableFile(const QString& path);
@@ -182,6 +185,7 @@ private:
     MySettings* m_settings;
     QMainWindow* m_window;
     PIVevalEngine* m_engine;
+    PTVevalObj* m_ptvEval;
     QTwinProgressToolBar* m_bars;
     OutputDlg* m_outputDlg;
     LoadPairDlg* m_loadPairDlg = nullptr;

@@ -2,15 +2,13 @@
 // go to the tracking library, the tracks come back into the data object.
 #include <QApplication>
 #include <QFile>
-#include <QFileDialog>
-#include <QMainWindow>
 #include <memory>
 
 #include "kelvanedata.h"
 #include "kelvanedataobject.h"
 #include "piv_data2d.h"
 #include "ptv_data2d.h"
-#include "ptv_eval2d.h"
+#include "ptvevalobj.h"
 #include "qpiv_imagepair.h"
 
 void KelvaneData::slotPTV_ProcessImage() {
@@ -29,27 +27,23 @@ void KelvaneData::slotPTV_ProcessImage() {
     }
     // The tracker guides with what the user sees cleaned of outliers when
     // there is such a field; the raw one otherwise.
-    PIV_Data2D* guide = o->haveData(3) ? o->data(3) : o->data(-1);
-    QPIV_ImagePair* pair = o->image(0);
-    auto tracks = std::make_shared<PTV_Data2D>();
-    PTV_Eval2D ptv(tracks.get());
-    ptv.setParameters(o->ptvParameters());
-    if (!ptv.process(*pair->imgA(), *pair->imgB(), *guide)) {
-        const QString why = QString::fromLocal8Bit(ptv.error().message());
-        emit signalMessage(tr("PTV failed"));
-        warn(QApplication::applicationName(), tr("PTV failed: %1").arg(why));
+    m_ptvEval->process(o->haveData(3) ? *o->data(3) : *o->data(-1), -1);
+}
+
+void KelvaneData::ptvFinished(bool ok, const QString& why) {
+    if (!ok) {
+        warn(QApplication::applicationName(), tr("PTV analysis failed: %1").arg(why));
         return;
     }
-    emit signalMessage(tr("PTV: %1 particles, %2 valid pairs")
-                           .arg(tracks->particleCount())
-                           .arg(tracks->validCount()));
-    m_dataObject->setPTVdata(std::move(tracks), -1);
+    // The view may have changed while the tracker ran.
+    if (const std::shared_ptr<const PTV_Data2D> tracks = m_dataObject->ptvData(-1))
+        emit signalMessage(tr("PTV: %1 particles, %2 valid pairs")
+                               .arg(tracks->particleCount())
+                               .arg(tracks->validCount()));
     emit signalUpdateUI();
 }
 
-void KelvaneData::slotPTV_SaveData() {
-    const QString file =
-        QFileDialog::getSaveFileName(m_window, tr("Save PTV data"), QString(), tr("Text (*.txt)"));
+void KelvaneData::slotPTV_SaveData(const QString& file) {
     if (!file.isEmpty() && overWriteFile(file)) savePTVData(file);
 }
 
@@ -57,7 +51,7 @@ bool KelvaneData::savePTVData(const QString& file) {
     const std::shared_ptr<const PTV_Data2D> tracks = m_dataObject->ptvData(-1);
     if (!tracks) return false;
     if (!tracks->saveASCII(QFile::encodeName(file).constData())) {
-        const QString why = QString::fromLocal8Bit(tracks->error().message());
+        const QString why = QString::fromLocal8Bit(tracks->error().getLastError());
         warn(QApplication::applicationName(), tr("Saving PTV data failed:\n%1\n%2").arg(file, why));
         return false;
     }

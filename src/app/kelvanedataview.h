@@ -157,7 +157,6 @@ public slots:
     void slotShowContours();
     void slotShowAxis();
     void slotSubtractMeanVector();
-    void slotShowPTVVectors();
     void slotResetObjects();
     void slotPlotConfigSave();
     void slotPlotConfigLoad();

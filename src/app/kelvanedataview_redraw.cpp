@@ -180,10 +180,6 @@ void KelvaneDataView::slotImageShowLUT() {
     changeRecord([](PIVPLOT::PLOT_CFG& c) { c.image.lut.Show = !c.image.lut.Show; });
 }
 
-void KelvaneDataView::slotShowPTVVectors() {
-    setPTVmapVisible(!m_showPTV);
-}
-
 void KelvaneDataView::slotSubtractMeanVector() {
     changeRecord(
         [](PIVPLOT::PLOT_CFG& c) { c.vector.OffsetType = c.vector.OffsetType == 1 ? 0 : 1; });

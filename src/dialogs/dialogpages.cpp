@@ -64,6 +64,29 @@ void addTransformation(RecordForm& f, QFormLayout* g, const IMAGE_TRANSFORMATION
     f.check(g, QObject::tr("Second image only"), &t.SecondImageOnly);
 }
 
+void addImageFilters(RecordForm& f, QFormLayout* rows, const IMAGE_FILTER_CFG& p) {
+    f.check(rows, QObject::tr("Work in floating point"), &p.UseFloat);
+    f.check(rows, QObject::tr("Invert"), &p.Invert);
+    f.check(rows, QObject::tr("Median"), &p.Median);
+    f.integer(rows, QObject::tr("Median size"), &p.MedianSize);
+    f.check(rows, QObject::tr("Histogram equalisation"), &p.HistEqual);
+    f.real(rows, QObject::tr("Histogram minimum"), &p.HistMin);
+    f.real(rows, QObject::tr("Histogram maximum"), &p.HistMax);
+    f.check(rows, QObject::tr("Min/max normalisation"), &p.MinMax);
+    f.integer(rows, QObject::tr("Min/max kernel"), &p.MinMaxKernel);
+    f.check(rows, QObject::tr("High-pass"), &p.Highpass);
+    f.check(rows, QObject::tr("High-pass Gaussian"), &p.HighpassUseGauss);
+    f.check(rows, QObject::tr("Clip negative"), &p.HighpassClipNegative);
+    f.real(rows, QObject::tr("High-pass cut-off"), &p.HighpassCutOff);
+    f.check(rows, QObject::tr("Threshold"), &p.Threshold);
+    f.real(rows, QObject::tr("Threshold level"), &p.ThresholdLevel);
+    f.check(rows, QObject::tr("Binarize"), &p.ThresholdBinarize);
+    f.check(rows, QObject::tr("Low-pass"), &p.Lowpass);
+    f.check(rows, QObject::tr("Low-pass Gaussian"), &p.LowpassUseGauss);
+    f.check(rows, QObject::tr("Centred Gaussian"), &p.CenteredGauss);
+    f.real(rows, QObject::tr("Low-pass cut-off"), &p.LowpassCutOff);
+}
+
 void finishDialog(QDialog* dialog, QWidget* content) {
     auto* buttons = new QDialogButtonBox(QDialogButtonBox::Ok | QDialogButtonBox::Cancel);
     QObject::connect(buttons, &QDialogButtonBox::accepted, dialog, &QDialog::accept);

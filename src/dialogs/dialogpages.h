@@ -11,6 +11,7 @@ class QDialog;
 class QFormLayout;
 class QTabWidget;
 class QWidget;
+struct IMAGE_FILTER_CFG;
 struct IMAGE_TRANSFORMATION_CFG;
 
 namespace DialogPages {
@@ -27,6 +28,8 @@ void addTriple(RecordForm& form, QFormLayout* rows, const QString& label, const 
 namespace DialogPages {
 // The rows of an image or field transformation.
 void addTransformation(RecordForm& form, QFormLayout* rows, const IMAGE_TRANSFORMATION_CFG& t);
+// The rows of the image filters, as the pre-processing and the tracker share them.
+void addImageFilters(RecordForm& form, QFormLayout* rows, const IMAGE_FILTER_CFG& p);
 // A standard "OK"/"Cancel" row under `content`, as the dialog's layout.
 void finishDialog(QDialog* dialog, QWidget* content);
 }  // namespace DialogPages

@@ -56,28 +56,7 @@ void addImagePages(RecordForm& f, QTabWidget* tabs, const IMAGE_CFG& c, const QS
     f.text(g, QObject::tr("Mapping file"), c.DewarpFile, size);
 
     page = addPage(tabs, QObject::tr("Filters %1").arg(name));
-    const IMAGE_FILTER_CFG& p = c.filters;
-    g = addGroup(page, QObject::tr("Filters"));
-    f.check(g, QObject::tr("Work in floating point"), &p.UseFloat);
-    f.check(g, QObject::tr("Invert"), &p.Invert);
-    f.check(g, QObject::tr("Median"), &p.Median);
-    f.integer(g, QObject::tr("Median size"), &p.MedianSize);
-    f.check(g, QObject::tr("Histogram equalisation"), &p.HistEqual);
-    f.real(g, QObject::tr("Histogram minimum"), &p.HistMin);
-    f.real(g, QObject::tr("Histogram maximum"), &p.HistMax);
-    f.check(g, QObject::tr("Min/max normalisation"), &p.MinMax);
-    f.integer(g, QObject::tr("Min/max kernel"), &p.MinMaxKernel);
-    f.check(g, QObject::tr("High-pass"), &p.Highpass);
-    f.check(g, QObject::tr("High-pass Gaussian"), &p.HighpassUseGauss);
-    f.check(g, QObject::tr("Clip negative"), &p.HighpassClipNegative);
-    f.real(g, QObject::tr("High-pass cut-off"), &p.HighpassCutOff);
-    f.check(g, QObject::tr("Threshold"), &p.Threshold);
-    f.real(g, QObject::tr("Threshold level"), &p.ThresholdLevel);
-    f.check(g, QObject::tr("Binarize"), &p.ThresholdBinarize);
-    f.check(g, QObject::tr("Low-pass"), &p.Lowpass);
-    f.check(g, QObject::tr("Low-pass Gaussian"), &p.LowpassUseGauss);
-    f.check(g, QObject::tr("Centred Gaussian"), &p.CenteredGauss);
-    f.real(g, QObject::tr("Low-pass cut-off"), &p.LowpassCutOff);
+    addImageFilters(f, addGroup(page, QObject::tr("Filters")), c.filters);
     addTransformation(f, addGroup(page, QObject::tr("Transformation")), c.transformation);
 }
 

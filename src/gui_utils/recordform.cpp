@@ -8,6 +8,7 @@
 #include <QLineEdit>
 #include <QSpinBox>
 #include <QToolButton>
+#include <algorithm>
 #include <cmath>
 #include <cstring>
 #include <limits>
@@ -156,6 +157,13 @@ QWidget* RecordForm::text(QFormLayout* form, const QString& label, const char* f
 
 QWidget* RecordForm::choice(QFormLayout* form, const QString& label, const int32_t* field,
                             const QStringList& names, int first) {
+    std::vector<int32_t> values(size_t(names.size()));
+    for (size_t k = 0; k < values.size(); ++k) values[k] = first + int32_t(k);
+    return choice(form, label, field, names, values);
+}
+
+QWidget* RecordForm::choice(QFormLayout* form, const QString& label, const int32_t* field,
+                            const QStringList& names, const std::vector<int32_t>& values) {
     auto* combo = new QComboBox;
     combo->addItems(names);
     form->addRow(label, combo);
@@ -163,15 +171,16 @@ QWidget* RecordForm::choice(QFormLayout* form, const QString& label, const int32
     const auto off = offsetOf(field);
     // A value the list does not hold is kept as it is until the user picks one.
     auto original = std::make_shared<int32_t>(0);
-    m_bindings.push_back({[combo, off, first, original](const char* r) {
+    m_bindings.push_back({[combo, off, values, original](const char* r) {
                               *original = at<int32_t>(r, off);
                               // A value outside the list shows no entry (index -1).
-                              combo->setCurrentIndex(*original - first);
+                              const auto it = std::find(values.begin(), values.end(), *original);
+                              combo->setCurrentIndex(it == values.end() ? -1
+                                                                        : int(it - values.begin()));
                           },
-                          [combo, off, first, original](char* r) {
-                              at<int32_t>(r, off) = combo->currentIndex() < 0
-                                                        ? *original
-                                                        : combo->currentIndex() + first;
+                          [combo, off, values, original](char* r) {
+                              const int index = combo->currentIndex();
+                              at<int32_t>(r, off) = index < 0 ? *original : values[size_t(index)];
                           }});
     return combo;
 }

@@ -39,6 +39,9 @@ public:
     // A list whose entry k stands for the value first + k.
     QWidget* choice(QFormLayout* form, const QString& label, const int32_t* field,
                     const QStringList& names, int first = 0);
+    // A list whose entry k stands for values[k].
+    QWidget* choice(QFormLayout* form, const QString& label, const int32_t* field,
+                    const QStringList& names, const std::vector<int32_t>& values);
 
     void load(const void* record) const;
     void store(void* record) const;

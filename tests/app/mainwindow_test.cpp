@@ -4,16 +4,20 @@
 
 #include <QCheckBox>
 #include <QComboBox>
+#include <QDialogButtonBox>
 #include <QDir>
 #include <QDropEvent>
 #include <QFile>
+#include <QLineEdit>
 #include <QMimeData>
 #include <QPointer>
+#include <QPushButton>
 #include <QRegularExpression>
 #include <QSignalSpy>
 #include <QSplashScreen>
 #include <QStatusBar>
 #include <QTest>
+#include <QTimer>
 #include <QToolBar>
 #include <QUrl>
 
@@ -26,6 +30,8 @@
 #include "kelvane.h"
 #include "kelvanedata.h"
 #include "kelvanedataobject.h"
+#include "kelvanedataview.h"
+#include "kelvanedataview_bmpitems.h"
 #include "kelvanefile.h"
 #include "offscreen_app.h"
 #include "piv_data2d.h"
@@ -36,6 +42,10 @@
 #include "pivevalobj.h"
 #include "ptv_data2d.h"
 #include "ptv_eval2d.h"
+#include "ptvevalobj.h"
+#include "ptvmodule.h"
+#include "ptvoutputdlg.h"
+#include "ptvparamsdlg.h"
 #include "qlogbuffer.h"
 #include "qpiv_imagepair.h"
 #include "recentfiles.h"
@@ -93,10 +103,10 @@ TEST_F(MainWindow, ProcessGivesTheLibrarysFieldAndAsksBeforeReplacingIt) {
 }
 
 // "PTV scan" is refused without a pair and without a field; on the
-// evaluated pair it gives the tracks of the library run on the same images
-// and field, most of them valid under the flow (3, 2). Saved, the table has
-// a line per particle, the first at the first particle; a missing folder
-// gives a box.
+// evaluated pair it runs on the tracker's worker, the window's timers go on
+// meanwhile ("Show PTV vectors" then tells the scene), and it gives the tracks of the library run
+// on the same images and field, most of them valid under the flow (3, 2). Saved, the table has a
+// line per particle, the first at the first particle; a missing folder gives a box that says so.
 TEST_F(MainWindow, PTVScanGivesTheLibrarysTracksOrSaysWhatIsMissing) {
     auto w = window();
     KelvaneDataObject* o = w->dataObject();
@@ -107,8 +117,18 @@ TEST_F(MainWindow, PTVScanGivesTheLibrarysTracksOrSaysWhatIsMissing) {
         drop(*w, {path("run0001a.tif")});
     }
     ASSERT_TRUE(evaluate(*w));
-    w->action("actionPTV_ProcessImage")->trigger();
-    ASSERT_TRUE(o->havePTVdata());
+    ASSERT_TRUE(scan(*w));
+    EXPECT_GT(ticksBeforeTracks, 0) << "the window stood still during the scan";
+    EXPECT_EQ(w->statusBar()->currentMessage().left(5), "PTV: ");
+    // The tracks show once scanned; "Show PTV vectors" takes them off the plot.
+    const auto tracksShown = [&w] {
+        w->dataView()->autoRedraw(true);
+        return w->dataView()->items(0)->isShown(KelvaneBmpItems::ITEM_TRACKS);
+    };
+    EXPECT_TRUE(tracksShown());
+    w->slotUpdateUI();
+    w->action("actionPTV_ShowVectors")->trigger();
+    EXPECT_FALSE(tracksShown());
     const PTV_Data2D& tracks = *o->ptvData();
     PTV_Data2D direct;
     PTV_Eval2D ptv(&direct);
@@ -119,7 +139,12 @@ TEST_F(MainWindow, PTVScanGivesTheLibrarysTracksOrSaysWhatIsMissing) {
     for (size_t k = 0; k < tracks.size(); ++k)
         EXPECT_EQ(0, std::memcmp(tracks.pairData(k), direct.pairData(k), sizeof(PTV_PAIR))) << k;
 
-    ASSERT_TRUE(w->data()->savePTVData(path("tracks.txt")));
+    // "Save PTV data" asks where through its dialog.
+    QTimer::singleShot(0, [&] {
+        w->ptvModule()->outputDlg()->setFileName(path("tracks.txt"));
+        w->ptvModule()->outputDlg()->accept();
+    });
+    w->action("actionPTV_SaveData")->trigger();
     QFile table(path("tracks.txt"));
     ASSERT_TRUE(table.open(QIODevice::ReadOnly | QIODevice::Text));
     const QStringList rows = QString::fromLatin1(table.readAll())
@@ -130,7 +155,76 @@ TEST_F(MainWindow, PTVScanGivesTheLibrarysTracksOrSaysWhatIsMissing) {
         QString::asprintf("%.3f %.3f ", tracks.pairData(0)->first.x, tracks.pairData(0)->first.y)));
     BoxWatcher boxes;
     EXPECT_FALSE(w->data()->savePTVData(path("gone/tracks.txt")));
-    EXPECT_EQ(boxes.texts.size(), 1);
+    ASSERT_EQ(boxes.texts.size(), 1);
+    EXPECT_TRUE(boxes.texts[0].contains("cannot create")) << boxes.texts[0].toStdString();
+}
+
+// A mask over the left half (any pixel not 0 masks, as in the tool) keeps
+// the scan out of it: the truth has particles there, the tracks none. Then
+// sort boxes 0 px wide, nonsense, fail the scan with a box saying why, and
+// those tracks stay.
+TEST_F(MainWindow, PTVScanLeavesTheMaskedHalfOutAndAFailedScanKeepsTheTracks) {
+    Image2D mask(kSize, kSize, IMAGE_UINT8);
+    for (int y = 0; y < kSize; ++y)
+        for (int x = 0; x < kSize; ++x) mask.setPixel(x, y, x < kSize / 2 ? 1.0f : 0.0f);
+    ASSERT_TRUE(mask.save(file("mask.tif").c_str()));
+    auto w = window();
+    KelvaneDataObject* o = w->dataObject();
+    IMAGE_CFG image = o->image(0)->imageCfg();
+    image.MaskEnable = true;
+    PIV::CopyText(image.Mask, file("mask.tif").c_str());
+    o->image(0)->setImageCfg(image);
+    drop(*w, {path("run0001a.tif")});
+    ASSERT_TRUE(o->image(0)->isMaskAvailable());
+    ASSERT_TRUE(evaluate(*w));
+    ASSERT_GT(std::count_if(truth.particlesA.begin(), truth.particlesA.end(),
+                            [](const synth::Particle& p) { return p.x > 4 && p.x < kSize / 2; }),
+              10);
+    ASSERT_TRUE(scan(*w));
+    const std::shared_ptr<const PTV_Data2D> tracks = o->ptvData();
+    int left = 0;
+    for (size_t k = 0; k < tracks->size(); ++k)
+        left += tracks->pairData(k)->first.id >= 0 && tracks->pairData(k)->first.x < kSize / 2;
+    EXPECT_GT(tracks->particleCount(), 10);
+    EXPECT_EQ(left, 0);
+
+    PTV_PARAMS cfg = o->ptvParameters();
+    cfg.SortBoxWidth = 0;
+    o->setPTVParameters(cfg);
+    BoxWatcher boxes;
+    QSignalSpy finished(w->data()->ptvEngine(), &PTVevalObj::signalFinished);
+    w->action("actionPTV_ProcessImage")->trigger();
+    ASSERT_TRUE(finished.wait(60000));
+    ASSERT_EQ(boxes.texts.size(), 1);
+    EXPECT_TRUE(boxes.texts[0].startsWith("PTV analysis failed: ")) << boxes.texts[0].toStdString();
+    EXPECT_TRUE(boxes.texts[0].contains("sort box 0x64"));
+    EXPECT_EQ(w->statusBar()->currentMessage(), "PTV analysis failed");
+    EXPECT_EQ(o->ptvData(), tracks);
+}
+
+// "PTV parameters": "Cancel" leaves the settings as they were, "OK" takes an
+// edited search radius (10 px by default); the store keeps it for the next window.
+TEST_F(MainWindow, PTVParametersApplyOnlyOnOKAndSurviveTheStore) {
+    const struct {
+        QDialogButtonBox::StandardButton button;
+        double radius;
+    } cases[] = {{QDialogButtonBox::Cancel, 10.0}, {QDialogButtonBox::Ok, 25.0}};
+    for (const auto& c : cases) {
+        auto w = window();
+        QSignalSpy changed(w->dataObject(), &KelvaneDataObject::signalHaveNewPTVParameters);
+        QTimer::singleShot(0, [&] {
+            QDialog* dlg = w->ptvModule()->paramsDlg();
+            dlg->findChild<QLineEdit*>("Search radius")->setText("25");
+            dlg->findChild<QDialogButtonBox*>()->button(c.button)->click();
+        });
+        w->action("actionPTV_Parameters")->trigger();
+        EXPECT_EQ(w->dataObject()->ptvParameters().SearchRadius, c.radius);
+        EXPECT_EQ(changed.count(), c.button == QDialogButtonBox::Ok);
+        w->registryIO(MySettings::WRITE);
+        EXPECT_EQ(settings.value("/PTV/SearchRadius").toDouble(), c.radius);
+        w.reset();
+        EXPECT_EQ(window()->dataObject()->ptvParameters().SearchRadius, c.radius);
+    }
 }
 
 // Ctrl+S saves the field under the pair's name as NetCDF; dropped back it

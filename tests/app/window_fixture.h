@@ -9,6 +9,7 @@
 #include <QDropEvent>
 #include <QMimeData>
 #include <QSignalSpy>
+#include <QTimer>
 #include <QUrl>
 
 #include <memory>
@@ -80,6 +81,20 @@ protected:
         w.action("actionPIVProcess")->trigger();
         return done.wait(60000) && o->isEvaluated(0);
     }
+    // "PTV scan", counting the turns of the event loop before the tracks came.
+    bool scan(Kelvane& w) {
+        KelvaneDataObject* o = w.dataObject();
+        int ticks = 0;
+        ticksBeforeTracks = -1;
+        QTimer tick;
+        QObject::connect(&tick, &QTimer::timeout, [&ticks] { ++ticks; });
+        tick.start(0);
+        QSignalSpy tracks(o, &KelvaneDataObject::signalHaveNewPTVData);
+        QObject::connect(o, &KelvaneDataObject::signalHaveNewPTVData, &tick,
+                         [this, &ticks] { ticksBeforeTracks = ticks; });
+        w.action("actionPTV_ProcessImage")->trigger();
+        return (!tracks.isEmpty() || tracks.wait(60000)) && o->havePTVdata();
+    }
     static std::string vectors(const PIV_Data2D& d) {
         return std::string(reinterpret_cast<const char*>(d.data()),
                            d.nodeCount() * sizeof(PIV_VECTOR));
@@ -89,6 +104,7 @@ protected:
     test_support::ScratchDir dir;
     MySettings settings{QString::fromStdString(dir.file("store.ini")), QSettings::IniFormat};
     synth::SyntheticPair truth;
+    int ticksBeforeTracks = -1;
 };
 
 }  // namespace

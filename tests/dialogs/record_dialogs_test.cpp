@@ -19,6 +19,7 @@
 #include "pivpostprocessdlg.h"
 #include "pivprobedlg.h"
 #include "pivsetupdlg.h"
+#include "ptvparamsdlg.h"
 
 namespace {
 
@@ -77,13 +78,15 @@ TEST(RecordDialogs, EachControlOwnsOneFieldAndRecordsSurviveAFreshDialog) {
     EnsureOffscreenApplication();
     // Evaluation 94 + two validations of 47 + conversion 16 + differentiation 4;
     // two images of 30 + 20 filters + 11 transformation; post-processing
-    // 8 combine + 11 transformation + 8; calibration 2; probe: the 14 shown.
+    // 8 combine + 11 transformation + 8; calibration 2; probe: the 14 shown;
+    // tracking 9 of its own + background 2 + 20 filters.
     const DialogCase cases[] = {
         Case<PivSetupDlg, PIVSETUP_CFG>("setup", 94 + 2 * 47 + 16 + 4),
         Case<ImagePreProcessDlg, IMAGEPROC_CFG>("images", 2 * (30 + 20 + 11)),
         Case<PIVPostProcessDlg, POSTPROCESS_CFG>("post-processing", 8 + 11 + 8),
         Case<PIVCalib2CDlg, CALIB2C_CFG>("calibration", 2),
         Case<PivProbeDlg, PIV_VECTOR>("probe", 14),
+        Case<PTVParamsDlg, PTV_PARAMS>("tracking", 9 + 2 + 20),
     };
     for (const DialogCase& c : cases) {
         SCOPED_TRACE(c.name);
