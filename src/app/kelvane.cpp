@@ -146,6 +146,8 @@ Kelvane::Kelvane(bool isMainInstance, bool /*unused*/, MySettings* settings, QSp
     connect(m_dataView, &KelvaneDataView::signalNewRulerLength, m_data,
             &KelvaneData::slotSetRulerLength);
     connect(m_dataView, &KelvaneDataView::signalNewROI, m_data, &KelvaneData::slotSetROI);
+    connect(m_dataView, &KelvaneDataView::signalNewDisplayParams, m_data,
+            &KelvaneData::slotSetNewDisplayParams);
     connect(m_data, &KelvaneData::signalDrawVector, m_dataView,
             &KelvaneDataView::slotAddRandomVector);
     connect(m_data, &KelvaneData::signalResetRuler, m_dataView, &KelvaneDataView::slotResetRuler);

@@ -5,6 +5,7 @@
 #include <QMessageBox>
 #include <QPushButton>
 
+#include "corrplaneview.h"
 #include "imagepreprocessdlg.h"
 #include "imageviewer.h"
 #include "kelvanedataobject.h"
@@ -47,6 +48,7 @@ KelvaneData::KelvaneData(KelvaneDataObject* dataObject, QMainWindow* window, MyS
         m_file.setSpeckleMode(m_dataObject->analysisMode() == PIV::ANALYSIS_SPECKLE);
     });
     createDialogs();
+    createViews();
     if (m_settings) registryIO(MySettings::READ);
 }
 
@@ -151,6 +153,7 @@ void KelvaneData::registryIO(MySettings::AccessMode mode) {
     s.serializeBool(mode, QStringLiteral("/Output/StoreMagnitude"), &m_storeMagnitude);
     s.serializeInt(mode, QStringLiteral("/Output/Format"), &m_outputFormat);
     m_imageViewer->registryIO(s, mode);
+    m_corrView->registryIO(m_settings, mode);
     if (mode == MySettings::READ) {
         m_file.output().StoreMagnitude = m_storeMagnitude;
         m_file.setFormat(OutputDlg::formatOfIndex(m_outputFormat));

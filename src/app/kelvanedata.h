@@ -9,11 +9,13 @@
 #include <QRect>
 #include <QString>
 
+#include "kelvanedataview.h"
 #include "kelvanefile.h"
 #include "kelvanestate.h"
 #include "mysettings.h"
 #include "piv_types.h"
 
+class CorrPlaneView;
 class ImagePreProcessDlg;
 class ImageViewer;
 class KelvaneDataObject;
@@ -48,6 +50,7 @@ public:
     PivStatsDlg* statsDlg() const { return m_statsDlg; }
     ImageViewer* imageViewer() const { return m_imageViewer; }
     XYPlotWindow* imageHistogram() const { return m_histogram; }
+    CorrPlaneView* corrPlaneView() const { return m_corrView; }
     KelvaneFile& kelvaneFile() { return m_file; }
     bool isBatchMode() const { return m_batchMode; }
     void setBatchMode(bool on) { m_batchMode = on; }
@@ -138,6 +141,10 @@ public slots:
     void slotPTV_SaveData();
     // A 256-bin histogram of both frames, kept up to date with each new image.
     void slotImageHistogram(bool show);
+    // The correlation plane of the spots correlated from now on.
+    void slotShowCorrelationPlane();
+    // The image's colours, passed on to the views that show images.
+    void slotSetNewDisplayParams(BMP_DISPLAY_PARAMS params);
 
 signals:
     void signalMessage(const QString& text);
@@ -177,6 +184,7 @@ private:
     // A status line for a vector: "Dx=.. Dy=.. (SNR=..) Vel=.., .. unit".
     QString vectorText(const PIV_VECTOR& v) const;
     void updateImageHistogram();
+    void createViews();
 
     KelvaneDataObject* m_dataObject;
     MySettings* m_settings;
@@ -194,6 +202,7 @@ private:
     ImageViewer* m_imageViewer = nullptr;
     double m_rulerPixels = 0.0;  // the ruler's last length in the image
     XYPlotWindow* m_histogram = nullptr;
+    CorrPlaneView* m_corrView = nullptr;
     KelvaneFile m_file;
     QString m_imageFilters, m_fileFilters;
     bool m_batchMode = false;
