@@ -276,6 +276,7 @@ void Kelvane::connectActions() {
     bindD("actionFileOpenRefImage", &KelvaneData::slotFileChooseReferenceImage);
     bindD("actionFileOpenPIV", &KelvaneData::slotFileChooseData);
     bindD("actionPIVCorrelationPlane", &KelvaneData::slotShowCorrelationPlane);
+    bindD("actionPIVHistogram", &KelvaneData::slotShowHistogram);
     bindD("actionFileSave", &KelvaneData::slotFileSaveData);
     bindD("actionFileSaveAs", &KelvaneData::slotFileSaveData);
     bindD("actionFileSaveTecplot", &KelvaneData::slotFileSaveTecplot);

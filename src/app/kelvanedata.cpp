@@ -6,6 +6,7 @@
 #include <QPushButton>
 
 #include "corrplaneview.h"
+#include "hist2dview.h"
 #include "imagepreprocessdlg.h"
 #include "imageviewer.h"
 #include "kelvanedataobject.h"
@@ -154,6 +155,7 @@ void KelvaneData::registryIO(MySettings::AccessMode mode) {
     s.serializeInt(mode, QStringLiteral("/Output/Format"), &m_outputFormat);
     m_imageViewer->registryIO(s, mode);
     m_corrView->registryIO(m_settings, mode);
+    m_hist2D->registryIO(m_settings, mode);
     if (mode == MySettings::READ) {
         m_file.output().StoreMagnitude = m_storeMagnitude;
         m_file.setFormat(OutputDlg::formatOfIndex(m_outputFormat));

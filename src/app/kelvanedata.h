@@ -16,6 +16,7 @@
 #include "piv_types.h"
 
 class CorrPlaneView;
+class Hist2DView;
 class ImagePreProcessDlg;
 class ImageViewer;
 class KelvaneDataObject;
@@ -51,6 +52,7 @@ public:
     ImageViewer* imageViewer() const { return m_imageViewer; }
     XYPlotWindow* imageHistogram() const { return m_histogram; }
     CorrPlaneView* corrPlaneView() const { return m_corrView; }
+    Hist2DView* hist2DView() const { return m_hist2D; }
     KelvaneFile& kelvaneFile() { return m_file; }
     bool isBatchMode() const { return m_batchMode; }
     void setBatchMode(bool on) { m_batchMode = on; }
@@ -145,6 +147,11 @@ public slots:
     void slotShowCorrelationPlane();
     // The image's colours, passed on to the views that show images.
     void slotSetNewDisplayParams(BMP_DISPLAY_PARAMS params);
+    // The histogram of the field on view, kept up to date with new data.
+    void slotShowHistogram();
+    // The histogram's regions become the validation's windows, are stored
+    // and applied at once.
+    void slotHistWindowValidate();
 
 signals:
     void signalMessage(const QString& text);
@@ -185,6 +192,7 @@ private:
     QString vectorText(const PIV_VECTOR& v) const;
     void updateImageHistogram();
     void createViews();
+    void updateHistogram();
 
     KelvaneDataObject* m_dataObject;
     MySettings* m_settings;
@@ -203,6 +211,7 @@ private:
     double m_rulerPixels = 0.0;  // the ruler's last length in the image
     XYPlotWindow* m_histogram = nullptr;
     CorrPlaneView* m_corrView = nullptr;
+    Hist2DView* m_hist2D = nullptr;
     KelvaneFile m_file;
     QString m_imageFilters, m_fileFilters;
     bool m_batchMode = false;

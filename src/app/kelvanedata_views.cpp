@@ -4,8 +4,11 @@
 #include <QMainWindow>
 
 #include "corrplaneview.h"
+#include "hist2dview.h"
 #include "kelvanedata.h"
 #include "kelvanedataobject.h"
+#include "piv_data2d.h"
+#include "piv_parametersqt.h"
 #include "piv_params.h"
 #include "pivevalobj.h"
 
@@ -18,6 +21,11 @@ void KelvaneData::createViews() {
             &CorrPlaneView::slotDrawCorrelation);
     connect(m_corrView, &CorrPlaneView::signalInterrogateAtPoint, this,
             [this](QPoint point) { slotCorrelateAtPoint(QPointF(point)); });
+
+    m_hist2D = new Hist2DView(m_window);
+    connect(m_hist2D, &Hist2DView::signalValidate, this, &KelvaneData::slotHistWindowValidate);
+    connect(m_dataObject, &KelvaneDataObject::signalHaveNewData, this,
+            &KelvaneData::updateHistogram);
 }
 
 void KelvaneData::slotShowCorrelationPlane() {
@@ -28,4 +36,38 @@ void KelvaneData::slotShowCorrelationPlane() {
 
 void KelvaneData::slotSetNewDisplayParams(BMP_DISPLAY_PARAMS params) {
     m_corrView->setDisplayParams(params);
+}
+
+void KelvaneData::slotShowHistogram() {
+    m_hist2D->show();
+    m_hist2D->raise();
+    updateHistogram();
+}
+
+void KelvaneData::updateHistogram() {
+    if (!m_hist2D->isVisible()) return;
+    m_hist2D->updatePivData(m_dataObject->data(-1), m_dataObject->parameters(0)->pivEvalCfg());
+}
+
+void KelvaneData::slotHistWindowValidate() {
+    const DATA_ROI* rois = m_hist2D->getROI();
+    const bool enable = m_hist2D->roiCount() > 0;
+    bool changed = false;
+    for (int view = 0; view < (m_dataObject->isStereoMode() ? 2 : 1); ++view) {
+        changed |= m_dataObject->setGlobalHistograms(rois, enable, view);
+        // The field was validated under the old windows.
+        m_dataObject->data(view)->setFlagValidated(false);
+        // Windows that nobody applies would only look like validation.
+        PIV_Parameters* p = m_dataObject->parameters(view);
+        if (enable && !p->outlierCfg().Enable) {
+            OUTLIER_CFG cfg = p->outlierCfg();
+            cfg.Enable = true;
+            p->setOutlierCfg(cfg);
+            changed = true;
+        }
+    }
+    if (m_settings)
+        PIV_ParametersQT(m_dataObject->parameters(0), m_settings).registryIO(MySettings::WRITE);
+    if (changed) emit signalNewPivParameters();
+    m_engine->doPostProcessing();
 }

@@ -7,10 +7,14 @@
 
 #include <algorithm>
 #include <cmath>
+#include <numeric>
 
 #include "box_watcher.h"
 #include "corrplaneview.h"
+#include "hist2dview.h"
+#include "piv_data2d.h"
 #include "session_fixture.h"
+#include "xyplotwindow.h"
 
 namespace {
 
@@ -135,4 +139,125 @@ TEST_F(PlaneView, PressOnThePlaneAsksForTheShiftedSpot) {
     view().slotMousePressEvent(&e, QPointF(-5, 10));  // beside the plane
     ASSERT_EQ(asked.count(), 1);
     EXPECT_EQ(asked.at(0).at(0).toPoint(), QPoint(103, 48));
+}
+
+namespace {
+
+// The evaluated pair moving (2.30, -1.40) image pixels: 7 x 7 nodes that all
+// find about dx = 2.30, dy = +1.40 (dy counts upwards).
+class Histogram : public SessionTest {
+protected:
+    void SetUp() override {
+        loadPair(2.30, -1.40);
+        ASSERT_TRUE(evaluate());
+        field = object.data(0);
+        controller.slotShowHistogram();
+    }
+    Hist2DView& view() { return *controller.hist2DView(); }
+    static double sum(const std::vector<double>& bins) {
+        return std::accumulate(bins.begin(), bins.end(), 0.0);
+    }
+    // The first `count` nodes get a wild shift, in the result and in the raw
+    // peak that validation starts from; `flag` says how they count.
+    void makeWild(int count, uint8_t flag) {
+        for (int k = 0; k < count; ++k) {
+            PIV_VECTOR v = field->getVector(k);
+            v.dx += 5.0f;
+            v.peak[0].x += 5.0f;
+            v.flag = flag;
+            field->setVector(k, v);
+        }
+    }
+    PIV_Data2D* field = nullptr;
+};
+
+}  // namespace
+
+// Only enabled vectors count, in every bin and in the range: five disabled
+// vectors 5 px off add nothing and leave the bins round the cluster. The
+// fraction of 2.30 falls in bin 3 of ten, that of 1.40 in bin 4 (one bin
+// either side for the evaluation's error).
+TEST_F(Histogram, BinsCountTheEnabledVectorsOnly) {
+    const int nodes = field->nodeCount();
+    const struct {
+        int disabled;
+        int counted;
+    } cases[] = {{0, nodes}, {5, nodes - 5}, {nodes, 0}};
+    for (const auto& c : cases) {
+        makeWild(c.disabled, VECTOR_OUTLIER);
+        view().updatePivData(field, object.parameters(0)->pivEvalCfg());
+        for (Hist2DView::Pdf p : {Hist2DView::PDF_X, Hist2DView::PDF_Y, Hist2DView::PDF_SUBPIXEL_X,
+                                  Hist2DView::PDF_SUBPIXEL_Y})
+            EXPECT_EQ(sum(view().bins(p)), c.counted) << c.disabled << " pdf " << p;
+        if (c.counted == 0) continue;
+        EXPECT_LT(view().low(0) + view().bins(Hist2DView::PDF_X).size() * view().binWidth(), 5.0);
+        for (int axis : {0, 1}) {
+            const auto& sub = view().bins(Hist2DView::Pdf(Hist2DView::PDF_SUBPIXEL_X + axis));
+            const long peak = long(std::max_element(sub.begin(), sub.end()) - sub.begin());
+            EXPECT_NEAR(peak, axis == 0 ? 3 : 4, 1) << "axis " << axis;
+        }
+    }
+    view().show1DPDFs(true);
+    EXPECT_EQ(view().pdfWindow(Hist2DView::PDF_SUBPIXEL_Y)->windowTitle(),
+              "Subpixel-PDF for vertical displacements");
+}
+
+// Three regions exist: a fourth add changes nothing. The 25 nodes are
+// spread over rows of seven, dx 2.0..2.6 and dy 1.1..1.4, 0.1 px apart, and
+// six of them moved 5 px right. A rectangle round the rows, dx 1.9..2.7 and
+// dy 1.0..1.5, validates the field: the six are flagged, the window is stored
+// relative to the expected shift (2, -1). Each dot then shows its vector's
+// validation colour: valid green, interpolated cyan, replaced yellow,
+// outlier red.
+TEST_F(Histogram, RegionRoundTheClusterFlagsTheOutliersAndIsStored) {
+    ASSERT_EQ(field->nodeCount(), 25);
+    for (int k = 0; k < 4; ++k) view().slotAddROI();
+    EXPECT_EQ(view().roiCount(), 3);
+
+    for (int k = 0; k < field->nodeCount(); ++k) {
+        PIV_VECTOR v = field->getVector(k);
+        v.dx = v.peak[0].x = 2.0f + 0.1f * float(k % 7);
+        v.dy = v.peak[0].y = 1.1f + 0.1f * float(k / 7 % 7);
+        field->setVector(k, v);
+    }
+    makeWild(6, VECTOR_ENABLED);
+    view().setBinsPerPixel(50);
+    const DATA_ROI window[3] = {{1.9f - 2, 2.7f - 2, 1.0f + 1, 1.5f + 1, false, false}, {}, {}};
+    const bool used[3] = {true, false, false};
+    view().setROI(window, used);
+    view().slotValidate();
+
+    const PIV_Data2D* result = object.data(0);
+    for (int k = 0; k < result->nodeCount(); ++k)
+        EXPECT_EQ((result->getVector(k).flag & VECTOR_OUTLIER) != 0, k < 6) << k;
+    const QStringList stored = settings.value("/Outliers/GlobalHistROI0").toStringList();
+    ASSERT_EQ(stored.size(), 4);
+    EXPECT_NEAR(stored[0].toDouble(), -0.1, 0.02);
+    EXPECT_NEAR(stored[3].toDouble(), 2.5, 0.02);
+
+    const struct {
+        int node;
+        uint8_t flag;
+        QRgb colour;
+    } dots[] = {{7, VECTOR_ENABLED, 0xff00ff00u},
+                {12, VECTOR_ENABLED | VECTOR_INTERPOLATED, 0xff00ffffu},
+                {18, VECTOR_ENABLED | VECTOR_LOWER_PEAK, 0xffffff00u},
+                {24, VECTOR_OUTLIER, 0xffff0000u}};
+    for (const auto& d : dots) {
+        PIV_VECTOR v = field->getVector(d.node);
+        v.flag = d.flag;
+        field->setVector(d.node, v);
+    }
+    view().updatePivData(field, object.parameters(0)->pivEvalCfg());
+    for (const auto& d : dots) {
+        const PIV_VECTOR v = field->getVector(d.node);
+        const QPointF at = view().toScene(v.dx, v.dy);
+        EXPECT_EQ(view().dots().pixel(int(at.x()), int(at.y())), d.colour) << d.node;
+    }
+    const QString shots = qEnvironmentVariable("KELVANE_SCREENSHOTS");
+    if (shots.isEmpty()) return;
+    view().slotChangedDotSize(3.0);
+    view().resize(640, 720);
+    view().slotSetZoom(4);
+    EXPECT_TRUE(view().grab().save(shots + "/histogram2d.png"));
 }
