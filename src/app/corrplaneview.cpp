@@ -129,6 +129,7 @@ void CorrPlaneView::drawSamples(const FloatPlane& a, const FloatPlane& b, int vi
 
 void CorrPlaneView::drawCorrelation(const FloatPlane& plane, int view) {
     m_plane[view] = plane;
+    ++m_planeNumber;
     _fill(m_images[view][0], plane);
     m_items[view][0]->updateImage2D(m_images[view][0]);
     m_items[view][0]->autoScale();

@@ -85,8 +85,8 @@ private:
     int m_zoomIndex = 0;
     BMP_DISPLAY_PARAMS m_display;
     QString m_dir;
-    // The spot of the plane last saved: the same one is not written twice.
-    const void* m_saved = nullptr;
+    // Counts the planes shown; the one last saved is not written twice.
+    quint64 m_planeNumber = 0, m_savedNumber = 0;
 
     FloatPlane m_plane[kViews];
     FloatPlane m_sample[kViews][2];

@@ -44,7 +44,7 @@ void CorrPlaneView::slotSaveCorr() {
                                  tr("Missing correlation samples - can not save this plane!"));
             return;
         }
-    if (m_saved == m_plane[0].values.data()) {
+    if (m_savedNumber == m_planeNumber) {
         QMessageBox::information(this, box, tr("This correlation data was already saved!"));
         return;
     }
@@ -78,7 +78,7 @@ void CorrPlaneView::slotSaveCorr() {
             written << path;
         }
     }
-    m_saved = m_plane[0].values.data();
+    m_savedNumber = m_planeNumber;
     QMessageBox::information(this, box,
                              tr("Correlation plane data was stored as follows:\n  Correlation "
                                 "plane in: '%1'\n  Sample from image 1 in: '%2'\n  Sample from "

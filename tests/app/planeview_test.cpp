@@ -168,6 +168,15 @@ protected:
             field->setVector(k, v);
         }
     }
+    // Rows of seven, dx 2.0..2.6 and dy from 1.1, 0.1 px apart.
+    void spread() {
+        for (int k = 0; k < field->nodeCount(); ++k) {
+            PIV_VECTOR v = field->getVector(k);
+            v.dx = v.peak[0].x = 2.0f + 0.1f * float(k % 7);
+            v.dy = v.peak[0].y = 1.1f + 0.1f * float(k / 7 % 7);
+            field->setVector(k, v);
+        }
+    }
     PIV_Data2D* field = nullptr;
 };
 
@@ -214,12 +223,7 @@ TEST_F(Histogram, RegionRoundTheClusterFlagsTheOutliersAndIsStored) {
     for (int k = 0; k < 4; ++k) view().slotAddROI();
     EXPECT_EQ(view().roiCount(), 3);
 
-    for (int k = 0; k < field->nodeCount(); ++k) {
-        PIV_VECTOR v = field->getVector(k);
-        v.dx = v.peak[0].x = 2.0f + 0.1f * float(k % 7);
-        v.dy = v.peak[0].y = 1.1f + 0.1f * float(k / 7 % 7);
-        field->setVector(k, v);
-    }
+    spread();
     makeWild(6, VECTOR_ENABLED);
     view().setBinsPerPixel(50);
     const DATA_ROI window[3] = {{1.9f - 2, 2.7f - 2, 1.0f + 1, 1.5f + 1, false, false}, {}, {}};
@@ -260,4 +264,32 @@ TEST_F(Histogram, RegionRoundTheClusterFlagsTheOutliersAndIsStored) {
     view().resize(640, 720);
     view().slotSetZoom(4);
     EXPECT_TRUE(view().grab().save(shots + "/histogram2d.png"));
+}
+
+// A fitted region holds every vector of the rows (dx 2.0..2.6, dy 1.1..1.4)
+// with a dot's width (2 bins of 0.02 px) to spare left of dx 2.0 and, for
+// the ellipse, the half-width 0.3 grown by sqrt(2) to reach the corners.
+TEST_F(Histogram, FittedRegionHoldsTheRowsInEitherShape) {
+    spread();
+    view().setBinsPerPixel(50);
+    view().slotAddROI();
+    const struct {
+        bool ellipse;
+        double spare;
+    } cases[] = {{false, 0.04}, {true, 0.04 + 0.3 * (M_SQRT2 - 1)}};
+    for (const auto& c : cases) {
+        if (c.ellipse) view().slotConvertROIShape();
+        view().slotFitROI();
+        const DATA_ROI r = view().getROI()[0];
+        EXPECT_EQ(r.type1, c.ellipse);
+        // The window is kept relative to the expected shift (2, -1).
+        const double x0 = r.xMin + 2, x1 = r.xMax + 2, y0 = r.yMin - 1, y1 = r.yMax - 1;
+        EXPECT_NEAR(x0, 2.0 - c.spare, 0.03);
+        for (int k = 0; k < field->nodeCount(); ++k) {
+            const PIV_VECTOR v = field->getVector(k);
+            const double u = (v.dx - (x0 + x1) / 2) / ((x1 - x0) / 2);
+            const double w = (v.dy - (y0 + y1) / 2) / ((y1 - y0) / 2);
+            EXPECT_LE(c.ellipse ? std::hypot(u, w) : std::max(std::abs(u), std::abs(w)), 1.0) << k;
+        }
+    }
 }
