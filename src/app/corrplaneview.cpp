@@ -45,8 +45,7 @@ CorrPlaneView::CorrPlaneView(QWidget* parent) : QMainWindow(parent) {
     setCentralWidget(m_view);
     for (int v = 0; v < kViews; ++v)
         for (int k = 0; k < 3; ++k) {
-            m_images[v][k] = new Image2D();
-            m_images[v][k]->addRef();
+            m_images[v][k] = new Image2D();  // one reference, ours
             m_items[v][k] = new Image2DItem();
             m_items[v][k]->setIntensityScaling(false);
             m_scene->addItem(m_items[v][k]);
