@@ -25,6 +25,7 @@
 
 #include "app_messages.h"
 #include "command_line.h"
+#include "hist2dview.h"
 #include "image2d.h"
 #include "kelvanedata.h"
 #include "kelvanedataobject.h"
@@ -148,6 +149,10 @@ Kelvane::Kelvane(bool isMainInstance, bool /*unused*/, MySettings* settings, QSp
     connect(m_dataView, &KelvaneDataView::signalNewRulerLength, m_data,
             &KelvaneData::slotSetRulerLength);
     connect(m_dataView, &KelvaneDataView::signalNewROI, m_data, &KelvaneData::slotSetROI);
+    connect(m_dataView, &KelvaneDataView::signalNewDisplayParams, m_data,
+            &KelvaneData::slotSetNewDisplayParams);
+    connect(m_dataView, &KelvaneDataView::signalUpdateColors, m_data->hist2DView(),
+            &Hist2DView::setValidationColors);
     connect(m_data, &KelvaneData::signalDrawVector, m_dataView,
             &KelvaneDataView::slotAddRandomVector);
     connect(m_data, &KelvaneData::signalResetRuler, m_dataView, &KelvaneDataView::slotResetRuler);

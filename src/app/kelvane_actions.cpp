@@ -276,6 +276,8 @@ void Kelvane::connectActions() {
     bindD("actionFileOpenPair", &KelvaneData::slotFileChooseImagePair);
     bindD("actionFileOpenRefImage", &KelvaneData::slotFileChooseReferenceImage);
     bindD("actionFileOpenPIV", &KelvaneData::slotFileChooseData);
+    bindD("actionPIVCorrelationPlane", &KelvaneData::slotShowCorrelationPlane);
+    bindD("actionPIVHistogram", &KelvaneData::slotShowHistogram);
     bindD("actionFileSave", &KelvaneData::slotFileSaveData);
     bindD("actionFileSaveAs", &KelvaneData::slotFileSaveData);
     bindD("actionFileSaveTecplot", &KelvaneData::slotFileSaveTecplot);

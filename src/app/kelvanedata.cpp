@@ -5,6 +5,8 @@
 #include <QMessageBox>
 #include <QPushButton>
 
+#include "corrplaneview.h"
+#include "hist2dview.h"
 #include "imagepreprocessdlg.h"
 #include "imageviewer.h"
 #include "kelvanedataobject.h"
@@ -52,6 +54,7 @@ KelvaneData::KelvaneData(KelvaneDataObject* dataObject, QMainWindow* window, MyS
         m_file.setSpeckleMode(m_dataObject->analysisMode() == PIV::ANALYSIS_SPECKLE);
     });
     createDialogs();
+    createViews();
     if (m_settings) registryIO(MySettings::READ);
 }
 
@@ -157,6 +160,8 @@ void KelvaneData::registryIO(MySettings::AccessMode mode) {
     s.serializeBool(mode, QStringLiteral("/Output/StoreMagnitude"), &m_storeMagnitude);
     s.serializeInt(mode, QStringLiteral("/Output/Format"), &m_outputFormat);
     m_imageViewer->registryIO(s, mode);
+    m_corrView->registryIO(m_settings, mode);
+    m_hist2D->registryIO(m_settings, mode);
     if (mode == MySettings::READ) {
         m_file.output().StoreMagnitude = m_storeMagnitude;
         m_file.setFormat(OutputDlg::formatOfIndex(m_outputFormat));

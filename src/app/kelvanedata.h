@@ -9,11 +9,14 @@
 #include <QRect>
 #include <QString>
 
+#include "kelvanedataview.h"
 #include "kelvanefile.h"
 #include "kelvanestate.h"
 #include "mysettings.h"
 #include "piv_types.h"
 
+class CorrPlaneView;
+class Hist2DView;
 class ImagePreProcessDlg;
 class ImageViewer;
 class KelvaneDataObject;
@@ -50,6 +53,8 @@ public:
     PivStatsDlg* statsDlg() const { return m_statsDlg; }
     ImageViewer* imageViewer() const { return m_imageViewer; }
     XYPlotWindow* imageHistogram() const { return m_histogram; }
+    CorrPlaneView* corrPlaneView() const { return m_corrView; }
+    Hist2DView* hist2DView() const { return m_hist2D; }
     KelvaneFile& kelvaneFile() { return m_file; }
     bool isBatchMode() const { return m_batchMode; }
     void setBatchMode(bool on) { m_batchMode = on; }
@@ -140,6 +145,15 @@ public slots:
     void slotPTV_SaveData(const QString& file);
     // A 256-bin histogram of both frames, kept up to date with each new image.
     void slotImageHistogram(bool show);
+    // The correlation plane of the spots correlated from now on.
+    void slotShowCorrelationPlane();
+    // The image's colours, passed on to the views that show images.
+    void slotSetNewDisplayParams(BMP_DISPLAY_PARAMS params);
+    // The histogram of the field on view, kept up to date with new data.
+    void slotShowHistogram();
+    // The histogram's regions become the validation's windows, are stored
+    // and applied at once.
+    void slotHistWindowValidate();
 
 signals:
     void signalMessage(const QString& text);
@@ -180,6 +194,8 @@ private:
     // A status line for a vector: "Dx=.. Dy=.. (SNR=..) Vel=.., .. unit".
     QString vectorText(const PIV_VECTOR& v) const;
     void updateImageHistogram();
+    void createViews();
+    void updateHistogram();
 
     KelvaneDataObject* m_dataObject;
     MySettings* m_settings;
@@ -198,6 +214,8 @@ private:
     ImageViewer* m_imageViewer = nullptr;
     double m_rulerPixels = 0.0;  // the ruler's last length in the image
     XYPlotWindow* m_histogram = nullptr;
+    CorrPlaneView* m_corrView = nullptr;
+    Hist2DView* m_hist2D = nullptr;
     KelvaneFile m_file;
     QString m_imageFilters, m_fileFilters;
     bool m_batchMode = false;

@@ -2,10 +2,12 @@
 // field, a move tells what lies under the pointer. Positions are image
 // pixels; y is shown counted from the origin the user chose, so with the
 // origin at the top rows and displacements count downwards.
+#include <QFileInfo>
 #include <QMouseEvent>
 #include <QPoint>
 #include <algorithm>
 
+#include "corrplaneview.h"
 #include "image2d.h"
 #include "kelvanedata.h"
 #include "kelvanedataobject.h"
@@ -71,6 +73,9 @@ void KelvaneData::slotCorrelateAtPoint(QPointF point) {
         emit signalLogMessage(tr(" not in data display mode"));
         return;
     }
+    // The plane view draws while the window is correlated and saves beside the image.
+    m_corrView->setPivEvalCfg(m_dataObject->parameters(0)->pivEvalCfg());
+    m_corrView->setDirectory(QFileInfo(m_dataObject->filePath(0)).absolutePath());
     PIV_VECTOR a, b;
     if (!m_engine->interrogateAtPoint(QPoint(int(point.x()), int(point.y())), &a, &b)) {
         emit signalMessage(m_engine->lastMessage());

@@ -90,12 +90,16 @@ void VectorMapItem::invalidateVectors() {
 }
 
 QRgb VectorMapItem::GetValidationColor(uint8_t flags) const {
+    return ValidationColor(m_colors, flags);
+}
+
+QRgb VectorMapItem::ValidationColor(const PIVPLOT::COLOR_CFG& colors, uint8_t flags) {
     if ((flags & VECTOR_ENABLED) && !(flags & VECTOR_OUTLIER)) {
-        if (flags & VECTOR_INTERPOLATED) return m_colors.Interpolated;
-        if (flags & VECTOR_LOWER_PEAK) return m_colors.Replaced;
-        return m_colors.Valid;
+        if (flags & VECTOR_INTERPOLATED) return colors.Interpolated;
+        if (flags & VECTOR_LOWER_PEAK) return colors.Replaced;
+        return colors.Valid;
     }
-    return (flags & VECTOR_EDITED) ? m_colors.Edited : m_colors.Outlier;
+    return (flags & VECTOR_EDITED) ? colors.Edited : colors.Outlier;
 }
 
 PIV_VECTOR VectorMapItem::meanVector(const PIV_VECTOR* vectors, long count) {

@@ -86,6 +86,8 @@ public:
     // The colour of a vector by its status bits (VECTOR_...), from the
     // colour record.
     QRgb GetValidationColor(uint8_t flags) const;
+    // The colour of a vector by its validation flags, from `colors`.
+    static QRgb ValidationColor(const PIVPLOT::COLOR_CFG& colors, uint8_t flags);
     // A value normalised to 0..1 through the table.
     QRgb vectorColor(double f) const { return m_lut.vectorColor(f); }
 
