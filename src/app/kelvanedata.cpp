@@ -7,6 +7,7 @@
 
 #include "imagepreprocessdlg.h"
 #include "imageviewer.h"
+#include "kelvanedata_batchrun.h"
 #include "kelvanedataobject.h"
 #include "loadpairdlg.h"
 #include "outputdlg.h"
@@ -108,6 +109,7 @@ void KelvaneData::slotEvaluateImage() {
 
 // The second half of "PIV process", when the worker is done.
 void KelvaneData::evaluationFinished(bool haveData) {
+    if (m_batch && m_batch->evaluating) return batchFileEvaluated(haveData);
     if (!m_evaluating) return;
     m_evaluating = false;
     m_bars->setVisible(false);
@@ -122,12 +124,21 @@ void KelvaneData::evaluationFinished(bool haveData) {
     emit signalUpdateUI();
 }
 
+// A batch ends at its next step: after the file in hand, which is then
+// neither saved nor counted.
 void KelvaneData::slotCancelProcessing() {
-    m_bars->setVisible(false);
-    m_batchMode = false;
-    m_engine->setBatchMode(false);
     m_cancelled = true;
     m_engine->slotAbortProcessing();
+    if (m_batch) return;
+    m_bars->setVisible(false);
+    setBatchMode(false);
+}
+
+void KelvaneData::setBatchMode(bool on) {
+    m_batchMode = on;
+    m_engine->setBatchMode(on);
+    m_bars->setSecondBarInUse(on);
+    emit signalUpdateUI();
 }
 
 void KelvaneData::closeDialogs() {

@@ -8,7 +8,11 @@
 #include <QPointF>
 #include <QRect>
 #include <QString>
+#include <QStringList>
 
+#include <memory>
+
+#include "batchprocessoptions.h"
 #include "kelvanefile.h"
 #include "kelvanestate.h"
 #include "mysettings.h"
@@ -25,6 +29,7 @@ class PIVevalEngine;
 class PivProbeDlg;
 class PivSetupDlg;
 class PivStatsDlg;
+class PIVBatchDlg;
 class QMainWindow;
 class QMouseEvent;
 class QTwinProgressToolBar;
@@ -48,8 +53,28 @@ public:
     ImageViewer* imageViewer() const { return m_imageViewer; }
     KelvaneFile& kelvaneFile() { return m_file; }
     bool isBatchMode() const { return m_batchMode; }
-    void setBatchMode(bool on) { m_batchMode = on; }
+    // While on, evaluations, other batches and mouse presses are refused and
+    // no box opens but the batch's own.
+    void setBatchMode(bool on);
     bool wasCancelled() const { return m_cancelled; }
+    bool batchWasCancelled() const { return m_cancelled; }
+
+    // ---- batches -------------------------------------------------------------
+    // Runs a batch over options.fileList (filled from the options when empty)
+    // from the overwrite question on; false when it did not start. The run
+    // goes on in the event loop, a file per turn, and ends with
+    // signalBatchFinished.
+    bool startBatch(const BatchProcessOptions& options);
+    bool batchSaveData(const BatchProcessOptions& options);
+    bool batchPostProcess(const BatchProcessOptions& options);
+    bool batchSecondPass(const BatchProcessOptions& options);
+    // Asks once when any of `files` exists; true to go on.
+    bool overWriteFileList(const QStringList& files, const QString& dir);
+    // Every name a run of `options` may write, in the order it writes them.
+    QStringList batchOutputFiles(const BatchProcessOptions& options) const;
+    // The last run's closing report and its count of failed files.
+    const QString& batchReport() const { return m_batchReport; }
+    int batchFailures() const { return m_batchFailures; }
 
     // ---- loading: a failed load keeps the session and says why -------------
     // A data set, a parameter file or an image, by what the file holds.
@@ -149,9 +174,17 @@ signals:
     void signalOpenNewWindow(const QString& file);
     void signalAddToRecentFiles(const QString& file);
     void signalAddToRecentImages(const QString& file);
+    // A plot of the result on view written beside it, in `format`.
+    void signalExportPlot(const QString& file, int scene, const QString& format, bool hideImage);
+    void signalBatchFinished();
 
 private:
     void evaluationFinished(bool haveData);
+    // The steps of a batch run between turns of the event loop.
+    void batchNextFile();
+    void batchFileEvaluated(bool haveData);
+    void batchFileDone(bool ok, const QString& why);
+    void batchFinish();
     // A warning box, never during a batch.
     void warn(const QString& title, const QString& text);
     bool isReadableFile(const QString& path);
@@ -193,6 +226,11 @@ private:
     bool m_batchMode = false;
     bool m_cancelled = false;
     bool m_evaluating = false;
+    struct BatchRun;
+    std::unique_ptr<BatchRun> m_batch;  // the run going on
+    PIVBatchDlg* m_batchDlg = nullptr;
+    QString m_batchReport;
+    int m_batchFailures = 0;
     int m_parFileFormat = 0;
     // Settings of the panels and probes that come with the dialogs.
     double m_rulerLength = 10.0;
