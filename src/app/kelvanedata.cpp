@@ -13,6 +13,7 @@
 #include "outputdlg.h"
 #include "piv_data2d.h"
 #include "piv_enums.h"
+#include "pivbatchdlg.h"
 #include "pivcalib2cdlg.h"
 #include "pivevalobj.h"
 #include "pivpostprocessdlg.h"
@@ -73,6 +74,11 @@ void KelvaneData::warn(const QString& title, const QString& text) {
 
 void KelvaneData::slotEvaluateImage() {
     const QString notPossible = tr("PIV evaluation not possible");
+    // A batch evaluates through the engine itself; nothing else may meanwhile.
+    if (m_batchMode) {
+        emit signalMessage(notPossible);
+        return;
+    }
     if (m_dataObject->isEvaluated(-1) && !m_batchMode) {
         if (m_dataObject->isFileData(-1)) {
             warn(QApplication::applicationName(), tr("File data cannot be re-evaluated!"));
@@ -160,6 +166,7 @@ void KelvaneData::registryIO(MySettings::AccessMode mode) {
     s.serializeBool(mode, QStringLiteral("/Output/StoreMagnitude"), &m_storeMagnitude);
     s.serializeInt(mode, QStringLiteral("/Output/Format"), &m_outputFormat);
     m_imageViewer->registryIO(s, mode);
+    if (m_batchDlg && mode == MySettings::WRITE) m_batchDlg->registryIO(mode);
     if (mode == MySettings::READ) {
         m_file.output().StoreMagnitude = m_storeMagnitude;
         m_file.setFormat(OutputDlg::formatOfIndex(m_outputFormat));

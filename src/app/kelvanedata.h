@@ -73,6 +73,8 @@ public:
     // Every name a run of `options` may write, in the order it writes them.
     QStringList batchOutputFiles(const BatchProcessOptions& options) const;
     // The last run's closing report and its count of failed files.
+    // The batch dialog, made on first use.
+    PIVBatchDlg* batchDlg();
     const QString& batchReport() const { return m_batchReport; }
     int batchFailures() const { return m_batchFailures; }
 
@@ -152,6 +154,8 @@ public slots:
     void slotSetRulerLength(double pixels);
     void slotSetROI(QRect rect);
     void slotCancelProcessing();
+    // "Batch processing": the dialog, then the run.
+    void slotPivBatchProcess();
     // "PTV scan": tracks the particles of the pair under the field on view,
     // the post-processed one when there is one; refuses with a box when
     // there is no pair or no field.

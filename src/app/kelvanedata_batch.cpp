@@ -21,6 +21,7 @@
 #include "piv_messages.h"
 #include "piv_params.h"
 #include "piv_series_output.h"
+#include "pivbatchdlg.h"
 #include "pivevalobj.h"
 #include "pivpostprocessdlg.h"
 #include "qpiv_imagepair.h"
@@ -96,6 +97,26 @@ bool KelvaneData::overWriteFileList(const QStringList& files, const QString& dir
     box.setDefaultButton(no);
     box.exec();
     return box.clickedButton() == yes;
+}
+
+PIVBatchDlg* KelvaneData::batchDlg() {
+    if (!m_batchDlg) m_batchDlg = new PIVBatchDlg(m_settings, 0, m_window);
+    return m_batchDlg;
+}
+
+void KelvaneData::slotPivBatchProcess() {
+    if (m_batch || m_batchMode || m_engine->isEvaluationRunning()) return;
+    PIVBatchDlg* dialog = batchDlg();
+    BatchProcessOptions options = dialog->getBatchOptions();
+    const OUTPUT_CFG& out = m_file.output();
+    options.storeVelocity = out.StoreVelocity;
+    options.storeMagnitude = out.StoreMagnitude;
+    options.imageFrameSeparation = m_dataObject->image(0)->frameSeparation();
+    dialog->setBatchOpts(options);
+    if (dialog->exec() != QDialog::Accepted) return;
+    options = dialog->getBatchOptions();
+    if (options.fileList.isEmpty()) return;
+    startBatch(options);
 }
 
 bool KelvaneData::startBatch(const BatchProcessOptions& options) {

@@ -8,8 +8,11 @@
 #include <fstream>
 #include <sstream>
 
+#include <QLabel>
+
 #include "box_watcher.h"
 #include "piv_data2d.h"
+#include "pivbatchdlg.h"
 #include "session_fixture.h"
 
 namespace {
@@ -244,4 +247,53 @@ TEST_F(BatchTest, ReynoldsStressesNeedTwoNetCDFResults) {
         EXPECT_TRUE(run().contains(c.line)) << c.line;
         EXPECT_FALSE(QFileInfo::exists(out() + "/run_reyn.dat"));
     }
+}
+
+// 25 images and 5 other files; the filter takes both image kinds, the
+// subset every second from the fourth (index 3): 3, 5, ..., 23.
+TEST_F(BatchTest, DialogCountsItsSelectionAndKeepsItsSettings) {
+    for (int k = 0; k < 30; ++k) {
+        const char* suffix = k < 20 ? ".tif" : k < 25 ? ".b16" : ".txt";
+        QFile(in() + QStringLiteral("/f%1%2").arg(k, 2, 10, QChar('0')).arg(suffix))
+            .open(QIODevice::WriteOnly);
+    }
+    o.fileFilter = QStringLiteral("*.tif;*.b16");
+    o.fileSubSet = true;
+    o.fileIndexStart = 3;
+    o.fileIndexIncr = 2;
+    o.ensemblePeakRelThresh = 0.25f;
+    o.doReynoldsStresses = true;
+    {
+        PIVBatchDlg dialog(&settings, 0);
+        dialog.setBatchOpts(o);
+        const QStringList labels = [&] {
+            QStringList t;
+            for (QLabel* l : dialog.findChildren<QLabel*>()) t << l->text();
+            return t;
+        }();
+        EXPECT_TRUE(labels.contains("Available Files: 25"));
+        EXPECT_TRUE(labels.contains("Selected Files: 11"));
+        EXPECT_EQ(dialog.getBatchOptions().fileList.first(), in() + "/f03.tif");
+        dialog.accept();
+    }
+    PIVBatchDlg again(&settings, 0);
+    const BatchProcessOptions back = again.getBatchOptions();
+    EXPECT_EQ(back.fileList.size(), 11);
+    EXPECT_EQ(back.destDir, out());
+    EXPECT_EQ(back.fileStub, "run");
+    EXPECT_TRUE(back.doReynoldsStresses && back.dataDestDirEnable);
+    EXPECT_EQ(back.ensemblePeakRelThresh, 0.25f);
+    // The image batch keeps its own.
+    EXPECT_NE(PIVBatchDlg(&settings, 1).getBatchOptions().fileFilter, o.fileFilter);
+}
+
+// While a batch runs, nothing else evaluates.
+TEST_F(BatchTest, BatchModeRefusesEvaluation) {
+    QSignalSpy messages(&controller, &KelvaneData::signalMessage);
+    controller.setBatchMode(true);
+    controller.slotEvaluateImage();
+    EXPECT_FALSE(controller.engine()->isEvaluationRunning());
+    EXPECT_TRUE(texts(messages).contains("PIV evaluation not possible"));
+    EXPECT_FALSE(controller.startBatch(o));
+    controller.setBatchMode(false);
 }
