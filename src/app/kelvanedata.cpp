@@ -4,6 +4,7 @@
 #include <QMainWindow>
 #include <QMessageBox>
 #include <QPushButton>
+#include <QThread>
 
 #include "imagepreprocessdlg.h"
 #include "imageviewer.h"
@@ -20,6 +21,7 @@
 #include "pivprobedlg.h"
 #include "pivsetupdlg.h"
 #include "pivstatsdlg.h"
+#include "qpivensemblecorr.h"
 #include "qtwinprogresstoolbar.h"
 
 KelvaneData::KelvaneData(KelvaneDataObject* dataObject, QMainWindow* window, MySettings* settings)
@@ -54,6 +56,8 @@ KelvaneData::KelvaneData(KelvaneDataObject* dataObject, QMainWindow* window, MyS
 // The engine goes first: it waits for a run still going, whose signals
 // would otherwise reach bars already gone.
 KelvaneData::~KelvaneData() {
+    if (m_ensemble) m_ensemble->cancel();
+    if (m_ensembleThread) m_ensembleThread->wait();
     delete m_engine;
 }
 
@@ -135,7 +139,8 @@ void KelvaneData::evaluationFinished(bool haveData) {
 void KelvaneData::slotCancelProcessing() {
     m_cancelled = true;
     m_engine->slotAbortProcessing();
-    if (m_batch) return;
+    if (m_ensemble) m_ensemble->cancel();
+    if (m_batch || m_ensemble) return;
     m_bars->setVisible(false);
     setBatchMode(false);
 }

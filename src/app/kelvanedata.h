@@ -30,6 +30,9 @@ class PivProbeDlg;
 class PivSetupDlg;
 class PivStatsDlg;
 class PIVBatchDlg;
+class PIV_Data2D;
+class QPIVensembleCorr;
+class QThread;
 class QMainWindow;
 class QMouseEvent;
 class QTwinProgressToolBar;
@@ -68,6 +71,9 @@ public:
     bool batchSaveData(const BatchProcessOptions& options);
     bool batchPostProcess(const BatchProcessOptions& options);
     bool batchSecondPass(const BatchProcessOptions& options);
+    // Starts the ensemble run on its thread; false when it did not start.
+    // The end comes as signalBatchFinished.
+    bool doEnsembleCorrelation(const BatchProcessOptions& options);
     // Asks once when any of `files` exists; true to go on.
     bool overWriteFileList(const QStringList& files, const QString& dir);
     // Every name a run of `options` may write, in the order it writes them.
@@ -189,6 +195,7 @@ private:
     void batchFileEvaluated(bool haveData);
     void batchFileDone(bool ok, const QString& why);
     void batchFinish();
+    void ensembleFinished();
     // A warning box, never during a batch.
     void warn(const QString& title, const QString& text);
     bool isReadableFile(const QString& path);
@@ -233,6 +240,12 @@ private:
     struct BatchRun;
     std::unique_ptr<BatchRun> m_batch;  // the run going on
     PIVBatchDlg* m_batchDlg = nullptr;
+    // The ensemble run: its correlator, thread, options and offset field.
+    std::unique_ptr<QPIVensembleCorr> m_ensemble;
+    std::unique_ptr<QThread> m_ensembleThread;
+    BatchProcessOptions m_ensembleOptions;
+    std::unique_ptr<PIV_Data2D> m_ensembleOffset;
+    bool m_ensembleOk = false;
     QString m_batchReport;
     int m_batchFailures = 0;
     int m_parFileFormat = 0;

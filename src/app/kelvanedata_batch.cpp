@@ -105,7 +105,7 @@ PIVBatchDlg* KelvaneData::batchDlg() {
 }
 
 void KelvaneData::slotPivBatchProcess() {
-    if (m_batch || m_batchMode || m_engine->isEvaluationRunning()) return;
+    if (m_batch || m_ensemble || m_batchMode || m_engine->isEvaluationRunning()) return;
     PIVBatchDlg* dialog = batchDlg();
     BatchProcessOptions options = dialog->getBatchOptions();
     const OUTPUT_CFG& out = m_file.output();
@@ -116,11 +116,14 @@ void KelvaneData::slotPivBatchProcess() {
     if (dialog->exec() != QDialog::Accepted) return;
     options = dialog->getBatchOptions();
     if (options.fileList.isEmpty()) return;
-    startBatch(options);
+    if (options.ensembleEnable)
+        doEnsembleCorrelation(options);
+    else
+        startBatch(options);
 }
 
 bool KelvaneData::startBatch(const BatchProcessOptions& options) {
-    if (m_batch || m_batchMode || m_engine->isEvaluationRunning()) return false;
+    if (m_batch || m_ensemble || m_batchMode || m_engine->isEvaluationRunning()) return false;
     auto run = std::make_unique<BatchRun>();
     BatchProcessOptions& o = run->options;
     o = options;

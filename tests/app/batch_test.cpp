@@ -160,7 +160,7 @@ TEST_F(BatchTest, StopKeepsFinishedFilesOnly) {
             if (text == QLatin1String(c.stopAt)) controller.slotCancelProcessing();
         });
         EXPECT_EQ(written(), c.files.join(' ').toStdString()) << c.stopAt;
-        EXPECT_EQ(controller.batchReport(), "Evaluation aborted!");
+        EXPECT_EQ(controller.batchReport().toStdString(), "Evaluation aborted!");
         for (const QString& f : c.files) {
             QProcess dump;
             dump.start("ncdump", {"-h", out() + '/' + f});
@@ -296,4 +296,39 @@ TEST_F(BatchTest, BatchModeRefusesEvaluation) {
     EXPECT_TRUE(texts(messages).contains("PIV evaluation not possible"));
     EXPECT_FALSE(controller.startBatch(o));
     controller.setBatchMode(false);
+}
+
+// 20 pairs of one shift summed into one field; a stop before the first
+// pair writes nothing.
+TEST_F(BatchTest, EnsembleFindsTheCommonShiftAndStopsClean) {
+    for (int k = 1; k <= 20; ++k) {
+        const std::string stem = dir.file("in/e") + std::to_string(100 + k);
+        ASSERT_TRUE(
+            test_support::WriteShiftedTiffPair(stem + "a.tif", stem + "b.tif", 128, 1.5, 0.5));
+    }
+    o.ensembleEnable = true;
+    o.fileStub = QStringLiteral("ens");
+    for (bool stop : {true, false}) {
+        QSignalSpy done(&controller, &KelvaneData::signalBatchFinished);
+        QMetaObject::Connection c;
+        if (stop)
+            c = QObject::connect(&controller, &KelvaneData::signalLogMessage,
+                                 [&](const QString& t) {
+                                     if (t.startsWith("Ensemble correlation processing on"))
+                                         controller.slotCancelProcessing();
+                                 });
+        ASSERT_TRUE(controller.doEnsembleCorrelation(o));
+        ASSERT_TRUE(done.wait(120000));
+        QObject::disconnect(c);
+        if (stop) {
+            EXPECT_EQ(controller.batchReport().toStdString(),
+                      "Ensemble correlation processing aborted!");
+            EXPECT_EQ(written(), "");
+        }
+    }
+    EXPECT_EQ(written(), "ens_avg.nc ens_corr.nc");
+    const std::vector<double> dx = Dx(out() + "/ens_avg.nc");
+    double sum = 0;
+    for (double d : dx) sum += d;
+    EXPECT_NEAR(sum / dx.size(), 1.5, 0.05);
 }
