@@ -282,6 +282,7 @@ void Kelvane::connectActions() {
     bindD("actionImageSavePair", &KelvaneData::slotFileSaveImage);
     bindD("actionPIVProcess", &KelvaneData::slotEvaluateImage);
     bindD("actionPIVBatchProcess", &KelvaneData::slotPivBatchProcess);
+    bindD("actionImageBatchProcess", &KelvaneData::slotImageBatchProcess);
     bindD("actionPostProcess", &KelvaneData::slotPostProcess);
     bindD("actionPostProcessMenu", &KelvaneData::slotPostProcessMenu);
     bindD("actionPIVParameters", &KelvaneData::slotShowPIVParameters);
@@ -368,6 +369,8 @@ void Kelvane::slotUpdateUI() {
     enable("actionPIVEditROI", image && o->parameters(0)->pivEvalCfg().grid.roiEnabled);
     enable("actionPIVParameters", dataMode);
     enable("actionPIVBatchProcess", dataMode && !batch);
+    // While the image batch runs, its action stops it.
+    enable("actionImageBatchProcess", dataMode);
     for (const char* name : {"actionImageSavePair", "actionImageMaskEditor", "actionImageShow"})
         enable(name, image);
     // Ctrl+C is "Clip LUT" and "Stop": only one of them may be live at a time.

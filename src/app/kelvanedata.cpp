@@ -10,6 +10,7 @@
 #include "imageviewer.h"
 #include "kelvanedata_batchrun.h"
 #include "kelvanedataobject.h"
+#include "kelvaneimagebatch.h"
 #include "loadpairdlg.h"
 #include "outputdlg.h"
 #include "piv_data2d.h"
@@ -58,6 +59,7 @@ KelvaneData::KelvaneData(KelvaneDataObject* dataObject, QMainWindow* window, MyS
 KelvaneData::~KelvaneData() {
     if (m_ensemble) m_ensemble->cancel();
     if (m_ensembleThread) m_ensembleThread->wait();
+    delete m_imageBatch;
     delete m_engine;
 }
 
@@ -171,7 +173,8 @@ void KelvaneData::registryIO(MySettings::AccessMode mode) {
     s.serializeBool(mode, QStringLiteral("/Output/StoreMagnitude"), &m_storeMagnitude);
     s.serializeInt(mode, QStringLiteral("/Output/Format"), &m_outputFormat);
     m_imageViewer->registryIO(s, mode);
-    if (m_batchDlg && mode == MySettings::WRITE) m_batchDlg->registryIO(mode);
+    for (PIVBatchDlg* dialog : {m_batchDlg, m_imageBatchDlg})
+        if (dialog && mode == MySettings::WRITE) dialog->registryIO(mode);
     if (mode == MySettings::READ) {
         m_file.output().StoreMagnitude = m_storeMagnitude;
         m_file.setFormat(OutputDlg::formatOfIndex(m_outputFormat));

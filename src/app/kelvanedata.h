@@ -33,6 +33,7 @@ class PIVBatchDlg;
 class PIV_Data2D;
 class QPIVensembleCorr;
 class QThread;
+class KelvaneImageBatch;
 class QMainWindow;
 class QMouseEvent;
 class QTwinProgressToolBar;
@@ -74,6 +75,9 @@ public:
     // Starts the ensemble run on its thread; false when it did not start.
     // The end comes as signalBatchFinished.
     bool doEnsembleCorrelation(const BatchProcessOptions& options);
+    // Starts the image batch on its thread; false with a box when there is
+    // nothing to do or a question was refused. Ends with signalBatchFinished.
+    bool startImageBatch(const BatchProcessOptions& options);
     // Asks once when any of `files` exists; true to go on.
     bool overWriteFileList(const QStringList& files, const QString& dir);
     // Every name a run of `options` may write, in the order it writes them.
@@ -162,6 +166,9 @@ public slots:
     void slotCancelProcessing();
     // "Batch processing": the dialog, then the run.
     void slotPivBatchProcess();
+    // "Image batch processing": the dialog and the run; while one runs, stops it.
+    void slotImageBatchProcess();
+    void slotImageBatchFinished();
     // "PTV scan": tracks the particles of the pair under the field on view,
     // the post-processed one when there is one; refuses with a box when
     // there is no pair or no field.
@@ -246,6 +253,8 @@ private:
     BatchProcessOptions m_ensembleOptions;
     std::unique_ptr<PIV_Data2D> m_ensembleOffset;
     bool m_ensembleOk = false;
+    PIVBatchDlg* m_imageBatchDlg = nullptr;
+    KelvaneImageBatch* m_imageBatch = nullptr;  // made on first use
     QString m_batchReport;
     int m_batchFailures = 0;
     int m_parFileFormat = 0;
