@@ -147,6 +147,7 @@ void KelvaneImageBatch::writeStatistics(int count) {
         if (!out.wanted) continue;
         const ImageType type = out.asFloat ? IMAGE_FLOAT : ImageType(m_type);
         Image2D image(m_width, m_height, type);
+        image.setFlagCompressionEnabled(m_compression);
         for (int64_t y = 0; y < m_height; ++y)
             image.putRow(out.values->data() + y * m_width, int(y));
         const QString ext = _extension(type, m_pcoFormat);

@@ -84,8 +84,12 @@ TEST_F(BatchTest, TruncatedFrameFailsAloneAndStatisticsMatchTheFieldsWritten) {
     const QString cut = in() + QStringLiteral("/run0004b.tif");
     QFile::resize(cut, QFileInfo(cut).size() / 2);
     o.doReynoldsStresses = true;
+    o.plotExportFormat = QStringLiteral("png");
+    QSignalSpy plots(&controller, &KelvaneData::signalExportPlot);
     const QStringList log = run();
     EXPECT_EQ(controller.batchFailures(), 1);
+    ASSERT_EQ(plots.count(), 5);
+    EXPECT_EQ(plots.at(4).at(0).toString(), out() + "/run0006a.png");
     EXPECT_TRUE(log.filter(QStringLiteral("run0004")).size() > 0) << log.join('\n').toStdString();
     EXPECT_EQ(written(),
               "run0001a.nc run0002a.nc run0003a.nc run0005a.nc run0006a.nc run_avg.nc "
