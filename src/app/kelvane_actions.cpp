@@ -286,6 +286,8 @@ void Kelvane::connectActions() {
     bindD("actionParametersSaveAs", &KelvaneData::slotFileParametersSaveAs);
     bindD("actionImageSavePair", &KelvaneData::slotFileSaveImage);
     bindD("actionPIVProcess", &KelvaneData::slotEvaluateImage);
+    bindD("actionPIVBatchProcess", &KelvaneData::slotPivBatchProcess);
+    bindD("actionImageBatchProcess", &KelvaneData::slotImageBatchProcess);
     bindD("actionPostProcess", &KelvaneData::slotPostProcess);
     bindD("actionPostProcessMenu", &KelvaneData::slotPostProcessMenu);
     bindD("actionPIVParameters", &KelvaneData::slotShowPIVParameters);
@@ -402,14 +404,15 @@ void Kelvane::slotUpdateUI() {
     const bool pair = o->isImagePair();
     const KelvaneMode mode = o->kelvaneMode();
     const bool dataMode = mode == MODE_DATA;
-    const bool running = m_state.isProcessingInProgress();
+    const bool batch = m_data->isBatchMode();
+    const bool running = m_state.isProcessingInProgress() || batch;
 
     for (QAction* a : qAsConst(m_actions)) a->setEnabled(m_bound.contains(a));
     for (const char* name : {"actionFileSave", "actionFileSaveAs", "actionFileSaveTecplot"})
         enable(name, data);
     m_viewSelector->setEnabled(image || o->haveData(0));
     enable("actionPIVCorrelationPlane", dataMode && pair);
-    enable("actionPIVProcess", dataMode && pair);
+    enable("actionPIVProcess", dataMode && pair && !batch);
     enable("actionPTV_ProcessImage", dataMode);
     enable("actionPTV_SaveData", o->havePTVdata(-1));
     enable("actionPIVHistogram", data && dataMode);
@@ -418,7 +421,9 @@ void Kelvane::slotUpdateUI() {
         enable(name, data);
     enable("actionPIVEditROI", image && o->parameters(0)->pivEvalCfg().grid.roiEnabled);
     enable("actionPIVParameters", dataMode);
-    enable("actionPIVBatchProcess", dataMode);
+    enable("actionPIVBatchProcess", dataMode && !batch);
+    // While the image batch runs, its action stops it.
+    enable("actionImageBatchProcess", dataMode);
     for (const char* name : {"actionImageSavePair", "actionImageMaskEditor", "actionImageShow"})
         enable(name, image);
     // Ctrl+C is "Clip LUT" and "Stop": only one of them may be live at a time.

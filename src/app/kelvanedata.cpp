@@ -4,16 +4,20 @@
 #include <QMainWindow>
 #include <QMessageBox>
 #include <QPushButton>
+#include <QThread>
 
 #include "corrplaneview.h"
 #include "hist2dview.h"
 #include "imagepreprocessdlg.h"
 #include "imageviewer.h"
+#include "kelvanedata_batchrun.h"
 #include "kelvanedataobject.h"
+#include "kelvaneimagebatch.h"
 #include "loadpairdlg.h"
 #include "outputdlg.h"
 #include "piv_data2d.h"
 #include "piv_enums.h"
+#include "pivbatchdlg.h"
 #include "pivcalib2cdlg.h"
 #include "pivevalobj.h"
 #include "pivpostprocessdlg.h"
@@ -21,6 +25,7 @@
 #include "pivsetupdlg.h"
 #include "pivstatsdlg.h"
 #include "ptvevalobj.h"
+#include "qpivensemblecorr.h"
 #include "qtwinprogresstoolbar.h"
 #include "xyplotwindow.h"
 
@@ -61,6 +66,9 @@ KelvaneData::KelvaneData(KelvaneDataObject* dataObject, QMainWindow* window, MyS
 // The engine goes first: it waits for a run still going, whose signals
 // would otherwise reach bars already gone.
 KelvaneData::~KelvaneData() {
+    if (m_ensemble) m_ensemble->cancel();
+    if (m_ensembleThread) m_ensembleThread->wait();
+    delete m_imageBatch;
     delete m_engine;
     delete m_ptvEval;
 }
@@ -82,6 +90,11 @@ void KelvaneData::warn(const QString& title, const QString& text) {
 
 void KelvaneData::slotEvaluateImage() {
     const QString notPossible = tr("PIV evaluation not possible");
+    // A batch evaluates through the engine itself; nothing else may meanwhile.
+    if (m_batchMode) {
+        emit signalMessage(notPossible);
+        return;
+    }
     if (m_dataObject->isEvaluated(-1) && !m_batchMode) {
         if (m_dataObject->isFileData(-1)) {
             warn(QApplication::applicationName(), tr("File data cannot be re-evaluated!"));
@@ -118,6 +131,7 @@ void KelvaneData::slotEvaluateImage() {
 
 // The second half of "PIV process", when the worker is done.
 void KelvaneData::evaluationFinished(bool haveData) {
+    if (m_batch && m_batch->evaluating) return batchFileEvaluated(haveData);
     if (!m_evaluating) return;
     m_evaluating = false;
     m_bars->setVisible(false);
@@ -132,12 +146,22 @@ void KelvaneData::evaluationFinished(bool haveData) {
     emit signalUpdateUI();
 }
 
+// A batch ends at its next step: after the file in hand, which is then
+// neither saved nor counted.
 void KelvaneData::slotCancelProcessing() {
-    m_bars->setVisible(false);
-    m_batchMode = false;
-    m_engine->setBatchMode(false);
     m_cancelled = true;
     m_engine->slotAbortProcessing();
+    if (m_ensemble) m_ensemble->cancel();
+    if (m_batch || m_ensemble) return;
+    m_bars->setVisible(false);
+    setBatchMode(false);
+}
+
+void KelvaneData::setBatchMode(bool on) {
+    m_batchMode = on;
+    m_engine->setBatchMode(on);
+    m_bars->setSecondBarInUse(on);
+    emit signalUpdateUI();
 }
 
 void KelvaneData::closeDialogs() {
@@ -162,6 +186,8 @@ void KelvaneData::registryIO(MySettings::AccessMode mode) {
     m_imageViewer->registryIO(s, mode);
     m_corrView->registryIO(m_settings, mode);
     m_hist2D->registryIO(m_settings, mode);
+    for (PIVBatchDlg* dialog : {m_batchDlg, m_imageBatchDlg})
+        if (dialog && mode == MySettings::WRITE) dialog->registryIO(mode);
     if (mode == MySettings::READ) {
         m_file.output().StoreMagnitude = m_storeMagnitude;
         m_file.setFormat(OutputDlg::formatOfIndex(m_outputFormat));

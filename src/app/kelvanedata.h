@@ -8,7 +8,11 @@
 #include <QPointF>
 #include <QRect>
 #include <QString>
+#include <QStringList>
 
+#include <memory>
+
+#include "batchprocessoptions.h"
 #include "kelvanedataview.h"
 #include "kelvanefile.h"
 #include "kelvanestate.h"
@@ -29,6 +33,11 @@ class PTVevalObj;
 class PivProbeDlg;
 class PivSetupDlg;
 class PivStatsDlg;
+class PIVBatchDlg;
+class PIV_Data2D;
+class QPIVensembleCorr;
+class QThread;
+class KelvaneImageBatch;
 class QMainWindow;
 class QMouseEvent;
 class QTwinProgressToolBar;
@@ -57,8 +66,36 @@ public:
     Hist2DView* hist2DView() const { return m_hist2D; }
     KelvaneFile& kelvaneFile() { return m_file; }
     bool isBatchMode() const { return m_batchMode; }
-    void setBatchMode(bool on) { m_batchMode = on; }
+    // While on, evaluations, other batches and mouse presses are refused and
+    // no box opens but the batch's own.
+    void setBatchMode(bool on);
     bool wasCancelled() const { return m_cancelled; }
+    bool batchWasCancelled() const { return m_cancelled; }
+
+    // ---- batches -------------------------------------------------------------
+    // Runs a batch over options.fileList (filled from the options when empty)
+    // from the overwrite question on; false when it did not start. The run
+    // goes on in the event loop, a file per turn, and ends with
+    // signalBatchFinished.
+    bool startBatch(const BatchProcessOptions& options);
+    bool batchSaveData(const BatchProcessOptions& options);
+    bool batchPostProcess(const BatchProcessOptions& options);
+    bool batchSecondPass(const BatchProcessOptions& options);
+    // Starts the ensemble run on its thread; false when it did not start.
+    // The end comes as signalBatchFinished.
+    bool doEnsembleCorrelation(const BatchProcessOptions& options);
+    // Starts the image batch on its thread; false with a box when there is
+    // nothing to do or a question was refused. Ends with signalBatchFinished.
+    bool startImageBatch(const BatchProcessOptions& options);
+    // Asks once when any of `files` exists; true to go on.
+    bool overWriteFileList(const QStringList& files, const QString& dir);
+    // Every name a run of `options` may write, in the order it writes them.
+    QStringList batchOutputFiles(const BatchProcessOptions& options) const;
+    // The last run's closing report and its count of failed files.
+    // The batch dialog, made on first use.
+    PIVBatchDlg* batchDlg();
+    const QString& batchReport() const { return m_batchReport; }
+    int batchFailures() const { return m_batchFailures; }
 
     // ---- loading: a failed load keeps the session and says why -------------
     // A data set, a parameter file or an image, by what the file holds.
@@ -136,6 +173,11 @@ public slots:
     void slotSetRulerLength(double pixels);
     void slotSetROI(QRect rect);
     void slotCancelProcessing();
+    // "Batch processing": the dialog, then the run.
+    void slotPivBatchProcess();
+    // "Image batch processing": the dialog and the run; while one runs, stops it.
+    void slotImageBatchProcess();
+    void slotImageBatchFinished();
     // "PTV scan": tracks the particles of the pair under the field on view,
     // the post-processed one when there is one, on the tracker's worker;
     // refuses with a box when there is no pair or no field.
@@ -169,10 +211,19 @@ signals:
     void signalOpenNewWindow(const QString& file);
     void signalAddToRecentFiles(const QString& file);
     void signalAddToRecentImages(const QString& file);
+    // A plot of the result on view written beside it, in `format`.
+    void signalExportPlot(const QString& file, int scene, const QString& format, bool hideImage);
+    void signalBatchFinished();
 
 private:
     void evaluationFinished(bool haveData);
     void ptvFinished(bool ok, const QString& why);
+    // The steps of a batch run between turns of the event loop.
+    void batchNextFile();
+    void batchFileEvaluated(bool haveData);
+    void batchFileDone(bool ok, const QString& why);
+    void batchFinish();
+    void ensembleFinished();
     // A warning box, never during a batch.
     void warn(const QString& title, const QString& text);
     bool isReadableFile(const QString& path);
@@ -221,6 +272,19 @@ private:
     bool m_batchMode = false;
     bool m_cancelled = false;
     bool m_evaluating = false;
+    struct BatchRun;
+    std::unique_ptr<BatchRun> m_batch;  // the run going on
+    PIVBatchDlg* m_batchDlg = nullptr;
+    // The ensemble run: its correlator, thread, options and offset field.
+    std::unique_ptr<QPIVensembleCorr> m_ensemble;
+    std::unique_ptr<QThread> m_ensembleThread;
+    BatchProcessOptions m_ensembleOptions;
+    std::unique_ptr<PIV_Data2D> m_ensembleOffset;
+    bool m_ensembleOk = false;
+    PIVBatchDlg* m_imageBatchDlg = nullptr;
+    KelvaneImageBatch* m_imageBatch = nullptr;  // made on first use
+    QString m_batchReport;
+    int m_batchFailures = 0;
     int m_parFileFormat = 0;
     // Settings of the panels and probes that come with the dialogs.
     double m_rulerLength = 10.0;

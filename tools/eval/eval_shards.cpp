@@ -8,6 +8,7 @@
 
 #include "eval_run.h"
 #include "piv_data2d_stats.h"
+#include "piv_series_output.h"
 #include "tool_args.h"
 
 namespace eval_tool {
@@ -25,10 +26,6 @@ std::string PartialName(const std::string& stub, int k, int n) {
 }
 
 namespace {
-
-std::string InFolder(const std::string& dir, const std::string& name) {
-    return dir.empty() || dir.back() == '/' ? dir + name : dir + "/" + name;
-}
 
 // K and N of "<stub>_shard<K>of<N>.nc"; false for any other name.
 bool ParsePartialName(const std::string& stub, const std::string& name, int& k, int& n) {
@@ -57,19 +54,20 @@ int MergeStats(const Options& o, std::string& error) {
         if (!ParsePartialName(o.stub, name, k, n)) continue;
         if (count == 0) count = n, countFrom = name;
         if (n != count)
-            return error = "partials of different shard counts: " + InFolder(o.outputDir, name) +
-                           " is one of " + std::to_string(n) + ", " + countFrom + " one of " +
-                           std::to_string(count),
+            return error =
+                       "partials of different shard counts: " + PIV::SeriesPath(o.outputDir, name) +
+                       " is one of " + std::to_string(n) + ", " + countFrom + " one of " +
+                       std::to_string(count),
                    tool::kUsage;
         if (k >= n)
-            return error = "partial " + InFolder(o.outputDir, name) + ": block " +
+            return error = "partial " + PIV::SeriesPath(o.outputDir, name) + ": block " +
                            std::to_string(k) + " of " + std::to_string(n) + " does not exist",
                    tool::kUsage;
         const auto [at, added] = partials.emplace(k, name);
         if (!added)
             return error = "block " + std::to_string(k) +
-                           " twice: " + InFolder(o.outputDir, at->second) + " and " +
-                           InFolder(o.outputDir, name),
+                           " twice: " + PIV::SeriesPath(o.outputDir, at->second) + " and " +
+                           PIV::SeriesPath(o.outputDir, name),
                    tool::kUsage;
     }
     if (partials.empty())
@@ -79,13 +77,13 @@ int MergeStats(const Options& o, std::string& error) {
         if (!partials.count(k))
             return error = "block " + std::to_string(k) + " of " + std::to_string(count) +
                            " is missing: no " +
-                           InFolder(o.outputDir, PartialName(o.stub, k, count)),
+                           PIV::SeriesPath(o.outputDir, PartialName(o.stub, k, count)),
                    tool::kUsage;
     PIV_Data2D_Stats total, part;
     total.error().setErrorHandling(PIVerror::ERROR_QUIET);
     part.error().setErrorHandling(PIVerror::ERROR_QUIET);
     for (const auto& [k, name] : partials) {
-        const std::string path = InFolder(o.outputDir, name);
+        const std::string path = PIV::SeriesPath(o.outputDir, name);
         STATS_SHARD shard;
         if (!part.loadPartial(path.c_str(), shard))
             return error = "cannot read partial " + path + ": " + Reason(part.error()),
@@ -102,13 +100,10 @@ int MergeStats(const Options& o, std::string& error) {
     if (total.dataSetCount() == 0)
         return error = "no statistics: the " + std::to_string(count) + " partials hold no field",
                tool::kFailed;
-    OUTPUT_CFG out;
-    out.OutputFormat = 3;
-    const std::string avg = InFolder(o.outputDir, o.stub + "_avg.nc"),
-                      rms = InFolder(o.outputDir, o.stub + "_rms.nc");
-    if (!total.update() || !total.avgData()->save(avg.c_str(), 0, out) ||
-        !total.rmsData()->save(rms.c_str(), 0, out))
-        return error = "statistics not written: " + Reason(total.error()), tool::kFailed;
+    std::string why;
+    if (!PIV::SaveSeriesStats(total, PIV::SeriesMeanName(o.outputDir, o.stub),
+                              PIV::SeriesRmsName(o.outputDir, o.stub), why))
+        return error = "statistics not written: " + why, tool::kFailed;
     return tool::kOk;
 }
 

@@ -20,6 +20,7 @@
 #include "piv_filename.h"
 #include "piv_messages.h"
 #include "piv_params.h"
+#include "piv_series_output.h"
 #include "piv_util.h"
 #include "tool_args.h"
 
@@ -85,17 +86,10 @@ int OnePair(const eval_tool::Options& o, eval_tool::Evaluator& evaluator) {
     return tool::kOk;
 }
 
-// <dir>/<name> with one slash between.
-std::string InDir(const std::string& dir, const std::string& name) {
-    return dir.empty() || dir.back() == '/' ? dir + name : dir + "/" + name;
-}
-
 // The file of one format for the result of a pair.
 std::string ResultName(const eval_tool::Options& o, const std::string& base,
                        const std::string& format) {
-    if (format == "nc") return base + ".nc";
-    if (format == "cf") return base + "_cf.nc";
-    return base + (o.velocity ? "_vel." : "_piv.") + format;
+    return PIV::SeriesResultName(base, format, o.velocity);
 }
 
 // A shard's pair is done when all its result files are there; with the
@@ -138,7 +132,8 @@ int Series(const eval_tool::Options& o, eval_tool::Evaluator& evaluator) {
     const auto start = std::chrono::steady_clock::now();
     for (; k < count && !eval_tool::StopRequested(); k++) {
         const std::string first = list.file(block.begin + k);
-        const std::string base = InDir(o.outputDir, PIV::GetBaseNameFromPath(first.c_str()));
+        const std::string base =
+            PIV::SeriesPath(o.outputDir, PIV::GetBaseNameFromPath(first.c_str()));
         if (shard && AlreadyDone(o, base, stats, first)) {
             done++;
             continue;
@@ -187,22 +182,18 @@ int Series(const eval_tool::Options& o, eval_tool::Evaluator& evaluator) {
             PIV::CopyText(s.firstPair, list.file(block.begin));
             PIV::CopyText(s.lastPair, list.file(block.end - 1));
         }
-        const std::string partial =
-            InDir(o.outputDir, eval_tool::PartialName(o.stub, o.shardIndex, o.shardCount));
+        const std::string partial = PIV::SeriesPath(
+            o.outputDir, eval_tool::PartialName(o.stub, o.shardIndex, o.shardCount));
         if (!eval_tool::StopRequested() && !stats.savePartial(partial.c_str(), s)) {
             Fail(0, "partial statistics not written: " +
                         OrElse(eval_tool::Reason(stats.error()), partial.c_str()));
             statsFailed = true;
         }
     } else if (o.stats && written > 0) {
-        OUTPUT_CFG out;
-        out.OutputFormat = 3;
-        const std::string avg = InDir(o.outputDir, o.stub + "_avg.nc"),
-                          rms = InDir(o.outputDir, o.stub + "_rms.nc");
-        if (!stats.update() || !stats.avgData()->save(avg.c_str(), 0, out) ||
-            !stats.rmsData()->save(rms.c_str(), 0, out)) {
-            Fail(0, "statistics not written: " +
-                        OrElse(eval_tool::Reason(stats.error()), "no field to average"));
+        std::string why;
+        if (!PIV::SaveSeriesStats(stats, PIV::SeriesMeanName(o.outputDir, o.stub),
+                                  PIV::SeriesRmsName(o.outputDir, o.stub), why)) {
+            Fail(0, "statistics not written: " + why);
             statsFailed = true;
         }
     }

@@ -1,0 +1,72 @@
+// The image batch from the window: its dialog, its questions, and its thread.
+#include <QApplication>
+#include <QDir>
+#include <QMainWindow>
+#include <QMessageBox>
+
+#include "kelvanedata.h"
+#include "kelvanedataobject.h"
+#include "kelvaneimagebatch.h"
+#include "pivbatchdlg.h"
+#include "qpiv_imagepair.h"
+#include "qtwinprogresstoolbar.h"
+
+void KelvaneData::slotImageBatchProcess() {
+    if (m_imageBatch && m_imageBatch->isRunning()) {
+        m_imageBatch->setAbortFlag(true);
+        return;
+    }
+    if (m_batch || m_ensemble || m_batchMode) return;
+    if (!m_imageBatchDlg) m_imageBatchDlg = new PIVBatchDlg(m_settings, 1, m_window);
+    if (m_imageBatchDlg->exec() != QDialog::Accepted) return;
+    startImageBatch(m_imageBatchDlg->getBatchOptions());
+}
+
+bool KelvaneData::startImageBatch(const BatchProcessOptions& options) {
+    if (m_batch || m_ensemble || m_batchMode) return false;
+    BatchProcessOptions o = options;
+    if (o.fileList.isEmpty()) o.updateFileList();
+    if (o.fileList.isEmpty()) return false;
+    if (!m_dataObject->image(0)->requiresImagePreProcessing() &&
+        !KelvaneImageBatch::wantsStatistics(o)) {
+        QMessageBox::information(
+            m_window, QApplication::applicationName(),
+            tr("Images do not need any pre-processing!\nCheck Pre-Processing Settings"));
+        return false;
+    }
+    const QString dir = o.imageDestDirEnable ? o.destDir : o.sourceDir;
+    const QString stub =
+        QDir(dir).filePath(o.fileStub.isEmpty() ? QStringLiteral("imagestats") : o.fileStub);
+    QStringList names;
+    for (const char* suffix : {"_min", "_max", "_avg", "_avgmod"})
+        for (const char* ext : {".tif", ".b16"}) names << stub + suffix + ext;
+    names << stub + QStringLiteral("_rms.img");
+    if (!overWriteFileList(names, dir)) return false;
+    if (!m_imageBatch) {
+        m_imageBatch = new KelvaneImageBatch(this);
+        connect(m_imageBatch, &QThread::finished, this, &KelvaneData::slotImageBatchFinished);
+        connect(m_imageBatch, &KelvaneImageBatch::signalProgress, m_bars,
+                &QTwinProgressToolBar::slotShowProgress2);
+        connect(m_imageBatch, &KelvaneImageBatch::signalMessage, this, &KelvaneData::signalMessage);
+        connect(m_imageBatch, &KelvaneImageBatch::signalLogMessage, this,
+                &KelvaneData::signalLogMessage);
+    }
+    m_imageBatch->setBatchOptions(o);
+    m_imageBatch->setImageCfg(m_dataObject->image(0)->imageCfg());
+    m_imageBatch->setImageCompression(m_dataObject->isTIFFCompression());
+    m_imageBatch->setFileList(o.fileList);
+    m_imageBatch->setAbortFlag(false);
+    setBatchMode(true);
+    m_bars->setVisible(true);
+    m_imageBatch->start();
+    return true;
+}
+
+void KelvaneData::slotImageBatchFinished() {
+    m_batchReport = m_imageBatch->logMessage();
+    emit signalLogMessage(m_batchReport);
+    m_bars->setVisible(false);
+    setBatchMode(false);
+    emit signalMessage(tr("Finished image batch processing"));
+    emit signalBatchFinished();
+}
