@@ -32,9 +32,9 @@ namespace {
 
 // The pixel span of a scene rectangle: position and size truncated, the far
 // edge at position plus size less one, so (10,20)->(40,60) covers 30 x 40.
-QRect _pixelRect(const QRectF& r) {
-    const int x = static_cast<int>(r.left()), y = static_cast<int>(r.top());
-    return QRect(x, y, static_cast<int>(r.width()) - 1, static_cast<int>(r.height()) - 1);
+QRectF _pixelRect(const QRectF& r) {
+    return QRectF(static_cast<int>(r.left()), static_cast<int>(r.top()),
+                  static_cast<int>(r.width()), static_cast<int>(r.height()));
 }
 
 const QColor kObjectColor(0, 255, 0);
@@ -177,7 +177,9 @@ bool MaskEdit::createMask() {
         painter.setPen(Qt::black);
         painter.setBrush(Qt::black);
         painter.drawRect(0, 0, w - 1, h - 1);
-        painter.setPen(Qt::white);
+        // Filled without an outline: a pen would add its width to every
+        // shape, so an ellipse would cover more than pi*a*b.
+        painter.setPen(Qt::NoPen);
         painter.setBrush(Qt::white);
         for (size_t i = 0; i < m_objects.size(); ++i) {
             const PlotObject* o = m_objects.at(i);

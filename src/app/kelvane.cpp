@@ -29,6 +29,7 @@
 #include "kelvanedata.h"
 #include "kelvanedataobject.h"
 #include "kelvanedataview.h"
+#include "maskedit.h"
 #include "piv_enums.h"
 #include "piv_messages.h"
 #include "piv_ncfile.h"
@@ -92,6 +93,8 @@ Kelvane::Kelvane(bool isMainInstance, bool /*unused*/, MySettings* settings, QSp
     m_dataView = new KelvaneDataView(this, m_printer, m_dataObject, settings, m_sceneStack);
     setCentralWidget(m_sceneStack);
     showSplash(tr("Creating mask editor..."));
+    m_maskEdit = new MaskEdit(false, settings, this, Qt::Window);
+    m_maskEdit->enableFeedBackSignals(this);
     showSplash(tr("Creating dialogs..."));
     createActions();
     createMenusAndToolBars();
@@ -124,6 +127,7 @@ Kelvane::Kelvane(bool isMainInstance, bool /*unused*/, MySettings* settings, QSp
         setWindowTitle(t.isEmpty() ? m_dataObject->caption() : t);
     });
     connect(m_dataObject, &KelvaneDataObject::signalHaveNewImage, this, &Kelvane::slotUpdateImage);
+    connect(m_maskEdit, &MaskEdit::signalNewMask, m_data, &KelvaneData::slotUpdateMask);
     connect(m_dataObject, &KelvaneDataObject::signalHaveNewData, this, &Kelvane::slotUpdateData);
     connect(m_dataObject, &KelvaneDataObject::signalChangedAnalysisMode, this,
             &Kelvane::signalChangedAnalysisMode);
@@ -264,9 +268,20 @@ void Kelvane::registryIO(MySettings::AccessMode mode) {
 
 void Kelvane::slotUpdateImage(int view) {
     m_dataView->slotUpdateImage(view);
+    const QPIV_ImagePair* pair = m_dataObject->image(view);
+    m_maskEdit->setCameraView(view);
+    if (pair && !pair->filePath(false).isEmpty())
+        m_maskEdit->loadImagePair(pair->filePath(false), pair->filePath(true),
+                                  pair->imageCfg().SplitPCO);
     setWindowTitle(m_dataObject->caption(view));
     m_dataView->slotRedrawAll();
     slotUpdateUI();
+}
+
+void Kelvane::slotShowMaskEditor() {
+    m_maskEdit->show();
+    m_maskEdit->raise();
+    m_maskEdit->activateWindow();
 }
 
 void Kelvane::slotUpdateData(int view) {

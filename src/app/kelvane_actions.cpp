@@ -301,6 +301,7 @@ void Kelvane::connectActions() {
     bindW("actionHelpAbout", &Kelvane::slotAbout);
     bindW("actionHelpAboutQt", &Kelvane::slotAboutQt);
     bindW("actionLogBuffer", &Kelvane::slotShowLogBuffer);
+    bindW("actionImageMaskEditor", &Kelvane::slotShowMaskEditor);
     bind(action(QStringLiteral("actionToolLogMessages")), m_logBuffer,
          &QLogBuffer::slotStartLogging);
     bindW("actionModeCrossCorrelation", &Kelvane::slotModeCrossCorrelation);

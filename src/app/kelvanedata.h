@@ -138,6 +138,9 @@ public slots:
     void slotPTV_SaveData();
     // A 256-bin histogram of both frames, kept up to date with each new image.
     void slotImageHistogram(bool show);
+    // A mask saved by the editor: on "Yes, enable" its file and enable flag
+    // go into the view's image settings and the image is loaded again.
+    void slotUpdateMask(QString file, int view, int slot);
 
 signals:
     void signalMessage(const QString& text);
