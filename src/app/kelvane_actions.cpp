@@ -327,6 +327,10 @@ void Kelvane::connectActions() {
     const auto bindV = [this, v](const char* name, void (KelvaneDataView::*slot)()) {
         bind(action(QLatin1String(name)), v, slot);
     };
+    bindV("actionMeasureObjectsSave", &KelvaneDataView::slotMeasureObjectsSave);
+    bindV("actionMeasureObjectsLoad", &KelvaneDataView::slotMeasureObjectsLoad);
+    bindV("actionMeasureObjectsUpdate", &KelvaneDataView::slotMeasureObjectsUpdate);
+    bindV("actionMeasureObjectsDeleteAll", &KelvaneDataView::slotMeasureObjectsDeleteAll);
     bindV("actionShowFilteredData", &KelvaneDataView::slotShowFilteredData);
     bindV("actionCalibCenterOrigin", &KelvaneDataView::slotCenterOrigin);
     bindV("actionCalibResetRuler", &KelvaneDataView::slotResetRuler);

@@ -9,7 +9,10 @@
 
 #include "box_watcher.h"
 #include "imageview.h"
+#include "kelvanedataview.h"
+#include "kelvanesceneview.h"
 #include "maskedit.h"
+#include "measuredlg.h"
 #include "qpiv_imagepair.h"
 #include "window_fixture.h"
 
@@ -232,4 +235,59 @@ TEST_F(Mask, HandWrittenObjectFileLoadsWhatItKnows) {
         EXPECT_EQ(back.size(), 5u);
     }
     EXPECT_EQ(back.lastError().rfind("failed opening file: ", 0), std::string::npos);
+}
+
+// Measuring in the scene, in pixel units, on a solid rotation dx = w*row,
+// dy = w*column (y up): shapes drawn by the mouse show the circulation 2wA,
+// and a uniform stream none.
+TEST_F(Mask, MeasuringShapesDrawnInTheScene) {
+    const double w = 0.01;
+    PIV_Data2D field;
+    ASSERT_TRUE(field.createZeroData(SIZE3D{kSize, kSize, 1}, SIZE3D{8, 8, 1}, POINT3D{4, 4, 0},
+                                     POINT3D{124, 124, 0}, 1));
+    ASSERT_TRUE(field.initShift(1.0f, 0.0f, 0.0f));
+    for (int k = 0; k < field.nodeCount(); ++k) {
+        PIV_VECTOR& v = field.data()[k];
+        v.dx = float(w * v.iy), v.dy = float(w * v.ix);
+    }
+    ASSERT_TRUE(field.saveNetCDF(file("spin.nc").c_str()));
+    auto win = window();
+    win->resize(900, 700);
+    win->show();
+    ASSERT_TRUE(win->loadFile(path("spin.nc")));
+    KelvaneDataView* v = win->dataView();
+    KelvaneSceneView* view = v->view(0);
+    QWidget* port = view->viewport();
+    // Rectangle and ellipse in the box (32,32)-(96,80), triangle of 1536 px^2.
+    win->setKelvaneMode(MODE_MEASURE_RECTANGLE, true);
+    QTest::mousePress(port, Qt::LeftButton, {}, view->mapFromScene(32, 32));
+    QTest::mouseMove(port, view->mapFromScene(96, 80));
+    QTest::mouseRelease(port, Qt::LeftButton, {}, view->mapFromScene(96, 80));
+    win->setKelvaneMode(MODE_MEASURE_ELLIPSE, true);
+    QTest::mousePress(port, Qt::LeftButton, {}, view->mapFromScene(32, 32));
+    QTest::mouseMove(port, view->mapFromScene(96, 80));
+    QTest::mouseRelease(port, Qt::LeftButton, {}, view->mapFromScene(96, 80));
+    win->setKelvaneMode(MODE_MEASURE_POLYGON, true);
+    for (QPointF p : {QPointF(32, 32), QPointF(96, 32), QPointF(32, 80)})
+        QTest::mouseClick(port, Qt::LeftButton, {}, view->mapFromScene(p));
+    QTest::mouseClick(port, Qt::RightButton, {}, view->mapFromScene(32, 80));
+    ASSERT_EQ(v->measureItems().size(), 3);
+    ASSERT_NE(v->measureDlg(), nullptr);
+    v->measureDlg()->slotSetConversion(1);
+    const double areas[] = {3072, M_PI * 32 * 24, 1536};
+    const char* shapes[] = {"Rectangle", "Ellipse", "Polygon"};
+    for (int i = 0; i < 3; ++i) {
+        EXPECT_EQ(v->measureDlg()->cellText(i, 0), shapes[i]);
+        EXPECT_NEAR(v->measureDlg()->cellText(i, 3).toDouble(), 2 * w * areas[i],
+                    0.02 * 2 * w * areas[i]);
+        EXPECT_NEAR(v->measureDlg()->cellText(i, 4).toDouble(), 0, 0.02 * 2 * w * areas[i]);
+    }
+    // Saved and loaded back, the objects measure the same; deleting empties.
+    const PlotObjects list = v->measureObjectsCurrentList();
+    v->slotMeasureObjectsDeleteAll();
+    EXPECT_TRUE(v->measureItems().isEmpty());
+    v->measureObjectsAdd(list);
+    v->slotMeasureObjectsUpdate();
+    EXPECT_NEAR(v->measureDlg()->cellText(0, 3).toDouble(), 2 * w * areas[0],
+                0.02 * 2 * w * areas[0]);
 }
