@@ -268,17 +268,24 @@ void Kelvane::registryIO(MySettings::AccessMode mode) {
 
 void Kelvane::slotUpdateImage(int view) {
     m_dataView->slotUpdateImage(view);
-    const QPIV_ImagePair* pair = m_dataObject->image(view);
-    m_maskEdit->setCameraView(view);
-    if (pair && !pair->filePath(false).isEmpty())
-        m_maskEdit->loadImagePair(pair->filePath(false), pair->filePath(true),
-                                  pair->imageCfg().SplitPCO);
+    // A hidden editor takes the image when it is shown, so that a batch does
+    // not read every frame twice.
+    m_maskEditView = view;
+    m_maskEditPending = true;
+    if (m_maskEdit->isVisible()) slotShowMaskEditor();
     setWindowTitle(m_dataObject->caption(view));
     m_dataView->slotRedrawAll();
     slotUpdateUI();
 }
 
 void Kelvane::slotShowMaskEditor() {
+    const QPIV_ImagePair* pair = m_dataObject->image(m_maskEditView);
+    if (m_maskEditPending && pair && !pair->filePath(false).isEmpty()) {
+        m_maskEdit->setCameraView(m_maskEditView);
+        m_maskEdit->loadImagePair(pair->filePath(false), pair->filePath(true),
+                                  pair->imageCfg().SplitPCO);
+    }
+    m_maskEditPending = false;
     m_maskEdit->show();
     m_maskEdit->raise();
     m_maskEdit->activateWindow();

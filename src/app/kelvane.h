@@ -140,6 +140,8 @@ private:
     KelvaneData* m_data;
     KelvaneDataView* m_dataView;
     MaskEdit* m_maskEdit;
+    int m_maskEditView = 0;
+    bool m_maskEditPending = false;
     PrefsDlg* m_prefsDlg;
     PREFS_CFG m_prefs;
 

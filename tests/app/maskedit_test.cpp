@@ -123,6 +123,7 @@ TEST_F(Mask, SavedMaskIsEnabledAndMasksTheEvaluation) {
     auto w = window();
     ASSERT_TRUE(w->data()->loadFile(path("run0001a.tif"), false, false, false));
     MaskEdit* e = w->maskEdit();
+    w->slotShowMaskEditor();
     ASSERT_EQ(e->image()->width(), uint64_t(kSize));  // fed by the new image
     e->addRectangle(QRectF(0, 0, kSize / 2, kSize));
     ASSERT_TRUE(e->createMask());
@@ -173,11 +174,15 @@ TEST_F(Mask, ProgramWritesTheMaskOrSaysWhyNot) {
         {{"-q", "-m", "none.msk", "-o", "mask.tif", "run0001a.tif"},
          " bad mask objects file name: 'none.msk'",
          false},
+        {{"-q", "-m", "objs.msk", "-o", "mask.tif", "."},
+         "MaskEdit::loadImage() - '.' is not a file",
+         false},
     };
     for (const Case& c : cases) {
         SCOPED_TRACE(c.text);
         QFile::remove(path("mask.tif"));
         QProcess p;
+        p.setProcessChannelMode(QProcess::MergedChannels);
         p.setWorkingDirectory(QString::fromStdString(dir.path()));
         p.start(MASKEDIT_PROGRAM, c.args);
         ASSERT_TRUE(p.waitForFinished(60000));
