@@ -32,7 +32,10 @@ protected:
     static void drag(MaskEdit& e, QPointF from, QPointF to) {
         QWidget* port = e.view()->viewport();
         QTest::mousePress(port, Qt::LeftButton, {}, e.view()->mapFromScene(from));
-        QTest::mouseMove(port, e.view()->mapFromScene(to));
+        // A move with the button held, as a hand drags.
+        QMouseEvent move(QEvent::MouseMove, e.view()->mapFromScene(to), Qt::NoButton,
+                         Qt::LeftButton, Qt::NoModifier);
+        QApplication::sendEvent(port, &move);
         QTest::mouseRelease(port, Qt::LeftButton, {}, e.view()->mapFromScene(to));
     }
     static int masked(const Image2D& m) {
@@ -82,6 +85,30 @@ TEST_F(Mask, ShapesDrawnByMouseMaskTheirArea) {
         EXPECT_EQ(swapped, 8000);
         e->deleteAllObjects(false);
     }
+}
+
+// Editing by mouse: a vertex of the triangle (10,10),(70,10),(10,50) dragged
+// to (90,10) makes it 80 x 40 / 2 = 1600 px^2; a rectangle dragged 20 px to
+// the right masks column 45; a click in delete mode removes it.
+TEST_F(Mask, VerticesMoveObjectsMoveAndClicksDelete) {
+    auto e = editor();
+    e->addPolygon(QPolygonF({QPointF(10, 10), QPointF(70, 10), QPointF(10, 50)}));
+    e->setMaskEditMode(MaskEdit::MASK_EDIT_VERTEX);
+    drag(*e, {70, 10}, {90, 10});
+    ASSERT_TRUE(e->createMask());
+    EXPECT_NEAR(masked(*e->maskImage()), 1600, 80 + 40 + std::hypot(80, 40));
+    e->deleteAllObjects(false);
+    e->addRectangle(QRectF(10, 20, 30, 40));
+    e->setMaskEditMode(MaskEdit::MASK_EDIT_MOVE);
+    QTest::mouseClick(e->view()->viewport(), Qt::LeftButton, {}, e->view()->mapFromScene(25, 40));
+    drag(*e, {25, 40}, {45, 40});
+    ASSERT_TRUE(e->createMask());
+    EXPECT_EQ(e->maskImage()->pixel(45, 40), 255.0f);
+    EXPECT_EQ(e->maskImage()->pixel(15, 40), 0.0f);
+    EXPECT_EQ(masked(*e->maskImage()), 1200);
+    e->setMaskEditMode(MaskEdit::MASK_EDIT_DELETE);
+    QTest::mouseClick(e->view()->viewport(), Qt::LeftButton, {}, e->view()->mapFromScene(45, 40));
+    EXPECT_TRUE(e->objectItems().isEmpty());
 }
 
 TEST_F(Mask, NoObjectsKeepTheMaskAndClosingCanBeCancelled) {
