@@ -133,12 +133,12 @@ TEST_F(Mask, NoObjectsKeepTheMaskAndClosingCanBeCancelled) {
 TEST_F(Mask, SettingsKeepToolSizeButNotThePcoFlag) {
     {
         MaskEdit e(true, &settings);
-        e.loadImagePair(path("run0001a.tif"), QString(), false);
+        e.loadImagePair(path("run0001a.tif"), QString(), true);
+        ASSERT_TRUE(e.isPCOmode());
         e.slotToolSizeLarge();
-        settings.setValue("/MaskEdit/PCOmode", true);
-        e.registryIO(true);
+        EXPECT_TRUE(e.close());
     }
-    EXPECT_TRUE(settings.contains("/MaskEdit/PCOmode"));
+    EXPECT_TRUE(settings.value("/MaskEdit/PCOmode").toBool());
     MaskEdit again(true, &settings);
     EXPECT_EQ(again.toolButtonSize(), QSize(48, 48));
     EXPECT_FALSE(again.isPCOmode());
