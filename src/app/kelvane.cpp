@@ -30,6 +30,7 @@
 #include "kelvanedata.h"
 #include "kelvanedataobject.h"
 #include "kelvanedataview.h"
+#include "maskedit.h"
 #include "piv_enums.h"
 #include "piv_messages.h"
 #include "piv_ncfile.h"
@@ -95,6 +96,8 @@ Kelvane::Kelvane(bool isMainInstance, bool /*unused*/, MySettings* settings, QSp
     m_dataView = new KelvaneDataView(this, m_printer, m_dataObject, settings, m_sceneStack);
     setCentralWidget(m_sceneStack);
     showSplash(tr("Creating mask editor..."));
+    m_maskEdit = new MaskEdit(false, settings, this, Qt::Window);
+    m_maskEdit->enableFeedBackSignals(this);
     showSplash(tr("Creating dialogs..."));
     createActions();
     createMenusAndToolBars();
@@ -127,6 +130,7 @@ Kelvane::Kelvane(bool isMainInstance, bool /*unused*/, MySettings* settings, QSp
         setWindowTitle(t.isEmpty() ? m_dataObject->caption() : t);
     });
     connect(m_dataObject, &KelvaneDataObject::signalHaveNewImage, this, &Kelvane::slotUpdateImage);
+    connect(m_maskEdit, &MaskEdit::signalNewMask, m_data, &KelvaneData::slotUpdateMask);
     connect(m_dataObject, &KelvaneDataObject::signalHaveNewData, this, &Kelvane::slotUpdateData);
     connect(m_dataObject, &KelvaneDataObject::signalChangedAnalysisMode, this,
             &Kelvane::signalChangedAnalysisMode);
@@ -274,9 +278,27 @@ void Kelvane::registryIO(MySettings::AccessMode mode) {
 
 void Kelvane::slotUpdateImage(int view) {
     m_dataView->slotUpdateImage(view);
+    // A hidden editor takes the image when it is shown, so that a batch does
+    // not read every frame twice.
+    m_maskEditView = view;
+    m_maskEditPending = true;
+    if (m_maskEdit->isVisible()) slotShowMaskEditor();
     setWindowTitle(m_dataObject->caption(view));
     m_dataView->slotRedrawAll();
     slotUpdateUI();
+}
+
+void Kelvane::slotShowMaskEditor() {
+    const QPIV_ImagePair* pair = m_dataObject->image(m_maskEditView);
+    if (m_maskEditPending && pair && !pair->filePath(false).isEmpty()) {
+        m_maskEdit->setCameraView(m_maskEditView);
+        m_maskEdit->loadImagePair(pair->filePath(false), pair->filePath(true),
+                                  pair->imageCfg().SplitPCO);
+    }
+    m_maskEditPending = false;
+    m_maskEdit->show();
+    m_maskEdit->raise();
+    m_maskEdit->activateWindow();
 }
 
 void Kelvane::slotUpdateData(int view) {

@@ -14,6 +14,7 @@
 #include "prefsdlg.h"
 
 class KelvaneData;
+class MaskEdit;
 class KelvaneDataObject;
 class KelvaneDataView;
 class PTVmodule;
@@ -60,6 +61,7 @@ public:
     RecentFiles* recentImages() const { return m_recentImages; }
     RecentFiles* recentFiles() const { return m_recentFiles; }
     PrefsDlg* prefsDlg() const { return m_prefsDlg; }
+    MaskEdit* maskEdit() const { return m_maskEdit; }
     QLogBuffer* logBuffer() const { return m_logBuffer; }
     QLabel* statusLabel() const { return m_statusLabel; }
     QComboBox* modeSelector() const { return m_modeSelector; }
@@ -81,6 +83,7 @@ public slots:
     // The one place where actions are enabled and checked from the state.
     void slotUpdateUI();
     void slotUpdateImage(int view);
+    void slotShowMaskEditor();
     void slotUpdateData(int view);
     void slotSetViewOfData(int view) { setViewOfData(view); }
     void slotPreferences();
@@ -139,6 +142,9 @@ private:
     KelvaneData* m_data;
     KelvaneDataView* m_dataView;
     PTVmodule* m_ptvModule;
+    MaskEdit* m_maskEdit;
+    int m_maskEditView = 0;
+    bool m_maskEditPending = false;
     PrefsDlg* m_prefsDlg;
     PREFS_CFG m_prefs;
 

@@ -310,6 +310,7 @@ void Kelvane::connectActions() {
     bindW("actionHelpAbout", &Kelvane::slotAbout);
     bindW("actionHelpAboutQt", &Kelvane::slotAboutQt);
     bindW("actionLogBuffer", &Kelvane::slotShowLogBuffer);
+    bindW("actionImageMaskEditor", &Kelvane::slotShowMaskEditor);
     bind(action(QStringLiteral("actionToolLogMessages")), m_logBuffer,
          &QLogBuffer::slotStartLogging);
     bindW("actionModeCrossCorrelation", &Kelvane::slotModeCrossCorrelation);
@@ -335,6 +336,10 @@ void Kelvane::connectActions() {
     const auto bindV = [this, v](const char* name, void (KelvaneDataView::*slot)()) {
         bind(action(QLatin1String(name)), v, slot);
     };
+    bindV("actionMeasureObjectsSave", &KelvaneDataView::slotMeasureObjectsSave);
+    bindV("actionMeasureObjectsLoad", &KelvaneDataView::slotMeasureObjectsLoad);
+    bindV("actionMeasureObjectsUpdate", &KelvaneDataView::slotMeasureObjectsUpdate);
+    bindV("actionMeasureObjectsDeleteAll", &KelvaneDataView::slotMeasureObjectsDeleteAll);
     bindV("actionShowFilteredData", &KelvaneDataView::slotShowFilteredData);
     bindV("actionCalibCenterOrigin", &KelvaneDataView::slotCenterOrigin);
     bindV("actionCalibResetRuler", &KelvaneDataView::slotResetRuler);

@@ -196,6 +196,9 @@ public slots:
     // The histogram's regions become the validation's windows, are stored
     // and applied at once.
     void slotHistWindowValidate();
+    // A mask saved by the editor: on "Yes, enable" its file and enable flag
+    // go into the view's image settings and the image is loaded again.
+    void slotUpdateMask(QString file, int view, int slot);
 
 signals:
     void signalMessage(const QString& text);

@@ -3,6 +3,8 @@
 // filled from the session when it opens and hands back only what changed.
 #include <QApplication>
 #include <QMainWindow>
+#include <QMessageBox>
+#include <QPushButton>
 #include <QStringList>
 #include <cstring>
 
@@ -190,6 +192,24 @@ void KelvaneData::applyImageCfg() {
         m_dataObject->image(0)->setImageCfg(before);
         warn(QApplication::applicationName(), m_dataObject->lastError());
     }
+}
+
+void KelvaneData::slotUpdateMask(QString file, int view, int) {
+    QMessageBox box(QMessageBox::Question, QApplication::applicationName(),
+                    tr("Use newly created mask image:\n'%1'").arg(file), QMessageBox::NoButton,
+                    m_window);
+    QPushButton* yes = box.addButton(tr("Yes, enable"), QMessageBox::YesRole);
+    box.setEscapeButton(box.addButton(tr("No"), QMessageBox::NoRole));
+    box.exec();
+    if (box.clickedButton() != yes) return;
+    IMAGE_CFG cfg = m_dataObject->image(view)->imageCfg();
+    const QByteArray name = file.toLocal8Bit().left(sizeof(cfg.Mask) - 1);
+    std::fill(std::begin(cfg.Mask), std::end(cfg.Mask), '\0');
+    std::copy(name.begin(), name.end(), cfg.Mask);
+    cfg.MaskEnable = true;
+    m_dataObject->image(view)->setImageCfg(cfg);
+    if (m_dataObject->haveImage(view) && !m_dataObject->reloadImage())
+        warn(QApplication::applicationName(), m_dataObject->lastError());
 }
 
 void KelvaneData::slotShowImageViewer() {

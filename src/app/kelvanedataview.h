@@ -5,9 +5,11 @@
 // window's timer (autoRedraw) or slotRedrawAll draws them.
 #pragma once
 
+#include <QList>
 #include <QMouseEvent>
 #include <QObject>
 #include <QPointF>
+#include <QPolygonF>
 #include <QRect>
 #include <QString>
 
@@ -19,6 +21,10 @@
 #include "piv_types.h"
 
 class ItemEditor;
+class MeasureDlg;
+class PlotObjects;
+class QGraphicsItem;
+class QGraphicsPathItem;
 class KelvaneBmpItems;
 class KelvaneDataObject;
 class KelvaneSceneView;
@@ -112,7 +118,19 @@ public:
     XYPlotWindow* profile(int axis) const { return m_profile[axis]; }
     bool isProfileVisible(int axis) const;
 
+    // ---- measuring objects of the current scene (kelvanedataview_measure.cpp)
+    void measureObjectsAdd(const PlotObjects& objects);
+    PlotObjects measureObjectsCurrentList() const;
+    QGraphicsItem* getMeasureObjectAt(const QPointF& point) const;
+    QList<QGraphicsItem*> measureItems() const { return m_measure[m_currentScene]; }
+    // Null until first measured.
+    MeasureDlg* measureDlg() const { return m_measureDlg; }
+
 public slots:
+    void slotMeasureObjectsUpdate();
+    void slotMeasureObjectsSave();
+    void slotMeasureObjectsLoad();
+    void slotMeasureObjectsDeleteAll();
     void slotSetCurrentScene(int scene);
     void slotUpdateImage(int view);
     void slotUpdateData(int view);
@@ -194,6 +212,10 @@ private:
     // Background or overlay image, from its file, over the data rectangle.
     void alignImage(int which, const char* file);
     void updateProfiles(const QPointF& point);
+    // The mouse in the measuring modes: drawing, choosing, deleting.
+    void measurePress(QMouseEvent* event, const QPointF& point);
+    void measureRelease(QMouseEvent* event, const QPointF& point);
+    void addMeasureItem(QGraphicsItem* item);
     // Renders the scene rectangle of the current scene on a white ground.
     bool renderTo(const QString& file, const QString& format, bool vectorFormat, bool wholeScene);
 
@@ -222,6 +244,10 @@ private:
     QString m_userLUTFile;
     QString m_configFile;
     XYPlotWindow* m_profile[2] = {};
+    QList<QGraphicsItem*> m_measure[kSceneCount];
+    QPolygonF m_measurePoints;  // the polygon or polyline being drawn
+    QGraphicsPathItem* m_measureDraft = nullptr;
+    MeasureDlg* m_measureDlg = nullptr;
 
     int m_frame = 0;
     bool m_showPTV = true;

@@ -19,6 +19,7 @@ void KelvaneDataView::slotMousePressEvent(QMouseEvent* event, QPointF point) {
     m_lastPointer = point;
     const KelvaneMode mode = m_dataObject->kelvaneMode();
     // Drawing and object editing stay inside the view and its editor.
+    if (mode >= MODE_MEASURE_MOVE) measurePress(event, point);
     if (mode >= MODE_MEASURE_MOVE || mode == MODE_ROI_EDIT) return;
     const bool inImage =
         m_dataObject->haveImage(0) && m_items[m_currentScene]->dataRect().contains(point);
@@ -40,11 +41,13 @@ void KelvaneDataView::slotMouseMoveEvent(QMouseEvent* event, QPointF point) {
     emit signalMouseMoveAt(event, point, inImage);
 }
 
-void KelvaneDataView::slotMouseReleaseEvent(QMouseEvent*, QPointF point) {
+void KelvaneDataView::slotMouseReleaseEvent(QMouseEvent* event, QPointF point) {
     m_lastPointer = point;
     const KelvaneMode mode = m_dataObject->kelvaneMode();
     KelvaneSceneView* view = m_view[m_currentScene];
-    if (mode == MODE_ROI_EDIT) {
+    if (mode >= MODE_MEASURE_MOVE) {
+        measureRelease(event, point);
+    } else if (mode == MODE_ROI_EDIT) {
         emit signalNewROI(m_roi->mapRectToScene(m_roi->rect()).normalized().toRect());
     } else if (mode == MODE_CALIBRATION && view->isOutlineMode()) {
         const QLineF line = view->currentLine();

@@ -18,6 +18,18 @@ namespace PIV {
 double erfc(double x);
 }  // namespace PIV
 
+// What a line or a closed shape gathers from the field. Lengths and areas
+// are in grid units (pixels in pixel mode), the y axis points up, and
+// closed paths are taken counter-clockwise in that frame.
+struct INTEGRATION_DATA {
+    double length;       // the line, or the perimeter
+    double area;         // 0 for a line
+    double circulation;  // the integral of u . dl along the path
+    double entrainment;  // the net flux out of a shape; across a line, to its right
+    int samples;         // path points that found enabled nodes
+    int misses;          // path points with none near
+};
+
 class PIV_Data2D : public PIV_DataBase {
 public:
     PIV_Data2D();
@@ -145,6 +157,22 @@ public:
     // steps than a multi-step source.
     bool updateShift(const PIV_DataBase& source, bool add, int method);
 
+    // ---- integrals over shapes (piv_data2d_integrate.cpp) ------------------
+    // Shapes are given in image pixels, origin at the top left. `physical`
+    // uses u, v and the length conversion; otherwise dx, dy and pixels. The
+    // velocity on the path is bilinear between the enabled nodes around each
+    // point. False, with error 14, on a null field or a shape of no extent.
+    bool integrateLine(int t, FPOINT2D p1, FPOINT2D p2, INTEGRATION_DATA& out,
+                       bool physical = true);
+    bool integrateRect(int t, float left, float top, float width, float height,
+                       INTEGRATION_DATA& out, bool physical = true);
+    // The ellipse inside the rectangle.
+    bool integrateEllipse(int t, float left, float top, float width, float height,
+                          INTEGRATION_DATA& out, bool physical = true);
+    // The closed polygon through the points, in either direction.
+    bool integratePolygon(int t, const FPOINT2D* points, int count, INTEGRATION_DATA& out,
+                          bool physical = true);
+
     // ---- files ------------------------------------------------------------
     // By cfg.OutputFormat: 0 and 1 Tecplot text, 2 Tecplot binary (point
     // form when skipping outliers or asked for), 3 native NetCDF, 4 PIVNET2;
@@ -167,6 +195,12 @@ public:
 
 private:
     bool inside(int row, int col, int t) const;
+    // The path integral over a polyline; `closed` joins the last point to
+    // the first and fills in area and flux.
+    bool integratePath(int t, const FPOINT2D* points, int count, bool closed, INTEGRATION_DATA& out,
+                       bool physical, const char* name);
+    // The field bilinear at an image point; false when no enabled node is near.
+    bool velocityAt(double x, double y, int t, bool physical, double* u, double* v) const;
     // The tags array of validation, sized to the nodes; false when out of memory.
     bool allocTags();
 

@@ -1,0 +1,331 @@
+// The mask editor and its object file: masks drawn by mouse on a known
+// image are counted pixel by pixel, files written by hand are read, and
+// the program is run as a user runs it.
+#include <QProcess>
+#include <QSignalSpy>
+#include <QTest>
+#include <cmath>
+#include <sstream>
+
+#include "box_watcher.h"
+#include "imageview.h"
+#include "kelvanedataview.h"
+#include "kelvanesceneview.h"
+#include "maskedit.h"
+#include "measuredlg.h"
+#include "qpiv_imagepair.h"
+#include "window_fixture.h"
+
+namespace {
+
+class Mask : public MainWindow {
+protected:
+    // An editor over a 100 x 80 grey image, shown so that the mouse reaches it.
+    std::unique_ptr<MaskEdit> editor() {
+        auto e = std::make_unique<MaskEdit>(true, &settings);
+        Image2D image(100, 80, IMAGE_UINT8);
+        image.fill(90);
+        e->updateImagePair(&image, nullptr);
+        e->show();
+        return e;
+    }
+    static void drag(MaskEdit& e, QPointF from, QPointF to) {
+        QWidget* port = e.view()->viewport();
+        QTest::mousePress(port, Qt::LeftButton, {}, e.view()->mapFromScene(from));
+        // A move with the button held, as a hand drags.
+        QMouseEvent move(QEvent::MouseMove, e.view()->mapFromScene(to), Qt::NoButton,
+                         Qt::LeftButton, Qt::NoModifier);
+        QApplication::sendEvent(port, &move);
+        QTest::mouseRelease(port, Qt::LeftButton, {}, e.view()->mapFromScene(to));
+    }
+    static int masked(const Image2D& m) {
+        int n = 0;
+        for (int y = 0; y < int(m.height()); ++y)
+            for (int x = 0; x < int(m.width()); ++x) n += m.pixel(x, y) == 255.0f;
+        return n;
+    }
+};
+
+}  // namespace
+
+// Areas: the rectangle (10,20)->(40,60) spans 30 x 40 pixels; the ellipse in
+// the same box has pi*15*20 = 942.5; the triangle (10,10),(70,10),(10,50) has
+// the shoelace area 1200 and a perimeter of 172.1, which bounds what the
+// outline adds.
+TEST_F(Mask, ShapesDrawnByMouseMaskTheirArea) {
+    struct Case {
+        int mode;
+        double area, tolerance;
+    } cases[] = {{MaskEdit::MASK_EDIT_RECT, 1200, 0},
+                 {MaskEdit::MASK_EDIT_ELLIPSE, M_PI * 15 * 20, 0.01 * M_PI * 15 * 20},
+                 {MaskEdit::MASK_EDIT_POLYGON, 1200, 60 + 40 + std::hypot(60, 40)}};
+    for (const Case& c : cases) {
+        SCOPED_TRACE(c.mode);
+        auto e = editor();
+        e->setMaskEditMode(c.mode);
+        QWidget* port = e->view()->viewport();
+        if (c.mode == MaskEdit::MASK_EDIT_POLYGON) {
+            for (QPointF p : {QPointF(10, 10), QPointF(70, 10), QPointF(10, 50)})
+                QTest::mouseClick(port, Qt::LeftButton, {}, e->view()->mapFromScene(p));
+            QTest::mouseClick(port, Qt::RightButton, {}, e->view()->mapFromScene(10, 50));
+        } else {
+            drag(*e, {10, 20}, {40, 60});
+        }
+        ASSERT_TRUE(e->createMask());
+        const int plain = masked(*e->maskImage());
+        EXPECT_NEAR(plain, c.area, c.tolerance);
+        // Inverted: the pixel negative, every pixel swapped.
+        Image2D before(*e->maskImage());
+        e->setFlagInverted(true);
+        ASSERT_TRUE(e->createMask());
+        int swapped = 0;
+        for (int y = 0; y < 80; ++y)
+            for (int x = 0; x < 100; ++x)
+                swapped += e->maskImage()->pixel(x, y) == 255.0f - before.pixel(x, y);
+        EXPECT_EQ(swapped, 8000);
+        e->deleteAllObjects(false);
+    }
+}
+
+// Editing by mouse: a vertex of the triangle (10,10),(70,10),(10,50) dragged
+// to (90,10) makes it 80 x 40 / 2 = 1600 px^2; a rectangle dragged 20 px to
+// the right masks column 45; a click in delete mode removes it.
+TEST_F(Mask, VerticesMoveObjectsMoveAndClicksDelete) {
+    auto e = editor();
+    e->addPolygon(QPolygonF({QPointF(10, 10), QPointF(70, 10), QPointF(10, 50)}));
+    e->setMaskEditMode(MaskEdit::MASK_EDIT_VERTEX);
+    drag(*e, {70, 10}, {90, 10});
+    ASSERT_TRUE(e->createMask());
+    EXPECT_NEAR(masked(*e->maskImage()), 1600, 80 + 40 + std::hypot(80, 40));
+    e->deleteAllObjects(false);
+    e->addRectangle(QRectF(10, 20, 30, 40));
+    e->setMaskEditMode(MaskEdit::MASK_EDIT_MOVE);
+    QTest::mouseClick(e->view()->viewport(), Qt::LeftButton, {}, e->view()->mapFromScene(25, 40));
+    drag(*e, {25, 40}, {45, 40});
+    ASSERT_TRUE(e->createMask());
+    EXPECT_EQ(e->maskImage()->pixel(45, 40), 255.0f);
+    EXPECT_EQ(e->maskImage()->pixel(15, 40), 0.0f);
+    EXPECT_EQ(masked(*e->maskImage()), 1200);
+    e->setMaskEditMode(MaskEdit::MASK_EDIT_DELETE);
+    QTest::mouseClick(e->view()->viewport(), Qt::LeftButton, {}, e->view()->mapFromScene(45, 40));
+    EXPECT_TRUE(e->objectItems().isEmpty());
+}
+
+TEST_F(Mask, NoObjectsKeepTheMaskAndClosingCanBeCancelled) {
+    auto e = editor();
+    e->addRectangle(QRectF(0, 0, 10, 10));
+    ASSERT_TRUE(e->createMask());
+    // Cancel keeps the unsaved rectangle and the window.
+    {
+        BoxWatcher box(QStringLiteral("Cancel"));
+        EXPECT_FALSE(e->close());
+        ASSERT_EQ(box.texts.size(), 1);
+        EXPECT_EQ(box.texts[0], "Do you want to quit MaskEdit\nThere is unsaved mask data!");
+    }
+    EXPECT_EQ(e->objectItems().size(), 1);
+    e->deleteAllObjects(false);
+    EXPECT_FALSE(e->createMask());
+    EXPECT_EQ(masked(*e->maskImage()), 100);
+}
+
+// The PCO flag is written as "PCOmode" and read as "PCOMode": a restart
+// always starts without it. The tool size comes back.
+TEST_F(Mask, SettingsKeepToolSizeButNotThePcoFlag) {
+    {
+        MaskEdit e(true, &settings);
+        e.loadImagePair(path("run0001a.tif"), QString(), true);
+        ASSERT_TRUE(e.isPCOmode());
+        e.slotToolSizeLarge();
+        EXPECT_TRUE(e.close());
+    }
+    EXPECT_TRUE(settings.value("/MaskEdit/PCOmode").toBool());
+    MaskEdit again(true, &settings);
+    EXPECT_EQ(again.toolButtonSize(), QSize(48, 48));
+    EXPECT_FALSE(again.isPCOmode());
+}
+
+// Saved, the mask reaches the session: "Yes, enable" puts it into the image
+// settings, and "PIV process" leaves the masked left half without vectors.
+TEST_F(Mask, SavedMaskIsEnabledAndMasksTheEvaluation) {
+    auto w = window();
+    ASSERT_TRUE(w->data()->loadFile(path("run0001a.tif"), false, false, false));
+    MaskEdit* e = w->maskEdit();
+    w->slotShowMaskEditor();
+    ASSERT_EQ(e->image()->width(), uint64_t(kSize));  // fed by the new image
+    e->addRectangle(QRectF(0, 0, kSize / 2, kSize));
+    ASSERT_TRUE(e->createMask());
+    {
+        BoxWatcher box(QStringLiteral("Yes, enable"));
+        ASSERT_TRUE(e->saveMaskImage(path("mask.tif"), "tif"));
+        ASSERT_EQ(box.texts.size(), 1);
+        EXPECT_EQ(box.texts[0], "Use newly created mask image:\n'" + path("mask.tif") + "'");
+    }
+    Image2D back(file("mask.tif"));
+    EXPECT_EQ(masked(back), kSize * kSize / 2);
+    const IMAGE_CFG cfg = w->dataObject()->image(0)->imageCfg();
+    EXPECT_TRUE(cfg.MaskEnable);
+    EXPECT_EQ(QString(cfg.Mask), path("mask.tif"));
+    ASSERT_TRUE(evaluate(*w));
+    const PIV_Data2D* d = w->dataObject()->data(0);
+    int left = 0, leftGood = 0, rightGood = 0;
+    for (int i = 0; i < d->nodeCount(); ++i) {
+        const PIV_VECTOR& v = d->data()[i];
+        const bool good = !(v.flag & (VECTOR_NO_RESULT | VECTOR_OUTLIER));
+        if (v.x < kSize / 2 - 16) left++, leftGood += good;
+        if (v.x > kSize / 2 + 16) rightGood += good;
+    }
+    EXPECT_GT(left, 0);
+    EXPECT_EQ(leftGood, 0);
+    EXPECT_GT(rightGood, 0);
+}
+
+// The program as a user runs it: "-q" writes the mask and nothing else;
+// bad use prints its text and writes nothing.
+TEST_F(Mask, ProgramWritesTheMaskOrSaysWhyNot) {
+    test_support::WriteBytes(file("objs.msk"),
+                             "Rectangle={\n  pos=10, 20\n  width=30\n  height=40\n}\n");
+    struct Case {
+        QStringList args;
+        const char* text;
+        bool written;
+    } cases[] = {
+        {{"-q", "-m", "objs.msk", "-o", "mask.tif", "run0001a.tif"},
+         " Mask image saved in 'mask.tif'",
+         true},
+        {{"-q", "-o", "mask.tif", "run0001a.tif"},
+         "-q option requires the specification of both:",
+         false},
+        {{"-q", "-m", "objs.msk", "-o", "no/such/mask.tif", "run0001a.tif"},
+         " bad output file name: 'no/such/mask.tif'",
+         false},
+        {{"-q", "-m", "none.msk", "-o", "mask.tif", "run0001a.tif"},
+         " bad mask objects file name: 'none.msk'",
+         false},
+        {{"-q", "-m", "objs.msk", "-o", "mask.tif", "."},
+         "MaskEdit::loadImage() - '.' is not a file",
+         false},
+    };
+    for (const Case& c : cases) {
+        SCOPED_TRACE(c.text);
+        QFile::remove(path("mask.tif"));
+        QProcess p;
+        p.setProcessChannelMode(QProcess::MergedChannels);
+        // The offscreen platform drops its screen unfreed when the program's
+        // application object ends; the editor's own code is leak-checked
+        // in this process by the tests above.
+        QProcessEnvironment env = QProcessEnvironment::systemEnvironment();
+        env.insert("ASAN_OPTIONS", env.value("ASAN_OPTIONS") + ":detect_leaks=0");
+        p.setProcessEnvironment(env);
+        p.setWorkingDirectory(QString::fromStdString(dir.path()));
+        p.start(MASKEDIT_PROGRAM, c.args);
+        ASSERT_TRUE(p.waitForFinished(60000));
+        EXPECT_TRUE(QString(p.readAllStandardOutput()).contains(c.text));
+        EXPECT_EQ(p.exitCode() == 0, c.written);
+        ASSERT_EQ(QFile::exists(path("mask.tif")), c.written);
+        if (c.written) {
+            EXPECT_EQ(masked(Image2D(file("mask.tif"))), 1200);
+        }
+    }
+}
+
+// A file as a user writes it: comments in three styles, ";" and ":" for
+// "=", an unknown block and a stray "}". The ellipse's pos is its centre.
+TEST_F(Mask, HandWrittenObjectFileLoadsWhatItKnows) {
+    test_support::WriteBytes(file("hand.msk"),
+                             "% made by hand\r\n[section]\nRectangle={\n pos:10;20\n width=30\n"
+                             "height = 40\n}\nCircle={\n pos=1,1\n}\n}\nEllipse={\n width=20\n"
+                             "pos=50, 40\n height=10\n}\n# polygon\nPolygon={\npoint=0,0\n"
+                             "point=4,0\npoint=4,3\n}\nLine={ \npoint1=1,2\npoint2=7,-6\n}\n");
+    PlotObjects list;
+    ASSERT_TRUE(list.load(file("hand.msk")));
+    ASSERT_EQ(list.size(), 4u);
+    struct Want {
+        PlotObject::Shape shape;
+        float left, top, right, bottom;
+    } want[] = {{PlotObject::RECTANGLE, 10, 20, 40, 60},
+                {PlotObject::ELLIPSE, 40, 35, 60, 45},
+                {PlotObject::POLYGON, 0, 0, 4, 3},
+                {PlotObject::LINE, 1, -6, 7, 2}};
+    for (size_t i = 0; i < 4; ++i) {
+        const PLOT_RECT& r = list.at(i)->rect();
+        EXPECT_EQ(list.at(i)->shape(), want[i].shape);
+        EXPECT_EQ(std::vector<float>({r.left, r.top, r.right, r.bottom}),
+                  std::vector<float>({want[i].left, want[i].top, want[i].right, want[i].bottom}))
+            << i;
+    }
+    // Saved and read again, every shape comes back as it was.
+    auto polyLine = std::make_unique<PlotPolyLine>();
+    polyLine->setPoints({{1.5f, 2.25f}, {8, 9}});
+    list.add(std::move(polyLine));
+    ASSERT_TRUE(list.save(file("again.msk")));
+    PlotObjects back;
+    ASSERT_TRUE(back.load(file("again.msk")));
+    std::ostringstream a, b;
+    list.write(a);
+    back.write(b);
+    EXPECT_EQ(a.str(), b.str());
+    EXPECT_EQ(back.at(4)->shape(), PlotObject::POLYLINE);
+    // Missing and binary files: false with the reason, list as it was.
+    test_support::WriteBytes(file("image.msk"), std::string("II*\0\x08\0\0\0", 8));
+    for (const char* name : {"none.msk", "image.msk"}) {
+        EXPECT_FALSE(back.load(file(name)));
+        EXPECT_NE(back.lastError().find(file(name)), std::string::npos);
+        EXPECT_EQ(back.size(), 5u);
+    }
+    EXPECT_EQ(back.lastError().rfind("failed opening file: ", 0), std::string::npos);
+}
+
+// Measuring in the scene, in pixel units, on a solid rotation dx = w*row,
+// dy = w*column (y up): shapes drawn by the mouse show the circulation 2wA,
+// and a uniform stream none.
+TEST_F(Mask, MeasuringShapesDrawnInTheScene) {
+    const double w = 0.01;
+    PIV_Data2D field;
+    ASSERT_TRUE(field.createZeroData(SIZE3D{kSize, kSize, 1}, SIZE3D{8, 8, 1}, POINT3D{4, 4, 0},
+                                     POINT3D{124, 124, 0}, 1));
+    ASSERT_TRUE(field.initShift(1.0f, 0.0f, 0.0f));
+    for (int k = 0; k < field.nodeCount(); ++k) {
+        PIV_VECTOR& v = field.data()[k];
+        v.dx = float(w * v.iy), v.dy = float(w * v.ix);
+    }
+    ASSERT_TRUE(field.saveNetCDF(file("spin.nc").c_str()));
+    auto win = window();
+    win->resize(900, 700);
+    win->show();
+    ASSERT_TRUE(win->loadFile(path("spin.nc")));
+    KelvaneDataView* v = win->dataView();
+    KelvaneSceneView* view = v->view(0);
+    QWidget* port = view->viewport();
+    // Rectangle and ellipse in the box (32,32)-(96,80), triangle of 1536 px^2.
+    win->setKelvaneMode(MODE_MEASURE_RECTANGLE, true);
+    QTest::mousePress(port, Qt::LeftButton, {}, view->mapFromScene(32, 32));
+    QTest::mouseMove(port, view->mapFromScene(96, 80));
+    QTest::mouseRelease(port, Qt::LeftButton, {}, view->mapFromScene(96, 80));
+    win->setKelvaneMode(MODE_MEASURE_ELLIPSE, true);
+    QTest::mousePress(port, Qt::LeftButton, {}, view->mapFromScene(32, 32));
+    QTest::mouseMove(port, view->mapFromScene(96, 80));
+    QTest::mouseRelease(port, Qt::LeftButton, {}, view->mapFromScene(96, 80));
+    win->setKelvaneMode(MODE_MEASURE_POLYGON, true);
+    for (QPointF p : {QPointF(32, 32), QPointF(96, 32), QPointF(32, 80)})
+        QTest::mouseClick(port, Qt::LeftButton, {}, view->mapFromScene(p));
+    QTest::mouseClick(port, Qt::RightButton, {}, view->mapFromScene(32, 80));
+    ASSERT_EQ(v->measureItems().size(), 3);
+    ASSERT_NE(v->measureDlg(), nullptr);
+    v->measureDlg()->slotSetConversion(1);
+    const double areas[] = {3072, M_PI * 32 * 24, 1536};
+    const char* shapes[] = {"Rectangle", "Ellipse", "Polygon"};
+    for (int i = 0; i < 3; ++i) {
+        EXPECT_EQ(v->measureDlg()->cellText(i, 0), shapes[i]);
+        EXPECT_NEAR(v->measureDlg()->cellText(i, 3).toDouble(), 2 * w * areas[i],
+                    0.02 * 2 * w * areas[i]);
+        EXPECT_NEAR(v->measureDlg()->cellText(i, 4).toDouble(), 0, 0.02 * 2 * w * areas[i]);
+    }
+    // Saved and loaded back, the objects measure the same; deleting empties.
+    const PlotObjects list = v->measureObjectsCurrentList();
+    v->slotMeasureObjectsDeleteAll();
+    EXPECT_TRUE(v->measureItems().isEmpty());
+    v->measureObjectsAdd(list);
+    v->slotMeasureObjectsUpdate();
+    EXPECT_NEAR(v->measureDlg()->cellText(0, 3).toDouble(), 2 * w * areas[0],
+                0.02 * 2 * w * areas[0]);
+}
