@@ -10,7 +10,6 @@
 #include <benchmark/benchmark.h>
 
 #include <QAbstractButton>
-#include <QApplication>
 #include <QElapsedTimer>
 #include <QEventLoop>
 #include <QMainWindow>
@@ -21,6 +20,7 @@
 #include <fstream>
 #include <string>
 
+#include "bench_app.h"
 #include "bench_frames.h"
 #include "kelvanedata.h"
 #include "kelvanedataobject.h"
@@ -60,18 +60,6 @@ bool RunToEnd(KelvaneData& controller, Start start) {
     if (!start()) return false;
     loop.exec();
     return true;
-}
-
-void EnsureApplication() {
-    static int argc = 1;
-    static char name[] = "bench_batch";
-    static char* argv[] = {name, nullptr};
-    static QApplication* app = [] {
-        qputenv("QT_QPA_PLATFORM", "offscreen");
-        EnableWarnings(false);
-        return new QApplication(argc, argv);
-    }();
-    (void)app;
 }
 
 struct Session {
@@ -119,7 +107,7 @@ struct Session {
 };
 
 void BM_BatchVsTool(benchmark::State& state) {
-    EnsureApplication();
+    bench::OffscreenApp();
     Session s(20, 1024);
     const QString par = s.dir.filePath("session.par");
     PIV_Parameters params;
@@ -144,7 +132,7 @@ void BM_BatchVsTool(benchmark::State& state) {
 BENCHMARK(BM_BatchVsTool)->Unit(benchmark::kSecond)->Iterations(1)->UseRealTime();
 
 void BM_BatchMemory(benchmark::State& state) {
-    EnsureApplication();
+    bench::OffscreenApp();
     Session s(200, 256);
     long at20 = 0, at200 = 0;
     QObject::connect(&s.controller, &KelvaneData::signalMessage, [&](const QString& text) {
@@ -158,7 +146,7 @@ void BM_BatchMemory(benchmark::State& state) {
 BENCHMARK(BM_BatchMemory)->Unit(benchmark::kSecond)->Iterations(1)->UseRealTime();
 
 void BM_ImageBatch(benchmark::State& state) {
-    EnsureApplication();
+    bench::OffscreenApp();
     Session s(1, 64);
     const Image2D frame = bench::CameraFrame();
     for (int k = 0; k < 10; ++k)

@@ -11,7 +11,6 @@
 // Release build; the counters count, not the time per iteration.
 #include <benchmark/benchmark.h>
 
-#include <QApplication>
 #include <QElapsedTimer>
 #include <QGraphicsItem>
 #include <QGraphicsScene>
@@ -19,6 +18,7 @@
 
 #include <algorithm>
 
+#include "bench_app.h"
 #include "bench_frames.h"
 #include "imageitem.h"
 #include "kelvane.h"
@@ -77,15 +77,7 @@ struct Session {
 };
 
 Session& TheSession() {
-    static int argc = 1;
-    static char name[] = "bench_dataview";
-    static char* argv[] = {name, nullptr};
-    static QApplication* app = [] {
-        qputenv("QT_QPA_PLATFORM", "offscreen");
-        EnableWarnings(false);
-        return new QApplication(argc, argv);
-    }();
-    (void)app;
+    bench::OffscreenApp();
     static Session session;
     return session;
 }

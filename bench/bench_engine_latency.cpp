@@ -10,7 +10,6 @@
 // Release build; the figures count, not the time per iteration.
 #include <benchmark/benchmark.h>
 
-#include <QApplication>
 #include <QElapsedTimer>
 #include <QEventLoop>
 #include <QTemporaryDir>
@@ -22,6 +21,7 @@
 #include <fstream>
 #include <string>
 
+#include "bench_app.h"
 #include "bench_frames.h"
 #include "kelvanedataobject.h"
 #include "kelvanestate.h"
@@ -118,18 +118,11 @@ struct Session {
 };
 
 Session& TheSession() {
-    static int argc = 1;
-    static char name[] = "bench_engine_latency";
-    static char* argv[] = {name, nullptr};
-    static QApplication* app = [] {
-        qputenv("QT_QPA_PLATFORM", "offscreen");
-        // Large blocks come from and go back to the system at once, so
-        // that the resident peak shows what a run holds.
-        mallopt(M_MMAP_THRESHOLD, 128 * 1024);
-        EnableWarnings(false);
-        return new QApplication(argc, argv);
-    }();
-    (void)app;
+    // Large blocks come from and go back to the system at once, so that the
+    // resident peak shows what a run holds.
+    static const int threshold = mallopt(M_MMAP_THRESHOLD, 128 * 1024);
+    (void)threshold;
+    bench::OffscreenApp();
     static Session session;
     return session;
 }

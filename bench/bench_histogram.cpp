@@ -8,12 +8,12 @@
 // Release build; the counter is the worst iteration.
 #include <benchmark/benchmark.h>
 
-#include <QApplication>
 #include <QElapsedTimer>
 
 #include <algorithm>
 #include <cmath>
 
+#include "bench_app.h"
 #include "hist2dview.h"
 #include "piv_data2d.h"
 #include "piv_messages.h"
@@ -49,15 +49,7 @@ struct Session {
 };
 
 Session& TheSession() {
-    static int argc = 1;
-    static char name[] = "bench_histogram";
-    static char* argv[] = {name, nullptr};
-    static QApplication* app = [] {
-        qputenv("QT_QPA_PLATFORM", "offscreen");
-        EnableWarnings(false);
-        return new QApplication(argc, argv);
-    }();
-    (void)app;
+    bench::OffscreenApp();
     static Session session;
     return session;
 }

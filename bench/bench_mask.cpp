@@ -4,28 +4,17 @@
 // README shows: the mask in white over a particle image.
 #include <benchmark/benchmark.h>
 
-#include <QApplication>
 #include <QPixmap>
 #include <cmath>
 #include <cstdlib>
 
+#include "bench_app.h"
 #include "image2d.h"
 #include "maskedit.h"
 #include "synthetic_flows.h"
 #include "synthetic_images.h"
 
 namespace {
-
-QApplication* App() {
-    static QApplication* app = [] {
-        qputenv("QT_QPA_PLATFORM", "offscreen");
-        static int argc = 1;
-        static char name[] = "bench_mask";
-        static char* argv[] = {name, nullptr};
-        return new QApplication(argc, argv);
-    }();
-    return app;
-}
 
 // `count` objects spread over a width x height frame, a third of each kind.
 void AddObjects(MaskEdit& e, int count, double width, double height) {
@@ -48,7 +37,7 @@ void AddObjects(MaskEdit& e, int count, double width, double height) {
 }
 
 void BM_CreateMask50Objects(benchmark::State& state) {
-    App();
+    bench::OffscreenApp();
     MaskEdit e(true, nullptr);
     Image2D frame(2560, 2160, IMAGE_UINT16);
     frame.fill(100);
@@ -63,7 +52,7 @@ struct Snapshot {
     Snapshot() {
         const char* folder = std::getenv("KELVANE_MASK_SNAPSHOT");
         if (!folder) return;
-        App();
+        bench::OffscreenApp();
         synth::SynthParams p;
         p.width = 480, p.height = 320;
         const synth::SyntheticPair pair = synth::RenderPair(p, synth::UniformFlow(0, 0));

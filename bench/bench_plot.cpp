@@ -5,7 +5,6 @@
 // README shows.
 #include <benchmark/benchmark.h>
 
-#include <QApplication>
 #include <QGraphicsScene>
 #include <QGraphicsView>
 #include <QPainter>
@@ -13,6 +12,7 @@
 #include <cmath>
 #include <memory>
 
+#include "bench_app.h"
 #include "axisitem.h"
 #include "bitmap_lut.h"
 #include "image2d.h"
@@ -28,17 +28,6 @@
 namespace {
 
 constexpr int kWidth = 2560, kHeight = 2160, kStep = 16;
-
-QApplication* App() {
-    static QApplication* app = [] {
-        qputenv("QT_QPA_PLATFORM", "offscreen");
-        static int argc = 1;
-        static char name[] = "bench_plot";
-        static char* argv[] = {name, nullptr};
-        return new QApplication(argc, argv);
-    }();
-    return app;
-}
 
 // A vortex of 12 px at most, turning about the frame's centre.
 const synth::LambOseenVortex& Vortex() {
@@ -208,7 +197,7 @@ struct Plot {
 };
 
 Plot& ThePlot() {
-    App();
+    bench::OffscreenApp();
     static Plot* plot = new Plot;
     return *plot;
 }

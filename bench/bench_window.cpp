@@ -8,7 +8,6 @@
 // Release build; the counters count, not the time per iteration.
 #include <benchmark/benchmark.h>
 
-#include <QApplication>
 #include <QDropEvent>
 #include <QElapsedTimer>
 #include <QMimeData>
@@ -18,6 +17,7 @@
 
 #include <algorithm>
 
+#include "bench_app.h"
 #include "bench_frames.h"
 #include "kelvane.h"
 #include "kelvanedataobject.h"
@@ -44,15 +44,7 @@ struct Fixture {
 };
 
 Fixture& TheFixture() {
-    static int argc = 1;
-    static char name[] = "bench_window";
-    static char* argv[] = {name, nullptr};
-    static QApplication* app = [] {
-        qputenv("QT_QPA_PLATFORM", "offscreen");
-        EnableWarnings(false);
-        return new QApplication(argc, argv);
-    }();
-    (void)app;
+    bench::OffscreenApp();
     static Fixture fixture;
     return fixture;
 }
