@@ -208,6 +208,8 @@ private:
     bool isArranging() const;
     bool haveFileData() const;
     void emitDisplayParams();
+    // The image table's range becomes the plot record's, then all is redrawn.
+    void setImageRange(double bottom, double top);
     void showProfile(int axis, bool show);
     // Background or overlay image, from its file, over the data rectangle.
     void alignImage(int which, const char* file);

@@ -256,6 +256,10 @@ void KelvaneDataView::slotAutoScale() {
             bottom = 0;
         }
     }
+    setImageRange(bottom, top);
+}
+
+void KelvaneDataView::setImageRange(double bottom, double top) {
     changeRecord([bottom, top](PIVPLOT::PLOT_CFG& c) {
         c.image.lut.ValueMin = bottom;
         c.image.lut.ValueMax = top;
@@ -266,24 +270,12 @@ void KelvaneDataView::slotAutoScale() {
 
 void KelvaneDataView::slotBrighter() {
     m_items[0]->brighter();
-    const double bottom = m_items[0]->intensityBottom(), top = m_items[0]->intensityTop();
-    changeRecord([bottom, top](PIVPLOT::PLOT_CFG& c) {
-        c.image.lut.ValueMin = bottom;
-        c.image.lut.ValueMax = top;
-    });
-    emitDisplayParams();
-    slotRedrawAll();
+    setImageRange(m_items[0]->intensityBottom(), m_items[0]->intensityTop());
 }
 
 void KelvaneDataView::slotDarker() {
     m_items[0]->darker();
-    const double bottom = m_items[0]->intensityBottom(), top = m_items[0]->intensityTop();
-    changeRecord([bottom, top](PIVPLOT::PLOT_CFG& c) {
-        c.image.lut.ValueMin = bottom;
-        c.image.lut.ValueMax = top;
-    });
-    emitDisplayParams();
-    slotRedrawAll();
+    setImageRange(m_items[0]->intensityBottom(), m_items[0]->intensityTop());
 }
 
 void KelvaneDataView::slotChangeLUT() {
