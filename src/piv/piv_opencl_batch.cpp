@@ -10,24 +10,19 @@
 
 #if defined(KELVANE_HAVE_OPENCL)
 
-#define VKFFT_BACKEND 3
-#include <vkFFT.h>
+#include "piv_opencl_fft.h"
 
 namespace PIV {
 namespace OpenCL {
 
-// A VkFFT application for batches of one shape, with its buffers: the two
-// padded sample stacks (transformed in place), the norm factors, corners
-// and the compact planes.
+// The workspace of one batch shape: the two padded sample stacks
+// (transformed in place), the norm factors, corners and compact planes,
+// and the transform over the stacks.
 struct Context::FFTPlan {
     int width = 0, height = 0, batch = 0;
+    unsigned long long footprint = 0;  // device memory of all its buffers
     Mem sa, sb, norms, corners, planes;
-    uint64_t bytes = 0;
-    VkFFTApplication app = {};
-    bool initialised = false;
-    ~FFTPlan() {
-        if (initialised) deleteVkFFT(&app);
-    }
+    std::unique_ptr<BatchFFT> fft;  // released before the buffers
 };
 
 namespace {
@@ -40,42 +35,16 @@ std::shared_ptr<Context::FFTPlan> MakePlan(Context& ctx, int w, int h, int batch
     plan->height = h;
     plan->batch = batch;
     const size_t stride = size_t(2 * (w / 2 + 1));
-    plan->bytes = uint64_t(stride) * uint64_t(h) * uint64_t(batch) * sizeof(float);
+    const uint64_t bytes = uint64_t(stride) * uint64_t(h) * uint64_t(batch) * sizeof(float);
     cl_context c = ctx.context();
-    plan->sa = MakeBuffer(c, CL_MEM_READ_WRITE, plan->bytes);
-    plan->sb = MakeBuffer(c, CL_MEM_READ_WRITE, plan->bytes);
+    plan->sa = MakeBuffer(c, CL_MEM_READ_WRITE, bytes);
+    plan->sb = MakeBuffer(c, CL_MEM_READ_WRITE, bytes);
     plan->norms = MakeBuffer(c, CL_MEM_READ_WRITE, sizeof(float) * size_t(batch));
     plan->corners = MakeBuffer(c, CL_MEM_READ_ONLY, 4 * sizeof(int) * size_t(batch));
     plan->planes =
         MakeBuffer(c, CL_MEM_WRITE_ONLY, sizeof(float) * size_t(w) * size_t(h) * size_t(batch));
-    VkFFTConfiguration cfg = {};
-    cl_device_id device = ctx.device();
-    cl_context context = ctx.context();
-    cl_command_queue queue = ctx.queue();
-    cl_mem buffer = plan->sa.get();
-    cfg.FFTdim = 2;
-    cfg.size[0] = uint64_t(w);
-    cfg.size[1] = uint64_t(h);
-    cfg.performR2C = 1;
-    cfg.numberBatches = uint64_t(batch);
-    cfg.device = &device;
-    cfg.context = &context;
-    cfg.commandQueue = &queue;
-    cfg.buffer = &buffer;
-    cfg.bufferSize = &plan->bytes;
-    const VkFFTResult r = initializeVkFFT(&plan->app, cfg);
-    if (r != VKFFT_SUCCESS) throw Failure{CL_SUCCESS, "initializeVkFFT", int(r)};
-    plan->initialised = true;
+    plan->fft = std::make_unique<BatchFFT>(ctx, w, h, batch, plan->sa.get(), bytes);
     return plan;
-}
-
-void RunFFT(Context& ctx, Context::FFTPlan& plan, cl_mem buffer, int inverse) {
-    cl_command_queue queue = ctx.queue();
-    VkFFTLaunchParams launch = {};
-    launch.commandQueue = &queue;
-    launch.buffer = &buffer;
-    const VkFFTResult r = VkFFTAppend(&plan.app, inverse, &launch);
-    if (r != VKFFT_SUCCESS) throw Failure{CL_SUCCESS, "VkFFTAppend", int(r)};
 }
 
 template <typename T>
@@ -124,11 +93,24 @@ bool CorrelateOnDevice(const DEVICE_CORR_JOB& job, const DeviceBatchSink& sink, 
             why = "no OpenCL device is chosen";
             return false;
         }
-        std::shared_ptr<Context::FFTPlan> plan = ctx->plan;
-        if (!plan || plan->width != w || plan->height != h || plan->batch != batch) {
-            ctx->plan.reset();
+        std::lock_guard<std::mutex> hold(ctx->running);
+        std::shared_ptr<Context::FFTPlan> plan;
+        for (const auto& p : ctx->plans)
+            if (p->width == w && p->height == h && p->batch == batch) plan = p;
+        if (!plan) {
+            // The kept workspaces and the new one stay within the cap too.
+            const size_t kKeep = 4;
+            const unsigned long long need = frames + perWindow * unsigned(batch);
+            auto kept = [&] {
+                unsigned long long sum = 0;
+                for (const auto& p : ctx->plans) sum += p->footprint;
+                return sum;
+            };
+            while (!ctx->plans.empty() && (ctx->plans.size() >= kKeep || kept() + need > cap))
+                ctx->plans.erase(ctx->plans.begin());
             plan = MakePlan(*ctx, w, h, batch);
-            ctx->plan = plan;
+            plan->footprint = perWindow * unsigned(batch);
+            ctx->plans.push_back(plan);
         }
         cl_context c = ctx->context();
         cl_command_queue q = ctx->queue();
@@ -194,8 +176,8 @@ bool CorrelateOnDevice(const DEVICE_CORR_JOB& job, const DeviceBatchSink& sink, 
             Check(clEnqueueNDRangeKernel(q, k.sample, 1, nullptr, &sampleGlobal, &kGroup, 0,
                                          nullptr, nullptr),
                   "clEnqueueNDRangeKernel");
-            RunFFT(*ctx, *plan, sa, -1);
-            RunFFT(*ctx, *plan, sb, -1);
+            plan->fft->forward(sa);
+            plan->fft->forward(sb);
             const size_t spectrum = size_t(w / 2 + 1) * size_t(h) * size_t(batch);
             Check(clEnqueueNDRangeKernel(q, k.crossPower, 1, nullptr, &spectrum, nullptr, 0,
                                          nullptr, nullptr),
@@ -205,7 +187,7 @@ bool CorrelateOnDevice(const DEVICE_CORR_JOB& job, const DeviceBatchSink& sink, 
                 Check(clEnqueueNDRangeKernel(q, k.hermitian, 1, nullptr, &windows, nullptr, 0,
                                              nullptr, nullptr),
                       "clEnqueueNDRangeKernel");
-            RunFFT(*ctx, *plan, sa, 1);
+            plan->fft->inverse(sa);
             const size_t cells = planeCells * size_t(batch);
             Check(clEnqueueNDRangeKernel(q, k.normalize, 1, nullptr, &cells, nullptr, 0, nullptr,
                                          nullptr),

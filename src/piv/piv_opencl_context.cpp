@@ -146,7 +146,7 @@ Context::~Context() {
 }
 
 void Context::releaseAll() {
-    plan.reset();
+    plans.clear();
     for (cl_kernel k :
          {m_kernels.sample, m_kernels.crossPower, m_kernels.normalize, m_kernels.hermitian})
         if (k) clReleaseKernel(k);

@@ -8,7 +8,9 @@
 #include <CL/cl.h>
 
 #include <memory>
+#include <mutex>
 #include <string>
+#include <vector>
 
 namespace PIV {
 namespace OpenCL {
@@ -50,10 +52,14 @@ public:
     cl_context context() const { return m_context; }
     cl_command_queue queue() const { return m_queue; }
     const Kernels& kernels() const { return m_kernels; }
-    // The transform workspace of the last batch shape, kept for the next
-    // list (planning compiles kernels and costs far more than a batch).
+    // The transform workspaces of the last few batch shapes, kept for the
+    // next lists (planning compiles kernels and costs far more than a
+    // batch; a multi-grid run goes back and forth between its sizes).
     struct FFTPlan;
-    std::shared_ptr<FFTPlan> plan;
+    std::vector<std::shared_ptr<FFTPlan>> plans;
+    // Held by a list for its whole run: kernel arguments and plans are
+    // shared by every evaluation of the process.
+    std::mutex running;
 
 private:
     void buildKernels();
