@@ -83,9 +83,10 @@ bool CorrelateOnDevice(const DEVICE_CORR_JOB& job, const DeviceBatchSink& sink, 
         why = text;
         return false;
     }
-    // Batches of a power of two: one plan serves lists of similar length.
+    // Batches of a power of two, at most 4096 windows: a few plans serve lists
+    // of any length, and a plan is costly to make (VkFFT compiles its kernels).
     int batch = 1;
-    while (batch < job.count && batch < (1 << 16)) batch *= 2;
+    while (batch < job.count && batch < (1 << 12)) batch *= 2;
     while (batch > 1 && frames + perWindow * unsigned(batch) > cap) batch /= 2;
     try {
         std::shared_ptr<Context> ctx = CurrentContext();
