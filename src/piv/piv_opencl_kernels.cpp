@@ -101,9 +101,9 @@ __kernel void cross_power(__global float2* specA, __global const float2* specB, 
 // own choice. FFTW's, that of the CPU correlator, is the real part of the
 // column's inverse, i.e. the inverse of its Hermitian part: that part is
 // what every transform reads alike. One work item per window.
-__kernel void hermitian_column(__global float2* spec, int w, int h) {
+__kernel void hermitian_column(__global float2* spectra, int w, int h) {
     const int hc = w / 2 + 1;
-    __global float2* col = spec + (size_t)get_global_id(0) * hc * h + w / 2;
+    __global float2* col = spectra + (size_t)get_global_id(0) * hc * h + w / 2;
     for (int y = 0; y <= h / 2; y++) {
         const int p = (h - y) % h;
         const float2 a = col[(size_t)y * hc], b = col[(size_t)p * hc];
