@@ -416,6 +416,20 @@ bool PIV_Corr2D::crossCorrelate() {
     }
 }
 
+bool PIV_Corr2D::placeWindows(const Image2D* a, const Image2D* maskA, const Image2D* maskB,
+                              POINT2D* pos, POINT2D offset, POINT2D& posA, POINT2D& posB) {
+    try {
+        if (!a || !pos) Raise(PIVerror::INVALID_POINTER, "sampleAndCorrelate()");
+        getSamplePosition(*pos, posA, posB, offset, a->size2D());
+        if (maskA) testMasks(a, maskA, maskB, posA, posB);
+        m_lastCode = 0;
+        return true;
+    } catch (const CorrFailure& f) {
+        m_lastCode = f.code;
+        return f.silent ? false : fail(f.code, f.where);
+    }
+}
+
 bool PIV_Corr2D::peakDetection(PIV_VECTOR* vector, POINT2D offset, bool autocorrelationMode) {
     if (!vector) return fail(PIVerror::INVALID_POINTER, "peakDetection()");
     if (scan()) return scanPeakDetection(vector, offset);

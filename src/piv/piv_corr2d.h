@@ -63,6 +63,11 @@ public:
                                             const Image2D* d, const Image2D* maskA,
                                             const Image2D* maskB, POINT2D* pos, POINT2D offset,
                                             bool keepSecond);
+    // The corners of both windows of the node *pos (which slides as in
+    // sampleAndCorrelate) after the mask test; a null maskA skips it. For a
+    // correlation elsewhere; false as sampleAndCorrelate fails.
+    bool placeWindows(const Image2D* a, const Image2D* maskA, const Image2D* maskB, POINT2D* pos,
+                      POINT2D offset, POINT2D& posA, POINT2D& posB);
     // The two halves of sampleAndCorrelate.
     bool fillSamples(const Image2D* a, const Image2D* b, POINT2D* pos, POINT2D offset);
     bool crossCorrelate();

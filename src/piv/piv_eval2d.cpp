@@ -11,6 +11,7 @@
 #include "piv_enums.h"
 #include "piv_imagepair.h"
 #include "piv_messages.h"
+#include "piv_opencl.h"
 #include "piv_util.h"
 
 PIV_Eval2D::PIV_Eval2D(PIV_Data2D* data, PIV_Parameters* parameters)
@@ -187,11 +188,13 @@ bool PIV_Eval2D::processSampleList(CORR_SAMPLE_POS* samples, int count, PIV_VECT
                                    const Image2D* maskA, const Image2D* maskB, int* good) {
     if (good) *good = 0;
     if (!samples || !data || count <= 0) return count == 0;
+    bool deviceResult = false;
+    if (PIV::DeviceIsOpenCL() && processSampleListOnDevice(samples, count, data, accumulate, a, b,
+                                                           maskA, maskB, good, deviceResult))
+        return deviceResult;
     const int workers = std::max(1, std::min(int(m_corr.size()), PIV::MaxThreads()));
     const int stepSize = count < 100 ? 1 : count / 100;
     const int steps = count < 100 ? count : 100;
-    const bool autocorrelation = m_analysisMode == PIV::ANALYSIS_AUTO_CORRELATION;
-    const bool report = DebugLevel() >= 3;
     int total = 0;
     // An exception cannot leave a parallel region: a worker that meets one
     // stops, notes its code here, and the calling thread reports it.
@@ -217,40 +220,15 @@ bool PIV_Eval2D::processSampleList(CORR_SAMPLE_POS* samples, int count, PIV_VECT
                 if (m_cancelled.load(std::memory_order_relaxed)) break;
                 CORR_SAMPLE_POS& s = samples[k];
                 if (!s.enabled) continue;
-                PIV_VECTOR& v = data[k];
                 POINT2D pos = s.pos;
                 const bool sampled = m_crossPairCorrelation
                                          ? corr->sampleAndCorrelateDualPairWithMask(
                                                a, b, c, d, maskA, maskB, &pos, s.offset, false)
                                          : corr->sampleAndCorrelateWithMask(a, b, maskA, maskB,
                                                                             &pos, s.offset, false);
-                if (!sampled) {
-                    s.error = corr->lastErrorCode();
-                    v.flag = VECTOR_NO_RESULT | VECTOR_OUTLIER;
-                    if (report && s.error != PIVerror::SAMPLE_MASKED)
-                        PIVerror::handleErrorLongExt(
-                            PIVerror::CORRELATION_FAILED, PIVerror::ERROR_REPORT,
-                            "processSampleList(%u) - trouble at Pos(%d,%d)  Pt=(%d,%d)  "
-                            "Offset=(%d,%d)\n  %s",
-                            unsigned(k), s.pos.x, s.pos.y, pos.x, pos.y, s.offset.x, s.offset.y,
-                            PIVerror::getErrorMessage(s.error));
-                } else if (!accumulate) {
-                    if (corr->peakDetection(&v, s.offset, autocorrelation)) mine++;
-                } else {
-                    PIV_VECTOR found;
-                    if (corr->peakDetection(&found, POINT2D{0, 0}, autocorrelation)) mine++;
-                    v.flag = found.flag;
-                    v.corr = found.corr;
-                    v.snr = found.snr;
-                    for (int i = 0; i < 3; i++)
-                        v.peak[i] = PIV_PEAK{v.dx + found.peak[i].x, v.dy + found.peak[i].y,
-                                             found.peak[i].value};
-                    v.dx += found.dx;
-                    v.dy += found.dy;
-                }
-                const POINT2D at = m_keepNodePositions ? s.pos : pos;
-                v.ix = at.x;
-                v.iy = at.y;
+                if (finishWindow(corr, k, s, data[k], pos, sampled ? 0 : corr->lastErrorCode(),
+                                 accumulate))
+                    mine++;
             }
         } catch (const std::bad_alloc&) {
             failure = PIVerror::ALLOCATION_FAILED;
@@ -267,6 +245,39 @@ bool PIV_Eval2D::processSampleList(CORR_SAMPLE_POS* samples, int count, PIV_VECT
         return false;
     }
     return !m_cancelled;
+}
+
+bool PIV_Eval2D::finishWindow(PIV_Corr2D* corr, int k, CORR_SAMPLE_POS& s, PIV_VECTOR& v,
+                              POINT2D pos, int code, bool accumulate) {
+    const bool autocorrelation = m_analysisMode == PIV::ANALYSIS_AUTO_CORRELATION;
+    bool found = false;
+    if (code != 0) {
+        s.error = code;
+        v.flag = VECTOR_NO_RESULT | VECTOR_OUTLIER;
+        if (DebugLevel() >= 3 && s.error != PIVerror::SAMPLE_MASKED)
+            PIVerror::handleErrorLongExt(
+                PIVerror::CORRELATION_FAILED, PIVerror::ERROR_REPORT,
+                "processSampleList(%u) - trouble at Pos(%d,%d)  Pt=(%d,%d)  "
+                "Offset=(%d,%d)\n  %s",
+                unsigned(k), s.pos.x, s.pos.y, pos.x, pos.y, s.offset.x, s.offset.y,
+                PIVerror::getErrorMessage(s.error));
+    } else if (!accumulate) {
+        found = corr->peakDetection(&v, s.offset, autocorrelation);
+    } else {
+        PIV_VECTOR more;
+        found = corr->peakDetection(&more, POINT2D{0, 0}, autocorrelation);
+        v.flag = more.flag;
+        v.corr = more.corr;
+        v.snr = more.snr;
+        for (int i = 0; i < 3; i++)
+            v.peak[i] = PIV_PEAK{v.dx + more.peak[i].x, v.dy + more.peak[i].y, more.peak[i].value};
+        v.dx += more.dx;
+        v.dy += more.dy;
+    }
+    const POINT2D at = m_keepNodePositions ? s.pos : pos;
+    v.ix = at.x;
+    v.iy = at.y;
+    return found;
 }
 
 bool PIV_Eval2D::evalSinglePass() {

@@ -59,6 +59,15 @@ public:
                            const PIVEVAL_CFG& cfg, bool accumulate, const Image2D* a,
                            const Image2D* b, const Image2D* c, const Image2D* d,
                            const Image2D* maskA, const Image2D* maskB, int* good);
+    // With an OpenCL device chosen and settings it takes (single pairs,
+    // modes 0 and 1, no autocorrelation plane): the same list correlated
+    // there, the peaks searched here. False when the list is left to the
+    // CPU, after a failure too (reported; the run then stays on the CPU);
+    // true when done, with processSampleList's answer in `result`.
+    bool processSampleListOnDevice(CORR_SAMPLE_POS* samples, int count, PIV_VECTOR* data,
+                                   bool accumulate, const Image2D* a, const Image2D* b,
+                                   const Image2D* maskA, const Image2D* maskB, int* good,
+                                   bool& result);
     // Shrinks the correlator's window at a node nearer to the image edge
     // than half a window; restores the full window elsewhere.
     void adjustSamplingWindow(int x, int y, PIV_Corr2D* correlator);
@@ -84,6 +93,11 @@ public:
                                   const PIV_VECTOR* oldVectors, int nodes);
 
 protected:
+    // Entry k after its correlation (failed with `code`, or 0): the vector
+    // from the correlator's plane, or the failure noted. True for a vector.
+    bool finishWindow(PIV_Corr2D* corr, int k, CORR_SAMPLE_POS& s, PIV_VECTOR& v, POINT2D pos,
+                      int code, bool accumulate);
+    bool deviceTakesSettings() const;
     const Image2D* postProcessMask() const override { return m_useMask ? m_pMaskA : nullptr; }
     bool evalSinglePass();
     bool evalMultiPass(bool deformLastPass);

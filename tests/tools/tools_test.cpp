@@ -182,6 +182,8 @@ TEST(KelvaneEval, EachFailureIsToldOnceWithItsReason) {
         {{"--series", p.a}, 2, "needs a value"},
         {{"--correlation", "fourier", p.a, p.b, "-o", out}, 2, "unknown correlation fourier"},
         {{"--scan-range", "-1", p.a, p.b, "-o", out}, 2, "bad value for --scan-range"},
+        {{"--device", "opencl:9", p.a, p.b, "-o", out}, 2, "no OpenCL device"},
+        {{"--device", "gpu", p.a, p.b, "-o", out}, 2, "the devices: cpu"},
         {{"--correlation", "mqd", "--scan-range", "20", p.a, p.b, "-o", out},
          2,
          "73x73 px scan area (window and scan range) is larger than the 64x64"},

@@ -7,6 +7,7 @@
 #include "image_format.h"
 #include "image_types.h"
 #include "piv_enums.h"
+#include "piv_opencl.h"
 #include "piv_params.h"
 #include "piv_util.h"
 #include "tool_args.h"
@@ -40,6 +41,9 @@ const char* kUsageText =
     "  --mask FILE           mask image (non-zero pixels are masked)\n"
     "  --frames I,J          frames (pages) I and J of multi-frame files, from 1\n"
     "  --threads N           worker threads (all by default)\n"
+    "  --device D            where windows are correlated: cpu (the default),\n"
+    "                        opencl (the first OpenCL device) or opencl:N\n"
+    "  --list-devices        print the devices and exit\n"
     "Validation (default: normalized median 2.0, noise floor 0.1 px, other peaks\n"
     "tried, outliers replaced by their neighbours):\n"
     "  --no-validation       none at all\n"
@@ -266,6 +270,12 @@ int ParseOptions(int argc, char** argv, Options& o, std::string& error) {
             ok = Text(args, a, &o.mask, error);
         } else if (a == "--frames") {
             ok = IntPair(args, a, 1, 100000, &o.frameA, &o.frameB, error);
+        } else if (a == "--list-devices") {
+            std::puts("cpu");
+            for (const std::string& line : PIV::ListDevices()) std::puts(line.c_str());
+            return -1;
+        } else if (a == "--device") {
+            ok = Text(args, a, &o.device, error);
         } else if (a == "--threads") {
             ok = Number(args, a, 1, 1024, &o.threads, error);
         } else if (a == "--no-validation") {

@@ -36,6 +36,7 @@ struct Options {
     int window = -1, step = -1, method = -1, passes = -1, deform = -1, fit = -1;
     int correlation = -1, scanRange = -1;  // CorrelationMode 0..4, ScanRange
     int threads = 0;  // 0: all the machine has
+    std::string device;  // where correlation runs: cpu, opencl, opencl:N; empty: the CPU
     std::string mask;
     std::string output;  // one pair: the result file
     std::string cf;      // one pair: the CF file beside it

@@ -19,6 +19,7 @@
 #include "piv_filelist.h"
 #include "piv_filename.h"
 #include "piv_messages.h"
+#include "piv_opencl.h"
 #include "piv_params.h"
 #include "piv_series_output.h"
 #include "piv_util.h"
@@ -240,6 +241,13 @@ int main(int argc, char** argv) {
     if (!o.verbose) SetMessageHook(DropLibraryMessage);
     // The correlators are made with the evaluator: the thread count first.
     if (o.threads > 0) PIV::SetMaxThreads(o.threads);
+    if (!o.device.empty()) {
+        std::string why, devices = "cpu";
+        if (!PIV::SetDevice(o.device, &why)) {
+            for (const std::string& line : PIV::ListDevices()) devices += ", " + line;
+            return Usage("--device " + o.device + ": " + why + "; the devices: " + devices);
+        }
+    }
     // Estimated plans only, so that any run gives the same field.
     PIV::SetMeasuredFFTPlans(false);
     if (o.mergeStats) {

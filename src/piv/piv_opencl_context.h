@@ -1,0 +1,87 @@
+// The OpenCL device of the library: the chosen device, its context, queue
+// and compiled kernels, RAII handles, and the names of OpenCL's errors.
+#pragma once
+
+#if defined(KELVANE_HAVE_OPENCL)
+
+#define CL_TARGET_OPENCL_VERSION 120
+#include <CL/cl.h>
+
+#include <memory>
+#include <mutex>
+#include <string>
+#include <vector>
+
+namespace PIV {
+namespace OpenCL {
+
+// A failed OpenCL call, thrown by Check; or a failed transform, whose
+// VkFFT result is then in vkfft.
+struct Failure {
+    cl_int code;
+    const char* where;
+    int vkfft;
+};
+const char* ErrorName(cl_int code);
+inline void Check(cl_int code, const char* where) {
+    if (code != CL_SUCCESS) throw Failure{code, where, 0};
+}
+
+struct MemRelease {
+    void operator()(cl_mem m) const { clReleaseMemObject(m); }
+};
+using Mem = std::unique_ptr<std::remove_pointer<cl_mem>::type, MemRelease>;
+Mem MakeBuffer(cl_context context, cl_mem_flags flags, size_t bytes, const void* host = nullptr);
+
+// The kernels of the batch, built once per context.
+struct Kernels {
+    cl_kernel sample = nullptr;
+    cl_kernel crossPower = nullptr;
+    cl_kernel normalize = nullptr;
+    cl_kernel hermitian = nullptr;
+};
+
+class Context {
+public:
+    Context(cl_platform_id platform, cl_device_id device);
+    ~Context();
+    Context(const Context&) = delete;
+    Context& operator=(const Context&) = delete;
+
+    cl_device_id device() const { return m_device; }
+    cl_context context() const { return m_context; }
+    cl_command_queue queue() const { return m_queue; }
+    const Kernels& kernels() const { return m_kernels; }
+    // The transform workspaces of the last few batch shapes, kept for the
+    // next lists (planning compiles kernels and costs far more than a
+    // batch; a multi-grid run goes back and forth between its sizes).
+    struct FFTPlan;
+    std::vector<std::shared_ptr<FFTPlan>> plans;
+    // Held by a list for its whole run: kernel arguments and plans are
+    // shared by every evaluation of the process.
+    std::mutex running;
+
+private:
+    void buildKernels();
+    void releaseAll();
+
+    cl_device_id m_device = nullptr;
+    cl_context m_context = nullptr;
+    cl_command_queue m_queue = nullptr;
+    cl_program m_program = nullptr;
+    Kernels m_kernels;
+};
+
+// The context of the chosen device; null while the CPU is chosen. Made on
+// first use; throws Failure when it cannot be made.
+std::shared_ptr<Context> CurrentContext();
+// After a failure: the setting goes back to the CPU for the rest of the run.
+void FallBackToCPU();
+
+// The program text of the kernels (piv_opencl_kernels.cpp).
+extern const char* const kKernelSource;
+
+}  // namespace OpenCL
+}  // namespace PIV
+
+#endif

@@ -1,0 +1,129 @@
+#include "piv_opencl_context.h"
+
+#if defined(KELVANE_HAVE_OPENCL)
+
+// The steps of the CPU correlator around its transforms, window by window
+// of a batch: the same arithmetic in the same order where the results
+// depend on it (weights in float before the double sums, means rounded to
+// float, the |a| of the phase-only filter).
+const char* const PIV::OpenCL::kKernelSource = R"CLC(
+#pragma OPENCL EXTENSION cl_khr_fp64 : enable
+#define GROUP 64
+
+// One work group per window. corners: ax, ay, bx, by. The samples land in
+// rows of `stride` floats, the in-place layout of the real transform.
+__kernel __attribute__((reqd_work_group_size(GROUP, 1, 1)))
+void sample_windows(__global const float* imgA, __global const float* imgB, int imgWidth,
+                    __global const int* corners, __global const float* weights, int useWeights,
+                    int w, int h, int stride, __global float* sa, __global float* sb,
+                    __global float* norms) {
+    const int win = get_group_id(0);
+    const int lid = get_local_id(0);
+    __local double partA[GROUP], partB[GROUP];
+    const int ax = corners[4 * win], ay = corners[4 * win + 1];
+    const int bx = corners[4 * win + 2], by = corners[4 * win + 3];
+    __global float* a = sa + (size_t)win * stride * h;
+    __global float* b = sb + (size_t)win * stride * h;
+    const int n = w * h;
+    double sumA = 0.0, sumB = 0.0;
+    for (int c = lid; c < n; c += GROUP) {
+        const int x = c % w, y = c / w;
+        float va = imgA[(size_t)(ay + y) * imgWidth + ax + x];
+        if (useWeights) va *= weights[y * stride + x];
+        const float vb = imgB[(size_t)(by + y) * imgWidth + bx + x];
+        a[y * stride + x] = va;
+        b[y * stride + x] = vb;
+        sumA += va;
+        sumB += vb;
+    }
+    partA[lid] = sumA;
+    partB[lid] = sumB;
+    barrier(CLK_LOCAL_MEM_FENCE);
+    for (int s = GROUP / 2; s > 0; s >>= 1) {
+        if (lid < s) {
+            partA[lid] += partA[lid + s];
+            partB[lid] += partB[lid + s];
+        }
+        barrier(CLK_LOCAL_MEM_FENCE);
+    }
+    const float meanA = (float)(partA[0] / (double)n), meanB = (float)(partB[0] / (double)n);
+    barrier(CLK_LOCAL_MEM_FENCE);
+    double sqA = 0.0, sqB = 0.0;
+    for (int c = lid; c < n; c += GROUP) {
+        const int i = (c / w) * stride + c % w;
+        const float va = a[i] - meanA, vb = b[i] - meanB;
+        a[i] = va;
+        b[i] = vb;
+        sqA += va * va;
+        sqB += vb * vb;
+    }
+    partA[lid] = sqA;
+    partB[lid] = sqB;
+    barrier(CLK_LOCAL_MEM_FENCE);
+    for (int s = GROUP / 2; s > 0; s >>= 1) {
+        if (lid < s) {
+            partA[lid] += partA[lid + s];
+            partB[lid] += partB[lid + s];
+        }
+        barrier(CLK_LOCAL_MEM_FENCE);
+    }
+    if (lid == 0) norms[win] = sqrt((float)partA[0] * (float)partB[0]);
+}
+
+// One work item per complex cell; the cross power replaces the spectrum of A.
+__kernel void cross_power(__global float2* specA, __global const float2* specB, int w, int h,
+                          float scale, int phaseOnly, int nyquist) {
+    const size_t g = get_global_id(0);
+    const int hc = w / 2 + 1;
+    const int cell = (int)(g % (size_t)(hc * h));
+    const float2 A = specA[g], B = specB[g];
+    float re = (A.x * B.x + A.y * B.y) * scale;
+    float im = (A.x * B.y - A.y * B.x) * scale;
+    if (phaseOnly) {
+        // |a|, not |a|^2: the filter of the CPU correlator, asymmetric on purpose.
+        const float den = sqrt((B.x * B.x + B.y * B.y) * sqrt(A.x * A.x + A.y * A.y));
+        if (den != 0.0f) {
+            re /= den;
+            im /= den;
+        }
+    }
+    if (nyquist) {
+        const int k = (h / 2) * hc - 1;
+        if (cell == k || cell == k - 1 || cell == k - hc || cell == k - hc - 1 ||
+            cell == k + hc || cell == k + hc - 1)
+            re = im = 0.0f;
+    }
+    specA[g] = (float2)(re, im);
+}
+
+// After the Nyquist cells: their column x = w/2 is no longer Hermitian, and
+// what an inverse real transform makes of such a column is the transform's
+// own choice. FFTW's, that of the CPU correlator, is the real part of the
+// column's inverse, i.e. the inverse of its Hermitian part: that part is
+// what every transform reads alike. One work item per window.
+__kernel void hermitian_column(__global float2* spectra, int w, int h) {
+    const int hc = w / 2 + 1;
+    __global float2* col = spectra + (size_t)get_global_id(0) * hc * h + w / 2;
+    for (int y = 0; y <= h / 2; y++) {
+        const int p = (h - y) % h;
+        const float2 a = col[(size_t)y * hc], b = col[(size_t)p * hc];
+        const float2 m = (float2)(0.5f * (a.x + b.x), 0.5f * (a.y - b.y));
+        col[(size_t)y * hc] = m;
+        col[(size_t)p * hc] = (float2)(m.x, -m.y);
+    }
+}
+
+// The planes, compact and divided by their norm factors.
+__kernel void normalize_planes(__global const float* real, __global const float* norms,
+                               int w, int h, int stride, __global float* planes) {
+    const size_t g = get_global_id(0);
+    const size_t n = (size_t)w * h;
+    const size_t win = g / n;
+    const int c = (int)(g % n);
+    const float f = norms[win];
+    const float v = real[win * stride * h + (size_t)(c / w) * stride + c % w];
+    planes[g] = f != 0.0f ? v / f : v;
+}
+)CLC";
+
+#endif
