@@ -269,5 +269,13 @@ int main(int argc, char** argv) {
     if (!evaluator.prepare(error)) return Fail(tool::kUsage, error);
     std::signal(SIGINT, OnInterrupt);
     std::signal(SIGTERM, OnInterrupt);
-    return o.series ? Series(o, evaluator) : OnePair(o, evaluator);
+    const int ran = o.series ? Series(o, evaluator) : OnePair(o, evaluator);
+    // The user asked for the device: a fall back to the CPU is told even
+    // when the library's own lines are not.
+    if (PIV::DeviceIsOpenCL() != (!o.device.empty() && o.device != "cpu"))
+        std::fprintf(stderr,
+                     "kelvane-eval: correlation on %s failed and the run went on on the CPU "
+                     "(--verbose tells why)\n",
+                     o.device.c_str());
+    return ran;
 }
