@@ -33,11 +33,12 @@ constexpr int kMaxBins = 2048;
 // Space round the data, as a share of its extent.
 constexpr double kMargin = 0.25;
 
-bool Counts(const PIV_VECTOR& v) {
-    return (v.flag & VECTOR_ENABLED) != 0;
-}
-
 }  // namespace
+
+bool Hist2DView::counts(const PIV_VECTOR& v) {
+    // One NaN would spoil the range and turn into a bin index of nothing.
+    return (v.flag & VECTOR_ENABLED) != 0 && std::isfinite(v.dx) && std::isfinite(v.dy);
+}
 
 Hist2DView::Hist2DView(QWidget* parent) : QMainWindow(parent) {
     setWindowTitle(tr("2D Histogram"));
@@ -154,7 +155,7 @@ bool Hist2DView::compute2DPDF(const PIV_Data2D* data) {
     double lo[2] = {0, 0}, hi[2] = {0, 0};
     bool any = false;
     for (long k = 0; k < n; ++k) {
-        if (!Counts(v[k])) continue;
+        if (!counts(v[k])) continue;
         const double d[2] = {v[k].dx, v[k].dy};
         for (int a = 0; a < 2; ++a) {
             lo[a] = any ? std::min(lo[a], d[a]) : d[a];
@@ -170,7 +171,7 @@ bool Hist2DView::compute2DPDF(const PIV_Data2D* data) {
     allocPDFs();
     clearPDFs();
     for (long k = 0; k < n; ++k) {
-        if (!Counts(v[k])) continue;
+        if (!counts(v[k])) continue;
         const double d[2] = {v[k].dx, v[k].dy};
         for (int a = 0; a < 2; ++a) {
             const double bin = std::trunc((d[a] - m_low[a]) / m_binWidth);
@@ -232,7 +233,7 @@ bool Hist2DView::compute1DPDFs() {
     for (int p = PDF_SUBPIXEL_X; p <= PDF_SUBPIXEL_Y; ++p)
         std::fill(m_pdf[p].begin(), m_pdf[p].end(), 0.0);
     for (long k = 0; k < n; ++k) {
-        if (!Counts(v[k])) continue;
+        if (!counts(v[k])) continue;
         const double d[2] = {v[k].dx, v[k].dy};
         for (int a = 0; a < 2; ++a) {
             const double fraction = d[a] - std::floor(d[a]);

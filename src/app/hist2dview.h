@@ -98,6 +98,8 @@ private:
     void setRegionShape(int k, bool ellipse);
     int selectedRegion() const;
     void drawDots(const PIV_Data2D* data);
+    // Whether a vector goes in the bins and the range: enabled and finite.
+    static bool counts(const PIV_VECTOR& v);
 
     PIVEVAL_CFG m_cfg;
     const PIV_Data2D* m_data = nullptr;
