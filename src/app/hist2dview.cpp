@@ -2,11 +2,11 @@
 
 #include <QComboBox>
 #include <QDoubleSpinBox>
-#include <QFile>
 #include <QFileDialog>
 #include <QGraphicsPixmapItem>
 #include <QGraphicsScene>
 #include <QMouseEvent>
+#include <QSaveFile>
 #include <QStatusBar>
 #include <QTextStream>
 #include <QToolBar>
@@ -318,14 +318,18 @@ void Hist2DView::slotSaveHistogram() {
     const QString path = QFileDialog::getSaveFileName(this, tr("Save histogram"), QString(),
                                                       tr("Text files (*.dat *.txt)"));
     if (path.isEmpty()) return;
-    QFile file(path);
-    if (!file.open(QIODevice::WriteOnly | QIODevice::Text)) {
-        statusBar()->showMessage(tr("Trouble saving file: '%1'").arg(path));
-        return;
-    }
+    if (!saveHistogram(path)) statusBar()->showMessage(tr("Trouble saving file: '%1'").arg(path));
+}
+
+bool Hist2DView::saveHistogram(const QString& path) const {
+    // Renamed over the target only once whole: a failed save keeps the old file.
+    QSaveFile file(path);
+    if (!file.open(QIODevice::WriteOnly | QIODevice::Text)) return false;
     QTextStream out(&file);
     out << "# Histogram of displacements, " << m_binWidth << " px a bin\n# dx n(dx) dy n(dy)\n";
     for (int k = 0; k < m_count && size_t(k) < m_pdf[PDF_X].size(); ++k)
         out << m_low[0] + (k + 0.5) * m_binWidth << ' ' << m_pdf[PDF_X][size_t(k)] << ' '
             << m_low[1] + (k + 0.5) * m_binWidth << ' ' << m_pdf[PDF_Y][size_t(k)] << '\n';
+    out.flush();
+    return out.status() == QTextStream::Ok && file.commit();
 }

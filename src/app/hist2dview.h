@@ -36,6 +36,9 @@ public:
 
     explicit Hist2DView(QWidget* parent = nullptr);
     ~Hist2DView() override;
+    // The bins as text, "dx count dy count"; false if the file could not be
+    // written whole, the file saved before kept.
+    bool saveHistogram(const QString& path) const;
 
     // Takes the field (not owned; it must outlive the next update) and draws it.
     void updatePivData(const PIV_Data2D* data, const PIVEVAL_CFG& cfg);

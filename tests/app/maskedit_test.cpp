@@ -258,6 +258,12 @@ TEST_F(Mask, HandWrittenObjectFileLoadsWhatItKnows) {
     polyLine->setPoints({{1.5f, 2.25f}, {8, 9}});
     list.add(std::move(polyLine));
     ASSERT_TRUE(list.save(file("again.msk")));
+    const std::string before = test_support::ReadBytes(file("again.msk"));
+    {  // a disk that fills up fails the save and keeps the file there before
+        test_support::FileSizeLimit full(64);
+        EXPECT_FALSE(list.save(file("again.msk")));
+    }
+    EXPECT_EQ(test_support::ReadBytes(file("again.msk")), before);
     PlotObjects back;
     ASSERT_TRUE(back.load(file("again.msk")));
     std::ostringstream a, b;

@@ -105,6 +105,15 @@ TEST_F(PlaneView, SaveWritesThreeFilesOnceAndSaysWhyNot) {
         p.width = p.height = side;
         return p;
     };
+    // A disk that fills up fails the save and keeps the file there before.
+    test_support::WriteBytes(dir.file("corr_r0_c0.dat"), "old");
+    view().slotDrawSamples(plane(32), plane(32), 32, 0);
+    view().slotDrawCorrelation(plane(32), PIV_VECTOR(), 0);
+    {
+        test_support::FileSizeLimit full(64);
+        view().slotSaveCorr();
+    }
+    EXPECT_EQ(test_support::ReadBytes(dir.file("corr_r0_c0.dat")), "old");
     boxes.texts.clear();
     view().setDirectory(QString::fromStdString(dir.file("missing/folder")));
     view().slotDrawSamples(plane(32), plane(32), 32, 0);
@@ -215,6 +224,15 @@ TEST_F(Histogram, BinsCountTheEnabledVectorsOnly) {
     view().show1DPDFs(true);
     EXPECT_EQ(view().pdfWindow(Hist2DView::PDF_SUBPIXEL_Y)->windowTitle(),
               "Subpixel-PDF for vertical displacements");
+    // A disk that fills up fails the save and keeps the file there before.
+    const QString saved = QString::fromStdString(dir.file("hist.dat"));
+    ASSERT_TRUE(view().saveHistogram(saved));
+    const std::string before = test_support::ReadBytes(saved.toStdString());
+    {
+        test_support::FileSizeLimit full(64);
+        EXPECT_FALSE(view().saveHistogram(saved));
+    }
+    EXPECT_EQ(test_support::ReadBytes(saved.toStdString()), before);
 }
 
 // Three regions exist: a fourth add changes nothing. The 25 nodes are
