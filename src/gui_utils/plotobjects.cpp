@@ -240,7 +240,7 @@ bool PlotObjects::save(const std::string& path) const {
     PIV::TempFile file(path);
     if (!file.file() || std::fwrite(text.data(), 1, text.size(), file.file()) != text.size() ||
         !file.commit(path.c_str())) {
-        m_error = "saveMaskObjects() - failed writing file: " + path;
+        m_error = "saveMaskObjects() - failed opening file: " + path;
         ShowStatus("%s\n", m_error.c_str());
         return false;
     }
