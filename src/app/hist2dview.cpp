@@ -18,6 +18,7 @@
 #include "itemeditor.h"
 #include "piv_data2d.h"
 #include "piv_messages.h"
+#include "toolbaroptions.h"
 #include "vectormapitem.h"
 #include "xyplotwindow.h"
 
@@ -89,11 +90,7 @@ Hist2DView::Hist2DView(QWidget* parent) : QMainWindow(parent) {
 Hist2DView::~Hist2DView() = default;
 
 void Hist2DView::setToolbarOptions(const QSize& size, Qt::ToolButtonStyle text, const QFont& font) {
-    for (QToolBar* bar : findChildren<QToolBar*>()) {
-        bar->setIconSize(size);
-        bar->setToolButtonStyle(text);
-        bar->setFont(font);
-    }
+    ApplyToolbarOptions(this, size, text, font);
 }
 
 void Hist2DView::registryIO(MySettings* settings, MySettings::AccessMode mode) {
