@@ -170,7 +170,14 @@ bool MaskEdit::createMask() {
         return false;
     }
     const int w = static_cast<int>(m_image->width()), h = static_cast<int>(m_image->height());
+    // A null image is what a failed allocation leaves: its lines are no memory.
+    const auto tooLarge = [&](const QImage& image) {
+        if (!image.isNull()) return false;
+        message(tr("createMask() - failed (no memory for %1 x %2 pixels)").arg(w).arg(h));
+        return true;
+    };
     QImage canvas(w, h, QImage::Format_RGB32);
+    if (tooLarge(canvas)) return false;
     canvas.fill(Qt::black);
     {
         QPainter painter(&canvas);
@@ -201,6 +208,7 @@ bool MaskEdit::createMask() {
         }
     }
     QImage grey(w, h, QImage::Format_Grayscale8);
+    if (tooLarge(grey)) return false;
     for (int y = 0; y < h; ++y) {
         const QRgb* in = reinterpret_cast<const QRgb*>(canvas.constScanLine(y));
         uchar* out = grey.scanLine(y);

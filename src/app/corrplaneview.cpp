@@ -14,6 +14,7 @@
 #include "image2ditem.h"
 #include "imageview.h"
 #include "markeritem.h"
+#include "toolbaroptions.h"
 
 namespace {
 
@@ -88,11 +89,7 @@ void CorrPlaneView::setDisplayParams(const BMP_DISPLAY_PARAMS& params) {
 
 void CorrPlaneView::setToolbarOptions(const QSize& size, Qt::ToolButtonStyle text,
                                       const QFont& font) {
-    for (QToolBar* bar : findChildren<QToolBar*>()) {
-        bar->setIconSize(size);
-        bar->setToolButtonStyle(text);
-        bar->setFont(font);
-    }
+    ApplyToolbarOptions(this, size, text, font);
 }
 
 void CorrPlaneView::registryIO(MySettings* settings, MySettings::AccessMode mode) {

@@ -1,8 +1,8 @@
 // The planes of one spot as text files beside the image: a head of comment
 // lines, then one line per pixel "x y value", rows one after the other.
 #include <QDir>
-#include <QFile>
 #include <QMessageBox>
+#include <QSaveFile>
 #include <QTextStream>
 
 #include "corrplaneview.h"
@@ -16,7 +16,8 @@ constexpr qint64 kLargeFile = 1 << 20;
 }  // namespace
 
 bool CorrPlaneView::saveFile(const QString& path, const QString& title, const FloatPlane& data) {
-    QFile file(path);
+    // Renamed over the target only once whole: a failed save keeps the old file.
+    QSaveFile file(path);
     if (file.open(QIODevice::WriteOnly | QIODevice::Text)) {
         QTextStream out(&file);
         out << "# " << title << "\n# " << data.width << " x " << data.height
@@ -29,7 +30,7 @@ bool CorrPlaneView::saveFile(const QString& path, const QString& title, const Fl
                            7)
                     << '\n';
         out.flush();
-        if (file.error() == QFile::NoError) return true;
+        if (out.status() == QTextStream::Ok && file.commit()) return true;
     }
     QMessageBox::warning(this, tr("Correlation Window"), tr("Trouble saving file: '%1'").arg(path));
     return false;

@@ -2,11 +2,11 @@
 
 #include <QComboBox>
 #include <QDoubleSpinBox>
-#include <QFile>
 #include <QFileDialog>
 #include <QGraphicsPixmapItem>
 #include <QGraphicsScene>
 #include <QMouseEvent>
+#include <QSaveFile>
 #include <QStatusBar>
 #include <QTextStream>
 #include <QToolBar>
@@ -18,6 +18,7 @@
 #include "itemeditor.h"
 #include "piv_data2d.h"
 #include "piv_messages.h"
+#include "toolbaroptions.h"
 #include "vectormapitem.h"
 #include "xyplotwindow.h"
 
@@ -33,11 +34,12 @@ constexpr int kMaxBins = 2048;
 // Space round the data, as a share of its extent.
 constexpr double kMargin = 0.25;
 
-bool Counts(const PIV_VECTOR& v) {
-    return (v.flag & VECTOR_ENABLED) != 0;
-}
-
 }  // namespace
+
+bool Hist2DView::counts(const PIV_VECTOR& v) {
+    // One NaN would spoil the range and turn into a bin index of nothing.
+    return (v.flag & VECTOR_ENABLED) != 0 && std::isfinite(v.dx) && std::isfinite(v.dy);
+}
 
 Hist2DView::Hist2DView(QWidget* parent) : QMainWindow(parent) {
     setWindowTitle(tr("2D Histogram"));
@@ -88,11 +90,7 @@ Hist2DView::Hist2DView(QWidget* parent) : QMainWindow(parent) {
 Hist2DView::~Hist2DView() = default;
 
 void Hist2DView::setToolbarOptions(const QSize& size, Qt::ToolButtonStyle text, const QFont& font) {
-    for (QToolBar* bar : findChildren<QToolBar*>()) {
-        bar->setIconSize(size);
-        bar->setToolButtonStyle(text);
-        bar->setFont(font);
-    }
+    ApplyToolbarOptions(this, size, text, font);
 }
 
 void Hist2DView::registryIO(MySettings* settings, MySettings::AccessMode mode) {
@@ -154,7 +152,7 @@ bool Hist2DView::compute2DPDF(const PIV_Data2D* data) {
     double lo[2] = {0, 0}, hi[2] = {0, 0};
     bool any = false;
     for (long k = 0; k < n; ++k) {
-        if (!Counts(v[k])) continue;
+        if (!counts(v[k])) continue;
         const double d[2] = {v[k].dx, v[k].dy};
         for (int a = 0; a < 2; ++a) {
             lo[a] = any ? std::min(lo[a], d[a]) : d[a];
@@ -170,7 +168,7 @@ bool Hist2DView::compute2DPDF(const PIV_Data2D* data) {
     allocPDFs();
     clearPDFs();
     for (long k = 0; k < n; ++k) {
-        if (!Counts(v[k])) continue;
+        if (!counts(v[k])) continue;
         const double d[2] = {v[k].dx, v[k].dy};
         for (int a = 0; a < 2; ++a) {
             const double bin = std::trunc((d[a] - m_low[a]) / m_binWidth);
@@ -232,7 +230,7 @@ bool Hist2DView::compute1DPDFs() {
     for (int p = PDF_SUBPIXEL_X; p <= PDF_SUBPIXEL_Y; ++p)
         std::fill(m_pdf[p].begin(), m_pdf[p].end(), 0.0);
     for (long k = 0; k < n; ++k) {
-        if (!Counts(v[k])) continue;
+        if (!counts(v[k])) continue;
         const double d[2] = {v[k].dx, v[k].dy};
         for (int a = 0; a < 2; ++a) {
             const double fraction = d[a] - std::floor(d[a]);
@@ -317,14 +315,18 @@ void Hist2DView::slotSaveHistogram() {
     const QString path = QFileDialog::getSaveFileName(this, tr("Save histogram"), QString(),
                                                       tr("Text files (*.dat *.txt)"));
     if (path.isEmpty()) return;
-    QFile file(path);
-    if (!file.open(QIODevice::WriteOnly | QIODevice::Text)) {
-        statusBar()->showMessage(tr("Trouble saving file: '%1'").arg(path));
-        return;
-    }
+    if (!saveHistogram(path)) statusBar()->showMessage(tr("Trouble saving file: '%1'").arg(path));
+}
+
+bool Hist2DView::saveHistogram(const QString& path) const {
+    // Renamed over the target only once whole: a failed save keeps the old file.
+    QSaveFile file(path);
+    if (!file.open(QIODevice::WriteOnly | QIODevice::Text)) return false;
     QTextStream out(&file);
     out << "# Histogram of displacements, " << m_binWidth << " px a bin\n# dx n(dx) dy n(dy)\n";
     for (int k = 0; k < m_count && size_t(k) < m_pdf[PDF_X].size(); ++k)
         out << m_low[0] + (k + 0.5) * m_binWidth << ' ' << m_pdf[PDF_X][size_t(k)] << ' '
             << m_low[1] + (k + 0.5) * m_binWidth << ' ' << m_pdf[PDF_Y][size_t(k)] << '\n';
+    out.flush();
+    return out.status() == QTextStream::Ok && file.commit();
 }

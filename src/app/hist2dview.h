@@ -36,6 +36,9 @@ public:
 
     explicit Hist2DView(QWidget* parent = nullptr);
     ~Hist2DView() override;
+    // The bins as text, "dx count dy count"; false if the file could not be
+    // written whole, the file saved before kept.
+    bool saveHistogram(const QString& path) const;
 
     // Takes the field (not owned; it must outlive the next update) and draws it.
     void updatePivData(const PIV_Data2D* data, const PIVEVAL_CFG& cfg);
@@ -98,6 +101,8 @@ private:
     void setRegionShape(int k, bool ellipse);
     int selectedRegion() const;
     void drawDots(const PIV_Data2D* data);
+    // Whether a vector goes in the bins and the range: enabled and finite.
+    static bool counts(const PIV_VECTOR& v);
 
     PIVEVAL_CFG m_cfg;
     const PIV_Data2D* m_data = nullptr;

@@ -102,7 +102,7 @@ void Hist2DView::slotFitROI() {
     double x0 = 0, x1 = 0, y0 = 0, y1 = 0;
     bool any = false;
     for (long i = 0; i < m_data->nodeCount(); ++i) {
-        if (!(v[i].flag & VECTOR_ENABLED)) continue;
+        if (!counts(v[i])) continue;
         const QPointF p = toScene(v[i].dx, v[i].dy);
         x0 = any ? std::min(x0, p.x()) : p.x();
         x1 = any ? std::max(x1, p.x()) : p.x();

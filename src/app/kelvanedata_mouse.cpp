@@ -59,12 +59,13 @@ void KelvaneData::slotProcessMousePress(QMouseEvent* event, QPointF point, bool 
     } else if (m_dataObject->isImagePair()) {
         slotCorrelateAtPoint(point);
     } else {
-        const bool top = m_dataObject->isOriginTopLeft();
+        // The point is an image pixel, rows counted from the top whatever
+        // origin is shown.
         emit signalLogMessage(QStringLiteral("%1 %2  %3 %4")
                                   .arg(int(point.x()), 4)
                                   .arg(int(point.y()), 4)
                                   .arg(m_dataObject->physicalX(point.x()), 4)
-                                  .arg(m_dataObject->physicalY(point.y(), top), 4));
+                                  .arg(m_dataObject->physicalY(point.y(), true), 4));
     }
 }
 

@@ -1,6 +1,7 @@
 #include "plotobjects.h"
 
 #include <algorithm>
+#include <cstdio>
 #include <cstdlib>
 #include <cstring>
 #include <fstream>
@@ -8,6 +9,7 @@
 #include <ostream>
 #include <sstream>
 
+#include "piv_file.h"
 #include "piv_messages.h"
 
 namespace {
@@ -229,13 +231,15 @@ void PlotObjects::write(std::ostream& out) const {
 
 bool PlotObjects::save(const std::string& path) const {
     m_error.clear();
-    std::ofstream out(path);
-    if (out) {
-        out.precision(8);
-        write(out);
-        out.flush();
-    }
-    if (!out) {
+    std::ostringstream out;
+    out.precision(8);
+    write(out);
+    const std::string text = out.str();
+    // Written beside the file and renamed over it: a full disk keeps the
+    // objects saved before.
+    PIV::TempFile file(path);
+    if (!file.file() || std::fwrite(text.data(), 1, text.size(), file.file()) != text.size() ||
+        !file.commit(path.c_str())) {
         m_error = "saveMaskObjects() - failed opening file: " + path;
         ShowStatus("%s\n", m_error.c_str());
         return false;

@@ -154,14 +154,21 @@ int PIV_Corr2D_Average::planeCells() const {
     return m_roiCells > 0 ? m_roiCells : m_planeSize.width * m_planeSize.height;
 }
 
+SIZE2D PIV_Corr2D_Average::peakRoiBox(const SIZE2D& roiSize, const SIZE2D& planeSize) {
+    const int bw = std::min(roiSize.width, planeSize.width);
+    const int bh = std::min(roiSize.height, planeSize.height);
+    if (bw < 3 || bh < 3 || (bw == planeSize.width && bh == planeSize.height)) return SIZE2D{0, 0};
+    return SIZE2D{bw, bh};
+}
+
 void PIV_Corr2D_Average::buildPeakRoi(const SIZE2D& planeSize) {
     m_peakRoi.clear();
     m_roiCells = 0;
     m_roiBox = SIZE2D{0, 0};
     if (!m_avg.peakRoiEnable) return;
-    const int bw = std::min(m_avg.peakRoiSize.width, planeSize.width);
-    const int bh = std::min(m_avg.peakRoiSize.height, planeSize.height);
-    if (bw < 3 || bh < 3 || (bw == planeSize.width && bh == planeSize.height)) return;
+    const SIZE2D box = peakRoiBox(m_avg.peakRoiSize, planeSize);
+    const int bw = box.width, bh = box.height;
+    if (bw == 0) return;
     // The planes are in transform order: zero displacement at cell 0, the
     // box wraps round the far ends of both axes.
     m_peakRoi.assign(size_t(planeSize.width) * size_t(planeSize.height), 0);

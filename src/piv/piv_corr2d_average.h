@@ -189,6 +189,9 @@ protected:
     bool fail(PIVerror::ErrorType code, const char* where);
     void createCorrelators();
     void buildPeakRoi(const SIZE2D& planeSize);
+    // The box a peak ROI of roiSize packs a plane to; {0, 0} where it would
+    // be too small to fit a peak or would hold the whole plane.
+    static SIZE2D peakRoiBox(const SIZE2D& roiSize, const SIZE2D& planeSize);
     // Adds a plane to a sum, packed to the peak ROI when it is active.
     void addPlane(const float* plane, float* sum) const;
     bool runPass(const FilePairList* list, int pass);

@@ -173,8 +173,11 @@ bool PIV_Corr2D_Average::loadCorrelationPlanes(const char* fileName) {
     const long nodes = depthDim->size();
     const SIZE3D s{int(widthDim->size()), int(heightDim->size()), 1};
     const long cells = long(s.width) * s.height;
+    // A box the header turns on but that packs nothing leaves whole planes
+    // expected; a file that stored them packed all the same is refused.
+    const SIZE2D box = roi ? peakRoiBox(roiBox, plane) : SIZE2D{0, 0};
     const long expected =
-        roi ? long(roiBox.width) * roiBox.height : long(plane.width) * plane.height;
+        box.width > 0 ? long(box.width) * box.height : long(plane.width) * plane.height;
     if (nodes < 1 || cells != expected) {
         m_error.setMessage("'%s': planes of %ld cells, the header says %ld", fileName, cells,
                            expected);

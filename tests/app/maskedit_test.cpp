@@ -3,6 +3,7 @@
 // the program is run as a user runs it.
 #include <QProcess>
 #include <QSignalSpy>
+#include <QStatusBar>
 #include <QTest>
 #include <cmath>
 #include <sstream>
@@ -125,6 +126,15 @@ TEST_F(Mask, NoObjectsKeepTheMaskAndClosingCanBeCancelled) {
     EXPECT_EQ(e->objectItems().size(), 1);
     e->deleteAllObjects(false);
     EXPECT_FALSE(e->createMask());
+    EXPECT_EQ(masked(*e->maskImage()), 100);
+    // A row of 2^26 pixels at 32 bits is 2^31 bits, more than a QImage row
+    // can count: the canvas cannot be made, a clear failure, the mask kept.
+    Image2D wide(1 << 26, 1, IMAGE_UINT8);
+    e->updateImagePair(&wide, nullptr);
+    e->addRectangle(QRectF(0, 0, 10, 1));
+    EXPECT_FALSE(e->createMask());
+    EXPECT_EQ(e->statusBar()->currentMessage(),
+              "createMask() - failed (no memory for 67108864 x 1 pixels)");
     EXPECT_EQ(masked(*e->maskImage()), 100);
 }
 
@@ -258,6 +268,12 @@ TEST_F(Mask, HandWrittenObjectFileLoadsWhatItKnows) {
     polyLine->setPoints({{1.5f, 2.25f}, {8, 9}});
     list.add(std::move(polyLine));
     ASSERT_TRUE(list.save(file("again.msk")));
+    const std::string before = test_support::ReadBytes(file("again.msk"));
+    {  // a disk that fills up fails the save and keeps the file there before
+        test_support::FileSizeLimit full(64);
+        EXPECT_FALSE(list.save(file("again.msk")));
+    }
+    EXPECT_EQ(test_support::ReadBytes(file("again.msk")), before);
     PlotObjects back;
     ASSERT_TRUE(back.load(file("again.msk")));
     std::ostringstream a, b;

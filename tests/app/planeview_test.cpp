@@ -105,6 +105,15 @@ TEST_F(PlaneView, SaveWritesThreeFilesOnceAndSaysWhyNot) {
         p.width = p.height = side;
         return p;
     };
+    // A disk that fills up fails the save and keeps the file there before.
+    test_support::WriteBytes(dir.file("corr_r0_c0.dat"), "old");
+    view().slotDrawSamples(plane(32), plane(32), 32, 0);
+    view().slotDrawCorrelation(plane(32), PIV_VECTOR(), 0);
+    {
+        test_support::FileSizeLimit full(64);
+        view().slotSaveCorr();
+    }
+    EXPECT_EQ(test_support::ReadBytes(dir.file("corr_r0_c0.dat")), "old");
     boxes.texts.clear();
     view().setDirectory(QString::fromStdString(dir.file("missing/folder")));
     view().slotDrawSamples(plane(32), plane(32), 32, 0);
@@ -182,18 +191,24 @@ protected:
 
 }  // namespace
 
-// Only enabled vectors count, in every bin and in the range: five disabled
-// vectors 5 px off add nothing and leave the bins round the cluster. The
-// fraction of 2.30 falls in bin 3 of ten, that of 1.40 in bin 4 (one bin
-// either side for the evaluation's error).
+// Only enabled, finite vectors count, in every bin and in the range: five
+// disabled vectors 5 px off and two enabled ones at NaN / infinity add
+// nothing and leave the bins round the cluster. The fraction of 2.30 falls
+// in bin 3 of ten, that of 1.40 in bin 4 (one bin either side for the
+// evaluation's error).
 TEST_F(Histogram, BinsCountTheEnabledVectorsOnly) {
     const int nodes = field->nodeCount();
     const struct {
-        int disabled;
-        int counted;
-    } cases[] = {{0, nodes}, {5, nodes - 5}, {nodes, 0}};
+        int disabled, nonFinite, counted;
+    } cases[] = {{0, 0, nodes}, {5, 0, nodes - 5}, {5, 2, nodes - 7}, {nodes, 0, 0}};
     for (const auto& c : cases) {
         makeWild(c.disabled, VECTOR_OUTLIER);
+        for (int k = 5; k < 5 + c.nonFinite; ++k) {
+            PIV_VECTOR v = field->getVector(k);
+            v.dx = std::nanf("");
+            v.dy = INFINITY;
+            field->setVector(k, v);
+        }
         view().updatePivData(field, object.parameters(0)->pivEvalCfg());
         for (Hist2DView::Pdf p : {Hist2DView::PDF_X, Hist2DView::PDF_Y, Hist2DView::PDF_SUBPIXEL_X,
                                   Hist2DView::PDF_SUBPIXEL_Y})
@@ -209,6 +224,15 @@ TEST_F(Histogram, BinsCountTheEnabledVectorsOnly) {
     view().show1DPDFs(true);
     EXPECT_EQ(view().pdfWindow(Hist2DView::PDF_SUBPIXEL_Y)->windowTitle(),
               "Subpixel-PDF for vertical displacements");
+    // A disk that fills up fails the save and keeps the file there before.
+    const QString saved = QString::fromStdString(dir.file("hist.dat"));
+    ASSERT_TRUE(view().saveHistogram(saved));
+    const std::string before = test_support::ReadBytes(saved.toStdString());
+    {
+        test_support::FileSizeLimit full(64);
+        EXPECT_FALSE(view().saveHistogram(saved));
+    }
+    EXPECT_EQ(test_support::ReadBytes(saved.toStdString()), before);
 }
 
 // Three regions exist: a fourth add changes nothing. The 25 nodes are
@@ -271,6 +295,9 @@ TEST_F(Histogram, RegionRoundTheClusterFlagsTheOutliersAndIsStored) {
 // the ellipse, the half-width 0.3 grown by sqrt(2) to reach the corners.
 TEST_F(Histogram, FittedRegionHoldsTheRowsInEitherShape) {
     spread();
+    PIV_VECTOR lost = field->getVector(0);  // enabled, but of no size: left out
+    lost.dx = std::nanf("");
+    field->setVector(0, lost);
     view().setBinsPerPixel(50);
     view().slotAddROI();
     const struct {
@@ -285,7 +312,7 @@ TEST_F(Histogram, FittedRegionHoldsTheRowsInEitherShape) {
         // The window is kept relative to the expected shift (2, -1).
         const double x0 = r.xMin + 2, x1 = r.xMax + 2, y0 = r.yMin - 1, y1 = r.yMax - 1;
         EXPECT_NEAR(x0, 2.0 - c.spare, 0.03);
-        for (int k = 0; k < field->nodeCount(); ++k) {
+        for (int k = 1; k < field->nodeCount(); ++k) {
             const PIV_VECTOR v = field->getVector(k);
             const double u = (v.dx - (x0 + x1) / 2) / ((x1 - x0) / 2);
             const double w = (v.dy - (y0 + y1) / 2) / ((y1 - y0) / 2);

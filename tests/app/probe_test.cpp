@@ -4,6 +4,7 @@
 #include <QMouseEvent>
 #include <QRegularExpression>
 
+#include "image2d.h"
 #include "piv_data2d.h"
 #include "pivprobedlg.h"
 #include "session_fixture.h"
@@ -100,6 +101,28 @@ TEST_F(Probe, ClicksThatDoNotCorrelate) {
     press(Qt::LeftButton, at(middle));
     EXPECT_EQ(texts(log), QStringList{" not in data display mode"});
     EXPECT_EQ(drawn.count(), 0);
+}
+
+// A click on a single image logs the pixel and the spot it shows; the spot
+// follows the pixel alone, wherever the origin is drawn: at 2 px per mm from
+// the top-left pixel, (10, 20) lies 5 mm right and 10 mm down.
+TEST_F(Probe, ClickOnASingleImageLogsItsSpot) {
+    // Auto-correlation reads one frame only.
+    const std::string single = dir.file("single.tif");
+    ASSERT_TRUE(Image2D(128, 128, IMAGE_UINT8).save(single.c_str()));
+    object.setAnalysisMode(PIV::ANALYSIS_AUTO_CORRELATION);
+    ASSERT_TRUE(object.loadPivImage(QString::fromStdString(single), QString(), false, 0));
+    PIV_PARAMETERS p = object.parameters(0)->pivParameters();
+    p.convert.ImageOrigin = POINT3D{0, 0, 0};
+    p.convert.PhysicalOrigin = FPOINT3D{0, 0, 0};
+    p.convert.LengthConversion[0] = p.convert.LengthConversion[1] = 2.0;
+    object.setPivParameters(p, p);
+    for (bool top : {true, false}) {
+        object.setOriginTopLeft(top);
+        log.clear();
+        press(Qt::LeftButton, QPointF(10, 20));
+        EXPECT_EQ(texts(log), QStringList{"  10   20     5  -10"}) << top;
+    }
 }
 
 // Bit 7 toggles, and enabled (bit 0) and outlier (bit 3) trade places.

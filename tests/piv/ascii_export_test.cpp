@@ -2,9 +2,7 @@
 // compared with files written by hand under tests/data/export. Only the
 // creation date and the software name (rest of their line) are masked.
 #include <gtest/gtest.h>
-#include <sys/resource.h>
 
-#include <csignal>
 #include <cstdlib>
 #include <filesystem>
 #include <functional>
@@ -196,25 +194,6 @@ TEST(TextExports, RefusalsNameTheirCause) {
     EXPECT_TRUE(std::filesystem::is_empty(dir.path()));
 }
 
-// A file-size limit stands in for a full disk: each writer's output is
-// smaller than a stdio buffer, so the first write to fail is the last flush.
-class FileSizeLimit {
-public:
-    explicit FileSizeLimit(rlim_t bytes) : m_handler(std::signal(SIGXFSZ, SIG_IGN)) {
-        ::getrlimit(RLIMIT_FSIZE, &m_old);
-        const rlimit limit{bytes, m_old.rlim_max};
-        ::setrlimit(RLIMIT_FSIZE, &limit);
-    }
-    ~FileSizeLimit() {
-        ::setrlimit(RLIMIT_FSIZE, &m_old);
-        std::signal(SIGXFSZ, m_handler);
-    }
-
-private:
-    void (*m_handler)(int);
-    rlimit m_old;
-};
-
 // A save whose data cannot all reach the disk fails, and the file saved
 // before stays as it was, with no temporary left beside it.
 TEST(Writers, AFailedFlushIsAFailedSaveAndKeepsTheEarlierFile) {
@@ -266,7 +245,7 @@ TEST(Writers, AFailedFlushIsAFailedSaveAndKeepsTheEarlierFile) {
         ASSERT_GT(before.size(), 64u);
         bool saved;
         {
-            FileSizeLimit full(64);
+            test_support::FileSizeLimit full(64);
             saved = c.save(target.c_str());
         }
         EXPECT_FALSE(saved);

@@ -1,5 +1,6 @@
 // Ensemble correlation against hand-worked passes, synthetic flows and files.
 #include <gtest/gtest.h>
+#include <netcdf.h>
 
 #include <cstdio>
 #include <cstring>
@@ -197,8 +198,9 @@ TEST(EnsembleEdges, RestoredPlanesAndWeightsByHand) {
 // Planes packed to a peak ROI of 16 x 16 cells (256 of 1024) give the same
 // field as whole planes: the peak (2.3, 1.6) lies well inside. Saved, loaded
 // into a new object with the same settings, extracted again: the same field
-// bit for bit; a parabola fit then runs on the loaded planes. A vector file
-// is refused and a cut file leaves the new object empty.
+// bit for bit; a parabola fit then runs on the loaded planes. A vector file,
+// a cut file and one whose box (2 x 128: too thin to pack) does not match its
+// 256-cell planes are refused and leave the new object empty.
 TEST(EnsembleFiles, PlanesSurviveTheFileAndBadFilesAreRefused) {
     MessageCapture quiet;
     const synth::UniformFlow flow(2.3, -1.6);
@@ -223,7 +225,15 @@ TEST(EnsembleFiles, PlanesSurviveTheFileAndBadFilesAreRefused) {
     const std::string vectors = TempPath("vectors.nc"), cut = TempPath("cut.nc");
     ASSERT_TRUE(e.field().saveNetCDF(vectors.c_str()));
     std::ofstream(cut, std::ios::binary) << test_support::ReadBytes(path).substr(0, 100000);
-    for (const std::string& bad : {vectors, cut}) {
+    const std::string thin = TempPath("thin.nc");
+    std::ofstream(thin, std::ios::binary) << test_support::ReadBytes(path);
+    const int w = 2, h = 128;
+    int id = -1;
+    ASSERT_TRUE(!nc_open(thin.c_str(), NC_WRITE, &id) && !nc_redef(id) &&
+                !nc_put_att_int(id, NC_GLOBAL, "corr_plane_roi_width", NC_INT, 1, &w) &&
+                !nc_put_att_int(id, NC_GLOBAL, "corr_plane_roi_height", NC_INT, 1, &h) &&
+                !nc_close(id));
+    for (const std::string& bad : {vectors, cut, thin}) {
         PIV_Corr2D_Average fresh;
         EXPECT_FALSE(fresh.loadCorrelationPlanes(bad.c_str())) << bad;
         EXPECT_EQ(fresh.corrPlaneCount(), 0);

@@ -4,8 +4,10 @@
 
 #include <gtest/gtest.h>
 #include <stdlib.h>
+#include <sys/resource.h>
 #include <sys/stat.h>
 
+#include <csignal>
 #include <filesystem>
 #include <fstream>
 #include <iterator>
@@ -59,5 +61,24 @@ inline std::vector<std::string> SpecialFiles(const ScratchDir& dir, const std::s
     if (std::filesystem::exists("/dev/zero")) paths.emplace_back("/dev/zero");
     return paths;
 }
+
+// A file-size limit stands in for a full disk: each writer's output is
+// smaller than a stdio buffer, so the first write to fail is the last flush.
+class FileSizeLimit {
+public:
+    explicit FileSizeLimit(rlim_t bytes) : m_handler(std::signal(SIGXFSZ, SIG_IGN)) {
+        ::getrlimit(RLIMIT_FSIZE, &m_old);
+        const rlimit limit{bytes, m_old.rlim_max};
+        ::setrlimit(RLIMIT_FSIZE, &limit);
+    }
+    ~FileSizeLimit() {
+        ::setrlimit(RLIMIT_FSIZE, &m_old);
+        std::signal(SIGXFSZ, m_handler);
+    }
+
+private:
+    void (*m_handler)(int);
+    rlimit m_old;
+};
 
 }  // namespace test_support
