@@ -152,7 +152,10 @@ void KelvaneData::slotCancelProcessing() {
     m_cancelled = true;
     m_engine->slotAbortProcessing();
     if (m_ensemble) m_ensemble->cancel();
-    if (m_batch || m_ensemble) return;
+    const bool imagesRunning = m_imageBatch && m_imageBatch->isRunning();
+    if (imagesRunning) m_imageBatch->setAbortFlag(true);
+    // A running thread ends batch mode itself when it has finished.
+    if (m_batch || m_ensemble || imagesRunning) return;
     m_bars->setVisible(false);
     setBatchMode(false);
 }

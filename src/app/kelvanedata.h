@@ -34,7 +34,6 @@ class PivProbeDlg;
 class PivSetupDlg;
 class PivStatsDlg;
 class PIVBatchDlg;
-class PIV_Data2D;
 class QPIVensembleCorr;
 class QThread;
 class KelvaneImageBatch;
@@ -87,6 +86,9 @@ public:
     // Starts the image batch on its thread; false with a box when there is
     // nothing to do or a question was refused. Ends with signalBatchFinished.
     bool startImageBatch(const BatchProcessOptions& options);
+    // Fills an empty file list from the source folder; false, with a box
+    // when that folder is missing, when there is nothing to run on.
+    bool fillBatchFileList(BatchProcessOptions& options);
     // Asks once when any of `files` exists; true to go on.
     bool overWriteFileList(const QStringList& files, const QString& dir);
     // Every name a run of `options` may write, in the order it writes them.
@@ -278,11 +280,10 @@ private:
     struct BatchRun;
     std::unique_ptr<BatchRun> m_batch;  // the run going on
     PIVBatchDlg* m_batchDlg = nullptr;
-    // The ensemble run: its correlator, thread, options and offset field.
+    // The ensemble run: its correlator (which holds the offset field), thread, options.
     std::unique_ptr<QPIVensembleCorr> m_ensemble;
     std::unique_ptr<QThread> m_ensembleThread;
     BatchProcessOptions m_ensembleOptions;
-    std::unique_ptr<PIV_Data2D> m_ensembleOffset;
     bool m_ensembleOk = false;
     PIVBatchDlg* m_imageBatchDlg = nullptr;
     KelvaneImageBatch* m_imageBatch = nullptr;  // made on first use

@@ -29,14 +29,6 @@
 
 namespace {
 
-std::string _local(const QString& text) {
-    return text.toLocal8Bit().toStdString();
-}
-
-QString _fromLocal(const std::string& text) {
-    return QString::fromLocal8Bit(text.c_str());
-}
-
 // The directory and base name a file's results go under.
 std::string _resultBase(const BatchProcessOptions& o, const QString& file) {
     const QByteArray path = file.toLocal8Bit();
@@ -99,6 +91,18 @@ bool KelvaneData::overWriteFileList(const QStringList& files, const QString& dir
     return box.clickedButton() == yes;
 }
 
+bool KelvaneData::fillBatchFileList(BatchProcessOptions& o) {
+    if (!o.fileList.isEmpty()) return true;
+    if (!QFileInfo(o.sourceDir).isDir()) {
+        const QString text = tr("Source directory does not exist:\n  %1").arg(o.sourceDir);
+        emit signalLogMessage(text);
+        QMessageBox::warning(m_window, QApplication::applicationName(), text);
+        return false;
+    }
+    o.updateFileList();
+    return !o.fileList.isEmpty();
+}
+
 PIVBatchDlg* KelvaneData::batchDlg() {
     if (!m_batchDlg) m_batchDlg = new PIVBatchDlg(m_settings, 0, m_window);
     return m_batchDlg;
@@ -127,8 +131,7 @@ bool KelvaneData::startBatch(const BatchProcessOptions& options) {
     auto run = std::make_unique<BatchRun>();
     BatchProcessOptions& o = run->options;
     o = options;
-    if (o.fileList.isEmpty()) o.updateFileList();
-    if (o.fileList.isEmpty()) return false;
+    if (!fillBatchFileList(o)) return false;
     m_dataObject->image(0)->setFrameSeparation(o.imageFrameSeparation);
     o.outputBase = _fromLocal(PIV::SeriesPath(_local(o.resultDir()), _stub(o)));
     o.meanFileName = _fromLocal(PIV::SeriesMeanName(_local(o.resultDir()), _stub(o)));
@@ -242,7 +245,6 @@ void KelvaneData::batchFinish() {
     m_bars->setVisible(false);
     setBatchMode(false);
     QApplication::restoreOverrideCursor();
-    m_batchFailures = m_batch->failed;
     if (m_cancelled) {
         m_batchReport = tr("Evaluation aborted!");
         emit signalMessage(m_batchReport);
@@ -251,6 +253,8 @@ void KelvaneData::batchFinish() {
         emit signalMessage(tr("Post-processing %1 files ").arg(m_batch->options.fileList.size()));
         batchPostProcess(m_batch->options);
     }
+    // After the post-processing: a result it could not write counts too.
+    m_batchFailures = m_batch->failed;
     m_batch.reset();
     emit signalUpdateUI();
     emit signalBatchFinished();

@@ -9,6 +9,7 @@
 #include <QThread>
 
 #include "kelvanedata.h"
+#include "kelvanedata_batchrun.h"
 #include "kelvanedataobject.h"
 #include "piv_data2d.h"
 #include "piv_filelist.h"
@@ -24,14 +25,6 @@
 
 namespace {
 
-std::string _local(const QString& text) {
-    return text.toLocal8Bit().toStdString();
-}
-
-QString _fromLocal(const std::string& text) {
-    return QString::fromLocal8Bit(text.c_str());
-}
-
 // The stub of an ensemble run's files.
 std::string _ensembleStub(const BatchProcessOptions& o) {
     return o.fileStub.isEmpty() ? std::string("ensemble") : _local(o.fileStub);
@@ -40,10 +33,10 @@ std::string _ensembleStub(const BatchProcessOptions& o) {
 // The files an ensemble run of `o` may write: mean field, planes, the
 // image of the planes and of the autocorrelation planes.
 QStringList _ensembleFiles(const BatchProcessOptions& o) {
-    const std::string dir = _local(o.resultDir()), stub = _ensembleStub(o);
+    const PIV::ENSEMBLE_FILES f = PIV::EnsembleFiles(_local(o.resultDir()), _ensembleStub(o));
     QStringList names;
-    for (const char* suffix : {"_avg.nc", "_corr.nc", "_corr.tif", "_autocorr.tif"})
-        names << _fromLocal(PIV::SeriesPath(dir, stub + suffix));
+    for (const std::string* name : {&f.field, &f.planes, &f.planesImage, &f.autoPlanesImage})
+        names << _fromLocal(*name);
     return names;
 }
 
@@ -52,8 +45,7 @@ QStringList _ensembleFiles(const BatchProcessOptions& o) {
 bool KelvaneData::doEnsembleCorrelation(const BatchProcessOptions& options) {
     if (m_ensemble || m_batch || m_batchMode || m_engine->isEvaluationRunning()) return false;
     BatchProcessOptions o = options;
-    if (o.fileList.isEmpty()) o.updateFileList();
-    if (o.fileList.isEmpty()) return false;
+    if (!fillBatchFileList(o)) return false;
     if (o.parFileEnable) {
         if (!QFileInfo(o.parFile).isFile()) {
             const QString text = tr("Parameter file does not exist:\n  %1").arg(o.parFile);
@@ -89,15 +81,18 @@ bool KelvaneData::doEnsembleCorrelation(const BatchProcessOptions& options) {
     corr->setPeakThreshold(o.ensemblePeakRelThresh);
     corr->setImagePreProcessing(m_dataObject->image(0)->imageCfg());
     if (o.displFileEnable) {
-        m_ensembleOffset = std::make_unique<PIV_Data2D>();
-        if (!m_ensembleOffset->load(_local(o.displFile).c_str())) {
-            QMessageBox::warning(m_window, QApplication::applicationName(),
-                                 tr("Trouble loading file\n%1\n%2")
-                                     .arg(o.displFile, m_ensembleOffset->getLastError()));
-            m_ensembleOffset.reset();
-            return false;
+        // The correlator keeps its own reference; ours goes at the end of this block.
+        PIV_Data2D* field = new PIV_Data2D;
+        const bool loaded = field->load(_local(o.displFile).c_str());
+        if (loaded) {
+            corr->setOffsetData(field);
+        } else {
+            QMessageBox::warning(
+                m_window, QApplication::applicationName(),
+                tr("Trouble loading file\n%1\n%2").arg(o.displFile, field->getLastError()));
         }
-        corr->setOffsetData(m_ensembleOffset.get());
+        field->release();
+        if (!loaded) return false;
     }
     auto pairs = std::make_shared<FilePairList>();
     for (const QString& file : o.fileList) {
@@ -135,7 +130,6 @@ void KelvaneData::ensembleFinished() {
                                           .arg(QString::fromLocal8Bit(corr->getLastError()));
         emit signalMessage(m_batchReport);
         emit signalLogMessage(m_batchReport);
-        m_ensembleOffset.reset();
         emit signalBatchFinished();
         return;
     }
@@ -188,7 +182,6 @@ void KelvaneData::ensembleFinished() {
                                 QMessageBox::Ok, m_window);
     box->setAttribute(Qt::WA_DeleteOnClose);
     box->show();
-    m_ensembleOffset.reset();
     emit signalUpdateUI();
     emit signalBatchFinished();
 }

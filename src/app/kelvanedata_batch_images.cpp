@@ -23,10 +23,10 @@ void KelvaneData::slotImageBatchProcess() {
 }
 
 bool KelvaneData::startImageBatch(const BatchProcessOptions& options) {
-    if (m_batch || m_ensemble || m_batchMode) return false;
+    if (m_batch || m_ensemble || m_batchMode || (m_imageBatch && m_imageBatch->isRunning()))
+        return false;
     BatchProcessOptions o = options;
-    if (o.fileList.isEmpty()) o.updateFileList();
-    if (o.fileList.isEmpty()) return false;
+    if (!fillBatchFileList(o)) return false;
     if (!m_dataObject->image(0)->requiresImagePreProcessing() &&
         !KelvaneImageBatch::wantsStatistics(o)) {
         QMessageBox::information(
@@ -35,13 +35,7 @@ bool KelvaneData::startImageBatch(const BatchProcessOptions& options) {
         return false;
     }
     const QString dir = o.imageDestDirEnable ? o.destDir : o.sourceDir;
-    const QString stub =
-        QDir(dir).filePath(o.fileStub.isEmpty() ? QStringLiteral("imagestats") : o.fileStub);
-    QStringList names;
-    for (const char* suffix : {"_min", "_max", "_avg", "_avgmod"})
-        for (const char* ext : {".tif", ".b16"}) names << stub + suffix + ext;
-    names << stub + QStringLiteral("_rms.img");
-    if (!overWriteFileList(names, dir)) return false;
+    if (!overWriteFileList(KelvaneImageBatch::statisticsFiles(o), dir)) return false;
     if (!m_imageBatch) {
         m_imageBatch = new KelvaneImageBatch(this);
         connect(m_imageBatch, &QThread::finished, this, &KelvaneData::slotImageBatchFinished);

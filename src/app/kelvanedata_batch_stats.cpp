@@ -14,18 +14,6 @@
 #include "piv_series_output.h"
 #include "qpiv_imagepair.h"
 
-namespace {
-
-std::string _local(const QString& text) {
-    return text.toLocal8Bit().toStdString();
-}
-
-QString _fromLocal(const std::string& text) {
-    return QString::fromLocal8Bit(text.c_str());
-}
-
-}  // namespace
-
 bool KelvaneData::batchPostProcess(const BatchProcessOptions& o) {
     PIV_Data2D_Stats* stats = m_batch ? &m_batch->stats : nullptr;
     if (!stats || stats->dataSetCount() == 0) {
@@ -48,8 +36,13 @@ bool KelvaneData::batchPostProcess(const BatchProcessOptions& o) {
     params.setPivParameters(m_dataObject->parameters(0)->pivParameters());
     params.setImageCfg(m_dataObject->image(0)->imageCfg());
     params.setPostProcessCfg(m_dataObject->postProcessCfg());
-    params.save(mean.c_str());
-    params.save(rms.c_str());
+    for (const std::string& name : {mean, rms})
+        if (!params.save(name.c_str())) {
+            m_batch->failed++;
+            emit signalLogMessage(
+                tr("   Saving failed!\n   %1\n   %2")
+                    .arg(_fromLocal(name), _fromLocal(params.error().getLastError())));
+        }
     QString report = tr("Final statistics data stored in directory:\n") + o.resultDir() +
                      tr("\n\nNetCDF - Mean Data: ") + QFileInfo(_fromLocal(mean)).fileName() +
                      tr("\nNetCDF - RMS Data : ") + QFileInfo(_fromLocal(rms)).fileName();
@@ -68,6 +61,7 @@ bool KelvaneData::batchPostProcess(const BatchProcessOptions& o) {
                 PIV::SeriesResultName(PIV::SeriesPath(dir, stub + "_rms"), format, velocity);
             const bool ok = stats->avgData()->save(avgName.c_str(), 0, cfg) &&
                             stats->rmsData()->save(rmsName.c_str(), 0, cfg);
+            if (!ok) m_batch->failed++;
             if (!ok)
                 emit signalLogMessage(tr("   Saving failed!\n   %1")
                                           .arg(_fromLocal(stats->avgData()->getLastError())));
@@ -126,7 +120,12 @@ bool KelvaneData::batchSecondPass(const BatchProcessOptions& o) {
         }
         if (o.storeFluctuations) {
             const std::string diff = file.substr(0, file.size() - 3) + "_diff.nc";
-            stresses.saveCurrentDifference(diff.c_str(), cfg);
+            if (!stresses.saveCurrentDifference(diff.c_str(), cfg)) {
+                m_batch->failed++;
+                emit signalLogMessage(
+                    tr("   Saving failed!\n   %1\n   %2")
+                        .arg(_fromLocal(diff), _fromLocal(stresses.getLastError())));
+            }
         }
     }
     if (!stresses.update())

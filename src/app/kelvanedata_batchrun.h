@@ -3,8 +3,19 @@
 
 #include <QStringList>
 
+#include <string>
+
 #include "batchprocessoptions.h"
 #include "piv_data2d_stats.h"
+
+// File names between Qt and the library, which takes them in the local
+// 8-bit encoding.
+inline std::string _local(const QString& text) {
+    return text.toLocal8Bit().toStdString();
+}
+inline QString _fromLocal(const std::string& text) {
+    return QString::fromLocal8Bit(text.c_str());
+}
 
 struct KelvaneData::BatchRun {
     BatchProcessOptions options;

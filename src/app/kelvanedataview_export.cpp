@@ -113,15 +113,22 @@ void KelvaneDataView::print() {
 
 void KelvaneDataView::slotBatchExportPlot(const QString& file, int scene, const QString& format,
                                           bool hideImage) {
-    const bool vectorFormat =
-        format.contains(QLatin1String("PDF")) || format.contains(QLatin1String("PS"));
+    const bool vectorFormat = format.contains(QLatin1String("PDF"), Qt::CaseInsensitive) ||
+                              format.contains(QLatin1String("PS"), Qt::CaseInsensitive);
+    // The export borrows the screen: the user's plot settings and scene come back after it.
+    const PIVPLOT::PLOT_CFG saved = record();
+    const int shown = m_currentScene;
     if (hideImage) {
-        if (!record().vector.Show && !record().contour.Show) setVectorsVisible(true);
+        if (!saved.vector.Show && !saved.contour.Show) setVectorsVisible(true);
         setImageVisible(false);
     }
     slotSetCurrentScene(scene);
     redraw();
-    exportPlot(file, format, vectorFormat);
+    if (!exportPlot(file, format, vectorFormat))
+        emit signalLogMessage(tr("Cannot write plot to file: %1").arg(file));
+    if (hideImage) changeRecord([&saved](PIVPLOT::PLOT_CFG& c) { c = saved; });
+    slotSetCurrentScene(shown);
+    redraw();
 }
 
 void KelvaneDataView::slotBackgroundAlign() {

@@ -27,6 +27,37 @@ KelvaneImageBatch::~KelvaneImageBatch() {
     wait();
 }
 
+QStringList KelvaneImageBatch::statisticsFiles(const BatchProcessOptions& o, int type,
+                                               bool pcoFormat) {
+    const QString dir = o.imageDestDirEnable ? o.destDir : o.sourceDir;
+    const QString stub =
+        QDir(dir).filePath(o.fileStub.isEmpty() ? QStringLiteral("imagestats") : o.fileStub);
+    const struct {
+        bool wanted;
+        const char* suffix;
+    } outputs[] = {
+        {o.imageSeqCalcMinimum, "_min"}, {o.imageSeqCalcMaximum, "_max"},
+        {o.imageSeqCalcAverage, "_avg"}, {o.imageSeqCalcAverageMod, "_avgmod"},
+        {o.imageSeqCalcRMS, "_rms"},  // the one always in float
+    };
+    QStringList names;
+    for (const auto& out : outputs) {
+        const int t = &out == &outputs[4] ? int(IMAGE_FLOAT) : type;
+        names << (out.wanted ? stub + QLatin1String(out.suffix) + _extension(t, pcoFormat)
+                             : QString());
+    }
+    return names;
+}
+
+QStringList KelvaneImageBatch::statisticsFiles(const BatchProcessOptions& o) {
+    QStringList names;
+    for (int type : {IMAGE_UINT8, IMAGE_UINT16, IMAGE_FLOAT})
+        for (bool pco : {false, true}) names << statisticsFiles(o, type, pco);
+    names.removeAll(QString());
+    names.removeDuplicates();
+    return names;
+}
+
 bool KelvaneImageBatch::wantsStatistics(const BatchProcessOptions& o) {
     return o.imageSeqCalcMinimum || o.imageSeqCalcMaximum || o.imageSeqCalcAverage ||
            o.imageSeqCalcAverageMod || o.imageSeqCalcRMS;
@@ -117,9 +148,6 @@ void KelvaneImageBatch::run() {
 
 void KelvaneImageBatch::writeStatistics(int count) {
     const BatchProcessOptions& o = m_options;
-    const QString dir = o.imageDestDirEnable ? o.destDir : o.sourceDir;
-    const QString stub =
-        QDir(dir).filePath(o.fileStub.isEmpty() ? QStringLiteral("imagestats") : o.fileStub);
     const double n = count;
     const size_t pixels = m_sum.size();
     std::vector<float> avg(pixels), rms(pixels), mod(pixels);
@@ -130,31 +158,27 @@ void KelvaneImageBatch::writeStatistics(int count) {
         avg[k] = float(m_sum[k] / n);
         mod[k] = m_min[k] + (avg[k] - m_min[k]) * float(o.imageSeqCalcAverageModOffset);
     }
+    // In the order of statisticsFiles.
     const struct {
-        bool wanted;
         const std::vector<float>* values;
-        const char* suffix;
         const char* label;
-        bool asFloat;
     } outputs[] = {
-        {o.imageSeqCalcMinimum, &m_min, "_min", "\n   Minimum: '%1'", false},
-        {o.imageSeqCalcMaximum, &m_max, "_max", "\n   Maximum: '%1'", false},
-        {o.imageSeqCalcAverage, &avg, "_avg", "\n   Average: '%1'", false},
-        {o.imageSeqCalcAverageMod, &mod, "_avgmod", "\n   Modified average: '%1'", false},
-        {o.imageSeqCalcRMS, &rms, "_rms", "\n   RMS: '%1'", true},
+        {&m_min, "\n   Minimum: '%1'"}, {&m_max, "\n   Maximum: '%1'"},
+        {&avg, "\n   Average: '%1'"},   {&mod, "\n   Modified average: '%1'"},
+        {&rms, "\n   RMS: '%1'"},
     };
-    for (const auto& out : outputs) {
-        if (!out.wanted) continue;
-        const ImageType type = out.asFloat ? IMAGE_FLOAT : ImageType(m_type);
+    const QStringList names = statisticsFiles(o, m_type, m_pcoFormat);
+    for (int k = 0; k < 5; ++k) {
+        const QString& name = names.at(k);
+        if (name.isEmpty()) continue;
+        const ImageType type = k == 4 ? IMAGE_FLOAT : ImageType(m_type);
         Image2D image(m_width, m_height, type);
         image.setFlagCompressionEnabled(m_compression);
         for (int64_t y = 0; y < m_height; ++y)
-            image.putRow(out.values->data() + y * m_width, int(y));
-        const QString ext = _extension(type, m_pcoFormat);
-        const QString name = stub + QLatin1String(out.suffix) + ext;
-        const int format = ext == QLatin1String(".tif") ? PIV::FORMAT_TIFF : -1;
+            image.putRow(outputs[k].values->data() + y * m_width, int(y));
+        const int format = name.endsWith(QLatin1String(".tif")) ? PIV::FORMAT_TIFF : -1;
         if (image.save(name.toLocal8Bit().constData(), format))
-            m_log += tr(out.label).arg(name);
+            m_log += tr(outputs[k].label).arg(name);
         else
             leaveOut(name, QString::fromLocal8Bit(image.error().getLastError()));
     }

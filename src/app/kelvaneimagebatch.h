@@ -28,6 +28,13 @@ public:
     void setAbortFlag(bool on) { m_abort = on; }
     // What the last run did, for the log; read once it has finished.
     const QString& logMessage() const { return m_log; }
+    // The statistics images `options` ask for, written from a series of
+    // `type`: minimum, maximum, average, modified average and RMS, an empty
+    // name for one not asked for.
+    static QStringList statisticsFiles(const BatchProcessOptions& options, int type,
+                                       bool pcoFormat);
+    // Every name a run may write, whatever the type of its series.
+    static QStringList statisticsFiles(const BatchProcessOptions& options);
     // Whether `options` ask for any statistics image.
     static bool wantsStatistics(const BatchProcessOptions& options);
 

@@ -191,12 +191,13 @@ bool BatchProcessOptions::isSplitType() const {
 }
 
 int BatchProcessOptions::updateFileList() {
-    QDir dir(sourceDir);
-    if (!dir.exists()) dir = QDir(QDir::currentPath());
+    fileList.clear();
+    // A missing folder lists nothing: the working directory is never a stand-in.
+    const QDir dir(sourceDir);
+    if (sourceDir.isEmpty() || !dir.exists()) return 0;
     const QStringList filters =
         fileFilter.split(QRegularExpression(QStringLiteral("[;\\s]+")), Qt::SkipEmptyParts);
     const QStringList all = dir.entryList(filters, QDir::Files, QDir::Name);
-    fileList.clear();
     const int start = fileSubSet ? qMax(0, fileIndexStart) : 0;
     const int step = fileSubSet ? qMax(1, fileIndexIncr) : 1;
     for (int i = start; i < all.size(); i += step) fileList << dir.absoluteFilePath(all.at(i));

@@ -21,9 +21,9 @@ public:
     OUTPUT_CFG outputCfg() const;
     // The ensemble record with the switches of the dialog.
     CORR_AVERAGE_PARAMS ensembleParams() const;
-    // Fills fileList from the source directory (the current one when it is
-    // not there), the filter and the sub-series; the count of files the
-    // filter matched.
+    // Fills fileList from the source directory (empty when it is not
+    // there), the filter and the sub-series; the count of files the filter
+    // matched.
     int updateFileList();
     // Where the results go: the destination, or the source directory.
     QString resultDir() const { return dataDestDirEnable ? destDir : sourceDir; }

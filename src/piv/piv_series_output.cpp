@@ -22,6 +22,11 @@ std::string PIV::SeriesRmsName(const std::string& dir, const std::string& stub) 
     return SeriesPath(dir, stub + "_rms.nc");
 }
 
+PIV::ENSEMBLE_FILES PIV::EnsembleFiles(const std::string& dir, const std::string& stub) {
+    return {SeriesMeanName(dir, stub), SeriesPath(dir, stub + "_corr.nc"),
+            SeriesPath(dir, stub + "_corr.tif"), SeriesPath(dir, stub + "_autocorr.tif")};
+}
+
 std::string PIV::SeriesReynoldsName(const std::string& dir, const std::string& stub) {
     return SeriesPath(dir, stub + "_reyn.dat");
 }

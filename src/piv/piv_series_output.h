@@ -24,6 +24,14 @@ std::string SeriesMeanName(const std::string& dir, const std::string& stub);
 std::string SeriesRmsName(const std::string& dir, const std::string& stub);
 std::string SeriesReynoldsName(const std::string& dir, const std::string& stub);
 
+// The files of an ensemble run inside `dir`: `stub` + "_avg.nc" (the mean
+// field), "_corr.nc" (the averaged planes), "_corr.tif" (their image) and
+// "_autocorr.tif" (the image of the autocorrelation planes).
+struct ENSEMBLE_FILES {
+    std::string field, planes, planesImage, autoPlanesImage;
+};
+ENSEMBLE_FILES EnsembleFiles(const std::string& dir, const std::string& stub);
+
 // Updates the sums and writes the mean and rms fields in NetCDF, each beside
 // its target and renamed. False with the reason in `error` (the statistics'
 // own text, or "no field to average").

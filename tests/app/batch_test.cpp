@@ -174,14 +174,19 @@ TEST_F(BatchTest, StopKeepsFinishedFilesOnly) {
     }
 }
 
-// A folder where a result goes fails that file by name; the others are written.
+// A folder where a result goes, a field or the fluctuations of the second
+// pass, fails that file by name and is counted; the others are written.
 TEST_F(BatchTest, ResultThatCannotBeWrittenFailsByName) {
     writePairs(3);
     QDir().mkpath(out() + "/run0002a.nc");
+    QDir().mkpath(out() + "/run0003a_diff.nc");
+    o.doReynoldsStresses = o.storeFluctuations = true;
     BoxWatcher boxes(QStringLiteral("Yes, overwrite files"));
     const QStringList log = run();
-    EXPECT_EQ(controller.batchFailures(), 1);
+    EXPECT_EQ(controller.batchFailures(), 2);
     EXPECT_EQ(log.filter(QStringLiteral("run0002a.nc")).filter(QStringLiteral("failed")).size(), 2);
+    EXPECT_EQ(
+        log.filter(QStringLiteral("Saving failed!\n   ") + out() + "/run0003a_diff.nc").size(), 1);
     EXPECT_TRUE(QFileInfo(out() + "/run0001a.nc").isFile());
     EXPECT_TRUE(QFileInfo(out() + "/run0003a.nc").isFile());
 }
@@ -291,6 +296,22 @@ TEST_F(BatchTest, DialogCountsItsSelectionAndKeepsItsSettings) {
     EXPECT_NE(PIVBatchDlg(&settings, 1).getBatchOptions().fileFilter, o.fileFilter);
 }
 
+// A source folder that is gone is said, and the files of the working
+// directory, where the pairs are, are not run instead.
+TEST_F(BatchTest, MissingSourceFolderRunsNothing) {
+    writePairs(1);
+    const QString cwd = QDir::currentPath();
+    QDir::setCurrent(in());
+    o.sourceDir = in() + "/gone";
+    BoxWatcher boxes;
+    EXPECT_FALSE(controller.startBatch(o));
+    EXPECT_FALSE(controller.doEnsembleCorrelation(o));
+    QDir::setCurrent(cwd);
+    const QString said = "Source directory does not exist:\n  " + o.sourceDir;
+    EXPECT_EQ(boxes.texts, QStringList({said, said}));
+    EXPECT_EQ(written(), "");
+}
+
 // While a batch runs, nothing else evaluates.
 TEST_F(BatchTest, BatchModeRefusesEvaluation) {
     QSignalSpy messages(&controller, &KelvaneData::signalMessage);
@@ -302,8 +323,8 @@ TEST_F(BatchTest, BatchModeRefusesEvaluation) {
     controller.setBatchMode(false);
 }
 
-// 20 pairs of one shift summed into one field; a stop before the first
-// pair writes nothing.
+// 20 pairs of one shift summed into one field, with and without an offset
+// field; a stop before the first pair writes nothing.
 TEST_F(BatchTest, EnsembleFindsTheCommonShiftAndStopsClean) {
     for (int k = 1; k <= 20; ++k) {
         const std::string stem = dir.file("in/e") + std::to_string(100 + k);
@@ -331,6 +352,15 @@ TEST_F(BatchTest, EnsembleFindsTheCommonShiftAndStopsClean) {
         }
     }
     EXPECT_EQ(written(), "ens_avg.nc ens_corr.nc");
+    // Run again with the first result as the offset field: the window
+    // follows the shift and the summed field is still 1.5 px.
+    ASSERT_TRUE(QFile::rename(out() + "/ens_avg.nc", in() + "/offset.nc"));
+    o.displFileEnable = true;
+    o.displFile = in() + "/offset.nc";
+    BoxWatcher boxes(QStringLiteral("Yes, overwrite files"));
+    QSignalSpy done(&controller, &KelvaneData::signalBatchFinished);
+    ASSERT_TRUE(controller.doEnsembleCorrelation(o));
+    ASSERT_TRUE(done.wait(120000));
     const std::vector<double> dx = Dx(out() + "/ens_avg.nc");
     double sum = 0;
     for (double d : dx) sum += d;

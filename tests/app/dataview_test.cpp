@@ -382,8 +382,8 @@ TEST_F(PlotScene, TheMouseActsByMode) {
 }
 
 // Printing and a batch export write PDF on a white ground and leave the
-// screen's ground as it was; the dialog places the colour bar; zoom and ruler survive a restart
-// under their keys.
+// screen's ground, image and scene as they were; the dialog places the colour bar; zoom and ruler
+// survive a restart under their keys.
 TEST_F(PlotScene, PrintBatchExportAndSettings) {
     {
         auto w = shownWindow();
@@ -396,9 +396,15 @@ TEST_F(PlotScene, PrintBatchExportAndSettings) {
         v->printer()->setOutputFileName(path("print.pdf"));
         v->print();
         EXPECT_EQ(test_support::ReadBytes(file("print.pdf")).substr(0, 4), "%PDF");
-        v->slotBatchExportPlot(path("batch.pdf"), 0, "PDF", true);
+        // Scene 1 without the image, format in lower case: the shown scene
+        // and image come back.
+        v->slotBatchExportPlot(path("batch.pdf"), 1, "pdf", true);
         EXPECT_EQ(test_support::ReadBytes(file("batch.pdf")).substr(0, 4), "%PDF");
-        EXPECT_FALSE(v->isImageVisible());
+        EXPECT_TRUE(v->isImageVisible());
+        EXPECT_EQ(v->currentViewIndex(), 0);
+        QSignalSpy log(v, &KelvaneDataView::signalLogMessage);
+        v->slotBatchExportPlot(path("gone/batch.png"), 0, "PNG", false);
+        EXPECT_EQ(log.count(), 1);  // a folder that is not there
         EXPECT_EQ(v->scene(0)->backgroundBrush(), ground);
         PIVPLOT::PLOT_CFG placed = v->plotDlg()->record();
         placed.image.lut.PosX = 300;  // the dialog places the colour bar

@@ -88,15 +88,32 @@ TEST_F(ImageBatchTest, RmsOfBrightSixteenBitSeriesHolds) {
     EXPECT_NEAR(avg.pixel(5, 5), sum / 300, 0.5);
     for (int y = 0; y < 64; ++y)
         for (int x = 0; x < 64; ++x) ASSERT_FALSE(std::isnan(rms.pixel(x, y)));
-    // A stop right after the start: it ends at the next file and writes nothing.
-    QFile::remove(in() + "/s_rms.img");
-    QFile::remove(in() + "/s_avg.b16");
-    QSignalSpy done(&controller, &KelvaneData::signalBatchFinished);
-    ASSERT_TRUE(controller.startImageBatch(o));
-    controller.slotImageBatchProcess();
-    ASSERT_TRUE(done.wait(60000));
-    EXPECT_TRUE(controller.batchReport().startsWith("Image batch processing aborted at image"));
-    EXPECT_FALSE(QFileInfo::exists(in() + "/s_rms.img"));
+    // A stop right after the start, by its button or by the common one: it
+    // ends at the next file and writes nothing; till then no batch starts.
+    for (bool own : {true, false}) {
+        QFile::remove(in() + "/s_rms.img");
+        QFile::remove(in() + "/s_avg.b16");
+        QSignalSpy done(&controller, &KelvaneData::signalBatchFinished);
+        ASSERT_TRUE(controller.startImageBatch(o));
+        own ? controller.slotImageBatchProcess() : controller.slotCancelProcessing();
+        EXPECT_FALSE(controller.startImageBatch(o));
+        EXPECT_FALSE(controller.startBatch(o));
+        ASSERT_TRUE(done.wait(60000));
+        EXPECT_TRUE(controller.batchReport().startsWith("Image batch processing aborted at image"));
+        EXPECT_FALSE(QFileInfo::exists(in() + "/s_rms.img"));
+    }
+}
+
+// A float series writes its average as s_avg.img: one already there is asked about.
+TEST_F(ImageBatchTest, ExistingFloatResultIsAskedAbout) {
+    for (const char* name : {"f1.img", "f2.img", "s_avg.img"})
+        ASSERT_TRUE(Image2D(8, 8, IMAGE_FLOAT).save(at(name).c_str()));
+    o.fileFilter = QStringLiteral("f*.img");
+    o.imageSeqCalcAverage = true;
+    BoxWatcher boxes(QStringLiteral("No, cancel"));
+    EXPECT_FALSE(controller.startImageBatch(o));
+    EXPECT_TRUE(boxes.texts.value(0).startsWith("Some output files/images in"))
+        << boxes.texts.value(0).toStdString();
 }
 
 // One image makes no statistics; nothing to do at all is said in a box.

@@ -6,6 +6,7 @@
 #include "piv_data2d.h"
 #include "piv_filelist.h"
 #include "piv_params.h"
+#include "piv_series_output.h"
 #include "tool_args.h"
 
 namespace eval_tool {
@@ -27,10 +28,6 @@ private:
     std::function<bool()> m_stop;
     bool m_verbose;
 };
-
-std::string InFolder(const std::string& dir, const std::string& name) {
-    return dir.empty() || dir.back() == '/' ? dir + name : dir + "/" + name;
-}
 
 }  // namespace
 
@@ -80,8 +77,9 @@ int RunEnsemble(const Options& o, PIV_Parameters& params, std::string& error,
     }
     OUTPUT_CFG out;
     out.OutputFormat = 3;
-    const std::string field = InFolder(o.outputDir, o.stub + "_avg.nc");
-    const std::string planes = InFolder(o.outputDir, o.stub + "_corr.nc");
+    const PIV::ENSEMBLE_FILES names = PIV::EnsembleFiles(o.outputDir, o.stub);
+    const std::string& field = names.field;
+    const std::string& planes = names.planes;
     if (!avg.pivData()->save(field.c_str(), 0, out)) {
         error = "writing " + field + " failed: " + Reason(avg.pivData()->error());
         return tool::kFailed;
@@ -92,7 +90,7 @@ int RunEnsemble(const Options& o, PIV_Parameters& params, std::string& error,
     }
     if (o.savePlanes) {
         Image2D image;
-        const std::string tif = InFolder(o.outputDir, o.stub + "_corr.tif");
+        const std::string& tif = names.planesImage;
         if (!avg.createImage(&image, false, true) || !image.save(tif.c_str())) {
             error = "writing " + tif + " failed: " + Reason(avg.error());
             return tool::kFailed;
