@@ -10,6 +10,19 @@ const char* const PIV::OpenCL::kKernelSource = R"CLC(
 #pragma OPENCL EXTENSION cl_khr_fp64 : enable
 #define GROUP 64
 
+// The work group's partial sums of two quantities, summed into element 0 of
+// each; every work item of the group must call it.
+void sum_pair(__local double* partA, __local double* partB, int lid) {
+    barrier(CLK_LOCAL_MEM_FENCE);
+    for (int s = GROUP / 2; s > 0; s >>= 1) {
+        if (lid < s) {
+            partA[lid] += partA[lid + s];
+            partB[lid] += partB[lid + s];
+        }
+        barrier(CLK_LOCAL_MEM_FENCE);
+    }
+}
+
 // One work group per window. corners: ax, ay, bx, by. The samples land in
 // rows of `stride` floats, the in-place layout of the real transform.
 __kernel __attribute__((reqd_work_group_size(GROUP, 1, 1)))
@@ -38,14 +51,7 @@ void sample_windows(__global const float* imgA, __global const float* imgB, int 
     }
     partA[lid] = sumA;
     partB[lid] = sumB;
-    barrier(CLK_LOCAL_MEM_FENCE);
-    for (int s = GROUP / 2; s > 0; s >>= 1) {
-        if (lid < s) {
-            partA[lid] += partA[lid + s];
-            partB[lid] += partB[lid + s];
-        }
-        barrier(CLK_LOCAL_MEM_FENCE);
-    }
+    sum_pair(partA, partB, lid);
     const float meanA = (float)(partA[0] / (double)n), meanB = (float)(partB[0] / (double)n);
     barrier(CLK_LOCAL_MEM_FENCE);
     double sqA = 0.0, sqB = 0.0;
@@ -59,14 +65,7 @@ void sample_windows(__global const float* imgA, __global const float* imgB, int 
     }
     partA[lid] = sqA;
     partB[lid] = sqB;
-    barrier(CLK_LOCAL_MEM_FENCE);
-    for (int s = GROUP / 2; s > 0; s >>= 1) {
-        if (lid < s) {
-            partA[lid] += partA[lid + s];
-            partB[lid] += partB[lid + s];
-        }
-        barrier(CLK_LOCAL_MEM_FENCE);
-    }
+    sum_pair(partA, partB, lid);
     if (lid == 0) norms[win] = sqrt((float)partA[0] * (float)partB[0]);
 }
 
