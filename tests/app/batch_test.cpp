@@ -8,7 +8,10 @@
 #include <fstream>
 #include <sstream>
 
+#include <QDropEvent>
 #include <QLabel>
+#include <QMimeData>
+#include <QUrl>
 
 #include "box_watcher.h"
 #include "piv_data2d.h"
@@ -272,16 +275,16 @@ TEST_F(BatchTest, DialogCountsItsSelectionAndKeepsItsSettings) {
     o.fileIndexIncr = 2;
     o.ensemblePeakRelThresh = 0.25f;
     o.doReynoldsStresses = true;
+    const auto labels = [](const PIVBatchDlg& dialog) {
+        QStringList t;
+        for (QLabel* l : dialog.findChildren<QLabel*>()) t << l->text();
+        return t;
+    };
     {
         PIVBatchDlg dialog(&settings, 0);
         dialog.setBatchOpts(o);
-        const QStringList labels = [&] {
-            QStringList t;
-            for (QLabel* l : dialog.findChildren<QLabel*>()) t << l->text();
-            return t;
-        }();
-        EXPECT_TRUE(labels.contains("Available Files: 25"));
-        EXPECT_TRUE(labels.contains("Selected Files: 11"));
+        EXPECT_TRUE(labels(dialog).contains("Available Files: 25"));
+        EXPECT_TRUE(labels(dialog).contains("Selected Files: 11"));
         EXPECT_EQ(dialog.getBatchOptions().fileList.first(), in() + "/f03.tif");
         dialog.accept();
     }
@@ -294,6 +297,20 @@ TEST_F(BatchTest, DialogCountsItsSelectionAndKeepsItsSettings) {
     EXPECT_EQ(back.ensemblePeakRelThresh, 0.25f);
     // The image batch keeps its own.
     EXPECT_NE(PIVBatchDlg(&settings, 1).getBatchOptions().fileFilter, o.fileFilter);
+
+    // Three files dropped from two folders, one name with a blank in it: the
+    // run takes exactly those three.
+    const QStringList dropped = {in() + "/f01.tif", in() + "/f 02.tif", out() + "/g.b16"};
+    for (const QString& f : dropped) QFile(f).open(QIODevice::WriteOnly);
+    QMimeData mime;
+    mime.setUrls({QUrl::fromLocalFile(dropped[0]), QUrl::fromLocalFile(dropped[1]),
+                  QUrl::fromLocalFile(dropped[2])});
+    o.fileSubSet = false;
+    again.setBatchOpts(o);
+    QDropEvent drop(QPointF(), Qt::CopyAction, &mime, Qt::LeftButton, Qt::NoModifier);
+    static_cast<QObject&>(again).event(&drop);  // the drop handler, as the window's drag ends
+    EXPECT_TRUE(labels(again).contains("Available Files: 3"));
+    EXPECT_EQ(again.getBatchOptions().fileList, dropped);
 }
 
 // A source folder that is gone is said, and the files of the working
