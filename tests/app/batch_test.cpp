@@ -14,6 +14,9 @@
 #include <QUrl>
 
 #include "box_watcher.h"
+#include "image2d.h"
+#include "image2ditem.h"
+#include "imageviewer.h"
 #include "piv_data2d.h"
 #include "pivbatchdlg.h"
 #include "session_fixture.h"
@@ -370,14 +373,23 @@ TEST_F(BatchTest, EnsembleFindsTheCommonShiftAndStopsClean) {
     }
     EXPECT_EQ(written(), "ens_avg.nc ens_corr.nc");
     // Run again with the first result as the offset field: the window
-    // follows the shift and the summed field is still 1.5 px.
+    // follows the shift and the summed field is still 1.5 px. The map of
+    // the planes is shown over its whole range, as the saved one reads.
     ASSERT_TRUE(QFile::rename(out() + "/ens_avg.nc", in() + "/offset.nc"));
     o.displFileEnable = true;
     o.displFile = in() + "/offset.nc";
+    o.ensembleDisplayImage = o.ensembleSaveImage = true;
     BoxWatcher boxes(QStringLiteral("Yes, overwrite files"));
     QSignalSpy done(&controller, &KelvaneData::signalBatchFinished);
     ASSERT_TRUE(controller.doEnsembleCorrelation(o));
     ASSERT_TRUE(done.wait(120000));
+    Image2D map;
+    ASSERT_TRUE(map.load((out() + "/ens_corr.tif").toLocal8Bit().constData()));
+    const ImageViewer* viewer = controller.imageViewer();
+    EXPECT_TRUE(viewer->isVisible() && viewer->windowTitle() == "Ensemble correlation map: ens" &&
+                viewer->item()->minimum() == map.minimum() &&
+                viewer->item()->maximum() == map.maximum())
+        << map.minimum() << ' ' << map.maximum() << ' ' << viewer->item()->maximum();
     const std::vector<double> dx = Dx(out() + "/ens_avg.nc");
     double sum = 0;
     for (double d : dx) sum += d;
