@@ -8,6 +8,7 @@
 #include <QMessageBox>
 #include <QThread>
 
+#include "imageviewer.h"
 #include "kelvanedata.h"
 #include "kelvanedata_batchrun.h"
 #include "kelvanedataobject.h"
@@ -173,6 +174,13 @@ void KelvaneData::ensembleFinished() {
                         tr("  Image of averaged correlation planes stored in: '%1'").arg(name));
                 else
                     fail(name, image.error().getLastError());
+            }
+            // The viewer takes a copy: this image goes with the block.
+            if (o.ensembleDisplayImage && !autoCorr) {
+                m_imageViewer->setImage(
+                    &image, tr("Ensemble correlation map: %1").arg(_fromLocal(_ensembleStub(o))));
+                m_imageViewer->show();
+                m_imageViewer->raise();
             }
         }
     }

@@ -10,6 +10,7 @@
 
 #include "kelvanedataobject.h"
 #include "piv_enums.h"
+#include "piv_fft_plans.h"
 #include "piv_messages.h"
 #include "piv_multigrid_levels.h"
 #include "piv_params.h"
@@ -76,6 +77,11 @@ bool _sameSettings(const PIV_PARAMETERS& a, const PIV_PARAMETERS& b) {
 
 PIVevalEngine::PIVevalEngine(KelvaneDataObject* dataObject, QWidget* parentWidget, QObject* parent)
     : QObject(parent), m_dataObject(dataObject), m_parentWidget(parentWidget) {
+    // Estimated plans, as kelvane-eval takes: a measured plan may differ from
+    // one process to the next, and with it the last digits of a field, so the
+    // window, its batch and the tool give the same field for the same pair.
+    // Set before the first correlator plans anything.
+    PIV::SetMeasuredFFTPlans(false);
     createEvaluators();
     connect(dataObject, &KelvaneDataObject::signalHaveNewImage, this,
             &PIVevalEngine::slotUpdatePivImages);

@@ -192,14 +192,18 @@ bool BatchProcessOptions::isSplitType() const {
 
 int BatchProcessOptions::updateFileList() {
     fileList.clear();
-    // A missing folder lists nothing: the working directory is never a stand-in.
-    const QDir dir(sourceDir);
-    if (sourceDir.isEmpty() || !dir.exists()) return 0;
-    const QStringList filters =
-        fileFilter.split(QRegularExpression(QStringLiteral("[;\\s]+")), Qt::SkipEmptyParts);
-    const QStringList all = dir.entryList(filters, QDir::Files, QDir::Name);
+    QStringList all = droppedFiles;
+    if (all.isEmpty()) {
+        // A missing folder lists nothing: the working directory is never a stand-in.
+        const QDir dir(sourceDir);
+        if (sourceDir.isEmpty() || !dir.exists()) return 0;
+        const QStringList filters =
+            fileFilter.split(QRegularExpression(QStringLiteral("[;\\s]+")), Qt::SkipEmptyParts);
+        for (const QString& name : dir.entryList(filters, QDir::Files, QDir::Name))
+            all << dir.absoluteFilePath(name);
+    }
     const int start = fileSubSet ? qMax(0, fileIndexStart) : 0;
     const int step = fileSubSet ? qMax(1, fileIndexIncr) : 1;
-    for (int i = start; i < all.size(); i += step) fileList << dir.absoluteFilePath(all.at(i));
+    for (int i = start; i < all.size(); i += step) fileList << all.at(i);
     return all.size();
 }

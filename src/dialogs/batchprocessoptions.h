@@ -21,9 +21,9 @@ public:
     OUTPUT_CFG outputCfg() const;
     // The ensemble record with the switches of the dialog.
     CORR_AVERAGE_PARAMS ensembleParams() const;
-    // Fills fileList from the source directory (empty when it is not
-    // there), the filter and the sub-series; the count of files the filter
-    // matched.
+    // Fills fileList from the dropped files, else from the source directory
+    // (empty when it is not there) and the filter, then takes the
+    // sub-series; the count of files before the sub-series.
     int updateFileList();
     // Where the results go: the destination, or the source directory.
     QString resultDir() const { return dataDestDirEnable ? destDir : sourceDir; }
@@ -64,6 +64,10 @@ public:
     bool ensembleVaryStride, ensembleSaveIntermediate;
     int ensembleMultiGridStartWin, ensemblePeakFitMethod;
     float ensemblePeakRelThresh;
+    // Files dropped on the dialog, full paths in the order dropped: while
+    // there are any they are the files, instead of the folder and the filter.
+    // Not stored: a drop chooses for one run.
+    QStringList droppedFiles;
 
     // Computed at the start of a run.
     QStringList fileList;  // absolute paths

@@ -126,8 +126,12 @@ PIVBatchDlg::PIVBatchDlg(MySettings* settings, int mode, QWidget* parent, Qt::Wi
     connect(buttons, &QDialogButtonBox::accepted, this, &PIVBatchDlg::accept);
     connect(buttons, &QDialogButtonBox::rejected, this, &QDialog::reject);
     top->addWidget(buttons);
-    for (QLineEdit* edit : {m_sourceDir, m_filter})
+    for (QLineEdit* edit : {m_sourceDir, m_filter}) {
         connect(edit, &QLineEdit::editingFinished, this, &PIVBatchDlg::updateAvailableFiles);
+        // Typing, not a drop filling the field, hands the choice back to the
+        // folder and the filter.
+        connect(edit, &QLineEdit::textEdited, this, [this] { m_options.droppedFiles.clear(); });
+    }
     for (QSpinBox* spin : {m_start, m_incr})
         connect(spin, QOverload<int>::of(&QSpinBox::valueChanged), this,
                 &PIVBatchDlg::updateAvailableFiles);
@@ -231,22 +235,22 @@ void PIVBatchDlg::dragEnterEvent(QDragEnterEvent* event) {
 }
 
 void PIVBatchDlg::dropEvent(QDropEvent* event) {
-    QStringList names;
+    QStringList files;
     QString dir;
     for (const QUrl& url : event->mimeData()->urls()) {
         const QFileInfo info(url.toLocalFile());
         if (info.isDir()) {
             dir = info.absoluteFilePath();
-            names.clear();
+            files.clear();
             break;
         }
         if (!info.isFile()) continue;
-        dir = info.absolutePath();
-        names << info.fileName();
+        if (files.isEmpty()) dir = info.absolutePath();
+        files << info.absoluteFilePath();
     }
     if (dir.isEmpty()) return;
+    m_options.droppedFiles = files;
     m_sourceDir->setText(dir);
-    if (!names.isEmpty()) m_filter->setText(names.join(QLatin1Char(';')));
     updateAvailableFiles();
     event->acceptProposedAction();
 }

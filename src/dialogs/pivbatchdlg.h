@@ -37,8 +37,10 @@ public slots:
     void accept() override;
 
 protected:
-    // A directory dropped becomes the source; files dropped become the
-    // source directory and a filter of exactly their names.
+    // A directory dropped becomes the source; files dropped, from any
+    // folders, are the list of the run until the folder or the filter is
+    // edited. The source directory becomes the first file's folder, where
+    // results go without a destination.
     void dragEnterEvent(QDragEnterEvent* event) override;
     void dropEvent(QDropEvent* event) override;
 
