@@ -9,11 +9,7 @@
 #include "imageview.h"
 #include "itemeditor.h"
 #include "maskedit.h"
-
-namespace {
-// How near, in screen pixels, a press must come to a vertex to take it.
-const double kVertexReach = 6.0;
-}  // namespace
+#include "vertexpick.h"
 
 QGraphicsItem* MaskEdit::itemAt(const QPointF& pos) const {
     // The topmost, that is the last added, wins.
@@ -41,18 +37,11 @@ void MaskEdit::slotMousePress(QMouseEvent* event, QPointF pos) {
             }
             return;
         case MASK_EDIT_VERTEX: {
+            // Only polygons have vertices here; the first in the list wins.
             m_vertexItem = m_vertex = -1;
-            const double reach = kVertexReach / m_view->zoomFactor();
             for (int i = 0; i < m_items.size() && m_vertex < 0; ++i) {
-                auto* p = qgraphicsitem_cast<QGraphicsPolygonItem*>(m_items[i]);
-                if (!p) continue;
-                const QPolygonF poly = p->polygon();
-                for (int k = 0; k < poly.size(); ++k)
-                    if (QLineF(p->mapToScene(poly[k]), pos).length() <= reach) {
-                        m_vertexItem = i;
-                        m_vertex = k;
-                        break;
-                    }
+                m_vertex = NearestVertex(SceneVertices(m_items[i]), pos, m_view->zoomFactor());
+                if (m_vertex >= 0) m_vertexItem = i;
             }
             return;
         }
@@ -90,10 +79,7 @@ void MaskEdit::slotMousePress(QMouseEvent* event, QPointF pos) {
 
 void MaskEdit::slotMouseMove(QMouseEvent*, QPointF pos) {
     if (m_mode != MASK_EDIT_VERTEX || m_vertex < 0) return;
-    auto* p = qgraphicsitem_cast<QGraphicsPolygonItem*>(m_items[m_vertexItem]);
-    QPolygonF poly = p->polygon();
-    poly[m_vertex] = p->mapFromScene(pos);
-    p->setPolygon(poly);
+    MoveVertex(m_items[m_vertexItem], m_vertex, pos);
     m_modified = true;
     m_maskValid = false;
 }

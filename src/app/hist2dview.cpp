@@ -106,8 +106,18 @@ void Hist2DView::registryIO(MySettings* settings, MySettings::AccessMode mode) {
     slotSetZoom(m_zoomIndex);
 }
 
-void Hist2DView::updatePivData(const PIV_Data2D* data, const PIVEVAL_CFG& cfg) {
-    m_data = data;
+void Hist2DView::holdData(PIV_Data2D* data) {
+    if (data == m_data.get()) return;
+    if (data) {
+        data->addRef();
+        m_data.reset(data, [](PIV_Data2D* d) { d->release(); });
+    } else {
+        m_data.reset();
+    }
+}
+
+void Hist2DView::updatePivData(PIV_Data2D* data, const PIVEVAL_CFG& cfg) {
+    holdData(data);
     if (!isVisible()) {
         m_cfg = cfg;
         return;
@@ -138,8 +148,8 @@ void Hist2DView::clearPDFs() {
     m_dots = QImage();
 }
 
-bool Hist2DView::compute2DPDF(const PIV_Data2D* data) {
-    m_data = data;
+bool Hist2DView::compute2DPDF(PIV_Data2D* data) {
+    holdData(data);
     if (!data || !data->haveRawData()) {
         for (auto& pdf : m_pdf) pdf.clear();
         m_dots = QImage();
@@ -275,7 +285,7 @@ void Hist2DView::setBinsPerPixel(int bins) {
     if (choice != kBinChoices + kBinChoiceCount)
         findChild<QComboBox*>(QStringLiteral("binsPerPixel"))
             ->setCurrentIndex(int(choice - kBinChoices));
-    updatePivData(m_data, m_cfg);
+    updatePivData(m_data.get(), m_cfg);
 }
 
 void Hist2DView::slotSetBinsPerPixel(int index) {
@@ -286,7 +296,7 @@ void Hist2DView::slotChangedDotSize(double size) {
     m_dotSize = size;
     auto* spin = findChild<QDoubleSpinBox*>(QStringLiteral("dotSize"));
     if (spin->value() != size) spin->setValue(size);
-    if (m_data && m_data->haveRawData() && m_count > 0) drawDots(m_data);
+    if (m_data && m_data->haveRawData() && m_count > 0) drawDots(m_data.get());
     updateSceneSize();
 }
 

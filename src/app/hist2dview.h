@@ -10,6 +10,7 @@
 #include <QRectF>
 #include <QVector>
 
+#include <memory>
 #include <vector>
 
 #include "mysettings.h"
@@ -40,8 +41,9 @@ public:
     // written whole, the file saved before kept.
     bool saveHistogram(const QString& path) const;
 
-    // Takes the field (not owned; it must outlive the next update) and draws it.
-    void updatePivData(const PIV_Data2D* data, const PIVEVAL_CFG& cfg);
+    // Takes a reference to the field and draws it: the session may drop or
+    // replace its own while the window is open.
+    void updatePivData(PIV_Data2D* data, const PIVEVAL_CFG& cfg);
     void setPivEvalCfg(const PIVEVAL_CFG& cfg) { m_cfg = cfg; }
     // The windows to show, relative to the evaluation's expected shift;
     // `enabled` says which of the three are in use.
@@ -56,8 +58,9 @@ public:
     void registryIO(MySettings* settings, MySettings::AccessMode mode);
 
     void show1DPDFs(bool on);
-    // Bins and dots of the enabled vectors; false without raw data.
-    bool compute2DPDF(const PIV_Data2D* data);
+    // Bins and dots of the enabled vectors, the field held as by
+    // updatePivData; false without raw data.
+    bool compute2DPDF(PIV_Data2D* data);
     bool compute1DPDFs();
     void add1DPDFs();
     void allocPDFs();
@@ -100,12 +103,13 @@ private:
     // The region item in slot k, of the shape asked for, keeping its place.
     void setRegionShape(int k, bool ellipse);
     int selectedRegion() const;
+    void holdData(PIV_Data2D* data);
     void drawDots(const PIV_Data2D* data);
     // Whether a vector goes in the bins and the range: enabled and finite.
     static bool counts(const PIV_VECTOR& v);
 
     PIVEVAL_CFG m_cfg;
-    const PIV_Data2D* m_data = nullptr;
+    std::shared_ptr<PIV_Data2D> m_data;  // a counted reference, given back on reset
     PIVPLOT::COLOR_CFG m_colors;
     bool m_validatorEnabled = true;
     bool m_show1D = false;

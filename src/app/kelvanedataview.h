@@ -216,6 +216,8 @@ private:
     void updateProfiles(const QPointF& point);
     // The mouse in the measuring modes: drawing, choosing, deleting.
     void measurePress(QMouseEvent* event, const QPointF& point);
+    // A vertex taken by a press in the adjust mode follows the pointer.
+    void measureMove(const QPointF& point);
     void measureRelease(QMouseEvent* event, const QPointF& point);
     void addMeasureItem(QGraphicsItem* item);
     // Renders the scene rectangle of the current scene on a white ground.
@@ -250,6 +252,8 @@ private:
     QPolygonF m_measurePoints;  // the polygon or polyline being drawn
     QGraphicsPathItem* m_measureDraft = nullptr;
     MeasureDlg* m_measureDlg = nullptr;
+    QGraphicsItem* m_vertexItem = nullptr;  // the object whose vertex m_vertex is dragged
+    int m_vertex = -1;
 
     int m_frame = 0;
     bool m_showPTV = true;

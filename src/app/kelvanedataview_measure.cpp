@@ -17,6 +17,7 @@
 #include "measuredlg.h"
 #include "piv_data2d.h"
 #include "plotobjects.h"
+#include "vertexpick.h"
 
 namespace {
 
@@ -30,15 +31,6 @@ QPainterPath _polyline(const QPolygonF& points) {
     QPainterPath path;
     path.addPolygon(points);
     return path;
-}
-
-// The scene points of a polygon or polyline item.
-QPolygonF _vertices(const QGraphicsItem* item) {
-    if (auto* p = qgraphicsitem_cast<const QGraphicsPolygonItem*>(item))
-        return p->mapToScene(p->polygon());
-    if (auto* p = qgraphicsitem_cast<const QGraphicsPathItem*>(item))
-        return p->mapToScene(p->path().toFillPolygon());
-    return {};
 }
 
 }  // namespace
@@ -111,7 +103,7 @@ PlotObjects KelvaneDataView::measureObjectsCurrentList() const {
             auto poly = qgraphicsitem_cast<const QGraphicsPathItem*>(item)
                             ? std::make_unique<PlotPolyLine>()
                             : std::make_unique<PlotPolygon>();
-            for (const QPointF& p : _vertices(item)) poly->addPoint(_point(p));
+            for (const QPointF& p : SceneVertices(item)) poly->addPoint(_point(p));
             o = std::move(poly);
         }
         list.add(std::move(o));
@@ -134,6 +126,7 @@ QGraphicsItem* KelvaneDataView::getMeasureObjectAt(const QPointF& point) const {
 
 void KelvaneDataView::slotMeasureObjectsDeleteAll() {
     m_editor[m_currentScene]->releaseItem();
+    m_vertexItem = nullptr;
     qDeleteAll(m_measure[m_currentScene]);
     m_measure[m_currentScene].clear();
     if (m_measureDlg) m_measureDlg->setRows({});
@@ -238,12 +231,22 @@ void KelvaneDataView::measurePress(QMouseEvent* event, const QPointF& point) {
     if (mode == MODE_MEASURE_DELETE) {
         if (QGraphicsItem* item = getMeasureObjectAt(point)) {
             if (editor->currentItem() == item) editor->releaseItem();
+            if (m_vertexItem == item) m_vertexItem = nullptr;
             m_measure[m_currentScene].removeOne(item);
             delete item;
             slotMeasureObjectsUpdate();
         }
-    } else if (mode == MODE_MEASURE_MOVE || mode == MODE_MEASURE_RESIZE ||
-               mode == MODE_MEASURE_ADJUST) {
+    } else if (mode == MODE_MEASURE_ADJUST) {
+        // The topmost object with a vertex near the press; rectangles and
+        // ellipses have none and keep to the resize mode.
+        m_vertexItem = nullptr;
+        m_vertex = -1;
+        const QList<QGraphicsItem*>& items = m_measure[m_currentScene];
+        for (int i = items.size() - 1; i >= 0 && !m_vertexItem; --i) {
+            m_vertex = NearestVertex(SceneVertices(items[i]), point, currentZoomFactor());
+            if (m_vertex >= 0) m_vertexItem = items[i];
+        }
+    } else if (mode == MODE_MEASURE_MOVE || mode == MODE_MEASURE_RESIZE) {
         if (editor->currentItem() && editor->handleAt(point) != ItemEditor::NO_HANDLE) return;
         if (QGraphicsItem* item = getMeasureObjectAt(point)) {
             editor->selectItem(item);
@@ -278,6 +281,10 @@ void KelvaneDataView::measurePress(QMouseEvent* event, const QPointF& point) {
     }
 }
 
+void KelvaneDataView::measureMove(const QPointF& point) {
+    if (m_vertexItem) MoveVertex(m_vertexItem, m_vertex, point);
+}
+
 void KelvaneDataView::measureRelease(QMouseEvent* event, const QPointF&) {
     const KelvaneMode mode = m_dataObject->kelvaneMode();
     KelvaneSceneView* view = m_view[m_currentScene];
@@ -293,8 +300,11 @@ void KelvaneDataView::measureRelease(QMouseEvent* event, const QPointF&) {
         else
             return;
         slotMeasureObjectsUpdate();
-    } else if (mode == MODE_MEASURE_MOVE || mode == MODE_MEASURE_RESIZE ||
-               mode == MODE_MEASURE_ADJUST) {
+    } else if (mode == MODE_MEASURE_ADJUST) {
+        if (!m_vertexItem) return;
+        m_vertexItem = nullptr;
+        slotMeasureObjectsUpdate();
+    } else if (mode == MODE_MEASURE_MOVE || mode == MODE_MEASURE_RESIZE) {
         if (m_editor[m_currentScene]->currentItem()) slotMeasureObjectsUpdate();
     }
 }

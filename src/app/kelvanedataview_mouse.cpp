@@ -35,6 +35,7 @@ void KelvaneDataView::slotMouseMoveEvent(QMouseEvent* event, QPointF point) {
         m_ruler->setEnds(view->currentLine().p1(), view->currentLine().p2());
         return;
     }
+    if (mode == MODE_MEASURE_ADJUST) measureMove(point);
     if (mode >= MODE_MEASURE_MOVE || mode == MODE_ROI_EDIT) return;
     const bool inImage =
         m_dataObject->haveImage(0) && m_items[m_currentScene]->dataRect().contains(point);

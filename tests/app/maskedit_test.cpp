@@ -30,14 +30,20 @@ protected:
         e->show();
         return e;
     }
-    static void drag(MaskEdit& e, QPointF from, QPointF to) {
-        QWidget* port = e.view()->viewport();
-        QTest::mousePress(port, Qt::LeftButton, {}, e.view()->mapFromScene(from));
+    static void drag(QGraphicsView* view, QPointF from, QPointF to) {
+        QWidget* port = view->viewport();
+        QTest::mousePress(port, Qt::LeftButton, {}, view->mapFromScene(from));
         // A move with the button held, as a hand drags.
-        QMouseEvent move(QEvent::MouseMove, e.view()->mapFromScene(to), Qt::NoButton,
-                         Qt::LeftButton, Qt::NoModifier);
+        QMouseEvent move(QEvent::MouseMove, view->mapFromScene(to), Qt::NoButton, Qt::LeftButton,
+                         Qt::NoModifier);
         QApplication::sendEvent(port, &move);
-        QTest::mouseRelease(port, Qt::LeftButton, {}, e.view()->mapFromScene(to));
+        QTest::mouseRelease(port, Qt::LeftButton, {}, view->mapFromScene(to));
+    }
+    // Left clicks on the points, a right click to end.
+    static void clickPath(QGraphicsView* v, std::initializer_list<QPointF> points) {
+        for (QPointF p : points)
+            QTest::mouseClick(v->viewport(), Qt::LeftButton, {}, v->mapFromScene(p));
+        QTest::mouseClick(v->viewport(), Qt::RightButton, {}, v->mapFromScene(*points.begin()));
     }
     static int masked(const Image2D& m) {
         int n = 0;
@@ -64,14 +70,10 @@ TEST_F(Mask, ShapesDrawnByMouseMaskTheirArea) {
         SCOPED_TRACE(c.mode);
         auto e = editor();
         e->setMaskEditMode(c.mode);
-        QWidget* port = e->view()->viewport();
-        if (c.mode == MaskEdit::MASK_EDIT_POLYGON) {
-            for (QPointF p : {QPointF(10, 10), QPointF(70, 10), QPointF(10, 50)})
-                QTest::mouseClick(port, Qt::LeftButton, {}, e->view()->mapFromScene(p));
-            QTest::mouseClick(port, Qt::RightButton, {}, e->view()->mapFromScene(10, 50));
-        } else {
-            drag(*e, {10, 20}, {40, 60});
-        }
+        if (c.mode == MaskEdit::MASK_EDIT_POLYGON)
+            clickPath(e->view(), {{10, 10}, {70, 10}, {10, 50}});
+        else
+            drag(e->view(), {10, 20}, {40, 60});
         ASSERT_TRUE(e->createMask());
         const int plain = masked(*e->maskImage());
         EXPECT_NEAR(plain, c.area, c.tolerance);
@@ -95,14 +97,14 @@ TEST_F(Mask, VerticesMoveObjectsMoveAndClicksDelete) {
     auto e = editor();
     e->addPolygon(QPolygonF({QPointF(10, 10), QPointF(70, 10), QPointF(10, 50)}));
     e->setMaskEditMode(MaskEdit::MASK_EDIT_VERTEX);
-    drag(*e, {70, 10}, {90, 10});
+    drag(e->view(), {70, 10}, {90, 10});
     ASSERT_TRUE(e->createMask());
     EXPECT_NEAR(masked(*e->maskImage()), 1600, 80 + 40 + std::hypot(80, 40));
     e->deleteAllObjects(false);
     e->addRectangle(QRectF(10, 20, 30, 40));
     e->setMaskEditMode(MaskEdit::MASK_EDIT_MOVE);
     QTest::mouseClick(e->view()->viewport(), Qt::LeftButton, {}, e->view()->mapFromScene(25, 40));
-    drag(*e, {25, 40}, {45, 40});
+    drag(e->view(), {25, 40}, {45, 40});
     ASSERT_TRUE(e->createMask());
     EXPECT_EQ(e->maskImage()->pixel(45, 40), 255.0f);
     EXPECT_EQ(e->maskImage()->pixel(15, 40), 0.0f);
@@ -311,24 +313,23 @@ TEST_F(Mask, MeasuringShapesDrawnInTheScene) {
     ASSERT_TRUE(win->loadFile(path("spin.nc")));
     KelvaneDataView* v = win->dataView();
     KelvaneSceneView* view = v->view(0);
-    QWidget* port = view->viewport();
-    // Rectangle and ellipse in the box (32,32)-(96,80), triangle of 1536 px^2.
+    // Rectangle and ellipse in the box (32,32)-(96,80); the triangle (32,32),
+    // (96,32),(32,80) with its corner dragged to (112,32) in the adjust mode,
+    // 1920 px^2, the rectangle's corner there kept; an open polyline 64 + 24 px.
     win->setKelvaneMode(MODE_MEASURE_RECTANGLE, true);
-    QTest::mousePress(port, Qt::LeftButton, {}, view->mapFromScene(32, 32));
-    QTest::mouseMove(port, view->mapFromScene(96, 80));
-    QTest::mouseRelease(port, Qt::LeftButton, {}, view->mapFromScene(96, 80));
+    drag(view, {32, 32}, {96, 80});
     win->setKelvaneMode(MODE_MEASURE_ELLIPSE, true);
-    QTest::mousePress(port, Qt::LeftButton, {}, view->mapFromScene(32, 32));
-    QTest::mouseMove(port, view->mapFromScene(96, 80));
-    QTest::mouseRelease(port, Qt::LeftButton, {}, view->mapFromScene(96, 80));
+    drag(view, {32, 32}, {96, 80});
     win->setKelvaneMode(MODE_MEASURE_POLYGON, true);
-    for (QPointF p : {QPointF(32, 32), QPointF(96, 32), QPointF(32, 80)})
-        QTest::mouseClick(port, Qt::LeftButton, {}, view->mapFromScene(p));
-    QTest::mouseClick(port, Qt::RightButton, {}, view->mapFromScene(32, 80));
-    ASSERT_EQ(v->measureItems().size(), 3);
+    clickPath(view, {{32, 32}, {96, 32}, {32, 80}});
+    win->setKelvaneMode(MODE_MEASURE_POLYLINE, true);
+    clickPath(view, {{32, 96}, {96, 96}, {96, 120}});
+    win->setKelvaneMode(MODE_MEASURE_ADJUST, true);
+    drag(view, {96, 32}, {112, 32});
+    ASSERT_EQ(v->measureItems().size(), 4);
     ASSERT_NE(v->measureDlg(), nullptr);
     v->measureDlg()->slotSetConversion(1);
-    const double areas[] = {3072, M_PI * 32 * 24, 1536};
+    const double areas[] = {3072, M_PI * 32 * 24, 1920};
     const char* shapes[] = {"Rectangle", "Ellipse", "Polygon"};
     for (int i = 0; i < 3; ++i) {
         EXPECT_EQ(v->measureDlg()->cellText(i, 0), shapes[i]);
@@ -336,12 +337,20 @@ TEST_F(Mask, MeasuringShapesDrawnInTheScene) {
                     0.02 * 2 * w * areas[i]);
         EXPECT_NEAR(v->measureDlg()->cellText(i, 4).toDouble(), 0, 0.02 * 2 * w * areas[i]);
     }
-    // Saved and loaded back, the objects measure the same; deleting empties.
+    EXPECT_NEAR(v->measureDlg()->cellText(3, 1).toDouble(), 88, 1);
+    // A press away from every vertex moves nothing; deleted and added back,
+    // the objects are the same.
+    const auto objects = [v] {
+        std::ostringstream text;
+        v->measureObjectsCurrentList().write(text);
+        return text.str();
+    };
+    const std::string adjusted = objects();
+    drag(view, {64, 56}, {100, 100});
+    EXPECT_EQ(objects(), adjusted);
     const PlotObjects list = v->measureObjectsCurrentList();
     v->slotMeasureObjectsDeleteAll();
     EXPECT_TRUE(v->measureItems().isEmpty());
     v->measureObjectsAdd(list);
-    v->slotMeasureObjectsUpdate();
-    EXPECT_NEAR(v->measureDlg()->cellText(0, 3).toDouble(), 2 * w * areas[0],
-                0.02 * 2 * w * areas[0]);
+    EXPECT_EQ(objects(), adjusted);
 }

@@ -27,6 +27,13 @@ protected:
         const long k = long(std::max_element(v.begin(), v.end()) - v.begin());
         return QPoint(int(k % p.width), int(k / p.width));
     }
+    // A square plane of one value.
+    static FloatPlane flat(int side, float value = 1.0f) {
+        FloatPlane p;
+        p.values = QSharedPointer<const std::vector<float>>::create(size_t(side * side), value);
+        p.width = p.height = side;
+        return p;
+    }
     // The pixel of the largest value in a saved "x y value" file.
     static QPoint fileMax(const QString& path) {
         QFile file(path);
@@ -51,15 +58,14 @@ protected:
 // (32 + 0.3, 32 - 1.4 - 1) = (32.3, 29.6), and the marker on it. While the
 // window is hidden nothing reaches it.
 TEST_F(PlaneView, ClickFillsTheShownViewWithTheMarkerOnThePeak) {
-    const struct { QPointF at; } cases[] = {{QPointF(64, 64)}, {QPointF(48, 80)}};
     loadPair(2.30, -1.40);
-    for (const auto& c : cases) {
+    for (const QPointF at : {QPointF(64, 64), QPointF(48, 80)}) {
         view().hide();
         const auto before = view().plane(0).values;
-        controller.slotCorrelateAtPoint(c.at);
+        controller.slotCorrelateAtPoint(at);
         EXPECT_EQ(view().plane(0).values, before);
         controller.slotShowCorrelationPlane();
-        controller.slotCorrelateAtPoint(c.at);
+        controller.slotCorrelateAtPoint(at);
         ASSERT_TRUE(view().haveData());
         const FloatPlane& plane = view().plane(0);
         EXPECT_EQ(plane.width, 64);
@@ -99,16 +105,10 @@ TEST_F(PlaneView, SaveWritesThreeFilesOnceAndSaysWhyNot) {
     for (const char* name : {"sample1_r64_c64.dat", "sample2_r64_c64.dat"})
         EXPECT_TRUE(QFile::exists(QString::fromStdString(dir.file(name)))) << name;
 
-    const auto plane = [](int side) {
-        FloatPlane p;
-        p.values = QSharedPointer<const std::vector<float>>::create(size_t(side * side), 1.0f);
-        p.width = p.height = side;
-        return p;
-    };
     // A disk that fills up fails the save and keeps the file there before.
     test_support::WriteBytes(dir.file("corr_r0_c0.dat"), "old");
-    view().slotDrawSamples(plane(32), plane(32), 32, 0);
-    view().slotDrawCorrelation(plane(32), PIV_VECTOR(), 0);
+    view().slotDrawSamples(flat(32), flat(32), 32, 0);
+    view().slotDrawCorrelation(flat(32), PIV_VECTOR(), 0);
     {
         test_support::FileSizeLimit full(64);
         view().slotSaveCorr();
@@ -116,11 +116,11 @@ TEST_F(PlaneView, SaveWritesThreeFilesOnceAndSaysWhyNot) {
     EXPECT_EQ(test_support::ReadBytes(dir.file("corr_r0_c0.dat")), "old");
     boxes.texts.clear();
     view().setDirectory(QString::fromStdString(dir.file("missing/folder")));
-    view().slotDrawSamples(plane(32), plane(32), 32, 0);
-    view().slotDrawCorrelation(plane(32), PIV_VECTOR(), 0);
+    view().slotDrawSamples(flat(32), flat(32), 32, 0);
+    view().slotDrawCorrelation(flat(32), PIV_VECTOR(), 0);
     view().slotSaveCorr();
-    view().slotDrawSamples(plane(128), plane(128), 128, 0);
-    view().slotDrawCorrelation(plane(128), PIV_VECTOR(), 0);
+    view().slotDrawSamples(flat(128), flat(128), 128, 0);
+    view().slotDrawCorrelation(flat(128), PIV_VECTOR(), 0);
     view().slotSaveCorr();
     ASSERT_EQ(boxes.texts.size(), 2);
     EXPECT_EQ(boxes.texts[0],
@@ -134,13 +134,10 @@ TEST_F(PlaneView, SaveWritesThreeFilesOnceAndSaysWhyNot) {
 // it points at: the spot shifted by the pixel's distance from the centre.
 TEST_F(PlaneView, PressOnThePlaneAsksForTheShiftedSpot) {
     controller.slotShowCorrelationPlane();
-    FloatPlane p;
-    p.values = QSharedPointer<const std::vector<float>>::create(size_t(32 * 32), 0.0f);
-    p.width = p.height = 32;
     PIV_VECTOR v;
     v.ix = 100;
     v.iy = 50;
-    view().slotDrawCorrelation(p, v, 0);
+    view().slotDrawCorrelation(flat(32, 0.0f), v, 0);
     QSignalSpy asked(&view(), &CorrPlaneView::signalInterrogateAtPoint);
     QMouseEvent e(QEvent::MouseButtonPress, QPointF(), Qt::LeftButton, Qt::LeftButton,
                   Qt::NoModifier);
@@ -288,6 +285,22 @@ TEST_F(Histogram, RegionRoundTheClusterFlagsTheOutliersAndIsStored) {
     view().resize(640, 720);
     view().slotSetZoom(4);
     EXPECT_TRUE(view().grab().save(shots + "/histogram2d.png"));
+}
+
+// With the window closed the session frees the field it showed: its slots
+// still run, and opened again it counts the new field (five switched off).
+TEST_F(Histogram, ClosedWindowOutlivesTheFieldItShowed) {
+    const std::string first = dir.file("first.nc"), next = dir.file("next.nc");
+    ASSERT_TRUE(field->saveNetCDF(first.c_str()));
+    makeWild(5, VECTOR_OUTLIER);
+    ASSERT_TRUE(field->saveNetCDF(next.c_str()));
+    ASSERT_TRUE(controller.loadFile(QString::fromStdString(first), false, false, false));
+    view().slotAddROI();
+    view().close();
+    ASSERT_TRUE(controller.loadFile(QString::fromStdString(next), false, false, false));
+    view().slotFitROI();
+    controller.slotShowHistogram();
+    EXPECT_EQ(sum(view().bins(Hist2DView::PDF_X)), 25 - 5);
 }
 
 // A fitted region holds every vector of the rows (dx 2.0..2.6, dy 1.1..1.4)
