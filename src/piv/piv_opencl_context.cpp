@@ -1,6 +1,7 @@
 #include "piv_opencl_context.h"
 #include "piv_opencl.h"
 
+#include <atomic>
 #include <cstdlib>
 #include <mutex>
 
@@ -22,7 +23,23 @@ int ParseDevice(const std::string& name) {
     return int(n);
 }
 
+// Checked calls left before the injected failure; negative: none injected.
+std::atomic<int> g_callsBeforeFailure{-1};
+std::atomic<int> g_injectedError{0};
+
 }  // namespace
+
+void PIV::detail::InjectDeviceFailure(int afterCalls, int clError) {
+    g_injectedError = clError;
+    g_callsBeforeFailure = afterCalls;
+}
+
+int PIV::detail::InjectedDeviceFailure() {
+    int left = g_callsBeforeFailure.load(std::memory_order_relaxed);
+    while (left > 0 && !g_callsBeforeFailure.compare_exchange_weak(left, left - 1)) {
+    }
+    return left == 0 ? g_injectedError.load() : 0;
+}
 
 #if defined(KELVANE_HAVE_OPENCL)
 
