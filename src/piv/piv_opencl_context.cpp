@@ -139,16 +139,17 @@ Mem MakeBuffer(cl_context context, cl_mem_flags flags, size_t bytes, const void*
     cl_int err = CL_SUCCESS;
     cl_mem m = clCreateBuffer(context, flags | (host ? CL_MEM_COPY_HOST_PTR : 0), bytes,
                               const_cast<void*>(host), &err);
+    Mem held(m);  // a buffer made before the check fails is not lost
     Check(err, "clCreateBuffer");
-    return Mem(m);
+    return held;
 }
 
 Context::Context(cl_platform_id platform, cl_device_id device) : m_device(device) {
     cl_int err = CL_SUCCESS;
     const cl_context_properties props[] = {CL_CONTEXT_PLATFORM, cl_context_properties(platform), 0};
     m_context = clCreateContext(props, 1, &device, nullptr, nullptr, &err);
-    Check(err, "clCreateContext");
     try {
+        Check(err, "clCreateContext");
         m_queue = clCreateCommandQueue(m_context, device, 0, &err);
         Check(err, "clCreateCommandQueue");
         buildKernels();

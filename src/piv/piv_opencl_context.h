@@ -4,8 +4,8 @@
 
 namespace PIV {
 namespace detail {
-// For tests of the fallback: from the first OpenCL call the library checks
-// after `afterCalls` more of them, every call fails with `clError` (a lost
+// For tests of the fallback: the OpenCL calls the library checks fail with
+// `clError` once `afterCalls` more have passed, every one of them (a lost
 // device stays lost). A negative count heals the device. Does nothing in a
 // build without OpenCL.
 void InjectDeviceFailure(int afterCalls, int clError);

@@ -215,11 +215,11 @@ TEST(DeviceSetting, NamesAndRefusals) {
 }
 
 // A device lost halfway through the first list of a multi-grid run, its
-// batches cut small by the memory cap: from the 100th checked call on,
-// every OpenCL call fails as CL_OUT_OF_RESOURCES (-5 in cl.h), with
-// commands of the batch still queued. The list is redone on the CPU and
-// the run stays there: one message naming the error, and the CPU run's
-// field to the byte.
+// batches cut small by the memory cap: after 100 to 105 checked calls
+// (every place in a batch), each OpenCL call fails as CL_OUT_OF_RESOURCES
+// (-5 in cl.h), with commands of the batch still queued. The list is redone
+// on the CPU and the run stays there: one message naming the error, and the
+// CPU run's field to the byte.
 TEST_F(OpenCLTest, ADeviceLostMidRunLeavesTheCPUField) {
     PIVEVAL_CFG cfg = SinglePass(32, 16, 1);
     cfg.Method = PIV::METHOD_MULTI_GRID;
