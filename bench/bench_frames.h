@@ -23,21 +23,24 @@ inline Image2D CameraFrame(int width = 2560, int height = 2160) {
     return img;
 }
 
-// A square 8-bit particle pair for the flow: 2.5 px particles, 0.02 per
-// pixel, no noise, fixed seed.
+// An 8-bit particle pair for the flow: 2.5 px particles, 0.02 per pixel,
+// no noise, fixed seed; square unless a height is given.
 struct ParticlePair {
     Image2D a, b;
-    ParticlePair(int size, const synth::Flow& flow, unsigned seed = 3) {
+    ParticlePair(int size, const synth::Flow& flow, unsigned seed = 3)
+        : ParticlePair(size, size, flow, seed) {}
+    ParticlePair(int width, int height, const synth::Flow& flow, unsigned seed = 3) {
         synth::SynthParams p;
-        p.width = p.height = size;
+        p.width = width;
+        p.height = height;
         p.particleDiameter = 2.5;
         p.particleDensity = 0.02;
         p.seed = seed;
         const auto pair = synth::RenderPair(p, flow);
-        for (Image2D* img : {&a, &b}) img->alloc(size, size, IMAGE_UINT8);
-        for (int y = 0; y < size; y++) {
-            a.putRow(pair.a.data() + size_t(y) * size, y);
-            b.putRow(pair.b.data() + size_t(y) * size, y);
+        for (Image2D* img : {&a, &b}) img->alloc(width, height, IMAGE_UINT8);
+        for (int y = 0; y < height; y++) {
+            a.putRow(pair.a.data() + size_t(y) * size_t(width), y);
+            b.putRow(pair.b.data() + size_t(y) * size_t(width), y);
         }
     }
 };

@@ -164,6 +164,7 @@ bool CorrelateOnDevice(const DEVICE_CORR_JOB& job, const DeviceBatchSink& sink, 
         std::vector<int> cornerHost(4 * size_t(batch), 0);
         std::vector<float> planeHost(planeCells * size_t(batch));
         std::vector<float> normHost(static_cast<size_t>(batch));
+        const QueueFinish drained(q);
         for (int first = 0; first < job.count; first += batch) {
             const int n = std::min(batch, job.count - first);
             // The slots past the list's end sample the corner of the frame.

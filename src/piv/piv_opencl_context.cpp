@@ -1,6 +1,7 @@
 #include "piv_opencl_context.h"
 #include "piv_opencl.h"
 
+#include <atomic>
 #include <cstdlib>
 #include <mutex>
 
@@ -22,7 +23,23 @@ int ParseDevice(const std::string& name) {
     return int(n);
 }
 
+// Checked calls left before the injected failure; negative: none injected.
+std::atomic<int> g_callsBeforeFailure{-1};
+std::atomic<int> g_injectedError{0};
+
 }  // namespace
+
+void PIV::detail::InjectDeviceFailure(int afterCalls, int clError) {
+    g_injectedError = clError;
+    g_callsBeforeFailure = afterCalls;
+}
+
+int PIV::detail::InjectedDeviceFailure() {
+    int left = g_callsBeforeFailure.load(std::memory_order_relaxed);
+    while (left > 0 && !g_callsBeforeFailure.compare_exchange_weak(left, left - 1)) {
+    }
+    return left == 0 ? g_injectedError.load() : 0;
+}
 
 #if defined(KELVANE_HAVE_OPENCL)
 
@@ -122,16 +139,17 @@ Mem MakeBuffer(cl_context context, cl_mem_flags flags, size_t bytes, const void*
     cl_int err = CL_SUCCESS;
     cl_mem m = clCreateBuffer(context, flags | (host ? CL_MEM_COPY_HOST_PTR : 0), bytes,
                               const_cast<void*>(host), &err);
+    Mem held(m);  // a buffer made before the check fails is not lost
     Check(err, "clCreateBuffer");
-    return Mem(m);
+    return held;
 }
 
 Context::Context(cl_platform_id platform, cl_device_id device) : m_device(device) {
     cl_int err = CL_SUCCESS;
     const cl_context_properties props[] = {CL_CONTEXT_PLATFORM, cl_context_properties(platform), 0};
     m_context = clCreateContext(props, 1, &device, nullptr, nullptr, &err);
-    Check(err, "clCreateContext");
     try {
+        Check(err, "clCreateContext");
         m_queue = clCreateCommandQueue(m_context, device, 0, &err);
         Check(err, "clCreateCommandQueue");
         buildKernels();

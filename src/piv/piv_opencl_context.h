@@ -2,6 +2,19 @@
 // and compiled kernels, RAII handles, and the names of OpenCL's errors.
 #pragma once
 
+namespace PIV {
+namespace detail {
+// For tests of the fallback: the OpenCL calls the library checks fail with
+// `clError` once `afterCalls` more have passed, every one of them (a lost
+// device stays lost). A negative count heals the device. Does nothing in a
+// build without OpenCL.
+void InjectDeviceFailure(int afterCalls, int clError);
+// The error injected for the call being checked: CL_SUCCESS (0) until the
+// count runs out.
+int InjectedDeviceFailure();
+}  // namespace detail
+}  // namespace PIV
+
 #if defined(KELVANE_HAVE_OPENCL)
 
 #define CL_TARGET_OPENCL_VERSION 120
@@ -24,6 +37,7 @@ struct Failure {
 };
 const char* ErrorName(cl_int code);
 inline void Check(cl_int code, const char* where) {
+    if (code == CL_SUCCESS) code = detail::InjectedDeviceFailure();
     if (code != CL_SUCCESS) throw Failure{code, where, 0};
 }
 
@@ -32,6 +46,20 @@ struct MemRelease {
 };
 using Mem = std::unique_ptr<std::remove_pointer<cl_mem>::type, MemRelease>;
 Mem MakeBuffer(cl_context context, cl_mem_flags flags, size_t bytes, const void* host = nullptr);
+
+// Waits for the queue when it goes. Declared after the host memory that
+// queued copies read or fill: a call failing between enqueues unwinds past
+// that memory, and the commands before it still run.
+class QueueFinish {
+public:
+    explicit QueueFinish(cl_command_queue queue) : m_queue(queue) {}
+    ~QueueFinish() { clFinish(m_queue); }
+    QueueFinish(const QueueFinish&) = delete;
+    QueueFinish& operator=(const QueueFinish&) = delete;
+
+private:
+    cl_command_queue m_queue;
+};
 
 // The kernels of the batch, built once per context.
 struct Kernels {

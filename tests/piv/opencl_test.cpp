@@ -12,6 +12,7 @@
 #include "message_capture.h"
 #include "piv_opencl.h"
 #include "piv_opencl_batch.h"
+#include "piv_opencl_context.h"
 
 using namespace eval_test;
 
@@ -211,4 +212,35 @@ TEST(DeviceSetting, NamesAndRefusals) {
     }
     PIV::SetDevice("cpu");
     EXPECT_EQ(PIV::CurrentDevice(), "cpu");
+}
+
+// A device lost halfway through the first list of a multi-grid run, its
+// batches cut small by the memory cap: after 100 to 105 checked calls
+// (every place in a batch), each OpenCL call fails as CL_OUT_OF_RESOURCES
+// (-5 in cl.h), with commands of the batch still queued. The list is redone
+// on the CPU and the run stays there: one message naming the error, and the
+// CPU run's field to the byte.
+TEST_F(OpenCLTest, ADeviceLostMidRunLeavesTheCPUField) {
+    PIVEVAL_CFG cfg = SinglePass(32, 16, 1);
+    cfg.Method = PIV::METHOD_MULTI_GRID;
+    cfg.ImageMapping2D.Mode = PIV::DEFORM_ALL_PASSES;
+    cfg.MultiGrid_SampleSize = SIZE3D{64, 64, 1};
+    cfg.MultiGrid_SampleStep = SIZE3D{16, 16, 1};
+    cfg.MultiGrid_Desample = 1;
+    cfg.MultiGrid_FastPyramid = true;
+    cfg.DesampleEnable = false;
+    const std::vector<PIV_VECTOR> cpu = Evaluate(cfg, "cpu", false);
+    PIV::SetDeviceMemoryCap(1000000);  // 8 windows of 64 x 64 a batch
+    for (int calls = 100; calls < 106; calls++) {
+        SCOPED_TRACE(testing::Message() << "lost after " << calls << " calls");
+        MessageCapture messages;
+        PIV::detail::InjectDeviceFailure(calls, -5);
+        const std::vector<PIV_VECTOR> dev = Evaluate(cfg, "opencl", false, false);
+        PIV::detail::InjectDeviceFailure(-1, 0);
+        const std::string all = messages.all();
+        EXPECT_NE(all.find("CL_OUT_OF_RESOURCES"), std::string::npos) << all;
+        EXPECT_EQ(all.find("OpenCL"), all.rfind("OpenCL")) << all;
+        ASSERT_EQ(cpu.size(), dev.size());
+        EXPECT_EQ(std::memcmp(cpu.data(), dev.data(), sizeof(PIV_VECTOR) * cpu.size()), 0);
+    }
 }
