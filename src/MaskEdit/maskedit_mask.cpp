@@ -164,8 +164,7 @@ bool MaskEdit::saveMaskObjects(const QString& file) {
 bool MaskEdit::createMask() {
     if (!m_items.isEmpty()) updateObjectList();
     if (m_items.isEmpty() || m_objects.empty()) {
-        DebugPrint("  createMask() - failed (no objects)");
-        message(tr("createMask() - failed (no objects)"));
+        message(tr("  createMask() - failed (no objects)"));
         return false;
     }
     if (m_image->isNull()) {
