@@ -171,6 +171,13 @@ TEST_F(Mask, SavedMaskIsEnabledAndMasksTheEvaluation) {
     ASSERT_EQ(e->image()->width(), uint64_t(kSize));  // fed by the new image
     e->addRectangle(QRectF(0, 0, kSize / 2, kSize));
     ASSERT_TRUE(e->createMask());
+    {  // "/d" 1022 times and ".tif": 2048 bytes, one more than the settings hold
+        BoxWatcher box(QStringLiteral("Yes, enable"));
+        w->data()->slotUpdateMask(QString("/d").repeated(1022) + ".tif", 0, 0);
+        ASSERT_EQ(box.texts.size(), 1);
+        EXPECT_TRUE(box.texts[0].startsWith("The mask image path is longer than 2047 bytes"));
+        EXPECT_FALSE(w->dataObject()->image(0)->imageCfg().MaskEnable);
+    }
     {
         BoxWatcher box(QStringLiteral("Yes, enable"));
         ASSERT_TRUE(e->saveMaskImage(path("mask.tif"), "tif"));
