@@ -142,8 +142,8 @@ TEST_F(DataObject, BadFilesLeaveTheSessionAlone) {
     const std::string raw = Bytes(*object.data(0)), result = Bytes(*object.data(3));
     const PIV_PARAMETERS params = object.parameters(0)->pivParameters();
     const POSTPROCESS_CFG post = object.postProcessCfg();
-    // A mask named beside a parameter file deep in folders: 809 bytes alone, but
-    // with the 1407 bytes of folders before it more than a name in the record holds.
+    // Beside a parameter file in 7 nested folders of 200 bytes, an 809-byte mask name
+    // made absolute passes 809 + 1407 = 2216 > 2047 bytes.
     const std::string deep = (QString(200, 'd') + "/").repeated(7).toStdString() + "long.par";
     IMAGE_CFG far;
     PIV::CopyText(far.Mask, ((QString(200, 'm') + "/").repeated(4) + "m.tif").toLatin1().data());
