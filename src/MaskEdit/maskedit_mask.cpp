@@ -123,6 +123,9 @@ bool MaskEdit::loadMaskObjects(const QString& file) {
         message(QString::fromStdString(loaded.lastError()));
         return false;
     }
+    // The loaded objects join those already there: the list is then in no
+    // file unless it was empty, and an unsaved change stays unsaved.
+    const bool unsaved = m_modified || !m_items.isEmpty();
     for (size_t i = 0; i < loaded.size(); ++i) {
         const PlotObject* o = loaded.at(i);
         const PLOT_RECT& r = o->rect();
@@ -139,7 +142,7 @@ bool MaskEdit::loadMaskObjects(const QString& file) {
         }
     }
     m_objectsFile = file;
-    m_modified = false;
+    m_modified = unsaved;
     updateCaption();
     return true;
 }
@@ -161,8 +164,7 @@ bool MaskEdit::saveMaskObjects(const QString& file) {
 bool MaskEdit::createMask() {
     if (!m_items.isEmpty()) updateObjectList();
     if (m_items.isEmpty() || m_objects.empty()) {
-        DebugPrint("  createMask() - failed (no objects)");
-        message(tr("createMask() - failed (no objects)"));
+        message(tr("  createMask() - failed (no objects)"));
         return false;
     }
     if (m_image->isNull()) {

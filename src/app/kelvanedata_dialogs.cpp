@@ -23,6 +23,7 @@
 #include "pivsetupdlg.h"
 #include "pivstatsdlg.h"
 #include "qpiv_imagepair.h"
+#include "recordpath.h"
 
 namespace {
 
@@ -195,6 +196,14 @@ void KelvaneData::applyImageCfg() {
 }
 
 void KelvaneData::slotUpdateMask(QString file, int view, int) {
+    char name[sizeof(IMAGE_CFG::Mask)];
+    if (!StorePath(name, file)) {
+        warn(QApplication::applicationName(),
+             tr("The mask image path is longer than %1 bytes and cannot be used:\n'%2'")
+                 .arg(int(sizeof name) - 1)
+                 .arg(file));
+        return;
+    }
     QMessageBox box(QMessageBox::Question, QApplication::applicationName(),
                     tr("Use newly created mask image:\n'%1'").arg(file), QMessageBox::NoButton,
                     m_window);
@@ -203,9 +212,7 @@ void KelvaneData::slotUpdateMask(QString file, int view, int) {
     box.exec();
     if (box.clickedButton() != yes) return;
     IMAGE_CFG cfg = m_dataObject->image(view)->imageCfg();
-    const QByteArray name = file.toLocal8Bit().left(sizeof(cfg.Mask) - 1);
-    std::fill(std::begin(cfg.Mask), std::end(cfg.Mask), '\0');
-    std::copy(name.begin(), name.end(), cfg.Mask);
+    PIV::CopyText(cfg.Mask, name);
     cfg.MaskEnable = true;
     m_dataObject->image(view)->setImageCfg(cfg);
     if (m_dataObject->haveImage(view) && !m_dataObject->reloadImage())

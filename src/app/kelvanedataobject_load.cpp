@@ -14,6 +14,7 @@
 #include "piv_params_io.h"
 #include "piv_record.h"
 #include "qpiv_imagepair.h"
+#include "recordpath.h"
 
 namespace {
 
@@ -22,13 +23,14 @@ QString _withDetail(const QString& reason, const QString& detail) {
     return detail.isEmpty() ? reason : reason + QStringLiteral("\n") + detail;
 }
 
-// Relative companion files of a parameter file are meant beside it.
+// Relative companion files of a parameter file are meant beside it. False
+// when the absolute name does not fit; the relative one is then kept.
 template <std::size_t N>
-void _makeAbsolute(char (&path)[N], const QDir& dir) {
-    if (!path[0]) return;
+bool _makeAbsolute(char (&path)[N], const QDir& dir) {
+    if (!path[0]) return true;
     const QString name = QString::fromLocal8Bit(path);
-    if (QFileInfo(name).isAbsolute()) return;
-    PIV::CopyText(path, QDir::cleanPath(dir.absoluteFilePath(name)).toLocal8Bit().constData());
+    if (QFileInfo(name).isAbsolute()) return true;
+    return StorePath(path, QDir::cleanPath(dir.absoluteFilePath(name)));
 }
 
 bool _differs(const PIV_PARAMETERS& a, const PIV_PARAMETERS& b) {
@@ -182,6 +184,12 @@ bool KelvaneDataObject::readParameters(const QString& fileName, ParameterFile& f
         return false;
     }
     const QDir dir = QFileInfo(fileName).absoluteDir();
+    const auto tooLong = [&](const auto& name) {
+        return failLoad(_withDetail(tr("Failure reading parameters from: %1").arg(fileName),
+                                    tr("'%1' beside it is longer than %2 bytes made absolute")
+                                        .arg(QString::fromLocal8Bit(name))
+                                        .arg(int(sizeof name) - 1)));
+    };
     const int views = m_stereoEnabled ? 2 : 1;
     file.post = m_params[3]->postProcessCfg();
     for (int view = 0; view < views; ++view) {
@@ -198,8 +206,10 @@ bool KelvaneDataObject::readParameters(const QString& fileName, ParameterFile& f
         if (view == 0) file.post = scratch.postProcessCfg();
         IMAGE_CFG& cfg = file.images[view];
         for (auto* name : {&cfg.DewarpFile, &cfg.Mask, &cfg.Mask2, &cfg.Bkgd, &cfg.Bkgd2})
-            _makeAbsolute(*name, dir);
+            if (!_makeAbsolute(*name, dir)) return tooLong(*name);
     }
+    for (auto* name : {&file.post.MaskFile, &file.post.combine.File})
+        if (!_makeAbsolute(*name, dir)) return tooLong(*name);
     return true;
 }
 
@@ -224,8 +234,6 @@ void KelvaneDataObject::takeParameters(const QString& fileName, ParameterFile& f
     POSTPROCESS_CFG before = m_params[3]->postProcessCfg();
     _makeAbsolute(before.MaskFile, dir);
     _makeAbsolute(before.combine.File, dir);
-    _makeAbsolute(file.post.MaskFile, dir);
-    _makeAbsolute(file.post.combine.File, dir);
     if (!PIV::SameRecord(before, file.post)) changes += setPostProcessCfg(file.post) ? 1 : 0;
     emit signalLogMessage(tr("Loaded parameters from: ") + fileName);
     if (changes > 0) emit signalHaveNewParameters();

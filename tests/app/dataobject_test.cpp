@@ -3,6 +3,7 @@
 
 #include <QApplication>
 #include <QDir>
+#include <QFileInfo>
 #include <QSignalSpy>
 
 #include <netcdf.h>
@@ -141,6 +142,13 @@ TEST_F(DataObject, BadFilesLeaveTheSessionAlone) {
     const std::string raw = Bytes(*object.data(0)), result = Bytes(*object.data(3));
     const PIV_PARAMETERS params = object.parameters(0)->pivParameters();
     const POSTPROCESS_CFG post = object.postProcessCfg();
+    // Beside a parameter file in 7 nested folders of 200 bytes, an 809-byte mask name
+    // made absolute passes 809 + 1407 = 2216 > 2047 bytes.
+    const std::string deep = (QString(200, 'd') + "/").repeated(7).toStdString() + "long.par";
+    IMAGE_CFG far;
+    PIV::CopyText(far.Mask, ((QString(200, 'm') + "/").repeated(4) + "m.tif").toLatin1().data());
+    ASSERT_TRUE(QDir().mkpath(QFileInfo(path(deep.c_str())).path()) &&
+                PIV::SaveParametersASCII(file(deep.c_str()).c_str(), &params, &far, &post, 0));
     const QPIV_ImagePair* pair = object.image();
 
     enum Loader { IMAGE, MASK, DATA, DATA_PARAMS, PARAMS };
@@ -150,7 +158,8 @@ TEST_F(DataObject, BadFilesLeaveTheSessionAlone) {
     } const cases[] = {{IMAGE, "missing.tif"},  {IMAGE, "cut.tif"},   {IMAGE, "text.tif"},
                        {DATA, "missing.nc"},    {DATA, "corrupt.nc"}, {DATA, "text.par"},
                        {PARAMS, "missing.par"}, {PARAMS, "text.par"}, {PARAMS, "cut.tif"},
-                       {MASK, "missing.tif"},   {MASK, "text.tif"},   {DATA_PARAMS, "foreign.nc"}};
+                       {MASK, "missing.tif"},   {MASK, "text.tif"},   {DATA_PARAMS, "foreign.nc"},
+                       {PARAMS, deep.c_str()}};
     for (const Case& c : cases) {
         const QString name = path(c.file);
         const bool ok = c.loader == IMAGE  ? object.loadPivImage(name, QString(), false, 0)
