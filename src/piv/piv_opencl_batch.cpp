@@ -7,6 +7,7 @@
 #include "image2d.h"
 #include "piv_opencl.h"
 #include "piv_opencl_context.h"
+#include "piv_peak2d.h"
 
 #if defined(KELVANE_HAVE_OPENCL)
 
@@ -21,7 +22,7 @@ namespace OpenCL {
 struct Context::FFTPlan {
     int width = 0, height = 0, batch = 0;
     unsigned long long footprint = 0;  // device memory of all its buffers
-    Mem sa, sb, norms, corners, planes;
+    Mem sa, sb, norms, corners, planes, scans;
     std::unique_ptr<BatchFFT> fft;  // released before the buffers
 };
 
@@ -42,7 +43,8 @@ std::shared_ptr<Context::FFTPlan> MakePlan(Context& ctx, int w, int h, int batch
     plan->norms = MakeBuffer(c, CL_MEM_READ_WRITE, sizeof(float) * size_t(batch));
     plan->corners = MakeBuffer(c, CL_MEM_READ_ONLY, 4 * sizeof(int) * size_t(batch));
     plan->planes =
-        MakeBuffer(c, CL_MEM_WRITE_ONLY, sizeof(float) * size_t(w) * size_t(h) * size_t(batch));
+        MakeBuffer(c, CL_MEM_READ_WRITE, sizeof(float) * size_t(w) * size_t(h) * size_t(batch));
+    plan->scans = MakeBuffer(c, CL_MEM_WRITE_ONLY, sizeof(PIV_PEAK_SCAN) * size_t(batch));
     plan->fft = std::make_unique<BatchFFT>(ctx, w, h, batch, plan->sa.get(), bytes);
     return plan;
 }
@@ -72,7 +74,8 @@ bool CorrelateOnDevice(const DEVICE_CORR_JOB& job, const DeviceBatchSink& sink, 
         2ull * sizeof(float) * unsigned(frame.width) * unsigned(frame.height) +
         sizeof(float) * stride * size_t(h);
     const unsigned long long perWindow = 2ull * sizeof(float) * stride * size_t(h) +
-                                         sizeof(float) * size_t(w) * size_t(h) + 5 * sizeof(float);
+                                         sizeof(float) * size_t(w) * size_t(h) + 5 * sizeof(float) +
+                                         sizeof(PIV_PEAK_SCAN);
     const unsigned long long cap = DeviceMemoryCap();
     if (cap < frames + perWindow) {
         char text[200];
@@ -159,10 +162,21 @@ bool CorrelateOnDevice(const DEVICE_CORR_JOB& job, const DeviceBatchSink& sink, 
         Arg(k.normalize, 3, h);
         Arg(k.normalize, 4, iStride);
         Arg(k.normalize, 5, planes);
+        const cl_mem scans = plan->scans.get();
+        const int multiple = job.peakMode == PEAK_MULTIPLE ? 1 : 0, local = job.localSearch ? 1 : 0;
+        Arg(k.peakScan, 0, planes);
+        Arg(k.peakScan, 1, w);
+        Arg(k.peakScan, 2, h);
+        Arg(k.peakScan, 3, multiple);
+        Arg(k.peakScan, 4, local);
+        Arg(k.peakScan, 5, job.searchHalfX);
+        Arg(k.peakScan, 6, job.searchHalfY);
+        Arg(k.peakScan, 7, scans);
 
         const size_t planeCells = size_t(w) * size_t(h);
         std::vector<int> cornerHost(4 * size_t(batch), 0);
-        std::vector<float> planeHost(planeCells * size_t(batch));
+        std::vector<float> planeHost(job.scanPeaks ? 0 : planeCells * size_t(batch));
+        std::vector<PIV_PEAK_SCAN> scanHost(job.scanPeaks ? size_t(batch) : 0);
         std::vector<float> normHost(static_cast<size_t>(batch));
         for (int first = 0; first < job.count; first += batch) {
             const int n = std::min(batch, job.count - first);
@@ -193,13 +207,25 @@ bool CorrelateOnDevice(const DEVICE_CORR_JOB& job, const DeviceBatchSink& sink, 
             Check(clEnqueueNDRangeKernel(q, k.normalize, 1, nullptr, &cells, nullptr, 0, nullptr,
                                          nullptr),
                   "clEnqueueNDRangeKernel");
-            Check(clEnqueueReadBuffer(q, planes, CL_FALSE, 0, planeCells * size_t(n) * 4,
-                                      planeHost.data(), 0, nullptr, nullptr),
-                  "clEnqueueReadBuffer");
+            if (job.scanPeaks) {
+                const size_t groups = kGroup * size_t(batch);
+                Check(clEnqueueNDRangeKernel(q, k.peakScan, 1, nullptr, &groups, &kGroup, 0,
+                                             nullptr, nullptr),
+                      "clEnqueueNDRangeKernel");
+                Check(clEnqueueReadBuffer(q, scans, CL_FALSE, 0, sizeof(PIV_PEAK_SCAN) * size_t(n),
+                                          scanHost.data(), 0, nullptr, nullptr),
+                      "clEnqueueReadBuffer");
+            } else {
+                Check(clEnqueueReadBuffer(q, planes, CL_FALSE, 0, planeCells * size_t(n) * 4,
+                                          planeHost.data(), 0, nullptr, nullptr),
+                      "clEnqueueReadBuffer");
+            }
             Check(clEnqueueReadBuffer(q, norms, CL_TRUE, 0, size_t(n) * sizeof(float),
                                       normHost.data(), 0, nullptr, nullptr),
                   "clEnqueueReadBuffer");
-            if (!sink(first, n, planeHost.data(), normHost.data())) break;
+            if (!sink(first, n, job.scanPeaks ? nullptr : planeHost.data(),
+                      job.scanPeaks ? scanHost.data() : nullptr, normHost.data()))
+                break;
         }
         return true;
     } catch (const Failure& f) {

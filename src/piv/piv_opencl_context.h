@@ -39,6 +39,7 @@ struct Kernels {
     cl_kernel crossPower = nullptr;
     cl_kernel normalize = nullptr;
     cl_kernel hermitian = nullptr;
+    cl_kernel peakScan = nullptr;
 };
 
 class Context {

@@ -79,13 +79,13 @@ TEST_F(OpenCLTest, PlanesEqualTheCPUCorrelators) {
         PIV_Corr2D cpu;
         cpu.setPivEvalCfg(cfg);
         PIV::DEVICE_CORR_JOB job{
-            &a,      &b, c.w, c.h, c.mode, c.nyquist, c.window ? cpu.fft().weights() : nullptr,
-            corners, 4};
+            &a,      &b, c.w,   c.h, c.mode, c.nyquist, c.window ? cpu.fft().weights() : nullptr,
+            corners, 4,  false, 0,   false,  0,         0};
         int seen = 0;
         std::string why;
         const bool ok = PIV::CorrelateOnDevice(
             job,
-            [&](int first, int n, const float* planes, const float* norms) {
+            [&](int first, int n, const float* planes, const PIV_PEAK_SCAN*, const float* norms) {
                 for (int i = 0; i < n; i++, seen++) {
                     const int* k = corners + 4 * (first + i);
                     const int stride = cpu.fft().fftWidth();
