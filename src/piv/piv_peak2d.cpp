@@ -83,7 +83,9 @@ bool PIV_PeakDetect2D::setPivEvalCfg(const PIVEVAL_CFG& cfg) {
     }
     m_fitSize = size;
     m_fitRadius = (m_fitSize - 1) / 2;
-    if (changed && m_size.width > 0 && m_size.height > 0) rebuildMaskAndWeights(m_size);
+    // The mask of the size last prepared or searched, which the next search
+    // of that size takes without looking at the settings again.
+    if (changed && m_maskSize.width > 0 && m_maskSize.height > 0) rebuildMaskAndWeights(m_maskSize);
     return changed;
 }
 

@@ -209,6 +209,26 @@ TEST(PeakDetect2D, LoneCellsKeepScanOrderWithoutSubPixelShift) {
     EXPECT_EQ(where(det.peaks()[0]), (std::vector<float>{-3, 2, 0, 0}));
 }
 
+// The search region follows the settings even after the detector was
+// prepared for the plane size under others (a correlator prepares it with
+// every setting): a region of 4 cells leaves out a taller peak 8 cells out,
+// inside the default 10.
+TEST(PeakDetect2D, SearchRegionFollowsSettingsAfterPrepare) {
+    std::vector<float> plane(size_t(kN) * kN, 0.0f);
+    At(plane, 8, 0) = 0.9f;
+    At(plane, 2, 1) = 0.5f;
+    PIV_PeakDetect2D det;
+    ASSERT_TRUE(det.prepareFor(kSize));
+    PIVEVAL_CFG roi = PeakCfg(PIV::PEAKFIT_GAUSS_3X3);
+    roi.ROI = true;
+    roi.ROI_Size = SIZE3D{4, 4, 1};
+    det.setPivEvalCfg(roi);
+    for (const int mode : {PIV::PEAK_SINGLE, PIV::PEAK_MULTIPLE}) {
+        ASSERT_TRUE(det.findPeaks(plane.data(), kSize, mode, false));
+        EXPECT_EQ(where(det.peaks()[0]), (std::vector<float>{2, 1, 0, 0})) << "mode " << mode;
+    }
+}
+
 // A nearly degenerate paraboloid at the origin (never weighted): all nine
 // values positive, no corner above both its edge neighbours, so the 3x3 fit
 // runs and shifts by about 4.6 px. More than 3 px is thrown out.
