@@ -2,6 +2,7 @@
 
 #include <algorithm>
 #include <cstdio>
+#include <cstring>
 #include <vector>
 
 #include "image2d.h"
@@ -24,6 +25,21 @@ struct Context::FFTPlan {
     unsigned long long footprint = 0;  // device memory of all its buffers
     Mem sa, sb, norms, corners, planes, scans;
     std::unique_ptr<BatchFFT> fft;  // released before the buffers
+};
+
+// Per frame slot (0: A, 1: B) the pixels as they went up, and their copy
+// on the device in floats. A list whose frame holds the same pixels uses the
+// copy: the passes and levels of a pair correlate the same frames again.
+// Pixels, not addresses, decide, as the deformation rewrites its frames in
+// place from pass to pass.
+struct Context::FrameCache {
+    struct Slot {
+        SIZE2D size{0, 0};
+        int type = -1;
+        std::vector<uint8_t> bytes;
+        Mem buffer;
+    };
+    Slot slot[2];
 };
 
 namespace {
@@ -54,12 +70,29 @@ void Arg(cl_kernel k, cl_uint i, const T& v) {
     Check(clSetKernelArg(k, i, sizeof(T), &v), "clSetKernelArg");
 }
 
-std::vector<float> FrameAsFloats(const Image2D* img) {
+// The device copy of `img` in frame slot `which`, uploaded unless the slot
+// holds the same pixels already.
+cl_mem DeviceFrame(Context& ctx, const Image2D* img, int which) {
+    if (!ctx.frames) ctx.frames = std::make_shared<Context::FrameCache>();
+    Context::FrameCache::Slot& slot = ctx.frames->slot[which];
     const SIZE2D s = img->size2D();
-    std::vector<float> out(size_t(s.width) * size_t(s.height));
-    if (!img->fillSample(out.data(), s.width, s.height, 0, 0, s.width))
+    const uint8_t* bits = img->bits();
+    const size_t bytes = size_t(img->bytesPerPlane());
+    if (slot.buffer && slot.size.width == s.width && slot.size.height == s.height &&
+        slot.type == int(img->type()) && slot.bytes.size() == bytes &&
+        std::memcmp(slot.bytes.data(), bits, bytes) == 0)
+        return slot.buffer.get();
+    slot = Context::FrameCache::Slot{};
+    std::vector<float> host(size_t(s.width) * size_t(s.height));
+    if (!img->fillSample(host.data(), s.width, s.height, 0, 0, s.width))
         throw Failure{CL_INVALID_VALUE, "frame", 0};
-    return out;
+    Mem buffer =
+        MakeBuffer(ctx.context(), CL_MEM_READ_ONLY, host.size() * sizeof(float), host.data());
+    slot.bytes.assign(bits, bits + bytes);
+    slot.size = s;
+    slot.type = int(img->type());
+    slot.buffer = std::move(buffer);
+    return slot.buffer.get();
 }
 
 }  // namespace
@@ -118,9 +151,7 @@ bool CorrelateOnDevice(const DEVICE_CORR_JOB& job, const DeviceBatchSink& sink, 
         }
         cl_context c = ctx->context();
         cl_command_queue q = ctx->queue();
-        const std::vector<float> hostA = FrameAsFloats(job.a), hostB = FrameAsFloats(job.b);
-        Mem imgA = MakeBuffer(c, CL_MEM_READ_ONLY, hostA.size() * sizeof(float), hostA.data());
-        Mem imgB = MakeBuffer(c, CL_MEM_READ_ONLY, hostB.size() * sizeof(float), hostB.data());
+        const cl_mem ia = DeviceFrame(*ctx, job.a, 0), ib = DeviceFrame(*ctx, job.b, 1);
         std::vector<float> weightHost(stride * size_t(h), 1.0f);
         if (job.weights)
             std::copy(job.weights, job.weights + weightHost.size(), weightHost.begin());
@@ -130,7 +161,7 @@ bool CorrelateOnDevice(const DEVICE_CORR_JOB& job, const DeviceBatchSink& sink, 
         const Kernels& k = ctx->kernels();
         const cl_mem sa = plan->sa.get(), sb = plan->sb.get(), norms = plan->norms.get();
         const cl_mem corners = plan->corners.get(), planes = plan->planes.get();
-        const cl_mem ia = imgA.get(), ib = imgB.get(), wm = weights.get();
+        const cl_mem wm = weights.get();
         const int useWeights = job.weights ? 1 : 0, iStride = int(stride), width = frame.width;
         Arg(k.sample, 0, ia);
         Arg(k.sample, 1, ib);

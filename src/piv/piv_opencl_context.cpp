@@ -146,6 +146,7 @@ Context::~Context() {
 }
 
 void Context::releaseAll() {
+    frames.reset();
     plans.clear();
     for (cl_kernel k : {m_kernels.sample, m_kernels.crossPower, m_kernels.normalize,
                         m_kernels.hermitian, m_kernels.peakScan})

@@ -58,6 +58,9 @@ public:
     // batch; a multi-grid run goes back and forth between its sizes).
     struct FFTPlan;
     std::vector<std::shared_ptr<FFTPlan>> plans;
+    // The frames of the last list, for the lists of the same pair.
+    struct FrameCache;
+    std::shared_ptr<FrameCache> frames;
     // Held by a list for its whole run: kernel arguments and plans are
     // shared by every evaluation of the process.
     std::mutex running;
