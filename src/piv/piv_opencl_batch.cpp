@@ -202,7 +202,8 @@ bool CorrelateOnDevice(const DEVICE_CORR_JOB& job, const DeviceBatchSink& sink, 
         Arg(k.peakScan, 4, local);
         Arg(k.peakScan, 5, job.searchHalfX);
         Arg(k.peakScan, 6, job.searchHalfY);
-        Arg(k.peakScan, 7, scans);
+        Arg(k.peakScan, 7, batch);
+        Arg(k.peakScan, 8, scans);
 
         const size_t planeCells = size_t(w) * size_t(h);
         std::vector<int> cornerHost(4 * size_t(batch), 0);
@@ -239,9 +240,9 @@ bool CorrelateOnDevice(const DEVICE_CORR_JOB& job, const DeviceBatchSink& sink, 
                                          nullptr),
                   "clEnqueueNDRangeKernel");
             if (job.scanPeaks) {
-                const size_t groups = kGroup * size_t(batch);
-                Check(clEnqueueNDRangeKernel(q, k.peakScan, 1, nullptr, &groups, &kGroup, 0,
-                                             nullptr, nullptr),
+                const size_t items = (size_t(batch) + kGroup - 1) / kGroup * kGroup;
+                Check(clEnqueueNDRangeKernel(q, k.peakScan, 1, nullptr, &items, nullptr, 0, nullptr,
+                                             nullptr),
                       "clEnqueueNDRangeKernel");
                 Check(clEnqueueReadBuffer(q, scans, CL_FALSE, 0, sizeof(PIV_PEAK_SCAN) * size_t(n),
                                           scanHost.data(), 0, nullptr, nullptr),

@@ -123,12 +123,13 @@ __kernel void normalize_planes(__global const float* real, __global const float*
     const float v = real[win * stride * h + (size_t)(c / w) * stride + c % w];
     planes[g] = f != 0.0f ? v / f : v;
 }
-// The peak search of the CPU detector over the planes, one work group per
-// window, into records laid out as PIV_PEAK_SCAN. A candidate of the
-// multiple search is strictly above its four periodic neighbours; the
-// single search takes every cell. A local search keeps to the cells within
-// hx columns and hy rows of zero displacement. Candidates rank by height,
-// of equal heights the one first in row order ahead: the CPU's order.
+// The peak search of the CPU detector over the planes, one work item per
+// window, in the CPU's order: rows top to bottom, each left to right, so
+// that of equal candidates the first found ranks ahead, as there. Records
+// laid out as PIV_PEAK_SCAN. A candidate of the multiple search is strictly
+// above its four periodic neighbours; the single search takes every cell. A
+// local search keeps to the cells within hx columns and hy rows of zero
+// displacement.
 typedef struct {
     float min, max, meanSquare;
     int count;
@@ -136,99 +137,71 @@ typedef struct {
     float value[27];
 } peak_scan;
 
-bool ranks_above(float v, int i, float u, int j) {
-    return v > u || (v == u && i < j);
-}
-
-// Inserts (v, i) into the ranked list of n (at most `keep`) entries.
-void rank_in(float v, int i, float* hv, int* hi, int* n, int keep) {
-    if (*n == keep && !ranks_above(v, i, hv[keep - 1], hi[keep - 1])) return;
-    int place = 0;
-    while (place < *n && !ranks_above(v, i, hv[place], hi[place])) place++;
-    for (int k = min(*n, keep - 1); k > place; k--) {
-        hv[k] = hv[k - 1];
-        hi[k] = hi[k - 1];
-    }
-    hv[place] = v;
-    hi[place] = i;
-    *n = min(*n + 1, keep);
-}
-
-__kernel __attribute__((reqd_work_group_size(GROUP, 1, 1)))
-void peak_scan_planes(__global const float* planes, int w, int h, int multiple, int nearZero,
-                      int hx, int hy, __global peak_scan* scans) {
-    const int win = get_group_id(0);
-    const int lid = get_local_id(0);
-    const int n = w * h;
+__kernel void peak_scan_planes(__global const float* planes, int w, int h, int multiple,
+                               int nearZero, int hx, int hy, int windows,
+                               __global peak_scan* scans) {
+    const int win = get_global_id(0);
+    if (win >= windows) return;
+    __global const float* p = planes + (size_t)win * w * h;
     const int keep = multiple ? 3 : 1;
-    __global const float* p = planes + (size_t)win * n;
-    __local double squares[GROUP], unused[GROUP];
-    __local float lows[GROUP], highs[GROUP], topV[3 * GROUP];
-    __local int topI[3 * GROUP], topN[GROUP];
-    __local int bestRow[3], bestCol[3];
     float lo = p[0], hi = p[0];
     double sq = 0.0;
-    float hv[3];
-    int hiIdx[3];
-    int found = 0;
-    for (int c = lid; c < n; c += GROUP) {
-        const float v = p[c];
-        lo = v < lo ? v : lo;
-        hi = v > hi ? v : hi;
-        sq += (double)v * (double)v;
-        const int x = c % w, y = c / w;
-        if (nearZero && !((y <= hy || y >= h - hy) && (x <= hx || x >= w - hx))) continue;
-        if (multiple) {
-            const float l = p[y * w + (x == 0 ? w - 1 : x - 1)];
-            const float r = p[y * w + (x == w - 1 ? 0 : x + 1)];
-            const float u = p[(y == 0 ? h - 1 : y - 1) * w + x];
-            const float d = p[(y == h - 1 ? 0 : y + 1) * w + x];
-            if (!(v > l && v > r && v > u && v > d)) continue;
-        }
-        rank_in(v, c, hv, hiIdx, &found, keep);
+    float top[3];
+    int topRow[3], topCol[3];
+    int count = 0;
+    // The single search starts from the cell at zero displacement.
+    if (!multiple) {
+        top[0] = p[0];
+        topRow[0] = topCol[0] = 0;
+        count = 1;
     }
-    squares[lid] = sq;
-    unused[lid] = 0.0;
-    lows[lid] = lo;
-    highs[lid] = hi;
-    topN[lid] = found;
-    for (int k = 0; k < found; k++) {
-        topV[3 * lid + k] = hv[k];
-        topI[3 * lid + k] = hiIdx[k];
-    }
-    sum_pair(squares, unused, lid);
-    if (lid == 0) {
-        int count = 0;
-        for (int g = 0; g < GROUP; g++) {
-            lo = lows[g] < lo ? lows[g] : lo;
-            hi = highs[g] > hi ? highs[g] : hi;
-            for (int k = 0; k < topN[g]; k++)
-                rank_in(topV[3 * g + k], topI[3 * g + k], hv, hiIdx, &count, keep);
-        }
-        __global peak_scan* s = scans + win;
-        s->min = lo;
-        s->max = hi;
-        s->meanSquare = (float)(squares[0] / (double)n);
-        s->count = count;
-        for (int k = 0; k < 3; k++) {
-            bestRow[k] = k < count ? hiIdx[k] / w : -1;
-            bestCol[k] = k < count ? hiIdx[k] % w : -1;
-            s->row[k] = k < count ? bestRow[k] : 0;
-            s->col[k] = k < count ? bestCol[k] : 0;
+    for (int y = 0; y < h; y++) {
+        __global const float* line = p + y * w;
+        __global const float* up = p + (y == 0 ? h - 1 : y - 1) * w;
+        __global const float* down = p + (y == h - 1 ? 0 : y + 1) * w;
+        const bool rowIn = !nearZero || y <= hy || y >= h - hy;
+        for (int x = 0; x < w; x++) {
+            const float v = line[x];
+            lo = v < lo ? v : lo;
+            hi = v > hi ? v : hi;
+            sq += (double)v * (double)v;
+            if (!rowIn || (nearZero && !(x <= hx || x >= w - hx))) continue;
+            if (count == keep && !(v > top[keep - 1])) continue;
+            if (multiple && !(v > line[x == 0 ? w - 1 : x - 1] && v > line[x == w - 1 ? 0 : x + 1] &&
+                              v > up[x] && v > down[x]))
+                continue;
+            int place = 0;
+            while (place < count && !(v > top[place])) place++;
+            for (int k = min(count, keep - 1); k > place; k--) {
+                top[k] = top[k - 1];
+                topRow[k] = topRow[k - 1];
+                topCol[k] = topCol[k - 1];
+            }
+            top[place] = v;
+            topRow[place] = y;
+            topCol[place] = x;
+            count = min(count + 1, keep);
         }
     }
-    barrier(CLK_LOCAL_MEM_FENCE);
+    __global peak_scan* s = scans + win;
+    s->min = lo;
+    s->max = hi;
+    s->meanSquare = (float)(sq / (double)(w * h));
+    s->count = count;
     // The neighbourhoods in the order of CORR_PEAK_DATA::value.
-    if (lid < 27) {
-        const int k = lid / 9, m = lid % 9;
-        const int dRow[9] = {0, -1, 1, 0, 0, -1, 1, -1, 1};
-        const int dCol[9] = {0, 0, 0, 1, -1, -1, -1, 1, 1};
-        float v = 0.0f;
-        if (bestRow[k] >= 0) {
-            const int y = (bestRow[k] + dRow[m] + h) % h, x = (bestCol[k] + dCol[m] + w) % w;
-            v = p[y * w + x];
+    const int dRow[9] = {0, -1, 1, 0, 0, -1, 1, -1, 1};
+    const int dCol[9] = {0, 0, 0, 1, -1, -1, -1, 1, 1};
+    for (int k = 0; k < 3; k++) {
+        s->row[k] = k < count ? topRow[k] : 0;
+        s->col[k] = k < count ? topCol[k] : 0;
+        for (int m = 0; m < 9; m++) {
+            float v = 0.0f;
+            if (k < count) {
+                const int y = (topRow[k] + dRow[m] + h) % h, x = (topCol[k] + dCol[m] + w) % w;
+                v = p[y * w + x];
+            }
+            s->value[9 * k + m] = v;
         }
-        scans[win].value[lid] = v;
     }
 }
 )CLC";
