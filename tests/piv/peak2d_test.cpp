@@ -120,6 +120,39 @@ TEST(PeakDetect2D, FitTypesRecoverKnownDisplacement) {
     }
 }
 
+// A scan record written by hand, as a device returns it: the candidate at
+// (5, -3) of the peak at (5.3, -2.7) and its nine values give the fits of
+// types 0 and 1 the exact position. Records that cannot come from a plane
+// of this size, and fits that need the whole plane, are refused.
+TEST(PeakDetect2D, ScannedPeaksFitLikeThePlane) {
+    MessageCapture quiet;
+    std::vector<float> plane = GaussPlane(5.3, -2.7, kDiameter, true);
+    PIV_PEAK_SCAN scan;
+    scan.min = *std::min_element(plane.begin(), plane.end());
+    scan.max = At(plane, 5, -3);
+    scan.meanSquare = 0.01f;
+    scan.count = 1;
+    scan.row[0] = kN - 3;
+    scan.col[0] = 5;
+    const int dx[9] = {0, 0, 0, 1, -1, -1, -1, 1, 1}, dy[9] = {0, -1, 1, 0, 0, -1, 1, -1, 1};
+    for (int k = 0; k < 9; k++) scan.value[0][k] = At(plane, 5 + dx[k], -3 + dy[k]);
+    for (const int type : {0, 1}) {
+        PIV_PeakDetect2D det;
+        det.setPivEvalCfg(PeakCfg(type));
+        ASSERT_TRUE(det.findScannedPeaks(scan, kSize, PIV::PEAK_MULTIPLE, false)) << type;
+        EXPECT_NEAR(det.peaks()[0].x, 5.3, 2e-5);
+        EXPECT_NEAR(det.peaks()[0].y, -2.7, 2e-5);
+    }
+    PIV_PeakDetect2D det;
+    PIV_PEAK_SCAN tooMany = scan, outside = scan;
+    tooMany.count = 4;
+    outside.row[0] = kN;
+    EXPECT_FALSE(det.findScannedPeaks(tooMany, kSize, PIV::PEAK_MULTIPLE, false));
+    EXPECT_FALSE(det.findScannedPeaks(outside, kSize, PIV::PEAK_MULTIPLE, false));
+    det.setPivEvalCfg(PeakCfg(PIV::PEAKFIT_WHITTAKER));
+    EXPECT_FALSE(det.findScannedPeaks(scan, kSize, PIV::PEAK_MULTIPLE, false));
+}
+
 // The 2-D Gaussian starts from the shape of the autocorrelation peak. A
 // particle of diameter D correlates with itself into a peak of D sqrt(2).
 TEST(PeakDetect2D, AutoShapeFromAutocorrelationPlane) {
