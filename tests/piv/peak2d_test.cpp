@@ -120,20 +120,16 @@ TEST(PeakDetect2D, FitTypesRecoverKnownDisplacement) {
     }
 }
 
-// A scan record written by hand, as a device returns it: the candidate at
-// (5, -3) of the peak at (5.3, -2.7) and its nine values give the fits of
-// types 0 and 1 the exact position. Records that cannot come from a plane
-// of this size, and fits that need the whole plane, are refused.
+// A scan record written by hand: the cell (5, -3) of the peak at (5.3, -2.7)
+// and its nine values give fits 0 and 1 the exact position. Records no plane
+// of the size gives, and fits that need the whole plane, are refused.
 TEST(PeakDetect2D, ScannedPeaksFitLikeThePlane) {
     MessageCapture quiet;
     std::vector<float> plane = GaussPlane(5.3, -2.7, kDiameter, true);
     PIV_PEAK_SCAN scan;
-    scan.min = *std::min_element(plane.begin(), plane.end());
     scan.max = At(plane, 5, -3);
-    scan.meanSquare = 0.01f;
     scan.count = 1;
-    scan.row[0] = kN - 3;
-    scan.col[0] = 5;
+    scan.row[0] = kN - 3, scan.col[0] = 5;
     const int dx[9] = {0, 0, 0, 1, -1, -1, -1, 1, 1}, dy[9] = {0, -1, 1, 0, 0, -1, 1, -1, 1};
     for (int k = 0; k < 9; k++) scan.value[0][k] = At(plane, 5 + dx[k], -3 + dy[k]);
     for (const int type : {0, 1}) {
