@@ -430,12 +430,15 @@ bool PIV_Corr2D::placeWindows(const Image2D* a, const Image2D* maskA, const Imag
     }
 }
 
-bool PIV_Corr2D::peakDetection(PIV_VECTOR* vector, POINT2D offset, bool autocorrelationMode) {
+bool PIV_Corr2D::peakDetection(PIV_VECTOR* vector, POINT2D offset, bool autocorrelationMode,
+                               const PIV_PEAK_SCAN* planeScan) {
     if (!vector) return fail(PIVerror::INVALID_POINTER, "peakDetection()");
     if (scan()) return scanPeakDetection(vector, offset);
     const CORR_PEAK_DATA* peaks = m_peak.peaks();
-    const int mode = m_intermediateProcessing ? PIV::PEAK_SINGLE : PIV::PEAK_MULTIPLE;
-    const bool ok = m_peak.findPeaks(m_fft.corr(), m_fft.size(), mode, autocorrelationMode);
+    const int mode = peakSearchMode();
+    const bool ok =
+        planeScan ? m_peak.findScannedPeaks(*planeScan, m_fft.size(), mode, autocorrelationMode)
+                  : m_peak.findPeaks(m_fft.corr(), m_fft.size(), mode, autocorrelationMode);
     vector->meanSquaredCorr = m_peak.meanSquaredCorrelation();
     vector->corr = peaks[0].height;
     if (ok) {

@@ -72,9 +72,15 @@ public:
     bool fillSamples(const Image2D* a, const Image2D* b, POINT2D* pos, POINT2D offset);
     bool crossCorrelate();
 
-    // Fills the vector from the correlation plane: dx = peak x + offset.x,
-    // dy = offset.y - peak y (dy counts upwards). False: flag 12, zeros.
-    bool peakDetection(PIV_VECTOR* vector, POINT2D offset, bool autocorrelationMode);
+    // Fills the vector from the correlation plane, or from a scan of it made
+    // elsewhere: dx = peak x + offset.x, dy = offset.y - peak y (dy counts
+    // upwards). False: flag 12, zeros.
+    bool peakDetection(PIV_VECTOR* vector, POINT2D offset, bool autocorrelationMode,
+                       const PIV_PEAK_SCAN* planeScan = nullptr);
+    // The PIV::PeakDetectMode that peakDetection searches with.
+    int peakSearchMode() const {
+        return m_intermediateProcessing ? PIV::PEAK_SINGLE : PIV::PEAK_MULTIPLE;
+    }
 
     // Upper left corners of the windows in A and B for the node *pos and the
     // offset; the node slides into the image. Throws a PIVerror::ErrorType.

@@ -248,7 +248,8 @@ bool PIV_Eval2D::processSampleList(CORR_SAMPLE_POS* samples, int count, PIV_VECT
 }
 
 bool PIV_Eval2D::finishWindow(PIV_Corr2D* corr, int k, CORR_SAMPLE_POS& s, PIV_VECTOR& v,
-                              POINT2D pos, int code, bool accumulate) {
+                              POINT2D pos, int code, bool accumulate,
+                              const PIV_PEAK_SCAN* planeScan) {
     const bool autocorrelation = m_analysisMode == PIV::ANALYSIS_AUTO_CORRELATION;
     bool found = false;
     if (code != 0) {
@@ -262,10 +263,10 @@ bool PIV_Eval2D::finishWindow(PIV_Corr2D* corr, int k, CORR_SAMPLE_POS& s, PIV_V
                 unsigned(k), s.pos.x, s.pos.y, pos.x, pos.y, s.offset.x, s.offset.y,
                 PIVerror::getErrorMessage(s.error));
     } else if (!accumulate) {
-        found = corr->peakDetection(&v, s.offset, autocorrelation);
+        found = corr->peakDetection(&v, s.offset, autocorrelation, planeScan);
     } else {
         PIV_VECTOR more;
-        found = corr->peakDetection(&more, POINT2D{0, 0}, autocorrelation);
+        found = corr->peakDetection(&more, POINT2D{0, 0}, autocorrelation, planeScan);
         v.flag = more.flag;
         v.corr = more.corr;
         v.snr = more.snr;

@@ -94,9 +94,10 @@ public:
 
 protected:
     // Entry k after its correlation (failed with `code`, or 0): the vector
-    // from the correlator's plane, or the failure noted. True for a vector.
+    // from the correlator's plane (or the scan of a plane made elsewhere),
+    // or the failure noted. True for a vector.
     bool finishWindow(PIV_Corr2D* corr, int k, CORR_SAMPLE_POS& s, PIV_VECTOR& v, POINT2D pos,
-                      int code, bool accumulate);
+                      int code, bool accumulate, const PIV_PEAK_SCAN* planeScan = nullptr);
     bool deviceTakesSettings() const;
     const Image2D* postProcessMask() const override { return m_useMask ? m_pMaskA : nullptr; }
     bool evalSinglePass();

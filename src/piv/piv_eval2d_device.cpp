@@ -1,6 +1,8 @@
 // The sample list on an OpenCL device: corners and mask test here, as the
 // CPU correlator makes them, so that sliding and the masked windows match
-// by construction; the planes there; the peak search here again.
+// by construction; the planes and the peak search there, the fits here
+// again. The fits that read more than a 3x3 neighbourhood get whole planes
+// back and search them here.
 #include <omp.h>
 
 #include <algorithm>
@@ -85,21 +87,28 @@ bool PIV_Eval2D::processSampleListOnDevice(CORR_SAMPLE_POS* samples, int count, 
         cfg.CorrFilter_WindowType != PIV::FFTWINDOW_NONE ? first->fft().weights() : nullptr;
     job.corners = sent.data();
     job.count = int(index.size());
+    job.scanPeaks = !PIV::PeakFitNeedsPlane(cfg.Type);
+    job.peakMode = first->peakSearchMode();
+    job.localSearch = cfg.ROI;
+    const SIZE2D half = PIV::PeakSearchHalf(cfg, size);
+    job.searchHalfX = half.width;
+    job.searchHalfY = half.height;
     const size_t cells = size_t(size.width) * size_t(size.height);
     const int steps = 100;
-    auto sink = [&](int from, int n, const float* planes, const float* norms) {
+    auto sink = [&](int from, int n, const float* planes, const PIV_PEAK_SCAN* scans,
+                    const float* norms) {
         int mine = 0;
 #pragma omp parallel for num_threads(workers) schedule(static) reduction(+ : mine)
         for (int i = 0; i < n; i++) {
             PIV_Corr2D* corr = m_corr[size_t(omp_get_thread_num())];
             const int k = index[size_t(from + i)];
             int why = 0;
-            if (norms[i] > 0.0f)
-                std::memcpy(corr->fft().corr(), planes + size_t(i) * cells, cells * sizeof(float));
-            else
+            if (!(norms[i] > 0.0f))
                 why = PIVerror::CORRELATION_FAILED;  // an empty window, as the CPU fails it
+            else if (planes)
+                std::memcpy(corr->fft().corr(), planes + size_t(i) * cells, cells * sizeof(float));
             if (finishWindow(corr, k, list[size_t(k)], out[size_t(k)], placed[size_t(k)], why,
-                             accumulate))
+                             accumulate, scans ? scans + i : nullptr))
                 mine++;
         }
         total += mine;

@@ -2,11 +2,13 @@
 
 #include <algorithm>
 #include <cstdio>
+#include <cstring>
 #include <vector>
 
 #include "image2d.h"
 #include "piv_opencl.h"
 #include "piv_opencl_context.h"
+#include "piv_peak2d.h"
 
 #if defined(KELVANE_HAVE_OPENCL)
 
@@ -21,8 +23,23 @@ namespace OpenCL {
 struct Context::FFTPlan {
     int width = 0, height = 0, batch = 0;
     unsigned long long footprint = 0;  // device memory of all its buffers
-    Mem sa, sb, norms, corners, planes;
+    Mem sa, sb, norms, corners, planes, scans;
     std::unique_ptr<BatchFFT> fft;  // released before the buffers
+};
+
+// Per frame slot (0: A, 1: B) the pixels as they went up, and their copy
+// on the device in floats. A list whose frame holds the same pixels uses the
+// copy: the passes and levels of a pair correlate the same frames again.
+// Pixels, not addresses, decide, as the deformation rewrites its frames in
+// place from pass to pass.
+struct Context::FrameCache {
+    struct Slot {
+        SIZE2D size{0, 0};
+        int type = -1;
+        std::vector<uint8_t> bytes;
+        Mem buffer;
+    };
+    Slot slot[2];
 };
 
 namespace {
@@ -42,7 +59,8 @@ std::shared_ptr<Context::FFTPlan> MakePlan(Context& ctx, int w, int h, int batch
     plan->norms = MakeBuffer(c, CL_MEM_READ_WRITE, sizeof(float) * size_t(batch));
     plan->corners = MakeBuffer(c, CL_MEM_READ_ONLY, 4 * sizeof(int) * size_t(batch));
     plan->planes =
-        MakeBuffer(c, CL_MEM_WRITE_ONLY, sizeof(float) * size_t(w) * size_t(h) * size_t(batch));
+        MakeBuffer(c, CL_MEM_READ_WRITE, sizeof(float) * size_t(w) * size_t(h) * size_t(batch));
+    plan->scans = MakeBuffer(c, CL_MEM_WRITE_ONLY, sizeof(PIV_PEAK_SCAN) * size_t(batch));
     plan->fft = std::make_unique<BatchFFT>(ctx, w, h, batch, plan->sa.get(), bytes);
     return plan;
 }
@@ -52,12 +70,29 @@ void Arg(cl_kernel k, cl_uint i, const T& v) {
     Check(clSetKernelArg(k, i, sizeof(T), &v), "clSetKernelArg");
 }
 
-std::vector<float> FrameAsFloats(const Image2D* img) {
+// The device copy of `img` in frame slot `which`, uploaded unless the slot
+// holds the same pixels already.
+cl_mem DeviceFrame(Context& ctx, const Image2D* img, int which) {
+    if (!ctx.frames) ctx.frames = std::make_shared<Context::FrameCache>();
+    Context::FrameCache::Slot& slot = ctx.frames->slot[which];
     const SIZE2D s = img->size2D();
-    std::vector<float> out(size_t(s.width) * size_t(s.height));
-    if (!img->fillSample(out.data(), s.width, s.height, 0, 0, s.width))
+    const uint8_t* bits = img->bits();
+    const size_t bytes = size_t(img->bytesPerPlane());
+    if (slot.buffer && slot.size.width == s.width && slot.size.height == s.height &&
+        slot.type == int(img->type()) && slot.bytes.size() == bytes &&
+        std::memcmp(slot.bytes.data(), bits, bytes) == 0)
+        return slot.buffer.get();
+    slot = Context::FrameCache::Slot{};
+    std::vector<float> host(size_t(s.width) * size_t(s.height));
+    if (!img->fillSample(host.data(), s.width, s.height, 0, 0, s.width))
         throw Failure{CL_INVALID_VALUE, "frame", 0};
-    return out;
+    Mem buffer =
+        MakeBuffer(ctx.context(), CL_MEM_READ_ONLY, host.size() * sizeof(float), host.data());
+    slot.bytes.assign(bits, bits + bytes);
+    slot.size = s;
+    slot.type = int(img->type());
+    slot.buffer = std::move(buffer);
+    return slot.buffer.get();
 }
 
 }  // namespace
@@ -72,7 +107,8 @@ bool CorrelateOnDevice(const DEVICE_CORR_JOB& job, const DeviceBatchSink& sink, 
         2ull * sizeof(float) * unsigned(frame.width) * unsigned(frame.height) +
         sizeof(float) * stride * size_t(h);
     const unsigned long long perWindow = 2ull * sizeof(float) * stride * size_t(h) +
-                                         sizeof(float) * size_t(w) * size_t(h) + 5 * sizeof(float);
+                                         sizeof(float) * size_t(w) * size_t(h) + 5 * sizeof(float) +
+                                         sizeof(PIV_PEAK_SCAN);
     const unsigned long long cap = DeviceMemoryCap();
     if (cap < frames + perWindow) {
         char text[200];
@@ -115,9 +151,7 @@ bool CorrelateOnDevice(const DEVICE_CORR_JOB& job, const DeviceBatchSink& sink, 
         }
         cl_context c = ctx->context();
         cl_command_queue q = ctx->queue();
-        const std::vector<float> hostA = FrameAsFloats(job.a), hostB = FrameAsFloats(job.b);
-        Mem imgA = MakeBuffer(c, CL_MEM_READ_ONLY, hostA.size() * sizeof(float), hostA.data());
-        Mem imgB = MakeBuffer(c, CL_MEM_READ_ONLY, hostB.size() * sizeof(float), hostB.data());
+        const cl_mem ia = DeviceFrame(*ctx, job.a, 0), ib = DeviceFrame(*ctx, job.b, 1);
         std::vector<float> weightHost(stride * size_t(h), 1.0f);
         if (job.weights)
             std::copy(job.weights, job.weights + weightHost.size(), weightHost.begin());
@@ -127,7 +161,7 @@ bool CorrelateOnDevice(const DEVICE_CORR_JOB& job, const DeviceBatchSink& sink, 
         const Kernels& k = ctx->kernels();
         const cl_mem sa = plan->sa.get(), sb = plan->sb.get(), norms = plan->norms.get();
         const cl_mem corners = plan->corners.get(), planes = plan->planes.get();
-        const cl_mem ia = imgA.get(), ib = imgB.get(), wm = weights.get();
+        const cl_mem wm = weights.get();
         const int useWeights = job.weights ? 1 : 0, iStride = int(stride), width = frame.width;
         Arg(k.sample, 0, ia);
         Arg(k.sample, 1, ib);
@@ -159,10 +193,22 @@ bool CorrelateOnDevice(const DEVICE_CORR_JOB& job, const DeviceBatchSink& sink, 
         Arg(k.normalize, 3, h);
         Arg(k.normalize, 4, iStride);
         Arg(k.normalize, 5, planes);
+        const cl_mem scans = plan->scans.get();
+        const int multiple = job.peakMode == PEAK_MULTIPLE ? 1 : 0, local = job.localSearch ? 1 : 0;
+        Arg(k.peakScan, 0, planes);
+        Arg(k.peakScan, 1, w);
+        Arg(k.peakScan, 2, h);
+        Arg(k.peakScan, 3, multiple);
+        Arg(k.peakScan, 4, local);
+        Arg(k.peakScan, 5, job.searchHalfX);
+        Arg(k.peakScan, 6, job.searchHalfY);
+        Arg(k.peakScan, 7, batch);
+        Arg(k.peakScan, 8, scans);
 
         const size_t planeCells = size_t(w) * size_t(h);
         std::vector<int> cornerHost(4 * size_t(batch), 0);
-        std::vector<float> planeHost(planeCells * size_t(batch));
+        std::vector<float> planeHost(job.scanPeaks ? 0 : planeCells * size_t(batch));
+        std::vector<PIV_PEAK_SCAN> scanHost(job.scanPeaks ? size_t(batch) : 0);
         std::vector<float> normHost(static_cast<size_t>(batch));
         const QueueFinish drained(q);
         for (int first = 0; first < job.count; first += batch) {
@@ -194,13 +240,25 @@ bool CorrelateOnDevice(const DEVICE_CORR_JOB& job, const DeviceBatchSink& sink, 
             Check(clEnqueueNDRangeKernel(q, k.normalize, 1, nullptr, &cells, nullptr, 0, nullptr,
                                          nullptr),
                   "clEnqueueNDRangeKernel");
-            Check(clEnqueueReadBuffer(q, planes, CL_FALSE, 0, planeCells * size_t(n) * 4,
-                                      planeHost.data(), 0, nullptr, nullptr),
-                  "clEnqueueReadBuffer");
+            if (job.scanPeaks) {
+                const size_t items = (size_t(batch) + kGroup - 1) / kGroup * kGroup;
+                Check(clEnqueueNDRangeKernel(q, k.peakScan, 1, nullptr, &items, nullptr, 0, nullptr,
+                                             nullptr),
+                      "clEnqueueNDRangeKernel");
+                Check(clEnqueueReadBuffer(q, scans, CL_FALSE, 0, sizeof(PIV_PEAK_SCAN) * size_t(n),
+                                          scanHost.data(), 0, nullptr, nullptr),
+                      "clEnqueueReadBuffer");
+            } else {
+                Check(clEnqueueReadBuffer(q, planes, CL_FALSE, 0, planeCells * size_t(n) * 4,
+                                          planeHost.data(), 0, nullptr, nullptr),
+                      "clEnqueueReadBuffer");
+            }
             Check(clEnqueueReadBuffer(q, norms, CL_TRUE, 0, size_t(n) * sizeof(float),
                                       normHost.data(), 0, nullptr, nullptr),
                   "clEnqueueReadBuffer");
-            if (!sink(first, n, planeHost.data(), normHost.data())) break;
+            if (!sink(first, n, job.scanPeaks ? nullptr : planeHost.data(),
+                      job.scanPeaks ? scanHost.data() : nullptr, normHost.data()))
+                break;
         }
         return true;
     } catch (const Failure& f) {

@@ -164,9 +164,10 @@ Context::~Context() {
 }
 
 void Context::releaseAll() {
+    frames.reset();
     plans.clear();
-    for (cl_kernel k :
-         {m_kernels.sample, m_kernels.crossPower, m_kernels.normalize, m_kernels.hermitian})
+    for (cl_kernel k : {m_kernels.sample, m_kernels.crossPower, m_kernels.normalize,
+                        m_kernels.hermitian, m_kernels.peakScan})
         if (k) clReleaseKernel(k);
     m_kernels = Kernels{};
     if (m_program) clReleaseProgram(m_program);
@@ -190,6 +191,8 @@ void Context::buildKernels() {
     m_kernels.normalize = clCreateKernel(m_program, "normalize_planes", &err);
     Check(err, "clCreateKernel");
     m_kernels.hermitian = clCreateKernel(m_program, "hermitian_column", &err);
+    Check(err, "clCreateKernel");
+    m_kernels.peakScan = clCreateKernel(m_program, "peak_scan_planes", &err);
     Check(err, "clCreateKernel");
 }
 

@@ -67,6 +67,7 @@ struct Kernels {
     cl_kernel crossPower = nullptr;
     cl_kernel normalize = nullptr;
     cl_kernel hermitian = nullptr;
+    cl_kernel peakScan = nullptr;
 };
 
 class Context {
@@ -85,6 +86,9 @@ public:
     // batch; a multi-grid run goes back and forth between its sizes).
     struct FFTPlan;
     std::vector<std::shared_ptr<FFTPlan>> plans;
+    // The frames of the last list, for the lists of the same pair.
+    struct FrameCache;
+    std::shared_ptr<FrameCache> frames;
     // Held by a list for its whole run: kernel arguments and plans are
     // shared by every evaluation of the process.
     std::mutex running;

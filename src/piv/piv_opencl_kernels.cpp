@@ -123,6 +123,87 @@ __kernel void normalize_planes(__global const float* real, __global const float*
     const float v = real[win * stride * h + (size_t)(c / w) * stride + c % w];
     planes[g] = f != 0.0f ? v / f : v;
 }
+// The peak search of the CPU detector over the planes, one work item per
+// window, in the CPU's order: rows top to bottom, each left to right, so
+// that of equal candidates the first found ranks ahead, as there. Records
+// laid out as PIV_PEAK_SCAN. A candidate of the multiple search is strictly
+// above its four periodic neighbours; the single search takes every cell. A
+// local search keeps to the cells within hx columns and hy rows of zero
+// displacement.
+typedef struct {
+    float min, max, meanSquare;
+    int count;
+    int row[3], col[3];
+    float value[27];
+} peak_scan;
+
+__kernel void peak_scan_planes(__global const float* planes, int w, int h, int multiple,
+                               int nearZero, int hx, int hy, int windows,
+                               __global peak_scan* scans) {
+    const int win = get_global_id(0);
+    if (win >= windows) return;
+    __global const float* p = planes + (size_t)win * w * h;
+    const int keep = multiple ? 3 : 1;
+    float lo = p[0], hi = p[0];
+    double sq = 0.0;
+    float top[3];
+    int topRow[3], topCol[3];
+    int count = 0;
+    // The single search starts from the cell at zero displacement.
+    if (!multiple) {
+        top[0] = p[0];
+        topRow[0] = topCol[0] = 0;
+        count = 1;
+    }
+    for (int y = 0; y < h; y++) {
+        __global const float* line = p + y * w;
+        __global const float* up = p + (y == 0 ? h - 1 : y - 1) * w;
+        __global const float* down = p + (y == h - 1 ? 0 : y + 1) * w;
+        const bool rowIn = !nearZero || y <= hy || y >= h - hy;
+        for (int x = 0; x < w; x++) {
+            const float v = line[x];
+            lo = v < lo ? v : lo;
+            hi = v > hi ? v : hi;
+            sq += (double)v * (double)v;
+            if (!rowIn || (nearZero && !(x <= hx || x >= w - hx))) continue;
+            if (count == keep && !(v > top[keep - 1])) continue;
+            if (multiple && !(v > line[x == 0 ? w - 1 : x - 1] && v > line[x == w - 1 ? 0 : x + 1] &&
+                              v > up[x] && v > down[x]))
+                continue;
+            int place = 0;
+            while (place < count && !(v > top[place])) place++;
+            for (int k = min(count, keep - 1); k > place; k--) {
+                top[k] = top[k - 1];
+                topRow[k] = topRow[k - 1];
+                topCol[k] = topCol[k - 1];
+            }
+            top[place] = v;
+            topRow[place] = y;
+            topCol[place] = x;
+            count = min(count + 1, keep);
+        }
+    }
+    __global peak_scan* s = scans + win;
+    s->min = lo;
+    s->max = hi;
+    s->meanSquare = (float)(sq / (double)(w * h));
+    s->count = count;
+    // The neighbourhoods in the order of CORR_PEAK_DATA::value.
+    const int dRow[9] = {0, -1, 1, 0, 0, -1, 1, -1, 1};
+    const int dCol[9] = {0, 0, 0, 1, -1, -1, -1, 1, 1};
+    for (int k = 0; k < 3; k++) {
+        s->row[k] = k < count ? topRow[k] : 0;
+        s->col[k] = k < count ? topCol[k] : 0;
+        for (int m = 0; m < 9; m++) {
+            float v = 0.0f;
+            if (k < count) {
+                const int y = (topRow[k] + dRow[m] + h) % h, x = (topCol[k] + dCol[m] + w) % w;
+                v = p[y * w + x];
+            }
+            s->value[9 * k + m] = v;
+        }
+    }
+}
 )CLC";
 
 #endif

@@ -43,7 +43,23 @@ inline bool Parabolic3PtFit(float a, float b, float c, float& result) {
     return true;
 }
 
+// The cells of a 3x3 neighbourhood in the order of CORR_PEAK_DATA::value.
+const int kNeighbourRow[9] = {0, -1, 1, 0, 0, -1, 1, -1, 1};
+const int kNeighbourCol[9] = {0, 0, 0, 1, -1, -1, -1, 1, 1};
+
 }  // namespace
+
+SIZE2D PIV::PeakSearchHalf(const PIVEVAL_CFG& cfg, const SIZE2D& size) {
+    int hx = std::max(cfg.ROI_Size.width, 0), hy = std::max(cfg.ROI_Size.height, 0);
+    if (2 * hx > size.width) hx = size.width / 2;
+    if (2 * hy > size.height) hy = size.height / 2;
+    return SIZE2D{hx, hy};
+}
+
+bool PIV::PeakFitNeedsPlane(int fitType) {
+    return fitType == PEAKFIT_CENTROID || fitType == PEAKFIT_WHITTAKER ||
+           fitType == PEAKFIT_NONLIN_GAUSS;
+}
 
 PIV_PeakDetect2D::PIV_PeakDetect2D() : m_error("PIV_PeakDetect2D") {
     if (PIV::MaxCorrelationPeaks() != 3)
@@ -67,7 +83,9 @@ bool PIV_PeakDetect2D::setPivEvalCfg(const PIVEVAL_CFG& cfg) {
     }
     m_fitSize = size;
     m_fitRadius = (m_fitSize - 1) / 2;
-    if (changed && m_size.width > 0 && m_size.height > 0) rebuildMaskAndWeights(m_size);
+    // The mask of the size last prepared or searched, which the next search
+    // of that size takes without looking at the settings again.
+    if (changed && m_maskSize.width > 0 && m_maskSize.height > 0) rebuildMaskAndWeights(m_maskSize);
     return changed;
 }
 
@@ -98,9 +116,8 @@ bool PIV_PeakDetect2D::prepareFor(const SIZE2D& size) {
 
 void PIV_PeakDetect2D::rebuildMaskAndWeights(const SIZE2D& size) {
     const int w = size.width, h = size.height;
-    int hx = std::max(m_cfg.ROI_Size.width, 0), hy = std::max(m_cfg.ROI_Size.height, 0);
-    if (2 * hx > w) hx = w / 2;
-    if (2 * hy > h) hy = h / 2;
+    const SIZE2D half = PIV::PeakSearchHalf(m_cfg, size);
+    const int hx = half.width, hy = half.height;
     m_mask.assign(size_t(w) * size_t(h), 0);
     for (int row = 0; row < h; row++) {
         const bool rowIn = row <= hy || row >= h - hy;
@@ -155,6 +172,30 @@ bool PIV_PeakDetect2D::findPeaks(const float* plane, const SIZE2D& size, int mod
     return findPeaksOrThrow(plane, size, mode, autocorrelationMode);
 }
 
+bool PIV_PeakDetect2D::findScannedPeaks(const PIV_PEAK_SCAN& scan, const SIZE2D& size, int mode,
+                                        bool autocorrelationMode) {
+    m_offset = POINT2D{m_cfg.SampleOffset.x, m_cfg.SampleOffset.y};
+    try {
+        if (size.width < 4 || size.height < 4) throw PIVerror::BAD_SAMPLE_SIZE;
+        if (PIV::PeakFitNeedsPlane(m_cfg.Type)) throw PIVerror::INVALID_PEAKFIT_PARAMETER;
+        if (scan.count < 0 || scan.count > 3) throw PIVerror::PEAKFIT_FAILED;
+        for (int i = 0; i < scan.count; i++)
+            if (scan.row[i] < 0 || scan.row[i] >= size.height || scan.col[i] < 0 ||
+                scan.col[i] >= size.width)
+                throw PIVerror::PEAKFIT_FAILED;
+        m_plane = nullptr;
+        m_scan = scan;
+        fitScan(size, mode, autocorrelationMode);
+        return true;
+    } catch (PIVerror::ErrorType code) {
+        if (DebugLevel() >= 3) m_error.handleError(code, "findScannedPeaks()");
+        return false;
+    } catch (const std::bad_alloc&) {
+        m_error.handleError(PIVerror::ALLOCATION_FAILED, "findScannedPeaks()");
+        return false;
+    }
+}
+
 bool PIV_PeakDetect2D::findPeaksOrThrow(const float* plane, const SIZE2D& size, int mode,
                                         bool autocorrelationMode) {
     try {
@@ -164,13 +205,11 @@ bool PIV_PeakDetect2D::findPeaksOrThrow(const float* plane, const SIZE2D& size, 
         if (size.width != m_maskSize.width || size.height != m_maskSize.height)
             rebuildMaskAndWeights(size);
         m_size = size;
-        m_index = 0;
-        m_count = 0;
-        const bool found =
-            mode == PIV::PEAK_MULTIPLE ? findMultiplePeaks(m_cfg.ROI) : findSinglePeak(m_cfg.ROI);
-        if (!found) throw PIVerror::PEAKFIT_FAILED;
-        if (!doSubPixelFit()) throw PIVerror::PEAKFIT_FAILED;
-        if (autocorrelationMode && !findSelfCorrelation()) throw PIVerror::OPERATION_FAILED;
+        if (mode == PIV::PEAK_MULTIPLE)
+            findMultiplePeaks(m_cfg.ROI);
+        else
+            findSinglePeak(m_cfg.ROI);
+        fitScan(size, mode, autocorrelationMode);
         return true;
     } catch (PIVerror::ErrorType code) {
         // A failed window is routine in an evaluation; it is news only when
@@ -184,15 +223,48 @@ bool PIV_PeakDetect2D::findPeaksOrThrow(const float* plane, const SIZE2D& size, 
     }
 }
 
+void PIV_PeakDetect2D::fitScan(const SIZE2D& size, int mode, bool autocorrelationMode) {
+    if (size.width != m_maskSize.width || size.height != m_maskSize.height)
+        rebuildMaskAndWeights(size);
+    m_size = size;
+    m_index = 0;
+    m_min = m_scan.min;
+    m_max = m_scan.max;
+    m_meanSquare = m_scan.meanSquare;
+    for (CORR_PEAK_DATA& p : m_peaks) p.clear();
+    const bool multiple = mode == PIV::PEAK_MULTIPLE;
+    // The single search always has its cell.
+    m_count = multiple ? m_scan.count : 1;
+    for (int i = 0; i < m_count; i++) {
+        CORR_PEAK_DATA& p = m_peaks[i];
+        p.height = m_scan.value[i][0];
+        p.y = float(m_scan.row[i]);
+        p.x = float(m_scan.col[i]);
+    }
+    if (m_meanSquare != 0.0f) {
+        for (int i = 0; i < 3; i++) {
+            CORR_PEAK_DATA& p = m_peaks[i];
+            // The peaks the single search leaves empty carry its height.
+            if (!multiple) p.height = m_peaks[0].height;
+            p.snr = p.height * p.height / m_meanSquare;
+        }
+    }
+    if (multiple && DebugLevel() >= 4 && m_min == m_max) {
+        DebugPrint("PIV_PeakDetect2D::findMultiplePeaks() - contant value correlation plane!");
+        throw PIVerror::PEAKFIT_FAILED;
+    }
+    if (!doSubPixelFit()) throw PIVerror::PEAKFIT_FAILED;
+    if (autocorrelationMode && !findSelfCorrelation()) throw PIVerror::OPERATION_FAILED;
+}
+
 void PIV_PeakDetect2D::scanPlane() {
     const size_t n = size_t(m_size.width) * size_t(m_size.height);
     double sum = 0.0;
-    PIV::Simd::ScanPlane(m_plane, n, m_min, m_max, sum);
-    m_meanSquare = float(sum / double(n));
+    PIV::Simd::ScanPlane(m_plane, n, m_scan.min, m_scan.max, sum);
+    m_scan.meanSquare = float(sum / double(n));
 }
 
-bool PIV_PeakDetect2D::findSinglePeak(bool local) {
-    for (CORR_PEAK_DATA& p : m_peaks) p.clear();
+void PIV_PeakDetect2D::findSinglePeak(bool local) {
     scanPlane();
     const int w = m_size.width, h = m_size.height;
     const float* plane = m_plane;
@@ -223,29 +295,21 @@ bool PIV_PeakDetect2D::findSinglePeak(bool local) {
             sweep(row, std::max(w - hx, hx + 1), w);
         }
     }
-    CORR_PEAK_DATA& first = m_peaks[0];
-    first.height = best;
-    first.y = float(bestRow);
-    first.x = float(bestCol);
-    m_count = 1;
-    if (m_meanSquare != 0.0f) {
-        first.snr = best * best / m_meanSquare;
-        for (int i = 1; i < 3; i++) {
-            m_peaks[i].height = first.height;
-            m_peaks[i].snr = first.snr;
-        }
-    }
-    return true;
+    m_scan.count = 1;
+    m_scan.row[0] = bestRow;
+    m_scan.col[0] = bestCol;
+    storeNeighbourhoods();
 }
 
-bool PIV_PeakDetect2D::findMultiplePeaks(bool local) {
-    for (CORR_PEAK_DATA& p : m_peaks) p.clear();
+void PIV_PeakDetect2D::findMultiplePeaks(bool local) {
     scanPlane();
     const int w = m_size.width, h = m_size.height;
     const float* plane = m_plane;
     const size_t words = CandidateWords(w);
     if (m_candidates.size() < words) m_candidates.assign(words, 0);
     uint64_t* candidate = m_candidates.data();
+    float height[3] = {0.0f, 0.0f, 0.0f};
+    int count = 0;
     for (int row = 0; row < h; row++) {
         const float* line = plane + size_t(row) * w;
         const float* up = plane + size_t(row == 0 ? h - 1 : row - 1) * w;
@@ -255,7 +319,7 @@ bool PIV_PeakDetect2D::findMultiplePeaks(bool local) {
         // only over the few cells that pass it, taken from the row's bits in
         // column order. Once three peaks are held, only a cell above the
         // third can change them: the row's test leaves out the rest.
-        const float floor = m_count == 3 ? m_peaks[2].height : -HUGE_VALF;
+        const float floor = count == 3 ? height[2] : -HUGE_VALF;
         PIV::Simd::PeakCandidates(line, up, down, size_t(w), floor, candidate);
         if (line[0] > line[w - 1] && line[0] > line[1] && line[0] > up[0] && line[0] > down[0])
             candidate[0] |= 1;
@@ -269,37 +333,38 @@ bool PIV_PeakDetect2D::findMultiplePeaks(bool local) {
                 // Rank: a candidate takes the place of the first peak it
                 // strictly exceeds, so of equal peaks the one found first
                 // stays ahead.
-                if (m_count == 3 && !(v > m_peaks[2].height)) continue;
+                if (count == 3 && !(v > height[2])) continue;
                 if (local && !inMask(row, col)) continue;
                 int place = 0;
-                while (place < m_count && !(v > m_peaks[place].height)) place++;
-                for (int k = std::min(m_count, 2); k > place; k--) {
-                    m_peaks[k].height = m_peaks[k - 1].height;
-                    m_peaks[k].y = m_peaks[k - 1].y;
-                    m_peaks[k].x = m_peaks[k - 1].x;
+                while (place < count && !(v > height[place])) place++;
+                for (int k = std::min(count, 2); k > place; k--) {
+                    height[k] = height[k - 1];
+                    m_scan.row[k] = m_scan.row[k - 1];
+                    m_scan.col[k] = m_scan.col[k - 1];
                 }
-                m_peaks[place].height = v;
-                m_peaks[place].y = float(row);
-                m_peaks[place].x = float(col);
-                m_count = std::min(m_count + 1, 3);
+                height[place] = v;
+                m_scan.row[place] = row;
+                m_scan.col[place] = col;
+                count = std::min(count + 1, 3);
             }
         }
     }
-    if (m_meanSquare != 0.0f)
-        for (CORR_PEAK_DATA& p : m_peaks) p.snr = p.height * p.height / m_meanSquare;
-    if (DebugLevel() >= 4 && m_min == m_max) {
-        DebugPrint("PIV_PeakDetect2D::findMultiplePeaks() - contant value correlation plane!");
-        return false;
-    }
-    return true;
+    m_scan.count = count;
+    storeNeighbourhoods();
 }
 
-void PIV_PeakDetect2D::getPeakNeighbors3x3(int row, int col, CORR_PEAK_DATA& p) const {
-    static const int dRow[9] = {0, -1, 1, 0, 0, -1, 1, -1, 1};
-    static const int dCol[9] = {0, 0, 0, 1, -1, -1, -1, 1, 1};
+void PIV_PeakDetect2D::storeNeighbourhoods() {
+    for (int i = 0; i < 3; i++)
+        for (int k = 0; k < 9; k++)
+            m_scan.value[i][k] = i < m_scan.count ? planeAt(m_scan.row[i] + kNeighbourRow[k],
+                                                            m_scan.col[i] + kNeighbourCol[k])
+                                                  : 0.0f;
+}
+
+void PIV_PeakDetect2D::getPeakNeighbors3x3(int index, int row, int col, CORR_PEAK_DATA& p) const {
     for (int k = 0; k < 9; k++) {
-        p.value[k] = planeAt(row + dRow[k], col + dCol[k]);
-        p.weight[k] = weightAt(row + dRow[k], col + dCol[k]);
+        p.value[k] = m_scan.value[index][k];
+        p.weight[k] = weightAt(row + kNeighbourRow[k], col + kNeighbourCol[k]);
     }
     // The zero-displacement cell has full overlap: weighting it would only
     // tilt its neighbours.
@@ -395,7 +460,8 @@ bool PIV_PeakDetect2D::doSubPixelFit() {
     return m_peaks[0].status == PIV::PEAK_GOOD;
 }
 
-bool PIV_PeakDetect2D::beginCrossFit(int row, int col, CORR_PEAK_DATA& p) {
+bool PIV_PeakDetect2D::beginCrossFit(int index, int row, int col) {
+    CORR_PEAK_DATA& p = m_peaks[index];
     p.status = PIV::PEAK_NOT_FITTED;
     // A fit that fails leaves the integer peak, never a position of zero
     // that a lower peak would pass on as a displacement.
@@ -404,8 +470,8 @@ bool PIV_PeakDetect2D::beginCrossFit(int row, int col, CORR_PEAK_DATA& p) {
     p.height = 0.0f;
     p.subX = p.subY = 0.0f;
     p.fitPoints = 2;
-    if (!m_plane || m_min == m_max) return false;
-    getPeakNeighbors3x3(row, col, p);
+    if (m_min == m_max) return false;
+    getPeakNeighbors3x3(index, row, col, p);
     p.height = p.value[0];
     return true;
 }
@@ -426,8 +492,8 @@ bool PIV_PeakDetect2D::finishCrossFit(int row, int col, float dx, float dy, CORR
 }
 
 bool PIV_PeakDetect2D::parabolicPeakFit(int row, int col, int index) {
+    if (!beginCrossFit(index, row, col)) return false;
     CORR_PEAK_DATA& p = m_peaks[index];
-    if (!beginCrossFit(row, col, p)) return false;
     float v[5];
     for (int k = 0; k < 5; k++)
         v[k] = m_peakWeightingEnabled ? p.value[k] * p.weight[k] : p.value[k];
@@ -440,8 +506,8 @@ bool PIV_PeakDetect2D::parabolicPeakFit(int row, int col, int index) {
 }
 
 bool PIV_PeakDetect2D::stdGaussPeakFit(int row, int col, int index) {
+    if (!beginCrossFit(index, row, col)) return false;
     CORR_PEAK_DATA& p = m_peaks[index];
-    if (!beginCrossFit(row, col, p)) return false;
     float c = p.value[0], n = p.value[1], s = p.value[2], e = p.value[3], w = p.value[4];
     if (p.weighted) {
         const float wc = c * p.weight[0], wn = n * p.weight[1], ws = s * p.weight[2],

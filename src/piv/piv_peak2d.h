@@ -53,6 +53,30 @@ struct CORR_PEAK_DATA {
 static_assert(sizeof(CORR_PEAK_DATA) == 30 * 4, "CORR_PEAK_DATA is thirty 32-bit words");
 KELVANE_ASSERT_RECORD(CORR_PEAK_DATA);
 
+// What the fits of types 0 to 2 need of a plane, found by a scan of it
+// here or on the correlation device: its statistics and up to three
+// candidates, best first, each with its 3x3 neighbourhood in the order of
+// CORR_PEAK_DATA::value (value[i][0] is the candidate's height). The device
+// kernel writes the same layout: thirty-seven 32-bit words.
+struct PIV_PEAK_SCAN {
+    float min, max, meanSquare;
+    int32_t count;  // candidates found, 0 to 3
+    int32_t row[3], col[3];
+    float value[3][9];
+
+    PIV_PEAK_SCAN() { PIV::ZeroRecord(*this); }
+};
+static_assert(sizeof(PIV_PEAK_SCAN) == 37 * 4, "PIV_PEAK_SCAN is thirty-seven 32-bit words");
+KELVANE_ASSERT_RECORD(PIV_PEAK_SCAN);
+
+namespace PIV {
+// The half sizes of the region a local search covers in planes of `size`:
+// the cells within hx columns and hy rows of zero displacement, periodically.
+SIZE2D PeakSearchHalf(const PIVEVAL_CFG& cfg, const SIZE2D& size);
+// Fit types whose fits read more of the plane than a scan keeps.
+bool PeakFitNeedsPlane(int fitType);
+}  // namespace PIV
+
 class PIV_PeakDetect2D {
 public:
     PIV_PeakDetect2D();
@@ -67,7 +91,12 @@ public:
     // the evaluation's parallel workers without allocating. False (error 7)
     // when memory runs out.
     bool prepareFor(const SIZE2D& size);
+    // Scans the plane into a PIV_PEAK_SCAN, then fits it as findScannedPeaks.
     bool findPeaks(const float* plane, const SIZE2D& size, int mode, bool autocorrelationMode);
+    // The fits, retries and self-correlation step on a scan of a plane of
+    // `size` made for `mode` (fit types 0 to 2 only: the others need the plane).
+    bool findScannedPeaks(const PIV_PEAK_SCAN& scan, const SIZE2D& size, int mode,
+                          bool autocorrelationMode);
     // findPeaks with `offset` in place of SampleOffset for this call.
     bool findOffsetPeaks(const float* plane, const SIZE2D& size, POINT2D offset, int mode,
                          bool autocorrelationMode);
@@ -96,17 +125,22 @@ private:
     friend struct PeakFitAccess;  // lets the tests drive single fits
 
     bool findPeaksOrThrow(const float* plane, const SIZE2D& size, int mode, bool autocorrelation);
+    // The entry shared by both: m_plane is the plane or null.
+    void fitScan(const SIZE2D& size, int mode, bool autocorrelation);
     void rebuildMaskAndWeights(const SIZE2D& size);
     bool inMask(int row, int col) const { return m_mask[size_t(row) * m_size.width + col] != 0; }
 
     // Minimum, maximum and mean square of the plane.
     void scanPlane();
-    // Searches; all fill m_peaks, m_count and the plane's statistics.
-    bool findSinglePeak(bool local);
-    bool findMultiplePeaks(bool local);
+    // Searches of m_plane; both fill m_scan.
+    void findSinglePeak(bool local);
+    void findMultiplePeaks(bool local);
+    // The 3x3 values around the candidates of m_scan.
+    void storeNeighbourhoods();
 
     bool doSubPixelFit();
-    void getPeakNeighbors3x3(int row, int col, CORR_PEAK_DATA& p) const;
+    // The neighbourhood of candidate `index` of the scan, at plane cell (row, col).
+    void getPeakNeighbors3x3(int index, int row, int col, CORR_PEAK_DATA& p) const;
     float planeAt(int row, int col) const;
     float weightAt(int row, int col) const;
     int signedIndex(int index, int n) const { return index >= n / 2 ? index - n : index; }
@@ -114,7 +148,7 @@ private:
     // The shared start and end of the fits on the five cells of the cross:
     // the peak cleared and its neighbours read; the signed position stored
     // when it lies inside half the plane.
-    bool beginCrossFit(int row, int col, CORR_PEAK_DATA& p);
+    bool beginCrossFit(int index, int row, int col);
     bool finishCrossFit(int row, int col, float dx, float dy, CORR_PEAK_DATA& p);
     // The fits; each works on peak `index` at plane cell (row, col).
     bool stdGaussPeakFit(int row, int col, int index);
@@ -145,6 +179,7 @@ private:
     SIZE2D m_size{0, 0};
     POINT2D m_offset{0, 0};
     CORR_PEAK_DATA m_peaks[3];
+    PIV_PEAK_SCAN m_scan;
     std::vector<uint8_t> m_mask;
     std::vector<uint64_t> m_candidates;  // one row of the multiple search, a bit a cell
     SIZE2D m_maskSize{0, 0};

@@ -135,7 +135,7 @@ bool PIV_PeakDetect2D::lsq3x3PeakFit(int row, int col, int index) {
     p.subX = p.subY = 0.0f;
     p.x = float(signedIndex(col, w));
     p.y = float(signedIndex(row, h));
-    getPeakNeighbors3x3(row, col, p);
+    getPeakNeighbors3x3(index, row, col, p);
 
     float v[9];
     bool useWeights = p.weighted;

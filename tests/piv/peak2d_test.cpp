@@ -120,6 +120,35 @@ TEST(PeakDetect2D, FitTypesRecoverKnownDisplacement) {
     }
 }
 
+// A scan record written by hand: the cell (5, -3) of the peak at (5.3, -2.7)
+// and its nine values give fits 0 and 1 the exact position. Records no plane
+// of the size gives, and fits that need the whole plane, are refused.
+TEST(PeakDetect2D, ScannedPeaksFitLikeThePlane) {
+    MessageCapture quiet;
+    std::vector<float> plane = GaussPlane(5.3, -2.7, kDiameter, true);
+    PIV_PEAK_SCAN scan;
+    scan.max = At(plane, 5, -3);
+    scan.count = 1;
+    scan.row[0] = kN - 3, scan.col[0] = 5;
+    const int dx[9] = {0, 0, 0, 1, -1, -1, -1, 1, 1}, dy[9] = {0, -1, 1, 0, 0, -1, 1, -1, 1};
+    for (int k = 0; k < 9; k++) scan.value[0][k] = At(plane, 5 + dx[k], -3 + dy[k]);
+    for (const int type : {0, 1}) {
+        PIV_PeakDetect2D det;
+        det.setPivEvalCfg(PeakCfg(type));
+        ASSERT_TRUE(det.findScannedPeaks(scan, kSize, PIV::PEAK_MULTIPLE, false)) << type;
+        EXPECT_NEAR(det.peaks()[0].x, 5.3, 2e-5);
+        EXPECT_NEAR(det.peaks()[0].y, -2.7, 2e-5);
+    }
+    PIV_PeakDetect2D det;
+    PIV_PEAK_SCAN tooMany = scan, outside = scan;
+    tooMany.count = 4;
+    outside.row[0] = kN;
+    EXPECT_FALSE(det.findScannedPeaks(tooMany, kSize, PIV::PEAK_MULTIPLE, false));
+    EXPECT_FALSE(det.findScannedPeaks(outside, kSize, PIV::PEAK_MULTIPLE, false));
+    det.setPivEvalCfg(PeakCfg(PIV::PEAKFIT_WHITTAKER));
+    EXPECT_FALSE(det.findScannedPeaks(scan, kSize, PIV::PEAK_MULTIPLE, false));
+}
+
 // The 2-D Gaussian starts from the shape of the autocorrelation peak. A
 // particle of diameter D correlates with itself into a peak of D sqrt(2).
 TEST(PeakDetect2D, AutoShapeFromAutocorrelationPlane) {
@@ -207,6 +236,26 @@ TEST(PeakDetect2D, LoneCellsKeepScanOrderWithoutSubPixelShift) {
     det.setPivEvalCfg(roi);
     ASSERT_TRUE(det.findPeaks(plane.data(), kSize, PIV::PEAK_SINGLE, false));
     EXPECT_EQ(where(det.peaks()[0]), (std::vector<float>{-3, 2, 0, 0}));
+}
+
+// The search region follows the settings even after the detector was
+// prepared for the plane size under others (a correlator prepares it with
+// every setting): a region of 4 cells leaves out a taller peak 8 cells out,
+// inside the default 10.
+TEST(PeakDetect2D, SearchRegionFollowsSettingsAfterPrepare) {
+    std::vector<float> plane(size_t(kN) * kN, 0.0f);
+    At(plane, 8, 0) = 0.9f;
+    At(plane, 2, 1) = 0.5f;
+    PIV_PeakDetect2D det;
+    ASSERT_TRUE(det.prepareFor(kSize));
+    PIVEVAL_CFG roi = PeakCfg(PIV::PEAKFIT_GAUSS_3X3);
+    roi.ROI = true;
+    roi.ROI_Size = SIZE3D{4, 4, 1};
+    det.setPivEvalCfg(roi);
+    for (const int mode : {PIV::PEAK_SINGLE, PIV::PEAK_MULTIPLE}) {
+        ASSERT_TRUE(det.findPeaks(plane.data(), kSize, mode, false));
+        EXPECT_EQ(where(det.peaks()[0]), (std::vector<float>{2, 1, 0, 0})) << "mode " << mode;
+    }
 }
 
 // A nearly degenerate paraboloid at the origin (never weighted): all nine
