@@ -8,6 +8,7 @@
 
 #include "image2d.h"
 #include "image_types.h"
+#include "piv_filename.h"
 #include "piv_imagepair.h"
 
 namespace {
@@ -55,6 +56,34 @@ QStringList KelvaneImageBatch::statisticsFiles(const BatchProcessOptions& o) {
         for (bool pco : {false, true}) names << statisticsFiles(o, type, pco);
     names.removeAll(QString());
     names.removeDuplicates();
+    return names;
+}
+
+QStringList KelvaneImageBatch::copyFiles(const BatchProcessOptions& o) {
+    const QDir dir(o.imageDestDirEnable ? o.destDir : o.sourceDir);
+    QStringList names;
+    for (const QString& file : o.fileList) {
+        const std::string a = file.toLocal8Bit().constData();
+        // Frame B as the load finds it: the other half of a split image, the
+        // partner by the naming rules, or none for a series of single frames.
+        std::string b;
+        if (o.isSplitType())
+            b = a;
+        else if (o.imageFilesArePairs)
+            b = PIV::GetSecondImageName(a.c_str(), o.imageFrameSeparation);
+        if (b == a && !o.isSplitType()) b.clear();
+        std::string nameA = PIV::GetCleanBaseNameFromPath(a.c_str());
+        std::string nameB = b.empty() ? std::string() : PIV::GetCleanBaseNameFromPath(b.c_str());
+        if (!b.empty() && nameA == nameB) {
+            nameA += "a";
+            nameB += "b";
+        }
+        names << QDir::cleanPath(
+            dir.absoluteFilePath(QString::fromLocal8Bit(nameA.c_str()) + ".tif"));
+        if (b.empty()) continue;
+        names << QDir::cleanPath(
+            dir.absoluteFilePath(QString::fromLocal8Bit(nameB.c_str()) + ".tif"));
+    }
     return names;
 }
 

@@ -1,9 +1,11 @@
 #include "batchprocessoptions.h"
 
 #include <QDir>
+#include <QFileInfo>
 #include <QRegularExpression>
 
 #include "piv_enums.h"
+#include "piv_filename.h"
 
 void BatchProcessOptions::init() {
     *this = BatchProcessOptions(0);
@@ -206,4 +208,16 @@ int BatchProcessOptions::updateFileList() {
     const int step = fileSubSet ? qMax(1, fileIndexIncr) : 1;
     for (int i = start; i < all.size(); i += step) fileList << all.at(i);
     return all.size();
+}
+
+QStringList BatchProcessOptions::inputFrames() const {
+    QStringList frames;
+    for (const QString& file : fileList) {
+        const QByteArray path = file.toLocal8Bit();
+        const QString partner =
+            QString::fromLocal8Bit(PIV::GetSecondImageName(path.constData(), imageFrameSeparation));
+        for (const QString& f : {file, partner})
+            if (!f.isEmpty()) frames << QDir::cleanPath(QFileInfo(f).absoluteFilePath());
+    }
+    return frames;
 }

@@ -25,6 +25,9 @@ public:
     // (empty when it is not there) and the filter, then takes the
     // sub-series; the count of files before the sub-series.
     int updateFileList();
+    // Every listed file and its partner by the naming rules, as clean
+    // absolute paths: what no output of a run may be written onto.
+    QStringList inputFrames() const;
     // Where the results go: the destination, or the source directory.
     QString resultDir() const { return dataDestDirEnable ? destDir : sourceDir; }
     // The file types of the list; "PCO-Double" marks split images.
