@@ -44,6 +44,11 @@ QString _otherFormat(const BatchProcessOptions& o) {
     return o.outputFormat == 2 ? QStringLiteral("plt") : QStringLiteral("dat");
 }
 
+// The plot written beside a result: the format is its extension.
+QString _plotName(const BatchProcessOptions& o, const std::string& base) {
+    return _fromLocal(base) + QLatin1Char('.') + o.plotExportFormat;
+}
+
 bool _isVectorFile(const QString& file) {
     const QString suffix = QFileInfo(file).suffix().toLower();
     return suffix == QLatin1String("nc") || suffix == QLatin1String("cdf");
@@ -63,6 +68,7 @@ QStringList KelvaneData::batchOutputFiles(const BatchProcessOptions& o) const {
                 PIV::SeriesResultName(base, _local(_otherFormat(o)), o.storeVelocity));
         if (o.doReynoldsStresses && o.storeFluctuations && o.outputNetCDF)
             names << _fromLocal(base + "_diff.nc");
+        if (!o.plotExportFormat.isEmpty()) names << _plotName(o, base);
     }
     names << _fromLocal(PIV::SeriesMeanName(dir, stub))
           << _fromLocal(PIV::SeriesRmsName(dir, stub));
@@ -142,8 +148,19 @@ bool KelvaneData::startBatch(const BatchProcessOptions& options) {
         return false;
     }
     // Every name the run may write is asked about here, once: a long batch
-    // must not stop at its end to ask.
-    if (!overWriteFileList(batchOutputFiles(o), o.resultDir())) return false;
+    // must not stop at its end to ask. A plot named like its own image (a
+    // "bmp" plot of bmp frames beside them) would destroy a frame not yet read.
+    const QStringList outputs = batchOutputFiles(o), inputs = o.inputFrames();
+    for (const QString& name : outputs) {
+        if (!inputs.contains(QDir::cleanPath(QFileInfo(name).absoluteFilePath()))) continue;
+        const QString text = tr("A result would overwrite an image of the series:\n  %1\n"
+                                "Choose another destination directory or plot format.")
+                                 .arg(name);
+        emit signalLogMessage(text);
+        QMessageBox::warning(m_window, QApplication::applicationName(), text);
+        return false;
+    }
+    if (!overWriteFileList(outputs, o.resultDir())) return false;
     if (o.fileList.size() > 10) {
         const QString text = QString::asprintf(
             "Selected %d files for batch processing:\n\nFirst file: "
@@ -296,8 +313,7 @@ bool KelvaneData::batchSaveData(const BatchProcessOptions& o) {
     }
     if (!o.plotExportFormat.isEmpty()) {
         emit signalMessage(tr("Creating plot "));
-        const QString plot = _fromLocal(base) + QLatin1Char('.') + o.plotExportFormat;
-        emit signalExportPlot(plot, view, o.plotExportFormat, o.plotHideImage);
+        emit signalExportPlot(_plotName(o, base), view, o.plotExportFormat, o.plotHideImage);
     }
     if (failed.isEmpty()) return true;
     const QString why = tr("Saving failed: %1").arg(failed.join(QStringLiteral("; ")));
