@@ -40,10 +40,6 @@ std::string _stub(const BatchProcessOptions& o) {
     return o.fileStub.isEmpty() ? std::string("batch") : _local(o.fileStub);
 }
 
-QString _otherFormat(const BatchProcessOptions& o) {
-    return o.outputFormat == 2 ? QStringLiteral("plt") : QStringLiteral("dat");
-}
-
 // The plot written beside a result: the format is its extension.
 QString _plotName(const BatchProcessOptions& o, const std::string& base) {
     return _fromLocal(base) + QLatin1Char('.') + o.plotExportFormat;
@@ -65,7 +61,7 @@ QStringList KelvaneData::batchOutputFiles(const BatchProcessOptions& o) const {
         if (o.outputNetCDF) names << _fromLocal(PIV::SeriesResultName(base, "nc", false));
         if (o.outputOther)
             names << _fromLocal(
-                PIV::SeriesResultName(base, _local(_otherFormat(o)), o.storeVelocity));
+                PIV::SeriesResultName(base, _local(o.otherFormat()), o.storeVelocity));
         if (o.doReynoldsStresses && o.storeFluctuations && o.outputNetCDF)
             names << _fromLocal(base + "_diff.nc");
         if (!o.plotExportFormat.isEmpty()) names << _plotName(o, base);
@@ -76,7 +72,7 @@ QStringList KelvaneData::batchOutputFiles(const BatchProcessOptions& o) const {
         for (const char* kind : {"_avg", "_rms"})
             for (bool velocity : {false, true})
                 names << _fromLocal(PIV::SeriesResultName(PIV::SeriesPath(dir, stub + kind),
-                                                          _local(_otherFormat(o)), velocity));
+                                                          _local(o.otherFormat()), velocity));
     if (o.doReynoldsStresses && o.outputNetCDF)
         names << _fromLocal(PIV::SeriesReynoldsName(dir, stub));
     return names;
@@ -304,9 +300,9 @@ bool KelvaneData::batchSaveData(const BatchProcessOptions& o) {
         if (!ok) failed << tr("'%1': %2").arg(_fromLocal(name), why);
     }
     if (o.outputOther) {
-        cfg.OutputFormat = o.outputFormat == 2 ? 2 : 1;
+        cfg = o.otherOutputCfg(o.storeVelocity);
         const std::string name =
-            PIV::SeriesResultName(base, _local(_otherFormat(o)), o.storeVelocity);
+            PIV::SeriesResultName(base, _local(o.otherFormat()), o.storeVelocity);
         if (!data->save(name.c_str(), 0, cfg))
             failed << tr("'%1': %2")
                           .arg(_fromLocal(name), QString::fromLocal8Bit(data->getLastError()));

@@ -47,14 +47,12 @@ bool KelvaneData::batchPostProcess(const BatchProcessOptions& o) {
                      tr("\n\nNetCDF - Mean Data: ") + QFileInfo(_fromLocal(mean)).fileName() +
                      tr("\nNetCDF - RMS Data : ") + QFileInfo(_fromLocal(rms)).fileName();
     if (o.outputOther) {
-        const std::string format = o.outputFormat == 2 ? "plt" : "dat";
-        OUTPUT_CFG cfg = o.outputCfg();
-        cfg.OutputFormat = o.outputFormat == 2 ? 2 : 1;
+        const std::string format = _local(o.otherFormat());
         const char* labels[2][2] = {
             {"\n\nTecplot - Mean shifts: ", "\nTecplot - RMS shifts: "},
             {"\n\nTecplot - Mean velocity: ", "\nTecplot - RMS velocity : "}};
         for (bool velocity : {false, true}) {
-            cfg.StoreVelocity = velocity;
+            const OUTPUT_CFG cfg = o.otherOutputCfg(velocity);
             const std::string avgName =
                 PIV::SeriesResultName(PIV::SeriesPath(dir, stub + "_avg"), format, velocity);
             const std::string rmsName =

@@ -145,6 +145,13 @@ void BatchProcessOptions::registryIO(MySettings& s, MySettings::AccessMode mode,
     s.serializeFloat(mode, key("EnsembleCorrelation/PeakRelThresh"), &ensemblePeakRelThresh);
 }
 
+OUTPUT_CFG BatchProcessOptions::otherOutputCfg(bool velocity) const {
+    OUTPUT_CFG cfg = outputCfg();
+    cfg.OutputFormat = outputFormat == 2 ? 2 : 1;
+    cfg.StoreVelocity = velocity;
+    return cfg;
+}
+
 OUTPUT_CFG BatchProcessOptions::outputCfg() const {
     OUTPUT_CFG cfg;
     cfg.OutputFormat = outputFormat;

@@ -19,6 +19,12 @@ public:
     void registryIO(MySettings& s, MySettings::AccessMode mode, const QString& group);
     // The output block of the stored switches and the format.
     OUTPUT_CFG outputCfg() const;
+    // The ASCII or Tecplot results: their suffix ("plt" for Tecplot, else
+    // "dat") and their record, in shifts or in velocities.
+    QString otherFormat() const {
+        return outputFormat == 2 ? QStringLiteral("plt") : QStringLiteral("dat");
+    }
+    OUTPUT_CFG otherOutputCfg(bool velocity) const;
     // The ensemble record with the switches of the dialog.
     CORR_AVERAGE_PARAMS ensembleParams() const;
     // Fills fileList from the dropped files, else from the source directory

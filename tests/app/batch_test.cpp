@@ -339,6 +339,22 @@ TEST_F(BatchTest, EnsembleFindsTheCommonShiftAndStopsClean) {
     }
     o.ensembleEnable = true;
     o.fileStub = QStringLiteral("ens");
+    // An image of the planes already there, the image alone asked for:
+    // asked once, refused, untouched.
+    QFile corr(out() + "/ens_corr.tif");
+    ASSERT_TRUE(corr.open(QIODevice::WriteOnly) && corr.write("mine") == 4);
+    corr.close();
+    o.ensembleSaveImage = true;
+    o.ensembleSaveData = false;
+    {
+        BoxWatcher boxes(QStringLiteral("No, cancel"));
+        EXPECT_FALSE(controller.doEnsembleCorrelation(o));
+        EXPECT_EQ(boxes.texts.size(), 1);
+    }
+    EXPECT_EQ(QFileInfo(corr).size(), 4);
+    corr.remove();
+    o.ensembleSaveImage = false;
+    o.ensembleSaveData = true;
     for (bool stop : {true, false}) {
         QSignalSpy done(&controller, &KelvaneData::signalBatchFinished);
         QMetaObject::Connection c;
@@ -357,7 +373,11 @@ TEST_F(BatchTest, EnsembleFindsTheCommonShiftAndStopsClean) {
             EXPECT_EQ(written(), "");
         }
     }
-    EXPECT_EQ(written(), "ens_avg.nc ens_corr.nc");
+    EXPECT_EQ(written(), "ens_avg.nc ens_avg_piv.dat ens_avg_vel.dat ens_corr.nc");
+    QProcess dump;
+    dump.start("ncdump", {"-h", out() + "/ens_avg.nc"});
+    ASSERT_TRUE(dump.waitForFinished(10000));
+    EXPECT_TRUE(dump.readAllStandardOutput().contains("variables:"));
     // Run again with the first result as the offset field: the window
     // follows the shift and the summed field is still 1.5 px; the map shown
     // spans 0 to 1, each 64 px plane scaled over its own range.
