@@ -119,6 +119,7 @@ bool KelvaneData::doEnsembleCorrelation(const BatchProcessOptions& options) {
     m_ensemble = std::move(corr);
     m_ensembleOptions = o;
     m_cancelled = false;
+    m_batchFailures = 0;
     emit signalLogMessage(tr("Ensemble correlation processing on %1 files ").arg(pairs->count()));
     DebugPrintExt(1, "============== START ENSEMBLE CORRELATION =============");
     setBatchMode(true);
@@ -156,7 +157,9 @@ void KelvaneData::ensembleFinished() {
     const QStringList names = {_fromLocal(f.field), _fromLocal(f.planes), _fromLocal(f.planesImage),
                                _fromLocal(f.autoPlanesImage)};
     QString report = tr("Final ensemble correlation data stored in directory:\n") + o.resultDir();
+    int failed = 0;
     const auto fail = [&](const QString& name, const char* why) {
+        failed++;
         const QString text = tr("   Saving failed!\n   %1").arg(name) + QStringLiteral("\n   ") +
                              QString::fromLocal8Bit(why);
         emit signalLogMessage(text);
@@ -214,6 +217,8 @@ void KelvaneData::ensembleFinished() {
             }
         }
     }
+    m_batchFailures = failed;
+    if (failed > 0) report += tr("\n\n%1 files could not be saved, see the log").arg(failed);
     m_batchReport = report;
     emit signalLogMessage(report);
     auto* box = new QMessageBox(QMessageBox::Information, QApplication::applicationName(), report,

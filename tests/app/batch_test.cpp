@@ -182,6 +182,15 @@ TEST_F(BatchTest, ResultThatCannotBeWrittenFailsByName) {
         log.filter(QStringLiteral("Saving failed!\n   ") + out() + "/run0003a_diff.nc").size(), 1);
     EXPECT_TRUE(QFileInfo(out() + "/run0001a.nc").isFile());
     EXPECT_TRUE(QFileInfo(out() + "/run0003a.nc").isFile());
+    // The rms field's name taken by a folder as well: counted and named.
+    QFile::remove(out() + "/run_rms.nc");
+    QDir().mkpath(out() + "/run_rms.nc");
+    run();
+    EXPECT_EQ(controller.batchFailures(), 2);
+    const QString report = controller.batchReport();
+    EXPECT_TRUE(report.contains(out() + "/run_rms.nc") &&
+                report.endsWith("\n\n2 of 3 files failed, see the log"))
+        << report.toStdString();
 }
 
 // What is asked before a run, and what a refusal leaves.
