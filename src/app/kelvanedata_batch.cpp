@@ -209,6 +209,9 @@ void KelvaneData::batchNextFile() {
         return batchFileDone(true, QString());
     }
     emit signalMessage(tr("Wait! Evaluating image..."));
+    // A stop taken while the message was shown came before the engine ran,
+    // and the engine forgets it at its start: the evaluation is not begun.
+    if (m_cancelled) return batchFinish();
     run.evaluating = true;
     if (!m_engine->interrogateImage()) {
         run.evaluating = false;

@@ -141,7 +141,8 @@ TEST_F(BatchTest, TruncatedFrameFailsAloneAndStatisticsMatchTheFieldsWritten) {
 }
 
 // A stop ends the run at the file in hand: what was written stays whole,
-// the file in hand and the statistics are not written.
+// the file in hand and the statistics are not written. A stop before or
+// during the first evaluation cancels it: it never completes.
 TEST_F(BatchTest, StopKeepsFinishedFilesOnly) {
     writePairs(4);
     const struct {
@@ -150,13 +151,20 @@ TEST_F(BatchTest, StopKeepsFinishedFilesOnly) {
     } cases[] = {
         {"File 2 of 4 - Incrementing statistics", {"run0001a.nc", "run0002a.nc"}},
         {"Wait! Evaluating image...", {}},
+        {"progress", {}},  // the engine's first progress report, mid-run
     };
     for (const auto& c : cases) {
         for (const QString& f : QDir(out()).entryList(QDir::Files)) QFile::remove(out() + '/' + f);
-        const QStringList log = run([&](const QString& text) {
+        const auto stop = [&](const QString& text) {
             if (text == QLatin1String(c.stopAt)) controller.slotCancelProcessing();
-        });
+        };
+        const auto p = QObject::connect(controller.engine(), &PIVevalEngine::signalShowProgress,
+                                        [&] { stop(QStringLiteral("progress")); });
+        const QStringList log = run(stop);
+        QObject::disconnect(p);
         EXPECT_EQ(written(), c.files.join(' ').toStdString()) << c.stopAt;
+        EXPECT_TRUE(!c.files.isEmpty() || log.filter(QStringLiteral("Total processing")).isEmpty())
+            << c.stopAt;
         EXPECT_EQ(controller.batchReport().toStdString(), "Evaluation aborted!");
         for (const QString& f : c.files) {
             QProcess dump;
