@@ -118,6 +118,9 @@ void KelvaneImageBatch::run() {
         const QString file = m_files.at(index);
         const QByteArray path = file.toLocal8Bit();
         if (copies) {
+            // Frame B only for a series of pairs: a series of single frames
+            // would otherwise copy each frame twice, and its last one, with no
+            // frame after it, would fail.
             if (!pair.load(path.constData(), m_options.imageFrameSeparation,
                            m_options.isSplitType(), m_options.imageFilesArePairs) ||
                 !pair.save(dir.toLocal8Bit().constData(), ".tif"))
