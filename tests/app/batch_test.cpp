@@ -401,7 +401,8 @@ TEST_F(BatchTest, EnsembleFindsTheCommonShiftAndStopsClean) {
     ASSERT_TRUE(QFile::rename(out() + "/ens_avg.nc", in() + "/offset.nc"));
     o.displFileEnable = true;
     o.displFile = in() + "/offset.nc";
-    o.ensembleDisplayImage = true;
+    o.ensembleDisplayImage = o.ensembleSaveImage = true;
+    object.setTIFFCompression(true);
     BoxWatcher boxes(QStringLiteral("Yes, overwrite files"));
     QSignalSpy done(&controller, &KelvaneData::signalBatchFinished);
     ASSERT_TRUE(controller.doEnsembleCorrelation(o));
@@ -409,6 +410,10 @@ TEST_F(BatchTest, EnsembleFindsTheCommonShiftAndStopsClean) {
     const ImageViewer* viewer = controller.imageViewer();
     EXPECT_TRUE(viewer->isVisible() && viewer->windowTitle() == "Ensemble correlation map: ens");
     EXPECT_TRUE(viewer->item()->minimum() == 0 && viewer->item()->maximum() == 1);
+    QProcess info;  // libtiff's own reader: the image saved compressed
+    info.start("tiffinfo", {out() + "/ens_corr.tif"});
+    ASSERT_TRUE(info.waitForFinished(10000));
+    EXPECT_FALSE(info.readAllStandardOutput().contains("Compression Scheme: None"));
     const std::vector<double> dx = Dx(out() + "/ens_avg.nc");
     double sum = 0;
     for (double d : dx) sum += d;
