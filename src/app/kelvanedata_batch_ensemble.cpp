@@ -218,7 +218,7 @@ void KelvaneData::ensembleFinished() {
         }
     }
     m_batchFailures = failed;
-    if (failed > 0) report += tr("\n\n%1 files could not be saved, see the log").arg(failed);
+    if (failed > 0) report += tr("\n\nFiles not saved: %1, see the log").arg(failed);
     m_batchReport = report;
     emit signalLogMessage(report);
     auto* box = new QMessageBox(QMessageBox::Information, QApplication::applicationName(), report,

@@ -401,6 +401,8 @@ TEST_F(BatchTest, EnsembleFindsTheCommonShiftAndStopsClean) {
     ASSERT_TRUE(QFile::rename(out() + "/ens_avg.nc", in() + "/offset.nc"));
     o.displFileEnable = true;
     o.displFile = in() + "/offset.nc";
+    // A folder where the planes go: that save fails and is counted.
+    ASSERT_TRUE(QFile::remove(out() + "/ens_corr.nc") && QDir().mkpath(out() + "/ens_corr.nc"));
     o.ensembleDisplayImage = o.ensembleSaveImage = true;
     object.setTIFFCompression(true);
     BoxWatcher boxes(QStringLiteral("Yes, overwrite files"));
@@ -410,6 +412,8 @@ TEST_F(BatchTest, EnsembleFindsTheCommonShiftAndStopsClean) {
     const ImageViewer* viewer = controller.imageViewer();
     EXPECT_TRUE(viewer->isVisible() && viewer->windowTitle() == "Ensemble correlation map: ens");
     EXPECT_TRUE(viewer->item()->minimum() == 0 && viewer->item()->maximum() == 1);
+    EXPECT_TRUE(controller.batchFailures() == 1 &&
+                controller.batchReport().endsWith("\n\nFiles not saved: 1, see the log"));
     QProcess info;  // libtiff's own reader: the image saved compressed
     info.start("tiffinfo", {out() + "/ens_corr.tif"});
     ASSERT_TRUE(info.waitForFinished(10000));
