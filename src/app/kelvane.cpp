@@ -160,6 +160,8 @@ Kelvane::Kelvane(bool isMainInstance, bool /*unused*/, MySettings* settings, QSp
     connect(m_data, &KelvaneData::signalDrawVector, m_dataView,
             &KelvaneDataView::slotAddRandomVector);
     connect(m_data, &KelvaneData::signalResetRuler, m_dataView, &KelvaneDataView::slotResetRuler);
+    connect(m_data, &KelvaneData::signalExportPlot, m_dataView,
+            &KelvaneDataView::slotBatchExportPlot);
     connect(m_ptvModule, &PTVmodule::signalShowPTVVectors, m_dataView,
             &KelvaneDataView::setPTVmapVisible);
     connect(m_data, &KelvaneData::signalSetKelvaneMode, this,

@@ -40,8 +40,9 @@ std::string _stub(const BatchProcessOptions& o) {
     return o.fileStub.isEmpty() ? std::string("batch") : _local(o.fileStub);
 }
 
-QString _otherFormat(const BatchProcessOptions& o) {
-    return o.outputFormat == 2 ? QStringLiteral("plt") : QStringLiteral("dat");
+// The plot written beside a result: the format is its extension.
+QString _plotName(const BatchProcessOptions& o, const std::string& base) {
+    return _fromLocal(base) + QLatin1Char('.') + o.plotExportFormat;
 }
 
 bool _isVectorFile(const QString& file) {
@@ -60,9 +61,10 @@ QStringList KelvaneData::batchOutputFiles(const BatchProcessOptions& o) const {
         if (o.outputNetCDF) names << _fromLocal(PIV::SeriesResultName(base, "nc", false));
         if (o.outputOther)
             names << _fromLocal(
-                PIV::SeriesResultName(base, _local(_otherFormat(o)), o.storeVelocity));
+                PIV::SeriesResultName(base, _local(o.otherFormat()), o.storeVelocity));
         if (o.doReynoldsStresses && o.storeFluctuations && o.outputNetCDF)
             names << _fromLocal(base + "_diff.nc");
+        if (!o.plotExportFormat.isEmpty()) names << _plotName(o, base);
     }
     names << _fromLocal(PIV::SeriesMeanName(dir, stub))
           << _fromLocal(PIV::SeriesRmsName(dir, stub));
@@ -70,7 +72,7 @@ QStringList KelvaneData::batchOutputFiles(const BatchProcessOptions& o) const {
         for (const char* kind : {"_avg", "_rms"})
             for (bool velocity : {false, true})
                 names << _fromLocal(PIV::SeriesResultName(PIV::SeriesPath(dir, stub + kind),
-                                                          _local(_otherFormat(o)), velocity));
+                                                          _local(o.otherFormat()), velocity));
     if (o.doReynoldsStresses && o.outputNetCDF)
         names << _fromLocal(PIV::SeriesReynoldsName(dir, stub));
     return names;
@@ -142,8 +144,19 @@ bool KelvaneData::startBatch(const BatchProcessOptions& options) {
         return false;
     }
     // Every name the run may write is asked about here, once: a long batch
-    // must not stop at its end to ask.
-    if (!overWriteFileList(batchOutputFiles(o), o.resultDir())) return false;
+    // must not stop at its end to ask. A plot named like its own image (a
+    // "bmp" plot of bmp frames beside them) would destroy a frame not yet read.
+    const QStringList outputs = batchOutputFiles(o), inputs = o.inputFrames();
+    for (const QString& name : outputs) {
+        if (!inputs.contains(QDir::cleanPath(QFileInfo(name).absoluteFilePath()))) continue;
+        const QString text = tr("A result would overwrite an image of the series:\n  %1\n"
+                                "Choose another destination directory or plot format.")
+                                 .arg(name);
+        emit signalLogMessage(text);
+        QMessageBox::warning(m_window, QApplication::applicationName(), text);
+        return false;
+    }
+    if (!overWriteFileList(outputs, o.resultDir())) return false;
     if (o.fileList.size() > 10) {
         const QString text = QString::asprintf(
             "Selected %d files for batch processing:\n\nFirst file: "
@@ -196,6 +209,9 @@ void KelvaneData::batchNextFile() {
         return batchFileDone(true, QString());
     }
     emit signalMessage(tr("Wait! Evaluating image..."));
+    // A stop taken while the message was shown came before the engine ran,
+    // and the engine forgets it at its start: the evaluation is not begun.
+    if (m_cancelled) return batchFinish();
     run.evaluating = true;
     if (!m_engine->interrogateImage()) {
         run.evaluating = false;
@@ -287,17 +303,16 @@ bool KelvaneData::batchSaveData(const BatchProcessOptions& o) {
         if (!ok) failed << tr("'%1': %2").arg(_fromLocal(name), why);
     }
     if (o.outputOther) {
-        cfg.OutputFormat = o.outputFormat == 2 ? 2 : 1;
+        cfg = o.otherOutputCfg(o.storeVelocity);
         const std::string name =
-            PIV::SeriesResultName(base, _local(_otherFormat(o)), o.storeVelocity);
+            PIV::SeriesResultName(base, _local(o.otherFormat()), o.storeVelocity);
         if (!data->save(name.c_str(), 0, cfg))
             failed << tr("'%1': %2")
                           .arg(_fromLocal(name), QString::fromLocal8Bit(data->getLastError()));
     }
     if (!o.plotExportFormat.isEmpty()) {
         emit signalMessage(tr("Creating plot "));
-        const QString plot = _fromLocal(base) + QLatin1Char('.') + o.plotExportFormat;
-        emit signalExportPlot(plot, view, o.plotExportFormat, o.plotHideImage);
+        emit signalExportPlot(_plotName(o, base), view, o.plotExportFormat, o.plotHideImage);
     }
     if (failed.isEmpty()) return true;
     const QString why = tr("Saving failed: %1").arg(failed.join(QStringLiteral("; ")));

@@ -8,6 +8,7 @@
 #include <QMessageBox>
 #include <QThread>
 
+#include "image_types.h"
 #include "imageviewer.h"
 #include "kelvanedata.h"
 #include "kelvanedata_batchrun.h"
@@ -31,13 +32,27 @@ std::string _ensembleStub(const BatchProcessOptions& o) {
     return o.fileStub.isEmpty() ? std::string("ensemble") : _local(o.fileStub);
 }
 
-// The files an ensemble run of `o` may write: mean field, planes, the
-// image of the planes and of the autocorrelation planes.
+PIV::ENSEMBLE_FILES _files(const BatchProcessOptions& o) {
+    return PIV::EnsembleFiles(_local(o.resultDir()), _ensembleStub(o));
+}
+
+// The mean field in Tecplot form, in shifts or in velocities.
+std::string _tecplotName(const BatchProcessOptions& o, bool velocity) {
+    const std::string base = PIV::SeriesPath(_local(o.resultDir()), _ensembleStub(o) + "_avg");
+    return PIV::SeriesResultName(base, _local(o.otherFormat()), velocity);
+}
+
+// Every file the run of `o` writes: with the data the mean field, its
+// Tecplot forms and the planes; with the image the image of the planes and
+// of the autocorrelation planes.
 QStringList _ensembleFiles(const BatchProcessOptions& o) {
-    const PIV::ENSEMBLE_FILES f = PIV::EnsembleFiles(_local(o.resultDir()), _ensembleStub(o));
+    const PIV::ENSEMBLE_FILES f = _files(o);
     QStringList names;
-    for (const std::string* name : {&f.field, &f.planes, &f.planesImage, &f.autoPlanesImage})
-        names << _fromLocal(*name);
+    if (o.ensembleSaveData)
+        names << _fromLocal(f.field) << _fromLocal(_tecplotName(o, false))
+              << _fromLocal(_tecplotName(o, true)) << _fromLocal(f.planes);
+    if (o.ensembleSaveImage) names << _fromLocal(f.planesImage);
+    if (o.ensembleSaveImage && o.ensembleCalcAutocorr) names << _fromLocal(f.autoPlanesImage);
     return names;
 }
 
@@ -61,7 +76,7 @@ bool KelvaneData::doEnsembleCorrelation(const BatchProcessOptions& options) {
             return false;
         }
     }
-    if (o.ensembleSaveData && !overWriteFileList(_ensembleFiles(o), o.resultDir())) return false;
+    if (!overWriteFileList(_ensembleFiles(o), o.resultDir())) return false;
 
     auto corr = std::make_unique<QPIVensembleCorr>();
     connect(corr.get(), &QPIVensembleCorr::signalLogMessage, this, &KelvaneData::signalLogMessage);
@@ -104,6 +119,7 @@ bool KelvaneData::doEnsembleCorrelation(const BatchProcessOptions& options) {
     m_ensemble = std::move(corr);
     m_ensembleOptions = o;
     m_cancelled = false;
+    m_batchFailures = 0;
     emit signalLogMessage(tr("Ensemble correlation processing on %1 files ").arg(pairs->count()));
     DebugPrintExt(1, "============== START ENSEMBLE CORRELATION =============");
     setBatchMode(true);
@@ -137,9 +153,13 @@ void KelvaneData::ensembleFinished() {
     emit signalLogMessage(tr("  Processing %1 images took %2 seconds")
                               .arg(corr->imagesProcessed())
                               .arg(corr->totalProcessingTime()));
-    const QStringList names = _ensembleFiles(o);
+    const PIV::ENSEMBLE_FILES f = _files(o);
+    const QStringList names = {_fromLocal(f.field), _fromLocal(f.planes), _fromLocal(f.planesImage),
+                               _fromLocal(f.autoPlanesImage)};
     QString report = tr("Final ensemble correlation data stored in directory:\n") + o.resultDir();
+    int failed = 0;
     const auto fail = [&](const QString& name, const char* why) {
+        failed++;
         const QString text = tr("   Saving failed!\n   %1").arg(name) + QStringLiteral("\n   ") +
                              QString::fromLocal8Bit(why);
         emit signalLogMessage(text);
@@ -153,6 +173,18 @@ void KelvaneData::ensembleFinished() {
             report += tr("\n\nNetCDF - Mean Data: ") + QFileInfo(names[0]).fileName();
         } else {
             fail(names[0], corr->pivData()->getLastError());
+        }
+        const char* labels[2][2] = {
+            {"  Tecplot - Mean shifts: '%1'", "\nTecplot - Mean shifts: "},
+            {"  Tecplot - Mean velocity: '%1'", "\n\nTecplot - Mean velocity: "}};
+        for (bool velocity : {true, false}) {
+            const QString name = _fromLocal(_tecplotName(o, velocity));
+            if (corr->pivData()->save(_local(name).c_str(), 0, o.otherOutputCfg(velocity))) {
+                emit signalLogMessage(tr(labels[velocity][0]).arg(name));
+                report += tr(labels[velocity][1]) + QFileInfo(name).fileName();
+            } else {
+                fail(name, corr->pivData()->getLastError());
+            }
         }
         if (corr->saveCorrelationPlanes(_local(names[1]).c_str())) {
             emit signalLogMessage(
@@ -169,7 +201,8 @@ void KelvaneData::ensembleFinished() {
             if (!corr->createImage(&image, autoCorr, true)) continue;
             const QString& name = names[2 + autoCorr];
             if (o.ensembleSaveImage) {
-                if (image.save(_local(name).c_str()))
+                image.setFlagCompressionEnabled(m_dataObject->isTIFFCompression());
+                if (image.save(_local(name).c_str(), PIV::FORMAT_TIFF))
                     emit signalLogMessage(
                         tr("  Image of averaged correlation planes stored in: '%1'").arg(name));
                 else
@@ -184,6 +217,8 @@ void KelvaneData::ensembleFinished() {
             }
         }
     }
+    m_batchFailures = failed;
+    if (failed > 0) report += tr("\n\nFiles not saved: %1, see the log").arg(failed);
     m_batchReport = report;
     emit signalLogMessage(report);
     auto* box = new QMessageBox(QMessageBox::Information, QApplication::applicationName(), report,

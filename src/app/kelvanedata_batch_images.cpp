@@ -35,7 +35,25 @@ bool KelvaneData::startImageBatch(const BatchProcessOptions& options) {
         return false;
     }
     const QString dir = o.imageDestDirEnable ? o.destDir : o.sourceDir;
-    if (!overWriteFileList(KelvaneImageBatch::statisticsFiles(o), dir)) return false;
+    QStringList outputs = KelvaneImageBatch::statisticsFiles(o);
+    if (m_dataObject->image(0)->requiresImagePreProcessing()) {
+        // A copy written over a frame of the series would lose the original
+        // and feed the copy to the statistics: such a run does not start.
+        const QStringList inputs = o.inputFrames();
+        const QStringList copies = KelvaneImageBatch::copyFiles(o);
+        for (const QString& copy : copies) {
+            if (!inputs.contains(copy)) continue;
+            const QString text =
+                tr("Pre-processed images would overwrite their source images:\n  %1\n"
+                   "Choose another destination directory.")
+                    .arg(copy);
+            emit signalLogMessage(text);
+            QMessageBox::warning(m_window, QApplication::applicationName(), text);
+            return false;
+        }
+        outputs << copies;
+    }
+    if (!overWriteFileList(outputs, dir)) return false;
     if (!m_imageBatch) {
         m_imageBatch = new KelvaneImageBatch(this);
         connect(m_imageBatch, &QThread::finished, this, &KelvaneData::slotImageBatchFinished);

@@ -24,11 +24,24 @@ bool KelvaneData::batchPostProcess(const BatchProcessOptions& o) {
     const std::string dir = _local(o.resultDir());
     const std::string stub = _local(QFileInfo(o.outputBase).fileName());
     const std::string mean = PIV::SeriesMeanName(dir, stub), rms = PIV::SeriesRmsName(dir, stub);
+    const auto failures = [&] {
+        return m_batch->failed == 0 ? QString()
+                                    : tr("\n\n%1 of %2 files failed, see the log")
+                                          .arg(m_batch->failed)
+                                          .arg(o.fileList.size());
+    };
     std::string why;
     if (!PIV::SaveSeriesStats(*stats, mean, rms, why)) {
-        const QString text = tr("   Saving failed!\n   %1").arg(_fromLocal(why));
+        // A save goes to a temporary first: a name not a file now failed.
+        QStringList lost;
+        for (const std::string& name : {mean, rms})
+            if (!QFileInfo(_fromLocal(name)).isFile()) lost << _fromLocal(name);
+        if (lost.isEmpty()) lost << _fromLocal(mean) << _fromLocal(rms);
+        m_batch->failed++;
+        const QString text = tr("   Saving failed!\n   %1\n   %2")
+                                 .arg(lost.join(QStringLiteral("\n   ")), _fromLocal(why));
         emit signalLogMessage(text);
-        m_batchReport = text;
+        m_batchReport = text + failures();
         return false;
     }
     // The records of the session go with the fields, as with every result.
@@ -47,24 +60,24 @@ bool KelvaneData::batchPostProcess(const BatchProcessOptions& o) {
                      tr("\n\nNetCDF - Mean Data: ") + QFileInfo(_fromLocal(mean)).fileName() +
                      tr("\nNetCDF - RMS Data : ") + QFileInfo(_fromLocal(rms)).fileName();
     if (o.outputOther) {
-        const std::string format = o.outputFormat == 2 ? "plt" : "dat";
-        OUTPUT_CFG cfg = o.outputCfg();
-        cfg.OutputFormat = o.outputFormat == 2 ? 2 : 1;
+        const std::string format = _local(o.otherFormat());
         const char* labels[2][2] = {
             {"\n\nTecplot - Mean shifts: ", "\nTecplot - RMS shifts: "},
             {"\n\nTecplot - Mean velocity: ", "\nTecplot - RMS velocity : "}};
         for (bool velocity : {false, true}) {
-            cfg.StoreVelocity = velocity;
+            const OUTPUT_CFG cfg = o.otherOutputCfg(velocity);
             const std::string avgName =
                 PIV::SeriesResultName(PIV::SeriesPath(dir, stub + "_avg"), format, velocity);
             const std::string rmsName =
                 PIV::SeriesResultName(PIV::SeriesPath(dir, stub + "_rms"), format, velocity);
-            const bool ok = stats->avgData()->save(avgName.c_str(), 0, cfg) &&
-                            stats->rmsData()->save(rmsName.c_str(), 0, cfg);
-            if (!ok) m_batch->failed++;
-            if (!ok)
-                emit signalLogMessage(tr("   Saving failed!\n   %1")
-                                          .arg(_fromLocal(stats->avgData()->getLastError())));
+            for (const auto& [field, name] : {std::make_pair(stats->avgData(), &avgName),
+                                              std::make_pair(stats->rmsData(), &rmsName)}) {
+                if (field->save(name->c_str(), 0, cfg)) continue;
+                m_batch->failed++;
+                emit signalLogMessage(
+                    tr("   Saving failed!\n   %1\n   %2")
+                        .arg(_fromLocal(*name), _fromLocal(field->getLastError())));
+            }
             report += tr(labels[velocity][0]) + QFileInfo(_fromLocal(avgName)).fileName() +
                       tr(labels[velocity][1]) + QFileInfo(_fromLocal(rmsName)).fileName();
         }
@@ -72,10 +85,7 @@ bool KelvaneData::batchPostProcess(const BatchProcessOptions& o) {
     if (o.doReynoldsStresses && batchSecondPass(o))
         report += tr("\nReynolds stresses : ") +
                   QFileInfo(_fromLocal(PIV::SeriesReynoldsName(dir, stub))).fileName();
-    if (m_batch->failed > 0)
-        report += tr("\n\n%1 of %2 files failed, see the log")
-                      .arg(m_batch->failed)
-                      .arg(o.fileList.size());
+    report += failures();
     m_batchReport = report;
     emit signalLogMessage(report);
     // The report does not hold the event loop: a batch started unattended

@@ -8,6 +8,7 @@
 
 #include "image2d.h"
 #include "image_types.h"
+#include "piv_filename.h"
 #include "piv_imagepair.h"
 
 namespace {
@@ -58,6 +59,34 @@ QStringList KelvaneImageBatch::statisticsFiles(const BatchProcessOptions& o) {
     return names;
 }
 
+QStringList KelvaneImageBatch::copyFiles(const BatchProcessOptions& o) {
+    const QDir dir(o.imageDestDirEnable ? o.destDir : o.sourceDir);
+    QStringList names;
+    for (const QString& file : o.fileList) {
+        const std::string a = file.toLocal8Bit().constData();
+        // Frame B as the load finds it: the other half of a split image, the
+        // partner by the naming rules, or none for a series of single frames.
+        std::string b;
+        if (o.isSplitType())
+            b = a;
+        else if (o.imageFilesArePairs)
+            b = PIV::GetSecondImageName(a.c_str(), o.imageFrameSeparation);
+        if (b == a && !o.isSplitType()) b.clear();
+        std::string nameA = PIV::GetCleanBaseNameFromPath(a.c_str());
+        std::string nameB = b.empty() ? std::string() : PIV::GetCleanBaseNameFromPath(b.c_str());
+        if (!b.empty() && nameA == nameB) {
+            nameA += "a";
+            nameB += "b";
+        }
+        names << QDir::cleanPath(
+            dir.absoluteFilePath(QString::fromLocal8Bit(nameA.c_str()) + ".tif"));
+        if (b.empty()) continue;
+        names << QDir::cleanPath(
+            dir.absoluteFilePath(QString::fromLocal8Bit(nameB.c_str()) + ".tif"));
+    }
+    return names;
+}
+
 bool KelvaneImageBatch::wantsStatistics(const BatchProcessOptions& o) {
     return o.imageSeqCalcMinimum || o.imageSeqCalcMaximum || o.imageSeqCalcAverage ||
            o.imageSeqCalcAverageMod || o.imageSeqCalcRMS;
@@ -89,6 +118,9 @@ void KelvaneImageBatch::run() {
         const QString file = m_files.at(index);
         const QByteArray path = file.toLocal8Bit();
         if (copies) {
+            // Frame B only for a series of pairs: a series of single frames
+            // would otherwise copy each frame twice, and its last one, with no
+            // frame after it, would fail.
             if (!pair.load(path.constData(), m_options.imageFrameSeparation,
                            m_options.isSplitType(), m_options.imageFilesArePairs) ||
                 !pair.save(dir.toLocal8Bit().constData(), ".tif"))

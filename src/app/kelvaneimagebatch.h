@@ -35,6 +35,9 @@ public:
                                        bool pcoFormat);
     // Every name a run may write, whatever the type of its series.
     static QStringList statisticsFiles(const BatchProcessOptions& options);
+    // The pre-processed copies a run of `options` writes, as clean absolute
+    // paths named as PIV_ImagePair::save names them.
+    static QStringList copyFiles(const BatchProcessOptions& options);
     // Whether `options` ask for any statistics image.
     static bool wantsStatistics(const BatchProcessOptions& options);
 

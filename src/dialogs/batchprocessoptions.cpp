@@ -1,9 +1,11 @@
 #include "batchprocessoptions.h"
 
 #include <QDir>
+#include <QFileInfo>
 #include <QRegularExpression>
 
 #include "piv_enums.h"
+#include "piv_filename.h"
 
 void BatchProcessOptions::init() {
     *this = BatchProcessOptions(0);
@@ -143,6 +145,13 @@ void BatchProcessOptions::registryIO(MySettings& s, MySettings::AccessMode mode,
     s.serializeFloat(mode, key("EnsembleCorrelation/PeakRelThresh"), &ensemblePeakRelThresh);
 }
 
+OUTPUT_CFG BatchProcessOptions::otherOutputCfg(bool velocity) const {
+    OUTPUT_CFG cfg = outputCfg();
+    cfg.OutputFormat = outputFormat == 2 ? 2 : 1;
+    cfg.StoreVelocity = velocity;
+    return cfg;
+}
+
 OUTPUT_CFG BatchProcessOptions::outputCfg() const {
     OUTPUT_CFG cfg;
     cfg.OutputFormat = outputFormat;
@@ -206,4 +215,16 @@ int BatchProcessOptions::updateFileList() {
     const int step = fileSubSet ? qMax(1, fileIndexIncr) : 1;
     for (int i = start; i < all.size(); i += step) fileList << all.at(i);
     return all.size();
+}
+
+QStringList BatchProcessOptions::inputFrames() const {
+    QStringList frames;
+    for (const QString& file : fileList) {
+        const QByteArray path = file.toLocal8Bit();
+        const QString partner =
+            QString::fromLocal8Bit(PIV::GetSecondImageName(path.constData(), imageFrameSeparation));
+        for (const QString& f : {file, partner})
+            if (!f.isEmpty()) frames << QDir::cleanPath(QFileInfo(f).absoluteFilePath());
+    }
+    return frames;
 }

@@ -19,12 +19,21 @@ public:
     void registryIO(MySettings& s, MySettings::AccessMode mode, const QString& group);
     // The output block of the stored switches and the format.
     OUTPUT_CFG outputCfg() const;
+    // The ASCII or Tecplot results: their suffix ("plt" for Tecplot, else
+    // "dat") and their record, in shifts or in velocities.
+    QString otherFormat() const {
+        return outputFormat == 2 ? QStringLiteral("plt") : QStringLiteral("dat");
+    }
+    OUTPUT_CFG otherOutputCfg(bool velocity) const;
     // The ensemble record with the switches of the dialog.
     CORR_AVERAGE_PARAMS ensembleParams() const;
     // Fills fileList from the dropped files, else from the source directory
     // (empty when it is not there) and the filter, then takes the
     // sub-series; the count of files before the sub-series.
     int updateFileList();
+    // Every listed file and its partner by the naming rules, as clean
+    // absolute paths: what no output of a run may be written onto.
+    QStringList inputFrames() const;
     // Where the results go: the destination, or the source directory.
     QString resultDir() const { return dataDestDirEnable ? destDir : sourceDir; }
     // The file types of the list; "PCO-Double" marks split images.

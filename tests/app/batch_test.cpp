@@ -34,6 +34,13 @@ std::vector<double> Dx(const QString& path) {
     return dx;
 }
 
+// ncdump, a reader of our own files independent of ours, finds variables.
+bool NcdumpReads(const QString& path) {
+    QProcess dump;
+    dump.start("ncdump", {"-h", path});
+    return dump.waitForFinished(10000) && dump.readAllStandardOutput().contains("variables:");
+}
+
 }  // namespace
 
 class BatchTest : public SessionTest {
@@ -87,12 +94,8 @@ TEST_F(BatchTest, TruncatedFrameFailsAloneAndStatisticsMatchTheFieldsWritten) {
     const QString cut = in() + QStringLiteral("/run0004b.tif");
     QFile::resize(cut, QFileInfo(cut).size() / 2);
     o.doReynoldsStresses = true;
-    o.plotExportFormat = QStringLiteral("png");
-    QSignalSpy plots(&controller, &KelvaneData::signalExportPlot);
     const QStringList log = run();
     EXPECT_EQ(controller.batchFailures(), 1);
-    ASSERT_EQ(plots.count(), 5);
-    EXPECT_EQ(plots.at(4).at(0).toString(), out() + "/run0006a.png");
     EXPECT_TRUE(log.filter(QStringLiteral("run0004")).size() > 0) << log.join('\n').toStdString();
     EXPECT_EQ(written(),
               "run0001a.nc run0002a.nc run0003a.nc run0005a.nc run0006a.nc run_avg.nc "
@@ -145,7 +148,8 @@ TEST_F(BatchTest, TruncatedFrameFailsAloneAndStatisticsMatchTheFieldsWritten) {
 }
 
 // A stop ends the run at the file in hand: what was written stays whole,
-// the file in hand and the statistics are not written.
+// the file in hand and the statistics are not written. A stop before or
+// during the first evaluation cancels it: it never completes.
 TEST_F(BatchTest, StopKeepsFinishedFilesOnly) {
     writePairs(4);
     const struct {
@@ -154,20 +158,23 @@ TEST_F(BatchTest, StopKeepsFinishedFilesOnly) {
     } cases[] = {
         {"File 2 of 4 - Incrementing statistics", {"run0001a.nc", "run0002a.nc"}},
         {"Wait! Evaluating image...", {}},
+        {"progress", {}},  // the engine's first progress report, mid-run
     };
     for (const auto& c : cases) {
         for (const QString& f : QDir(out()).entryList(QDir::Files)) QFile::remove(out() + '/' + f);
-        const QStringList log = run([&](const QString& text) {
+        const auto stop = [&](const QString& text) {
             if (text == QLatin1String(c.stopAt)) controller.slotCancelProcessing();
-        });
+        };
+        const auto p = QObject::connect(controller.engine(), &PIVevalEngine::signalShowProgress,
+                                        [&] { stop(QStringLiteral("progress")); });
+        const QStringList log = run(stop);
+        QObject::disconnect(p);
         EXPECT_EQ(written(), c.files.join(' ').toStdString()) << c.stopAt;
+        EXPECT_TRUE(!c.files.isEmpty() || log.filter(QStringLiteral("Total processing")).isEmpty())
+            << c.stopAt;
         EXPECT_EQ(controller.batchReport().toStdString(), "Evaluation aborted!");
-        for (const QString& f : c.files) {
-            QProcess dump;
-            dump.start("ncdump", {"-h", out() + '/' + f});
-            ASSERT_TRUE(dump.waitForFinished(10000));
-            EXPECT_TRUE(dump.readAllStandardOutput().contains("variables:")) << f.toStdString();
-        }
+        for (const QString& f : c.files)
+            EXPECT_TRUE(NcdumpReads(out() + '/' + f)) << f.toStdString();
     }
 }
 
@@ -186,6 +193,15 @@ TEST_F(BatchTest, ResultThatCannotBeWrittenFailsByName) {
         log.filter(QStringLiteral("Saving failed!\n   ") + out() + "/run0003a_diff.nc").size(), 1);
     EXPECT_TRUE(QFileInfo(out() + "/run0001a.nc").isFile());
     EXPECT_TRUE(QFileInfo(out() + "/run0003a.nc").isFile());
+    // The rms field's name taken by a folder as well: counted and named.
+    QFile::remove(out() + "/run_rms.nc");
+    QDir().mkpath(out() + "/run_rms.nc");
+    run();
+    EXPECT_EQ(controller.batchFailures(), 2);
+    const QString report = controller.batchReport();
+    EXPECT_TRUE(report.contains(out() + "/run_rms.nc") &&
+                report.endsWith("\n\n2 of 3 files failed, see the log"))
+        << report.toStdString();
 }
 
 // What is asked before a run, and what a refusal leaves.
@@ -199,18 +215,22 @@ TEST_F(BatchTest, QuestionsBeforeTheStart) {
     const struct {
         int files;
         bool parFile, outputExists;
+        const char* plot;      // a plot into the source folder in this format
         const char* question;  // the start of the first box, none when empty
     } cases[] = {
-        {10, false, false, ""},
-        {11, false, false, "Selected 11 files for batch processing:"},
-        {1, false, true, "Some output files/images in\n'"},
-        {1, true, false, "Parameter file does not exist:\n  "},
+        {10, false, false, "", ""},
+        {11, false, false, "", "Selected 11 files for batch processing:"},
+        {1, false, true, "", "Some output files/images in\n'"},
+        {1, true, false, "", "Parameter file does not exist:\n  "},
+        {1, false, false, "tif", "A result would overwrite an image of the series:\n  "},
     };
     for (const auto& c : cases) {
         o.updateFileList();
         o.fileList = o.fileList.mid(0, c.files);
         o.parFileEnable = c.parFile;
         o.parFile = QStringLiteral("/nonexistent/run.par");
+        o.plotExportFormat = QString::fromLatin1(c.plot);
+        o.destDir = *c.plot ? in() : out();
         QDir(out()).removeRecursively();
         QDir().mkpath(out());
         if (c.outputExists) QFile(out() + "/run_avg.nc").open(QIODevice::WriteOnly);
@@ -339,6 +359,22 @@ TEST_F(BatchTest, EnsembleFindsTheCommonShiftAndStopsClean) {
     }
     o.ensembleEnable = true;
     o.fileStub = QStringLiteral("ens");
+    // An image of the planes already there, the image alone asked for:
+    // asked once, refused, untouched.
+    QFile corr(out() + "/ens_corr.tif");
+    ASSERT_TRUE(corr.open(QIODevice::WriteOnly) && corr.write("mine") == 4);
+    corr.close();
+    o.ensembleSaveImage = true;
+    o.ensembleSaveData = false;
+    {
+        BoxWatcher boxes(QStringLiteral("No, cancel"));
+        EXPECT_FALSE(controller.doEnsembleCorrelation(o));
+        EXPECT_EQ(boxes.texts.size(), 1);
+    }
+    EXPECT_EQ(QFileInfo(corr).size(), 4);
+    corr.remove();
+    o.ensembleSaveImage = false;
+    o.ensembleSaveData = true;
     for (bool stop : {true, false}) {
         QSignalSpy done(&controller, &KelvaneData::signalBatchFinished);
         QMetaObject::Connection c;
@@ -357,14 +393,18 @@ TEST_F(BatchTest, EnsembleFindsTheCommonShiftAndStopsClean) {
             EXPECT_EQ(written(), "");
         }
     }
-    EXPECT_EQ(written(), "ens_avg.nc ens_corr.nc");
+    EXPECT_EQ(written(), "ens_avg.nc ens_avg_piv.dat ens_avg_vel.dat ens_corr.nc");
+    EXPECT_TRUE(NcdumpReads(out() + "/ens_avg.nc"));
     // Run again with the first result as the offset field: the window
     // follows the shift and the summed field is still 1.5 px; the map shown
     // spans 0 to 1, each 64 px plane scaled over its own range.
     ASSERT_TRUE(QFile::rename(out() + "/ens_avg.nc", in() + "/offset.nc"));
     o.displFileEnable = true;
     o.displFile = in() + "/offset.nc";
-    o.ensembleDisplayImage = true;
+    // A folder where the planes go: that save fails and is counted.
+    ASSERT_TRUE(QFile::remove(out() + "/ens_corr.nc") && QDir().mkpath(out() + "/ens_corr.nc"));
+    o.ensembleDisplayImage = o.ensembleSaveImage = true;
+    object.setTIFFCompression(true);
     BoxWatcher boxes(QStringLiteral("Yes, overwrite files"));
     QSignalSpy done(&controller, &KelvaneData::signalBatchFinished);
     ASSERT_TRUE(controller.doEnsembleCorrelation(o));
@@ -372,6 +412,12 @@ TEST_F(BatchTest, EnsembleFindsTheCommonShiftAndStopsClean) {
     const ImageViewer* viewer = controller.imageViewer();
     EXPECT_TRUE(viewer->isVisible() && viewer->windowTitle() == "Ensemble correlation map: ens");
     EXPECT_TRUE(viewer->item()->minimum() == 0 && viewer->item()->maximum() == 1);
+    EXPECT_TRUE(controller.batchFailures() == 1 &&
+                controller.batchReport().endsWith("\n\nFiles not saved: 1, see the log"));
+    QProcess info;  // libtiff's own reader: the image saved compressed
+    info.start("tiffinfo", {out() + "/ens_corr.tif"});
+    ASSERT_TRUE(info.waitForFinished(10000));
+    EXPECT_FALSE(info.readAllStandardOutput().contains("Compression Scheme: None"));
     const std::vector<double> dx = Dx(out() + "/ens_avg.nc");
     double sum = 0;
     for (double d : dx) sum += d;

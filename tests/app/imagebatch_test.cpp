@@ -9,6 +9,7 @@
 #include "box_watcher.h"
 #include "image2d.h"
 #include "kelvaneimagebatch.h"
+#include "qpiv_imagepair.h"
 #include "session_fixture.h"
 
 class ImageBatchTest : public SessionTest {
@@ -128,4 +129,34 @@ TEST_F(ImageBatchTest, NothingToComputeWritesNothing) {
     o.imageSeqCalcAverage = true;
     ASSERT_TRUE(run());
     EXPECT_EQ(QDir(in()).entryList(QDir::Files), QStringList{"one.tif"});
+}
+
+// An inverted copy of the pair run0001a/b named into the source folder
+// would land on its own frame: the run is refused and the frames keep their
+// pixels. Into another folder the copies are the negatives of the float
+// pixels of the pre-processing: -10 and -20.
+TEST_F(ImageBatchTest, CopiesNeverOverwriteTheirSources) {
+    const auto pixel = [&](const char* name) {
+        Image2D image;
+        return image.load(at(name).c_str()) ? image.pixel(1, 0) : 0.0f;
+    };
+    for (int k : {1, 2}) {
+        Image2D frame(8, 4, IMAGE_UINT8);
+        frame.setPixel(1, 0, 10.0f * k);
+        ASSERT_TRUE(frame.save(at(k == 1 ? "run0001a.tif" : "run0001b.tif").c_str()));
+    }
+    IMAGE_CFG cfg = object.image(0)->imageCfg();
+    cfg.filters.Invert = true;
+    object.image(0)->setImageCfg(cfg);
+    o.fileFilter = QStringLiteral("*a.tif");
+    o.imageFilesArePairs = true;
+    BoxWatcher boxes;
+    EXPECT_FALSE(run());
+    EXPECT_TRUE(boxes.texts.value(0).contains(in() + "/run0001a.tif"));
+    EXPECT_TRUE(pixel("run0001a.tif") == 10 && pixel("run0001b.tif") == 20);
+    o.imageDestDirEnable = true;
+    o.destDir = in() + "/out";
+    QDir().mkpath(o.destDir);
+    ASSERT_TRUE(run());
+    EXPECT_TRUE(pixel("out/run0001a.tif") == -10 && pixel("out/run0001b.tif") == -20);
 }

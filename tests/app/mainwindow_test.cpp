@@ -8,6 +8,7 @@
 #include <QDir>
 #include <QDropEvent>
 #include <QFile>
+#include <QImage>
 #include <QLineEdit>
 #include <QMimeData>
 #include <QPointer>
@@ -24,6 +25,7 @@
 #include <cstring>
 #include <memory>
 
+#include "batchprocessoptions.h"
 #include "box_watcher.h"
 #include "command_line.h"
 #include "image2d.h"
@@ -608,4 +610,28 @@ TEST_F(MainWindow, LogWindowCopiesItsLinesToLogTxtWhileAsked) {
     log.appendLine("after");
     EXPECT_EQ(test_support::ReadBytes(file("log.txt")), "evaluated 225 vectors\n");
     EXPECT_EQ(log.windowTitle(), "Log Window");
+}
+
+// A batch of two pairs asked for "png" plots: each result has its plot
+// beside it, the whole scene: the 128 px image and its margin.
+TEST_F(MainWindow, BatchWritesAPlotBesideEachResult) {
+    for (const char* frame : {"a.tif", "b.tif"})
+        ASSERT_TRUE(QFile::copy(path("run0001") + frame, path("run0002") + frame));
+    auto w = window();
+    drop(*w, {path("run0001a.tif")});
+    ASSERT_TRUE(evaluate(*w));  // the session's parameters for the batch
+    BatchProcessOptions o;
+    o.sourceDir = QString::fromStdString(dir.file(""));
+    o.fileFilter = QStringLiteral("*a.tif");
+    o.destDir = path("out");
+    o.dataDestDirEnable = true;
+    o.plotExportFormat = QStringLiteral("png");
+    QDir().mkpath(o.destDir);
+    BoxWatcher boxes;
+    QSignalSpy done(w->data(), &KelvaneData::signalBatchFinished);
+    ASSERT_TRUE(w->data()->startBatch(o));
+    ASSERT_TRUE(done.wait(60000));
+    const QSize first = QImage(path("out/run0001a.png")).size();
+    EXPECT_TRUE(first.width() >= kSize && first.height() >= kSize);
+    EXPECT_EQ(QImage(path("out/run0002a.png")).size(), first);
 }
