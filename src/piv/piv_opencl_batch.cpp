@@ -231,7 +231,8 @@ bool CorrelateOnDevice(const DEVICE_CORR_JOB& job, const DeviceBatchSink& sink, 
                                          nullptr, nullptr),
                   "clEnqueueNDRangeKernel");
             const size_t windows = size_t(batch);
-            if (job.nyquist)
+            // Only an even width has a column of its own conjugates to restore.
+            if (job.nyquist && w % 2 == 0)
                 Check(clEnqueueNDRangeKernel(q, k.hermitian, 1, nullptr, &windows, nullptr, 0,
                                              nullptr, nullptr),
                       "clEnqueueNDRangeKernel");
