@@ -23,7 +23,11 @@ bool PIV_Eval2D::deviceTakesSettings() const {
     const PIVEVAL_CFG& cfg = first->pivEvalCfg();
     if (cfg.CorrelationMode != PIV::CORR_CROSS && cfg.CorrelationMode != PIV::CORR_PHASE_ONLY)
         return false;
-    if (cfg.MultiCorr || first->peakDetector().needAutoShape() ||
+    // The 2-D Gaussian fit stays here: a window whose peak fails the shape
+    // check makes its correlator take the next window's autocorrelation,
+    // which the device does not make, and which window that is depends on
+    // the CPU's round-robin order of windows.
+    if (cfg.MultiCorr || cfg.Type == PIV::PEAKFIT_NONLIN_GAUSS ||
         first->fft().keepsAutoCorrelation())
         return false;
     const SIZE2D size = first->getFFTSize();
