@@ -266,10 +266,11 @@ TEST(DeviceSetting, NamesAndRefusals) {
 
 // A device lost halfway through the first list of a multi-grid run, its
 // batches cut small by the memory cap: after 100 to 105 checked calls
-// (every place in a batch), each OpenCL call fails as CL_OUT_OF_RESOURCES
-// (-5 in cl.h), with commands of the batch still queued. The list is redone
-// on the CPU and the run stays there: one message naming the error, and the
-// CPU run's field to the byte.
+// (every place in a batch), each OpenCL call fails, with commands of the
+// batch still queued, with an error cl.h names (-5, -14, -37) or one it
+// lacks, given by its number. The list is redone on the CPU and the run
+// stays there: one message naming the error, and the CPU run's field to the
+// byte.
 TEST_F(OpenCLTest, ADeviceLostMidRunLeavesTheCPUField) {
     PIVEVAL_CFG cfg = SinglePass(32, 16, 1);
     cfg.Method = PIV::METHOD_MULTI_GRID;
@@ -281,14 +282,21 @@ TEST_F(OpenCLTest, ADeviceLostMidRunLeavesTheCPUField) {
     cfg.DesampleEnable = false;
     const std::vector<PIV_VECTOR> cpu = Evaluate(cfg, "cpu", false);
     PIV::SetDeviceMemoryCap(1000000);  // 8 windows of 64 x 64 a batch
+    const struct {
+        int code;
+        const char* name;
+    } errors[] = {{-5, "CL_OUT_OF_RESOURCES"},
+                  {-14, "CL_EXEC_STATUS_ERROR_FOR_EVENTS_IN_WAIT_LIST"},
+                  {-37, "CL_INVALID_HOST_PTR"},
+                  {-1234, "unknown error code -1234"}};
     for (int calls = 100; calls < 106; calls++) {
         SCOPED_TRACE(testing::Message() << "lost after " << calls << " calls");
         MessageCapture messages;
-        PIV::detail::InjectDeviceFailure(calls, -5);
+        PIV::detail::InjectDeviceFailure(calls, errors[calls % 4].code);
         const std::vector<PIV_VECTOR> dev = Evaluate(cfg, "opencl", false, false);
         PIV::detail::InjectDeviceFailure(-1, 0);
         const std::string all = messages.all();
-        EXPECT_NE(all.find("CL_OUT_OF_RESOURCES"), std::string::npos) << all;
+        EXPECT_NE(all.find(errors[calls % 4].name), std::string::npos) << all;
         EXPECT_EQ(all.find("OpenCL"), all.rfind("OpenCL")) << all;
         ASSERT_EQ(cpu.size(), dev.size());
         EXPECT_EQ(std::memcmp(cpu.data(), dev.data(), sizeof(PIV_VECTOR) * cpu.size()), 0);
