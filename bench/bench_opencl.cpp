@@ -2,9 +2,12 @@
 // step 16: single pass, and multi-grid 64 -> 32 with the deformation of
 // every pass; on the CPU (all cores) and on an OpenCL device
 // (--device=opencl[:N]), 20 pairs after a first one that makes plans and
-// kernels. The library cannot keep frames on the device yet: its figure is
-// with host copies only (the frames go up and the planes come back for
-// every list), and its rows say so. bench_opencl_bare is the device alone.
+// kernels. The device twice: "resident", the same pair each time, whose
+// frames the device keeps from one evaluation to the next; and "with host
+// copies", two pairs in turn, whose frames go up every time. Either way only
+// the peak records of the windows come back (fit 0). The deformation's
+// frames differ from pass to pass and go up in both. bench_opencl_bare is
+// the device alone.
 #include <benchmark/benchmark.h>
 
 #include <string>
@@ -19,9 +22,10 @@
 
 namespace {
 
-const bench::ParticlePair& Pair() {
-    static const bench::ParticlePair pair(2560, 2160, synth::UniformFlow(3.3, -2.2));
-    return pair;
+const bench::ParticlePair& Pair(int which = 0) {
+    static const bench::ParticlePair pairs[2] = {{2560, 2160, synth::UniformFlow(3.3, -2.2)},
+                                                 {2560, 2160, synth::UniformFlow(3.3, -2.2), 4}};
+    return pairs[which];
 }
 
 PIVEVAL_CFG Settings(bool multiGrid) {
@@ -41,10 +45,11 @@ PIVEVAL_CFG Settings(bool multiGrid) {
     return cfg;
 }
 
-// range(0): 0 the CPU, 1 OpenCL; range(1): 1 multi-grid.
+// range(0): 0 the CPU, 1 OpenCL resident, 2 OpenCL with host copies;
+// range(1): 1 multi-grid.
 void BM_Evaluate(benchmark::State& state) {
     EnableWarnings(false);
-    const bool device = state.range(0) == 1;
+    const bool device = state.range(0) > 0, alternate = state.range(0) == 2;
     if (!PIV::SetDevice(device ? bench::DeviceName() : "cpu")) {
         state.SkipWithError("no OpenCL device");
         return;
@@ -55,10 +60,20 @@ void BM_Evaluate(benchmark::State& state) {
     eval.setPivImages(&Pair().a, &Pair().b);
     const int nodes = eval.data()->nodeCount();
     eval.interrogateImage(false);  // plans and kernels are made once
-    for (auto _ : state) benchmark::DoNotOptimize(eval.interrogateImage(false));
+    int turn = 0;
+    for (auto _ : state) {
+        const bench::ParticlePair& pair = Pair(alternate ? ++turn % 2 : 0);
+        eval.setPivImages(&pair.a, &pair.b);
+        benchmark::DoNotOptimize(eval.interrogateImage(false));
+    }
     if (device && !PIV::DeviceIsOpenCL()) state.SkipWithError("the device failed");
-    state.SetLabel(device ? "with host copies: frames up, planes back per list; not resident yet"
-                          : "CPU, " + std::to_string(PIV::MaxThreads()) + " threads");
+    const int cores = PIV::MaxThreadsPossible();
+    if (!device && PIV::MaxThreads() != cores)
+        state.SkipWithError("the CPU row is not on all cores");
+    state.SetLabel(!device ? "CPU, " + std::to_string(PIV::MaxThreads()) + " of " +
+                                 std::to_string(cores) + " threads"
+                   : alternate ? "with host copies: two pairs in turn, frames up each time"
+                               : "resident: the same pair, its frames stay on the device");
     state.counters["vectors/s"] =
         benchmark::Counter(double(nodes), benchmark::Counter::kIsIterationInvariantRate);
     PIV::SetDevice("cpu");
@@ -67,8 +82,10 @@ BENCHMARK(BM_Evaluate)
     ->ArgNames({"opencl", "multigrid"})
     ->Args({0, 0})
     ->Args({1, 0})
+    ->Args({2, 0})
     ->Args({0, 1})
     ->Args({1, 1})
+    ->Args({2, 1})
     ->Iterations(20)
     ->Unit(benchmark::kMillisecond)
     ->UseRealTime();

@@ -245,7 +245,8 @@ void BM_BarePipeline(benchmark::State& state) {
         state.counters["peaks_at_shift"] = pipeline.peaksAtTheShift();
         state.SetLabel(upload ? "with copies: pair up, maxima back" : "resident: maxima back");
     } catch (const Failure& f) {
-        state.SkipWithError(f.vkfft ? "VkFFT failed" : ErrorName(f.code));
+        const std::string why = f.vkfft ? "VkFFT failed" : ErrorName(f.code);
+        state.SkipWithError(why.c_str());
     }
     PIV::SetDevice("cpu");
 }

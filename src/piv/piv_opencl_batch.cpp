@@ -130,6 +130,18 @@ bool CorrelateOnDevice(const DEVICE_CORR_JOB& job, const DeviceBatchSink& sink, 
             why = "no OpenCL device is chosen";
             return false;
         }
+        // Each buffer within the device's largest allocation too: the sample
+        // stacks are the largest of a batch.
+        const unsigned long long maxAlloc = ctx->maxAlloc();
+        const unsigned long long stack = sizeof(float) * stride * size_t(h);
+        const unsigned long long frameBytes =
+            sizeof(float) * unsigned(frame.width) * unsigned(frame.height);
+        if (stack > maxAlloc || frameBytes > maxAlloc) {
+            why = "the device allocates at most " + std::to_string(maxAlloc) +
+                  " bytes at once, less than a frame or a window needs";
+            return false;
+        }
+        while (batch > 1 && stack * unsigned(batch) > maxAlloc) batch /= 2;
         std::lock_guard<std::mutex> hold(ctx->running);
         std::shared_ptr<Context::FFTPlan> plan;
         for (const auto& p : ctx->plans)
@@ -231,7 +243,8 @@ bool CorrelateOnDevice(const DEVICE_CORR_JOB& job, const DeviceBatchSink& sink, 
                                          nullptr, nullptr),
                   "clEnqueueNDRangeKernel");
             const size_t windows = size_t(batch);
-            if (job.nyquist)
+            // Only an even width has a column of its own conjugates to restore.
+            if (job.nyquist && w % 2 == 0)
                 Check(clEnqueueNDRangeKernel(q, k.hermitian, 1, nullptr, &windows, nullptr, 0,
                                              nullptr, nullptr),
                       "clEnqueueNDRangeKernel");
@@ -263,7 +276,8 @@ bool CorrelateOnDevice(const DEVICE_CORR_JOB& job, const DeviceBatchSink& sink, 
         return true;
     } catch (const Failure& f) {
         why = std::string(f.where) + " failed: " +
-              (f.vkfft ? "VkFFT error " + std::to_string(f.vkfft) : std::string(ErrorName(f.code)));
+              (f.vkfft ? "VkFFT error " + std::to_string(f.vkfft) : ErrorName(f.code)) +
+              (f.detail.empty() ? "" : ": " + f.detail);
         return false;
     } catch (const std::bad_alloc&) {
         why = "host memory for a batch ran out";

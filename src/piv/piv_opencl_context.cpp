@@ -1,6 +1,7 @@
 #include "piv_opencl_context.h"
 #include "piv_opencl.h"
 
+#include <algorithm>
 #include <atomic>
 #include <cstdlib>
 #include <mutex>
@@ -97,7 +98,7 @@ int g_contextDevice = -1;
 
 }  // namespace
 
-const char* ErrorName(cl_int code) {
+std::string ErrorName(cl_int code) {
     switch (code) {
 #define KELVANE_CL_NAME(c) \
     case c:                \
@@ -109,11 +110,13 @@ const char* ErrorName(cl_int code) {
         KELVANE_CL_NAME(CL_MEM_OBJECT_ALLOCATION_FAILURE)
         KELVANE_CL_NAME(CL_OUT_OF_RESOURCES)
         KELVANE_CL_NAME(CL_OUT_OF_HOST_MEMORY)
+        KELVANE_CL_NAME(CL_EXEC_STATUS_ERROR_FOR_EVENTS_IN_WAIT_LIST)
         KELVANE_CL_NAME(CL_BUILD_PROGRAM_FAILURE)
         KELVANE_CL_NAME(CL_INVALID_VALUE)
         KELVANE_CL_NAME(CL_INVALID_DEVICE)
         KELVANE_CL_NAME(CL_INVALID_CONTEXT)
         KELVANE_CL_NAME(CL_INVALID_COMMAND_QUEUE)
+        KELVANE_CL_NAME(CL_INVALID_HOST_PTR)
         KELVANE_CL_NAME(CL_INVALID_MEM_OBJECT)
         KELVANE_CL_NAME(CL_INVALID_PROGRAM)
         KELVANE_CL_NAME(CL_INVALID_PROGRAM_EXECUTABLE)
@@ -131,7 +134,7 @@ const char* ErrorName(cl_int code) {
         KELVANE_CL_NAME(CL_INVALID_PLATFORM)
 #undef KELVANE_CL_NAME
         default:
-            return "an unknown OpenCL error";
+            return "unknown error code " + std::to_string(code);
     }
 }
 
@@ -152,6 +155,11 @@ Context::Context(cl_platform_id platform, cl_device_id device) : m_device(device
         Check(err, "clCreateContext");
         m_queue = clCreateCommandQueue(m_context, device, 0, &err);
         Check(err, "clCreateCommandQueue");
+        cl_ulong maxAlloc = 0;
+        Check(clGetDeviceInfo(device, CL_DEVICE_MAX_MEM_ALLOC_SIZE, sizeof maxAlloc, &maxAlloc,
+                              nullptr),
+              "clGetDeviceInfo");
+        m_maxAlloc = maxAlloc;
         buildKernels();
     } catch (...) {
         releaseAll();
@@ -183,7 +191,21 @@ void Context::buildKernels() {
     const char* source = kKernelSource;
     m_program = clCreateProgramWithSource(m_context, 1, &source, nullptr, &err);
     Check(err, "clCreateProgramWithSource");
-    Check(clBuildProgram(m_program, 1, &m_device, "", nullptr, nullptr), "clBuildProgram");
+    err = clBuildProgram(m_program, 1, &m_device, "", nullptr, nullptr);
+    if (err != CL_SUCCESS) {
+        // The compiler's first lines say what the device lacks.
+        size_t size = 0;
+        std::string log;
+        if (clGetProgramBuildInfo(m_program, m_device, CL_PROGRAM_BUILD_LOG, 0, nullptr, &size) ==
+                CL_SUCCESS &&
+            size > 1) {
+            log.resize(size);
+            clGetProgramBuildInfo(m_program, m_device, CL_PROGRAM_BUILD_LOG, size, &log[0],
+                                  nullptr);
+            log.resize(std::min(log.find('\0'), size_t(600)));
+        }
+        throw Failure{err, "clBuildProgram", 0, log};
+    }
     m_kernels.sample = clCreateKernel(m_program, "sample_windows", &err);
     Check(err, "clCreateKernel");
     m_kernels.crossPower = clCreateKernel(m_program, "cross_power", &err);
@@ -211,9 +233,25 @@ std::shared_ptr<Context> CurrentContext() {
 }
 
 void FallBackToCPU() {
+    std::shared_ptr<Context> gone;  // released outside the lock
     std::lock_guard<std::mutex> hold(g_lock);
     g_device = -1;
-    g_context.reset();
+    gone.swap(g_context);
+    g_contextDevice = -1;
+}
+
+// Why device `n` cannot correlate, or nothing: the means and sums of the
+// windows are taken in double precision.
+std::string DeviceRefusal(size_t n) {
+    const std::vector<DeviceRef> devices = Devices();
+    if (n >= devices.size()) return "there is no OpenCL device " + std::to_string(n);
+    const std::string extensions =
+        " " + InfoString(nullptr, devices[n].device, CL_DEVICE_EXTENSIONS) + " ";
+    if (extensions.find(" cl_khr_fp64 ") == std::string::npos)
+        return "OpenCL device " + std::to_string(n) + " (" +
+               InfoString(nullptr, devices[n].device, CL_DEVICE_NAME) +
+               ") has no double precision (cl_khr_fp64), which the correlation needs";
+    return {};
 }
 
 }  // namespace OpenCL
@@ -232,6 +270,19 @@ std::vector<std::string> PIV::ListDevices() {
     return {};
 }
 
+namespace PIV {
+namespace OpenCL {
+std::string DeviceRefusal(size_t) {
+    return {};
+}
+}  // namespace OpenCL
+}  // namespace PIV
+
+void PIV::OpenCL::FallBackToCPU() {
+    std::lock_guard<std::mutex> hold(g_lock);
+    g_device = -1;
+}
+
 #endif
 
 namespace PIV {
@@ -248,6 +299,11 @@ bool SetDevice(const std::string& name, std::string* why) {
             if (why)
                 *why = count == 0 ? "no OpenCL device is available"
                                   : "there is no OpenCL device " + std::to_string(n);
+            return false;
+        }
+        const std::string refusal = OpenCL::DeviceRefusal(size_t(n));
+        if (!refusal.empty()) {
+            if (why) *why = refusal;
             return false;
         }
     }

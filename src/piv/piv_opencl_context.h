@@ -13,6 +13,11 @@ void InjectDeviceFailure(int afterCalls, int clError);
 // count runs out.
 int InjectedDeviceFailure();
 }  // namespace detail
+namespace OpenCL {
+// After a failure: the setting goes back to the CPU for the rest of the
+// process, and the device's context, workspaces and frames are released.
+void FallBackToCPU();
+}  // namespace OpenCL
 }  // namespace PIV
 
 #if defined(KELVANE_HAVE_OPENCL)
@@ -29,13 +34,15 @@ namespace PIV {
 namespace OpenCL {
 
 // A failed OpenCL call, thrown by Check; or a failed transform, whose
-// VkFFT result is then in vkfft.
+// VkFFT result is then in vkfft. `detail`: what the device said, if anything.
 struct Failure {
     cl_int code;
     const char* where;
     int vkfft;
+    std::string detail = {};
 };
-const char* ErrorName(cl_int code);
+// The name of an error of cl.h, or its number for a code it lacks.
+std::string ErrorName(cl_int code);
 inline void Check(cl_int code, const char* where) {
     if (code == CL_SUCCESS) code = detail::InjectedDeviceFailure();
     if (code != CL_SUCCESS) throw Failure{code, where, 0};
@@ -81,6 +88,8 @@ public:
     cl_context context() const { return m_context; }
     cl_command_queue queue() const { return m_queue; }
     const Kernels& kernels() const { return m_kernels; }
+    // The largest single buffer the device allows.
+    unsigned long long maxAlloc() const { return m_maxAlloc; }
     // The transform workspaces of the last few batch shapes, kept for the
     // next lists (planning compiles kernels and costs far more than a
     // batch; a multi-grid run goes back and forth between its sizes).
@@ -102,13 +111,12 @@ private:
     cl_command_queue m_queue = nullptr;
     cl_program m_program = nullptr;
     Kernels m_kernels;
+    unsigned long long m_maxAlloc = 0;
 };
 
 // The context of the chosen device; null while the CPU is chosen. Made on
 // first use; throws Failure when it cannot be made.
 std::shared_ptr<Context> CurrentContext();
-// After a failure: the setting goes back to the CPU for the rest of the run.
-void FallBackToCPU();
 
 // The program text of the kernels (piv_opencl_kernels.cpp).
 extern const char* const kKernelSource;

@@ -35,18 +35,33 @@ const synth::SyntheticPair& Pair() {
     return pair;
 }
 
+// The pair an evaluation sees: the vortex; a double exposure, both frames
+// of a uniform (4, 3) px shift summed, correlated with itself; or the vortex
+// in bands 40 px wide of 2 px and 6 px particles, whose peaks differ in shape
+// from window to window.
+enum Scene { kVortex, kDoubleExposure, kMixedSizes };
+
 // The field of one evaluation on `device`, which the run is expected to
 // keep (`stays`); a mask, when given, covers the left quarter of the frame.
-// A double exposure, both frames of a uniform (4, 3) px shift summed, is
-// correlated with itself.
 std::vector<PIV_VECTOR> Evaluate(const PIVEVAL_CFG& cfg, const char* device, bool mask,
-                                 bool stays = true, bool doubleExposure = false) {
+                                 bool stays = true, Scene scene = kVortex) {
     EXPECT_TRUE(PIV::SetDevice(device));
+    const bool doubleExposure = scene == kDoubleExposure;
     synth::SyntheticPair pair =
         doubleExposure ? synth::RenderPair(StandardParams(256), synth::UniformFlow(4.0, 3.0))
                        : Pair();
     for (size_t k = 0; doubleExposure && k < pair.a.size(); k++)
         pair.a[k] = pair.b[k] = std::min(pair.a[k] + pair.b[k], 255.0f);
+    if (scene == kMixedSizes) {
+        synth::SynthParams small = StandardParams(256), large = StandardParams(256, 11);
+        small.particleDiameter = 2.0;
+        large.particleDiameter = 6.0;
+        const auto flow = synth::LambOseenVortex(128.0, 128.0, 600.0, 20.0);
+        pair = synth::RenderPair(small, flow);
+        const synth::SyntheticPair other = synth::RenderPair(large, flow);
+        for (size_t k = 0; k < pair.a.size(); k++)
+            if (k % 256 / 40 % 2) pair.a[k] = other.a[k], pair.b[k] = other.b[k];
+    }
     Evaluation e(pair, cfg);
     if (doubleExposure) e.eval->setAnalysisMode(PIV::ANALYSIS_AUTO_CORRELATION);
     Image2D m;
@@ -83,7 +98,9 @@ TEST_F(OpenCLTest, PlanesEqualTheCPUCorrelators) {
         bool nyquist;
     } cases[] = {{32, 32, 0, PIV::FFTWINDOW_NONE, false}, {32, 32, 1, PIV::FFTWINDOW_NONE, true},
                  {32, 32, 0, PIV::FFTWINDOW_HANN, true},  {64, 64, 1, PIV::FFTWINDOW_GAUSS, false},
-                 {32, 16, 0, PIV::FFTWINDOW_TUKEY, true}, {24, 24, 0, PIV::FFTWINDOW_NONE, false}};
+                 {32, 16, 0, PIV::FFTWINDOW_TUKEY, true}, {24, 24, 0, PIV::FFTWINDOW_NONE, false},
+                 // Odd widths have no Nyquist column: the filter leaves them alone.
+                 {31, 32, 0, PIV::FFTWINDOW_NONE, true},  {33, 33, 1, PIV::FFTWINDOW_NONE, true}};
     ASSERT_TRUE(PIV::SetDevice("opencl"));
     for (const Case& c : cases) {
         SCOPED_TRACE(testing::Message() << c.w << "x" << c.h << " mode " << c.mode << " window "
@@ -129,23 +146,25 @@ TEST_F(OpenCLTest, PlanesEqualTheCPUCorrelators) {
 
 // Single-pass fields, the device against the CPU: where both have a vector
 // they agree within 1e-3 px, and both give one at the same nodes. Fits 0-2
-// take the device's peak records, 3-5 its planes (5 from the second pass,
-// once the first found the peak shape); both modes, weights, Nyquist, a mask
-// over a quarter (the mask test runs on the CPU either way), the search near
-// zero, and a double exposure, whose mirror-image peaks may lead either way.
+// take the device's peak records, 3-4 its planes; both modes, weights,
+// Nyquist, a mask over a quarter (the mask test runs on the CPU either way),
+// the search near zero, and a double exposure, whose mirror-image peaks may
+// lead either way. The 2-D Gaussian fit over two passes of mixed particle
+// sizes, where peak shapes fail the check and are measured again.
 TEST_F(OpenCLTest, SinglePassFieldsMatchTheCPU) {
     struct Case {
         int mode, window, fit;
-        bool nyquist, mask, nearZero, doubleExposure;
+        bool nyquist, mask, nearZero;
+        Scene scene;
         int passes;
-    } cases[] = {{0, PIV::FFTWINDOW_NONE, 0, false, false, false, false, 1},
-                 {0, PIV::FFTWINDOW_NONE, 1, false, true, false, false, 1},
-                 {1, PIV::FFTWINDOW_NONE, 2, true, false, false, false, 1},
-                 {0, PIV::FFTWINDOW_HANN, 0, false, false, true, false, 1},
-                 {0, PIV::FFTWINDOW_NONE, 1, false, false, false, true, 1},
-                 {0, PIV::FFTWINDOW_HANN, 3, false, false, false, false, 1},
-                 {1, PIV::FFTWINDOW_GAUSS, 4, true, true, false, false, 1},
-                 {0, PIV::FFTWINDOW_NONE, 5, false, false, false, false, 2}};
+    } cases[] = {{0, PIV::FFTWINDOW_NONE, 0, false, false, false, kVortex, 1},
+                 {0, PIV::FFTWINDOW_NONE, 1, false, true, false, kVortex, 1},
+                 {1, PIV::FFTWINDOW_NONE, 2, true, false, false, kVortex, 1},
+                 {0, PIV::FFTWINDOW_HANN, 0, false, false, true, kVortex, 1},
+                 {0, PIV::FFTWINDOW_NONE, 1, false, false, false, kDoubleExposure, 1},
+                 {0, PIV::FFTWINDOW_HANN, 3, false, false, false, kVortex, 1},
+                 {1, PIV::FFTWINDOW_GAUSS, 4, true, true, false, kVortex, 1},
+                 {0, PIV::FFTWINDOW_NONE, 5, false, false, false, kMixedSizes, 2}};
     for (const Case& c : cases) {
         SCOPED_TRACE(testing::Message() << "case " << &c - cases);
         PIVEVAL_CFG cfg = SinglePass(32, 16, c.fit);
@@ -157,8 +176,8 @@ TEST_F(OpenCLTest, SinglePassFieldsMatchTheCPU) {
         cfg.Size = 5;
         cfg.Method = c.passes > 1 ? PIV::METHOD_MULTI_PASS : PIV::METHOD_SINGLE_PASS;
         cfg.Passes = c.passes;
-        const std::vector<PIV_VECTOR> cpu = Evaluate(cfg, "cpu", c.mask, true, c.doubleExposure);
-        const std::vector<PIV_VECTOR> dev = Evaluate(cfg, "opencl", c.mask, true, c.doubleExposure);
+        const std::vector<PIV_VECTOR> cpu = Evaluate(cfg, "cpu", c.mask, true, c.scene);
+        const std::vector<PIV_VECTOR> dev = Evaluate(cfg, "opencl", c.mask, true, c.scene);
         ASSERT_EQ(cpu.size(), dev.size());
         int both = 0, flagsDiffer = 0;
         for (size_t k = 0; k < cpu.size(); k++) {
@@ -168,7 +187,7 @@ TEST_F(OpenCLTest, SinglePassFieldsMatchTheCPU) {
             if (u.flag != v.flag && !NearTie(u)) flagsDiffer++;
             if (!(u.flag & VECTOR_ENABLED) || !(v.flag & VECTOR_ENABLED)) continue;
             both++;
-            auto mag = [&](float a) { return c.doubleExposure ? std::fabs(a) : a; };
+            auto mag = [&](float a) { return c.scene == kDoubleExposure ? std::fabs(a) : a; };
             EXPECT_NEAR(mag(u.dx), mag(v.dx), 1e-3) << "node " << k;
             EXPECT_NEAR(mag(u.dy), mag(v.dy), 1e-3) << "node " << k;
             // The second peak too, which validation may fall back on.
@@ -247,10 +266,11 @@ TEST(DeviceSetting, NamesAndRefusals) {
 
 // A device lost halfway through the first list of a multi-grid run, its
 // batches cut small by the memory cap: after 100 to 105 checked calls
-// (every place in a batch), each OpenCL call fails as CL_OUT_OF_RESOURCES
-// (-5 in cl.h), with commands of the batch still queued. The list is redone
-// on the CPU and the run stays there: one message naming the error, and the
-// CPU run's field to the byte.
+// (every place in a batch), each OpenCL call fails, with commands of the
+// batch still queued, with an error cl.h names (-5, -14, -37) or one it
+// lacks, given by its number. The list is redone on the CPU and the run
+// stays there: one message naming the error, and the CPU run's field to the
+// byte.
 TEST_F(OpenCLTest, ADeviceLostMidRunLeavesTheCPUField) {
     PIVEVAL_CFG cfg = SinglePass(32, 16, 1);
     cfg.Method = PIV::METHOD_MULTI_GRID;
@@ -262,14 +282,21 @@ TEST_F(OpenCLTest, ADeviceLostMidRunLeavesTheCPUField) {
     cfg.DesampleEnable = false;
     const std::vector<PIV_VECTOR> cpu = Evaluate(cfg, "cpu", false);
     PIV::SetDeviceMemoryCap(1000000);  // 8 windows of 64 x 64 a batch
+    const struct {
+        int code;
+        const char* name;
+    } errors[] = {{-5, "CL_OUT_OF_RESOURCES"},
+                  {-14, "CL_EXEC_STATUS_ERROR_FOR_EVENTS_IN_WAIT_LIST"},
+                  {-37, "CL_INVALID_HOST_PTR"},
+                  {-1234, "unknown error code -1234"}};
     for (int calls = 100; calls < 106; calls++) {
         SCOPED_TRACE(testing::Message() << "lost after " << calls << " calls");
         MessageCapture messages;
-        PIV::detail::InjectDeviceFailure(calls, -5);
+        PIV::detail::InjectDeviceFailure(calls, errors[calls % 4].code);
         const std::vector<PIV_VECTOR> dev = Evaluate(cfg, "opencl", false, false);
         PIV::detail::InjectDeviceFailure(-1, 0);
         const std::string all = messages.all();
-        EXPECT_NE(all.find("CL_OUT_OF_RESOURCES"), std::string::npos) << all;
+        EXPECT_NE(all.find(errors[calls % 4].name), std::string::npos) << all;
         EXPECT_EQ(all.find("OpenCL"), all.rfind("OpenCL")) << all;
         ASSERT_EQ(cpu.size(), dev.size());
         EXPECT_EQ(std::memcmp(cpu.data(), dev.data(), sizeof(PIV_VECTOR) * cpu.size()), 0);
