@@ -24,6 +24,7 @@
 #include "qpiv_imagepair.h"
 #include "qpivensemblecorr.h"
 #include "qtwinprogresstoolbar.h"
+#include "recordpath.h"
 
 namespace {
 
@@ -91,8 +92,14 @@ bool KelvaneData::doEnsembleCorrelation(const BatchProcessOptions& options) {
     corr->setPostProcessCfg(m_dataObject->postProcessCfg());
     CORR_AVERAGE_PARAMS params = o.ensembleParams();
     params.peakFitMethod = m_dataObject->parameters(0)->pivEvalCfg().Type;
-    PIV::CopyText(params.workDir, _local(o.resultDir()).c_str());
-    PIV::CopyText(params.workFile, _ensembleStub(o).c_str());
+    // A cut folder name would put the work files somewhere else.
+    if (!StorePath(params.workDir, o.resultDir()) ||
+        !StorePath(params.workFile, QString::fromLocal8Bit(_ensembleStub(o).c_str()))) {
+        QMessageBox::warning(m_window, QApplication::applicationName(),
+                             tr("The result folder's path is too long for the ensemble run:\n%1")
+                                 .arg(o.resultDir()));
+        return false;
+    }
     corr->setEnsembleCorrParams(params);
     corr->setPeakThreshold(o.ensemblePeakRelThresh);
     corr->setImagePreProcessing(m_dataObject->image(0)->imageCfg());
