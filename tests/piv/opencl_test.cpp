@@ -85,6 +85,19 @@ bool NearTie(const PIV_VECTOR& v, int first = 0) {
     return h[first] - h[first + 1] < 1e-4 * std::max({h[0], h[1], h[2]});
 }
 
+// Multi-grid from 64 px to 32 px windows at step 16, deforming every pass.
+PIVEVAL_CFG MultiGrid64To32() {
+    PIVEVAL_CFG cfg = SinglePass(32, 16, 1);
+    cfg.Method = PIV::METHOD_MULTI_GRID;
+    cfg.ImageMapping2D.Mode = PIV::DEFORM_ALL_PASSES;
+    cfg.MultiGrid_SampleSize = SIZE3D{64, 64, 1};
+    cfg.MultiGrid_SampleStep = SIZE3D{16, 16, 1};
+    cfg.MultiGrid_Desample = 1;
+    cfg.MultiGrid_FastPyramid = true;
+    cfg.DesampleEnable = false;
+    return cfg;
+}
+
 }  // namespace
 
 // Windows of a 256 x 256 pair at corners a hand picks (edges, odd offsets),
@@ -204,16 +217,9 @@ TEST_F(OpenCLTest, SinglePassFieldsMatchTheCPU) {
 // goes through the device, and the small differences of one level feed the
 // next; still 99.5 % of the nodes agree within 1e-3 px, RMS within 1e-3 px.
 TEST_F(OpenCLTest, MultiGridWithDeformationMatchesTheCPU) {
-    PIVEVAL_CFG cfg = SinglePass(32, 16, 1);
-    cfg.Method = PIV::METHOD_MULTI_GRID;
-    cfg.ImageMapping2D.Mode = PIV::DEFORM_ALL_PASSES;
+    PIVEVAL_CFG cfg = MultiGrid64To32();
     cfg.ImageMapping2D.Method = PIV::INTERPOLATE_BSPLINE;
     cfg.ImageMapping2D.Order = 3;
-    cfg.MultiGrid_SampleSize = SIZE3D{64, 64, 1};
-    cfg.MultiGrid_SampleStep = SIZE3D{16, 16, 1};
-    cfg.MultiGrid_Desample = 1;
-    cfg.MultiGrid_FastPyramid = true;
-    cfg.DesampleEnable = false;
     const std::vector<PIV_VECTOR> cpu = Evaluate(cfg, "cpu", false);
     const std::vector<PIV_VECTOR> dev = Evaluate(cfg, "opencl", false);
     ASSERT_EQ(cpu.size(), dev.size());
@@ -272,14 +278,7 @@ TEST(DeviceSetting, NamesAndRefusals) {
 // stays there: one message naming the error, and the CPU run's field to the
 // byte.
 TEST_F(OpenCLTest, ADeviceLostMidRunLeavesTheCPUField) {
-    PIVEVAL_CFG cfg = SinglePass(32, 16, 1);
-    cfg.Method = PIV::METHOD_MULTI_GRID;
-    cfg.ImageMapping2D.Mode = PIV::DEFORM_ALL_PASSES;
-    cfg.MultiGrid_SampleSize = SIZE3D{64, 64, 1};
-    cfg.MultiGrid_SampleStep = SIZE3D{16, 16, 1};
-    cfg.MultiGrid_Desample = 1;
-    cfg.MultiGrid_FastPyramid = true;
-    cfg.DesampleEnable = false;
+    const PIVEVAL_CFG cfg = MultiGrid64To32();
     const std::vector<PIV_VECTOR> cpu = Evaluate(cfg, "cpu", false);
     PIV::SetDeviceMemoryCap(1000000);  // 8 windows of 64 x 64 a batch
     const struct {
