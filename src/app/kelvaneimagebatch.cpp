@@ -72,12 +72,8 @@ QStringList KelvaneImageBatch::copyFiles(const BatchProcessOptions& o) {
         else if (o.imageFilesArePairs)
             b = PIV::GetSecondImageName(a.c_str(), o.imageFrameSeparation);
         if (b == a && !o.isSplitType()) b.clear();
-        std::string nameA = PIV::GetCleanBaseNameFromPath(a.c_str());
-        std::string nameB = b.empty() ? std::string() : PIV::GetCleanBaseNameFromPath(b.c_str());
-        if (!b.empty() && nameA == nameB) {
-            nameA += "a";
-            nameB += "b";
-        }
+        std::string nameA, nameB;
+        PIV_ImagePair::SavedNames(a, b, !b.empty(), nameA, nameB);
         names << QDir::cleanPath(
             dir.absoluteFilePath(QString::fromLocal8Bit(nameA.c_str()) + ".tif"));
         if (b.empty()) continue;

@@ -160,16 +160,22 @@ bool PIV_ImagePair::loadMask(const char* path) {
     return ok;
 }
 
+void PIV_ImagePair::SavedNames(const std::string& pathA, const std::string& pathB, bool haveB,
+                               std::string& nameA, std::string& nameB) {
+    nameA = PIV::GetCleanBaseNameFromPath(pathA.c_str());
+    nameB = haveB ? PIV::GetCleanBaseNameFromPath(pathB.c_str()) : std::string();
+    if (haveB && nameA == nameB) {
+        nameA += "a";
+        nameB += "b";
+    }
+}
+
 bool PIV_ImagePair::save(const char* directory, const char* extension) {
     if (!directory || !directory[0] || !PIV::CheckDirectoryExistence(directory) || m_a.isNull())
         return false;
     DebugPrint("PIV_ImagePair::save() : dir=%s", directory);
-    std::string nameA = PIV::GetCleanBaseNameFromPath(m_a.name());
-    std::string nameB = PIV::GetCleanBaseNameFromPath(m_b.name());
-    if (nameA == nameB && !m_b.isNull()) {
-        nameA += "a";
-        nameB += "b";
-    }
+    std::string nameA, nameB;
+    SavedNames(m_a.name(), m_b.name(), !m_b.isNull(), nameA, nameB);
     std::string ext = extension ? extension : "";
     if (ext.empty()) {
         switch (m_a.type()) {

@@ -54,6 +54,11 @@ public:
     // Both frames into `directory` under their clean base names; an empty
     // extension is chosen by the depth of frame A.
     bool save(const char* directory, const char* extension);
+    // The base names `save` gives frames read from `pathA` and, with `haveB`,
+    // `pathB`: their clean base names, with "a" and "b" added where the two
+    // are alike, as the halves of one split image are.
+    static void SavedNames(const std::string& pathA, const std::string& pathB, bool haveB,
+                           std::string& nameA, std::string& nameB);
     void clear();
 
     // ---- state ---------------------------------------------------------------
