@@ -80,6 +80,8 @@ public:
     bool batchSaveData(const BatchProcessOptions& options);
     bool batchPostProcess(const BatchProcessOptions& options);
     bool batchSecondPass(const BatchProcessOptions& options);
+    // The closing report: kept, logged and shown without holding the event loop.
+    void showBatchReport(const QString& report);
     // Starts the ensemble run on its thread; false when it did not start.
     // The end comes as signalBatchFinished.
     bool doEnsembleCorrelation(const BatchProcessOptions& options);

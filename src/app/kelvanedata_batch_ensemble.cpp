@@ -226,12 +226,7 @@ void KelvaneData::ensembleFinished() {
     }
     m_batchFailures = failed;
     if (failed > 0) report += tr("\n\nFiles not saved: %1, see the log").arg(failed);
-    m_batchReport = report;
-    emit signalLogMessage(report);
-    auto* box = new QMessageBox(QMessageBox::Information, QApplication::applicationName(), report,
-                                QMessageBox::Ok, m_window);
-    box->setAttribute(Qt::WA_DeleteOnClose);
-    box->show();
+    showBatchReport(report);
     emit signalUpdateUI();
     emit signalBatchFinished();
 }

@@ -86,14 +86,7 @@ bool KelvaneData::batchPostProcess(const BatchProcessOptions& o) {
         report += tr("\nReynolds stresses : ") +
                   QFileInfo(_fromLocal(PIV::SeriesReynoldsName(dir, stub))).fileName();
     report += failures();
-    m_batchReport = report;
-    emit signalLogMessage(report);
-    // The report does not hold the event loop: a batch started unattended
-    // ends with its files written whether anyone reads it or not.
-    auto* box = new QMessageBox(QMessageBox::Information, QApplication::applicationName(), report,
-                                QMessageBox::Ok, m_window);
-    box->setAttribute(Qt::WA_DeleteOnClose);
-    box->show();
+    showBatchReport(report);
     emit signalOpenNewWindow(_fromLocal(mean));
     return true;
 }
@@ -149,4 +142,15 @@ bool KelvaneData::batchSecondPass(const BatchProcessOptions& o) {
         return skip(tr("   Saving failed!\n   %1").arg(_fromLocal(name)));
     }
     return true;
+}
+
+void KelvaneData::showBatchReport(const QString& report) {
+    m_batchReport = report;
+    emit signalLogMessage(report);
+    // The report does not hold the event loop: a batch started unattended
+    // ends with its files written whether anyone reads it or not.
+    auto* box = new QMessageBox(QMessageBox::Information, QApplication::applicationName(), report,
+                                QMessageBox::Ok, m_window);
+    box->setAttribute(Qt::WA_DeleteOnClose);
+    box->show();
 }
